@@ -1,0 +1,1 @@
+#include <QVCore/QVCore.h>

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <QVPlatform/Export.h>
+#include <QVPlatform/Foundation/String.h>
+
+namespace QVPlatform {
+
+/// The one door through which the embedding application tells the platform about itself.
+///
+/// Every setting has a working default; what is set, is set before the core starts. All operations
+/// may be called from any thread.
+class QVPLATFORM_EXPORT Application {
+ public:
+  /// Reverse-DNS name of the application ("org.example.player"): names its container directory and
+  /// its user defaults. Default: the file name of the program.
+  static String identifier();
+  static void setIdentifier(String identifier);
+
+  /// Directory that holds the application's "Library". Default: the identifier below
+  /// $XDG_DATA_HOME, else below ~/.local/share. It is made, with mode 0700, before a path in it is
+  /// handed out (libraryDirectory()).
+  static String containerDirectory();
+  static void setContainerDirectory(String directory);
+
+  /// "Library" in the container directory. Makes both where they are missing; a failure to do so is
+  /// not reported here: what is then opened in it fails.
+  static String libraryDirectory();
+
+  /// Directory of the files shipped with the application (the main bundle). Default: "Resources"
+  /// beside the program if there is one, else the program's own directory.
+  static String resourceDirectory();
+  static void setResourceDirectory(String directory);
+};
+
+}  // namespace QVPlatform

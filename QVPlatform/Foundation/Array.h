@@ -1,0 +1,50 @@
+#pragma once
+
+#include <QVPlatform/Export.h>
+
+#include <cstddef>
+#include <initializer_list>
+#include <memory>
+#include <vector>
+
+namespace QVPlatform {
+
+class Value;
+
+/// A mutable list of values, shared by reference, that may be null.
+///
+/// A copy of an Array is the same list; copy() makes another. A null array reads as empty and what
+/// is done to it has no effect. Elements are never nil.
+///
+/// Threads: every operation may be called from any thread; each one is atomic by itself.
+class QVPLATFORM_EXPORT Array {
+ public:
+  /// Null. Array::array() makes an empty one.
+  Array() noexcept = default;
+  Array(std::nullptr_t) noexcept {}
+  Array(std::initializer_list<Value> values);
+  explicit Array(std::vector<Value> values);
+  static Array array();
+
+  bool isNull() const noexcept { return storage_ == nullptr; }
+  bool isSameObject(const Array& other) const noexcept { return storage_ == other.storage_; }
+
+  std::size_t count() const;
+  /// The element, or nil past the end.
+  Value at(std::size_t index) const;
+  /// The elements as they stand now.
+  std::vector<Value> values() const;
+  /// Appends the value; nil is passed over.
+  void append(Value value);
+  /// Removes every element that equals the value.
+  void removeEqual(const Value& value);
+  void clear();
+  /// Another array with the same elements; null for null.
+  Array copy() const;
+
+ private:
+  struct Storage;
+  std::shared_ptr<Storage> storage_;
+};
+
+}  // namespace QVPlatform

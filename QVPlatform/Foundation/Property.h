@@ -1,0 +1,30 @@
+#pragma once
+
+#include <mutex>
+#include <utility>
+
+namespace QVPlatform {
+
+/// A variable that several threads may read and replace: each access is atomic by itself.
+template <class T>
+class Property {
+ public:
+  Property() = default;
+  explicit Property(T value) : value_(std::move(value)) {}
+
+  T get() const {
+    const std::lock_guard lock(mutex_);
+    return value_;
+  }
+  /// The earlier value is destroyed after the lock is released, since its destructor may call out.
+  void set(T value) {
+    const std::lock_guard lock(mutex_);
+    std::swap(value_, value);
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  T value_{};
+};
+
+}  // namespace QVPlatform

@@ -1,0 +1,33 @@
+# What all targets of the project have in common.
+
+# qv_target(<target>): language level, warnings, hidden visibility.
+function(qv_target target)
+  target_compile_features(${target} PUBLIC cxx_std_20)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+  set_target_properties(${target} PROPERTIES
+    CXX_EXTENSIONS OFF
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON
+    POSITION_INDEPENDENT_CODE ON)
+endfunction()
+
+# qv_library(<target>): a shared library of the kit, with the project's version and soname.
+function(qv_library target)
+  add_library(${target} SHARED ${ARGN})
+  add_library(QVCore::${target} ALIAS ${target})
+  qv_target(${target})
+  set_target_properties(${target} PROPERTIES
+    VERSION ${PROJECT_VERSION}
+    SOVERSION ${PROJECT_VERSION_MAJOR})
+  target_link_options(${target} PRIVATE -Wl,--no-undefined -Wl,--as-needed)
+endfunction()
+
+# qv_test(<name> <sources...>): a GoogleTest program; each of its tests runs in a process of its
+# own, since the shared services live as long as a process does.
+function(qv_test name)
+  add_executable(${name} ${ARGN})
+  qv_target(${name})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${name} PRIVATE QVCore QVPlatform GTest::gmock GTest::gtest_main)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120)
+endfunction()
