@@ -1,0 +1,47 @@
+#pragma once
+
+#include <QVPlatform/Export.h>
+
+#include <functional>
+#include <memory>
+
+namespace QVPlatform {
+
+/// The queue of blocks that run on the main thread of the process, one after the other.
+///
+/// The main thread belongs to the host, so the host runs the blocks: with run() when it has no event
+/// loop, else by watching fileDescriptor() in its loop and calling drain() when that is readable.
+/// Threads: async(), sync() and stop() may be called from any thread, the others from the main
+/// thread. The queue lives as long as the process.
+class QVPLATFORM_EXPORT MainQueue {
+ public:
+  static MainQueue& mainQueue();
+  /// Whether the caller runs on the thread that runs main().
+  static bool isMainThread() noexcept;
+
+  /// Hands in a block and returns at once.
+  void async(std::function<void()> block);
+  /// Runs the block on the main thread and returns when it has run: at once when called there, else
+  /// as soon as the main thread comes to it. A main thread that waits for the caller deadlocks.
+  void sync(std::function<void()> block);
+
+  /// Runs blocks as they come until stop().
+  void run();
+  /// Makes run() return after the block that it is running. A stop() before run() is kept for it.
+  void stop();
+
+  /// A descriptor that is readable while blocks wait; it belongs to the queue and is never closed.
+  /// -1 when the system has none to give.
+  int fileDescriptor();
+  /// Runs the blocks that wait now, not those that they hand in, and returns.
+  void drain();
+
+ private:
+  MainQueue();
+  ~MainQueue() = delete;
+  struct State;
+
+  const std::unique_ptr<State> state_;
+};
+
+}  // namespace QVPlatform

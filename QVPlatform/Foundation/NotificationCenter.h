@@ -1,0 +1,52 @@
+#pragma once
+
+#include <QVPlatform/Export.h>
+#include <QVPlatform/Foundation/Notification.h>
+
+#include <functional>
+#include <memory>
+
+namespace QVPlatform {
+
+/// Delivers notifications, by exact name, to whoever registered for that name.
+///
+/// Threads: every operation may be called from any thread and from within a callback. No lock is
+/// held while a callback runs. Delivery is synchronous, on the posting thread; two threads that post
+/// may run one callback at the same time.
+class QVPLATFORM_EXPORT NotificationCenter {
+ public:
+  using Callback = std::function<void(const Notification&)>;
+
+  /// The one center of the process; never destroyed.
+  static const std::shared_ptr<NotificationCenter>& defaultCenter();
+
+  NotificationCenter();
+  ~NotificationCenter();
+  NotificationCenter(const NotificationCenter&) = delete;
+  NotificationCenter& operator=(const NotificationCenter&) = delete;
+
+  /// Registers a callback for one name, from `object` only or, when that is null, from any object.
+  /// `observer` is only a key for removeObserver(). Registering twice delivers twice. A null name
+  /// registers nothing.
+  void addObserver(const void* observer, Callback callback, const String& name,
+                   const Object* object = nullptr);
+
+  /// Drops every registration of the observer. When this returns, none of its callbacks will start
+  /// any more and none is running on another thread: it waits for those under way (not for one that
+  /// the caller itself is in). So an observer that calls this first may be destroyed. Two callbacks
+  /// on two threads that each remove the other's observer wait for each other: do not.
+  void removeObserver(const void* observer);
+
+  /// Calls every callback registered for the notification's name, in the order of registration,
+  /// and returns. Registrations that are added meanwhile wait for the next notification, and those
+  /// removed meanwhile are passed over. What a callback throws reaches the poster. A null name
+  /// reaches nobody.
+  void postNotification(const Notification& notification);
+
+ private:
+  struct State;
+
+  const std::unique_ptr<State> state_;
+};
+
+}  // namespace QVPlatform
