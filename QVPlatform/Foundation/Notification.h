@@ -19,7 +19,7 @@ class Notification {
 
   const String& name() const noexcept { return name_; }
   const std::shared_ptr<Object>& object() const noexcept { return object_; }
-  const Dictionary& userInfo() const noexcept { return userInfo_; }
+  Dictionary userInfo() const noexcept { return userInfo_; }
 
  private:
   String name_;

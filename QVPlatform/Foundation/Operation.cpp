@@ -1,0 +1,7 @@
+#include <QVPlatform/Foundation/Operation.h>
+
+namespace QVPlatform {
+
+void Operation::main() {}
+
+}  // namespace QVPlatform
