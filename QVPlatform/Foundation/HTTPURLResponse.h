@@ -1,0 +1,38 @@
+#pragma once
+
+#include <QVPlatform/Export.h>
+#include <QVPlatform/Foundation/HTTPHeaderFields.h>
+#include <QVPlatform/Foundation/Object.h>
+
+#include <memory>
+
+namespace QVPlatform {
+
+/// What an HTTP answer says before its body: status, header fields, and where it came from.
+///
+/// Immutable: safe to read from any thread.
+class QVPLATFORM_EXPORT HTTPURLResponse : public Object {
+ public:
+  HTTPURLResponse(String url, int statusCode, HTTPHeaderFields fields);
+
+  /// The text of the URL that answered: the last one, when the request was redirected.
+  String URL() const { return url_; }
+  int statusCode() const noexcept { return statusCode_; }
+  /// The field's value, whatever the case of its name; null when it has none. Of a repeated field
+  /// the values are joined by ", ". Values that are not UTF-8 are read as Latin-1.
+  String valueForHTTPHeaderField(const String& field) const { return fields_.value(field); }
+  /// A new dictionary of all values by field name, each name as the server spelled it first.
+  Dictionary allHeaderFields() const { return fields_.dictionary(); }
+
+  /// Another response of the same content.
+  std::shared_ptr<HTTPURLResponse> copy() const;
+  /// Class, address, status and URL.
+  String description() const override;
+
+ private:
+  const String url_;
+  const int statusCode_;
+  const HTTPHeaderFields fields_;
+};
+
+}  // namespace QVPlatform

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <QVPlatform/Export.h>
+#include <QVPlatform/Foundation/Data.h>
+#include <QVPlatform/Foundation/Date.h>
+#include <QVPlatform/Foundation/HTTPHeaderFields.h>
+#include <QVPlatform/Foundation/Object.h>
+#include <QVPlatform/Foundation/URL.h>
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+namespace QVPlatform {
+
+/// Whether a cached answer may or must stand in for a transfer. URLConnection has no cache: the
+/// first three policies load, and the last one, which forbids that, always fails.
+enum class URLRequestCachePolicy : std::uint32_t {
+  useProtocolCachePolicy = 0,
+  reloadIgnoringLocalCacheData = 1,
+  returnCacheDataElseLoad = 2,
+  returnCacheDataDontLoad = 3,
+};
+
+/// One HTTP request to be sent: where, how, with which fields and which body.
+///
+/// Threads: every operation may be called from any thread and is atomic by itself, so that a
+/// request which is under way or has been posted can be read, and even changed, by whoever has it.
+/// What is sent is what the request held when sending began.
+class QVPLATFORM_EXPORT MutableURLRequest : public Object {
+ public:
+  /// A GET without fields and body. `timeoutInterval`: the seconds without progress after which the
+  /// transfer fails; anything but a positive number means 60.
+  MutableURLRequest(std::optional<URL> url, URLRequestCachePolicy cachePolicy,
+                    TimeInterval timeoutInterval);
+  MutableURLRequest(const MutableURLRequest& other);
+
+  /// None makes a request that fails when it is sent.
+  const std::optional<URL>& url() const noexcept { return url_; }
+  URLRequestCachePolicy cachePolicy() const noexcept { return cachePolicy_; }
+  TimeInterval timeoutInterval() const noexcept { return timeoutInterval_; }
+
+  /// "GET" at first. Never null.
+  String HTTPMethod() const;
+  /// What is not a method name (null, empty, with blanks or line breaks) changes nothing.
+  void setHTTPMethod(String method);
+
+  /// Null at first: none.
+  Data HTTPBody() const;
+  void setHTTPBody(Data body);
+
+  /// Adds the value to the field; a value that is there already stays in front, with a comma
+  /// between the two. A field name that is not one, a null value, and a value with a line break or
+  /// a zero byte change nothing: they could smuggle other fields into the request.
+  void addValueForHTTPHeaderField(const String& value, const String& field);
+  /// The field's value, whatever the case of its name; null when it has none.
+  String valueForHTTPHeaderField(const String& field) const;
+  /// A new dictionary of all values by field name.
+  Dictionary allHTTPHeaderFields() const;
+
+  /// Another request with the same content.
+  std::shared_ptr<MutableURLRequest> copy() const;
+  /// Class, address, method and URL.
+  String description() const override;
+
+ private:
+  struct Content {
+    String method;
+    Data body;
+    HTTPHeaderFields fields;
+  };
+  Content content() const;
+
+  const std::optional<URL> url_;
+  const URLRequestCachePolicy cachePolicy_;
+  const TimeInterval timeoutInterval_;
+  mutable std::mutex mutex_;
+  Content content_;
+};
+
+}  // namespace QVPlatform
