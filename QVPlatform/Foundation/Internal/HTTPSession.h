@@ -1,0 +1,61 @@
+#pragma once
+
+#include <QVPlatform/Foundation/URLConnection.h>
+
+#include <curl/curl.h>
+
+#include <string>
+
+namespace QVPlatform {
+
+/// Transfers, one after the other, over connections that are kept open in between.
+///
+/// Threads: one transfer at a time; consecutive ones may come from different threads. The caller
+/// keeps SIGPIPE away (BrokenPipeGuard), from the destructor too.
+class HTTPSession {
+ public:
+  struct Limits {
+    std::size_t responseSize;   // bytes
+    TimeInterval transferTime;  // seconds
+  };
+  struct Outcome {
+    Data body;
+    std::shared_ptr<HTTPURLResponse> response;
+    std::shared_ptr<Error> error;
+  };
+
+  HTTPSession();
+  ~HTTPSession();
+  HTTPSession(const HTTPSession&) = delete;
+  HTTPSession& operator=(const HTTPSession&) = delete;
+
+  /// Sends a request whose URL is http or https and has a host, and waits for its answer.
+  Outcome send(const MutableURLRequest& request, Limits limits);
+
+ private:
+  template <class T>
+  void set(CURLoption option, T value) {
+    curl_easy_setopt(easy_, option, value);
+  }
+  void setConstantOptions();
+  void setMethodAndBody(const String& method, const Data& body);
+  CURLcode run(TimeInterval timeout, TimeInterval transferTime);
+  CURLcode waitForResult(TimeInterval timeout, TimeInterval transferTime);
+  std::shared_ptr<HTTPURLResponse> receivedResponse() const;
+  std::shared_ptr<Error> errorFor(CURLcode result) const;
+
+  std::size_t receiveHeaderLine(std::string_view line);
+  std::size_t receiveBody(std::string_view bytes);
+  static std::size_t onHeaderLine(char* bytes, std::size_t, std::size_t size, void* session);
+  static std::size_t onBody(char* bytes, std::size_t, std::size_t size, void* session);
+
+  CURL* easy_;
+  CURLM* multi_;
+  char message_[CURL_ERROR_SIZE] = "";
+  std::string body_;
+  std::size_t maximumBodySize_ = 0;
+  std::size_t headerSize_ = 0;     // of all answers of the transfer
+  bool headerIsComplete_ = false;  // of the answer that came last
+};
+
+}  // namespace QVPlatform

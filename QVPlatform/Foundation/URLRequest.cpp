@@ -1,0 +1,77 @@
+#include <QVPlatform/Foundation/URLRequest.h>
+#include <QVPlatform/Foundation/Value.h>
+
+namespace QVPlatform {
+namespace {
+
+constexpr TimeInterval kDefaultTimeoutInterval = 60;
+constinit String::Literal getText{"GET"};
+
+}  // namespace
+
+MutableURLRequest::MutableURLRequest(std::optional<URL> url, URLRequestCachePolicy cachePolicy,
+                                     TimeInterval timeoutInterval)
+    : url_(std::move(url)),
+      cachePolicy_(cachePolicy),
+      timeoutInterval_(timeoutInterval > 0 ? timeoutInterval : kDefaultTimeoutInterval),
+      content_{String(getText), nullptr, {}} {}
+
+MutableURLRequest::MutableURLRequest(const MutableURLRequest& other)
+    : Object(other),
+      url_(other.url_),
+      cachePolicy_(other.cachePolicy_),
+      timeoutInterval_(other.timeoutInterval_),
+      content_(other.content()) {}
+
+MutableURLRequest::Content MutableURLRequest::content() const {
+  const std::lock_guard lock(mutex_);
+  return content_;
+}
+
+String MutableURLRequest::HTTPMethod() const {
+  const std::lock_guard lock(mutex_);
+  return content_.method;
+}
+
+void MutableURLRequest::setHTTPMethod(String method) {
+  if (!isHTTPToken(method)) return;
+  const std::lock_guard lock(mutex_);
+  content_.method = std::move(method);
+}
+
+Data MutableURLRequest::HTTPBody() const {
+  const std::lock_guard lock(mutex_);
+  return content_.body;
+}
+
+void MutableURLRequest::setHTTPBody(Data body) {
+  const std::lock_guard lock(mutex_);
+  content_.body = std::move(body);
+}
+
+void MutableURLRequest::addValueForHTTPHeaderField(const String& value, const String& field) {
+  if (!isHTTPToken(field) || !isHTTPFieldValue(value)) return;
+  const std::lock_guard lock(mutex_);
+  content_.fields.add(field, value);
+}
+
+String MutableURLRequest::valueForHTTPHeaderField(const String& field) const {
+  const std::lock_guard lock(mutex_);
+  return content_.fields.value(field);
+}
+
+Dictionary MutableURLRequest::allHTTPHeaderFields() const {
+  const std::lock_guard lock(mutex_);
+  return content_.fields.dictionary();
+}
+
+std::shared_ptr<MutableURLRequest> MutableURLRequest::copy() const {
+  return std::make_shared<MutableURLRequest>(*this);
+}
+
+String MutableURLRequest::description() const {
+  return stringWithFormat("%@ { %@ %@ }", {Object::description(), HTTPMethod(),
+                                           url_ ? url_->absoluteString() : String()});
+}
+
+}  // namespace QVPlatform
