@@ -28,6 +28,7 @@ function(qv_test name)
   add_executable(${name} ${ARGN})
   qv_target(${name})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
-  target_link_libraries(${name} PRIVATE QVCore QVPlatform GTest::gmock GTest::gtest_main)
+  target_link_libraries(${name} PRIVATE QVCore QVPlatform GTest::gmock GTest::gtest_main
+                        PkgConfig::httplib)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120)
 endfunction()
