@@ -1,0 +1,45 @@
+#include <QVPlatform/Foundation/ClassRegistry.h>
+
+#include <mutex>
+#include <unordered_map>
+
+namespace QVPlatform {
+namespace {
+
+struct Registry {
+  std::mutex mutex;
+  std::unordered_map<String, ClassRegistry::Factory> factories;
+};
+
+/// Made by whoever comes first, be it a static initialiser, and never destroyed: threads may
+/// outlive main.
+Registry& registry() {
+  static Registry& registry = *new Registry;
+  return registry;
+}
+
+}  // namespace
+
+void ClassRegistry::registerClass(const String& name, Factory factory) {
+  if (name.isNull()) return;
+  const std::lock_guard lock(registry().mutex);
+  Factory& known = registry().factories[name];
+  if (factory) known = factory;
+}
+
+bool ClassRegistry::isRegistered(const String& name) {
+  const std::lock_guard lock(registry().mutex);
+  return registry().factories.contains(name);
+}
+
+std::shared_ptr<Object> ClassRegistry::make(const String& name) {
+  Factory factory = nullptr;
+  {
+    const std::lock_guard lock(registry().mutex);
+    const auto place = registry().factories.find(name);
+    if (place != registry().factories.end()) factory = place->second;
+  }
+  return factory ? factory() : nullptr;
+}
+
+}  // namespace QVPlatform

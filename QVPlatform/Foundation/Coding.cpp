@@ -1,0 +1,7 @@
+#include <QVPlatform/Foundation/Coding.h>
+
+namespace QVPlatform {
+
+Coding::~Coding() = default;
+
+}  // namespace QVPlatform

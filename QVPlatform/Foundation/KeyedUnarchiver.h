@@ -1,0 +1,41 @@
+#pragma once
+
+#include <QVPlatform/Export.h>
+#include <QVPlatform/Foundation/Value.h>
+
+#include <memory>
+
+namespace QVPlatform {
+
+/// Reads a keyed archive, be it a binary property list or an XML one, written here or elsewhere.
+///
+/// Arrays, dictionaries, text, bytes, dates and numbers are read in their mutable and immutable
+/// variants; other objects are made through ClassRegistry if they are Coding. What is of an unknown
+/// class is nil and so is left out of its container. What the archive refers to twice is one object
+/// here too.
+///
+/// An archive may come from anywhere: damage, references in a circle, nesting deeper than 128
+/// levels and references that multiply a small file into a huge value make every answer nil.
+/// Time and memory are in proportion to the size of the archive.
+///
+/// Threads: one unarchiver is used by one thread.
+class QVPLATFORM_EXPORT KeyedUnarchiver {
+ public:
+  explicit KeyedUnarchiver(const Data& archive);
+  ~KeyedUnarchiver();
+  KeyedUnarchiver(const KeyedUnarchiver&) = delete;
+  KeyedUnarchiver& operator=(const KeyedUnarchiver&) = delete;
+
+  /// Whether this is a keyed archive in which no damage was met so far.
+  bool isValid() const;
+
+  /// What is stored under the key: of the archive itself or, called from initWithCoder(), of the
+  /// object that is being made. Nil when there is none, or the archive is not valid.
+  Value decodeObjectForKey(const String& key);
+
+ private:
+  class Implementation;
+  std::unique_ptr<Implementation> implementation_;
+};
+
+}  // namespace QVPlatform

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <QVPlatform/Export.h>
+#include <QVPlatform/Foundation/Value.h>
+
+#include <memory>
+
+namespace QVPlatform {
+
+/// The application's preferences: small values that are kept across launches, in the binary
+/// property list "Library/Preferences/<identifier>.plist" of its container (mode 0600 in 0700).
+///
+/// The file is read at the first use. From then on values are read from memory, and changes stay in
+/// memory until synchronize() brings both together; what another process wrote is seen from the
+/// next synchronize() on.
+///
+/// Threads: every operation may be called from any thread. The standard one is never destroyed.
+class QVPLATFORM_EXPORT UserDefaults {
+ public:
+  static UserDefaults& standardUserDefaults();
+
+  /// The value under the key, or nil. Text and bytes are shared, containers are the caller's own
+  /// copy.
+  Value objectForKey(const String& key) const;
+
+  /// Keeps a copy of the value under the key; nil removes the key. A value that is not a property
+  /// list (PropertyList::copy) is refused with a line on the console log. A null key is ignored.
+  void setObjectForKey(const Value& value, const String& key);
+
+  /// Reads the file anew, lays the changes of this process over it and writes it whole, all under a
+  /// lock between processes: of two processes that change different keys, none loses a change. A
+  /// missing or damaged file is replaced by all that this process knows. False when the file could
+  /// not be written, or the lock was not to be had within seconds; the old file stays, and the
+  /// changes are kept for the next time.
+  bool synchronize();
+
+ private:
+  UserDefaults();
+
+  class Implementation;
+  const std::unique_ptr<Implementation> implementation_;
+};
+
+}  // namespace QVPlatform
