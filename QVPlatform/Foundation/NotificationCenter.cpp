@@ -1,6 +1,7 @@
 #include <QVPlatform/Foundation/NotificationCenter.h>
 
-#include <atomic>
+#include <QVPlatform/Dispatch/CallGate.h>
+
 #include <mutex>
 #include <shared_mutex>
 #include <unordered_map>
@@ -10,7 +11,7 @@
 namespace QVPlatform {
 namespace {
 
-/// One call of addObserver(), with the number of deliveries that are in its callback.
+/// One call of addObserver().
 struct Registration {
   Registration(NotificationCenter::Callback itsCallback, const void* itsObserver,
                const Object* itsObject)
@@ -19,55 +20,8 @@ struct Registration {
   const NotificationCenter::Callback callback;
   const void* const observer;
   const Object* const object;
-  std::atomic<unsigned> running{0};
-  std::atomic<bool> isRemoved{false};
+  CallGate gate;
 };
-
-/// A delivery under way on this thread. They form a stack, since callbacks may post.
-class Delivery {
- public:
-  explicit Delivery(Registration& registration) : registration_(registration), outer_(innermost_) {
-    innermost_ = this;
-    ++registration_.running;
-  }
-  ~Delivery() {
-    innermost_ = outer_;
-    // The remover reads `running` after it has set `isRemoved`; this is the other way round, so
-    // one of the two always sees the other.
-    --registration_.running;
-    if (registration_.isRemoved) registration_.running.notify_all();
-  }
-  Delivery(const Delivery&) = delete;
-  Delivery& operator=(const Delivery&) = delete;
-
-  void run(const Notification& notification) const {
-    if (!registration_.isRemoved) registration_.callback(notification);
-  }
-
-  /// How many deliveries on the calling thread are in the registration's callback.
-  static unsigned countOnThisThread(const Registration& registration) {
-    unsigned count = 0;
-    for (const Delivery* delivery = innermost_; delivery; delivery = delivery->outer_) {
-      if (&delivery->registration_ == &registration) ++count;
-    }
-    return count;
-  }
-
- private:
-  static thread_local constinit const Delivery* innermost_;
-
-  Registration& registration_;
-  const Delivery* const outer_;
-};
-
-thread_local constinit const Delivery* Delivery::innermost_ = nullptr;
-
-void waitForOtherThreads(const Registration& registration) {
-  const unsigned own = Delivery::countOnThisThread(registration);
-  for (unsigned running; (running = registration.running) > own;) {
-    registration.running.wait(running);
-  }
-}
 
 /// A list is never changed once it can be seen: a post walks the one that it found, unlocked.
 using Registrations = std::vector<std::shared_ptr<Registration>>;
@@ -132,9 +86,9 @@ void NotificationCenter::removeObserver(const void* observer) {
     const auto names = state_->namesByObserver.extract(observer);
     if (names.empty()) return;
     for (const String& name : names.mapped()) state_->take(observer, name, removed);
-    for (const auto& registration : removed) registration->isRemoved = true;
+    for (const auto& registration : removed) registration->gate.beginClosing();
   }
-  for (const auto& registration : removed) waitForOtherThreads(*registration);
+  for (const auto& registration : removed) registration->gate.close();
 }
 
 void NotificationCenter::postNotification(const Notification& notification) {
@@ -142,7 +96,7 @@ void NotificationCenter::postNotification(const Notification& notification) {
   if (!registrations) return;
   for (const auto& registration : *registrations) {
     if (registration->object && registration->object != notification.object().get()) continue;
-    Delivery(*registration).run(notification);
+    registration->gate.enter([&] { registration->callback(notification); });
   }
 }
 

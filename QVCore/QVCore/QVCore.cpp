@@ -1,1 +1,0 @@
-#include <QVCore/QVCore.h>

@@ -1,0 +1,147 @@
+#include <QVCore/QVLogger.h>
+
+#include <QVCore/QVCoreConstants.h>
+#include <QVCore/QVDebug.h>
+#include <QVCore/QVSharedService.h>
+#include <QVPlatform/Application.h>
+#include <QVPlatform/Foundation/FileManager.h>
+
+#include <cstdio>
+
+using QVPlatform::FileManager;
+using QVPlatform::Notification;
+using QVPlatform::NotificationCenter;
+using QVPlatform::String;
+using QVPlatform::stringWithFormat;
+using QVPlatform::Value;
+
+namespace {
+
+constexpr std::int32_t kSilence = 6;
+
+const String* const kLoggedNames[] = {
+    &kQVNotification_HitSent,
+    &kQVNotification_HTTPRequest,
+    &kQVNotification_HTTPRequestSent,
+    &kQVNotification_HTTPResponse,
+    &kQVNotification_HTTPRequestError,
+    &kQVNotification_SegmentRequest,
+    &kQVNotification_SegmentResponse,
+    &kQVNotification_ConfigurationRequest,
+    &kQVNotification_ConfigurationResponse,
+    &kQVNotification_InternetUp,
+    &kQVNotification_InternetDown,
+    &kQVNotification_InternetChanged,
+    &kQVNotification_UserAgentAvailable,
+    &kQVNotification_Unknown,
+    &kQVNotification_OnBackground,
+    &kQVNotification_OnForeground,
+    &kQVNotification_StartingTheSDK,
+    &kQVNotification_StoppingTheSDK,
+};
+
+}  // namespace
+
+std::atomic<std::int32_t> QVLogger::QV_INIT_STATE = QVInitStateNever;
+
+std::shared_ptr<QVLogger> QVLogger::sharedInstance() { return QVSharedInstance<QVLogger>::get(); }
+
+QVLogger::~QVLogger() {
+  if (const auto listener = listenerDelegate()) listener->setParent(nullptr);
+}
+
+std::shared_ptr<QVLogger> QVLogger::init() {
+  QVGuardedInit(QV_INIT_STATE, [this] { initialise(); });
+  return std::static_pointer_cast<QVLogger>(self());
+}
+
+std::shared_ptr<QVLogger> QVLogger::reinit() {
+  QV_INIT_STATE = QVInitStateRequestedAgain;
+  return init();
+}
+
+void QVLogger::initialise() {
+  auto sender = std::make_shared<QVEventSender>()->init();
+  sender->setParent(this);
+  setSenderDelegate(std::move(sender));
+  auto listener = std::make_shared<QVEventListener>()->init();
+  listener->setParent(this);
+  setListenerDelegate(listener);
+  setDebugVerboseNotificationLog(false);
+  for (const String* name : kLoggedNames) listener->listen(*name);
+  QV_INIT_STATE = QVInitStateDone;
+}
+
+void QVLogger::setSenderDelegate(std::shared_ptr<QVEventSender> sender) {
+  senderDelegate_.set(std::move(sender));
+}
+
+void QVLogger::setListenerDelegate(std::shared_ptr<QVEventListener> listener) {
+  listenerDelegate_.set(std::move(listener));
+}
+
+void QVLogger::logMessageWithLevel(const Value& message, std::int32_t level) {
+  const std::int32_t setting = QVDebug::getLogLevel();
+  if (setting == kSilence) return;
+  if (static_cast<std::uint32_t>(level) >= static_cast<std::uint32_t>(setting)) {
+    logToConsole(message);
+  }
+}
+
+void QVLogger::logToConsole(const Value& message) {
+  const String text = message.description();
+  std::printf("%s\n", text.UTF8String());
+}
+
+String QVLogger::privateQVDirectory() {
+  return stringWithFormat("%@/%@",
+                          {QVPlatform::Application::libraryDirectory(), kQVFilePrivateDocuments});
+}
+
+String QVLogger::getPrivatePathToFile(const String& name) {
+  const String directory = privateQVDirectory();
+  if (!FileManager::fileExistsAtPath(directory)) FileManager::createDirectoryAtPath(directory);
+  return directory + String("/") + name;
+}
+
+void QVLogger::changeNotificationCenter(const std::shared_ptr<NotificationCenter>& center) {
+  if (const auto listener = listenerDelegate()) listener->setNotificationCenter(center);
+  if (const auto sender = senderDelegate()) sender->setNotificationCenter(center);
+}
+
+void QVLogger::onNotificationReceived(const Notification& notification) {
+  verboseNotificationLog(notification);
+  const String& name = notification.name();
+  if (name == kQVNotification_StoppingTheSDK) {
+    if (const auto listener = listenerDelegate()) listener->stopListening();
+  } else if (name == kQVNotification_HitSent) {
+    logHitSent(notification);
+  } else if (name == kQVNotification_InternetUp || name == kQVNotification_InternetDown) {
+    logMessageWithLevel(name, 2);
+  } else if (name == kQVNotification_HTTPRequestError) {
+    logRequestError(notification);
+  }
+}
+
+void QVLogger::logRequestError(const Notification& notification) {
+  const auto userInfo = notification.userInfo();
+  logMessageWithLevel(
+      stringWithFormat("%@: ID: %@, Request Type: %@, URL: %@",
+                       {notification.name(), userInfo.get(kQVUserInfo_RequestID),
+                        userInfo.get(kQVUserInfo_RequestType), userInfo.get(kQVUserInfo_URLKey)}),
+      2);
+}
+
+void QVLogger::logHitSent(const Notification& notification) {
+  const auto userInfo = notification.userInfo();
+  const Value url = userInfo.get(kQVUserInfo_URLKey);
+  const Value text = url.isNil() ? userInfo.get(kQVUserInfo_DataKey)
+                                 : url.description().stringByReplacingPercentEscapes();
+  logMessageWithLevel(stringWithFormat("Hit sent: %@: %@", {notification.object(), text}), 2);
+}
+
+void QVLogger::verboseNotificationLog(const Notification& notification) {
+  if (!debugVerboseNotificationLog()) return;
+  logMessageWithLevel(
+      stringWithFormat("%@ | (%@)", {notification.name(), notification.object()}), 0);
+}

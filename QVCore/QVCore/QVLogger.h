@@ -1,0 +1,68 @@
+#pragma once
+
+#include <QVCore/Export.h>
+#include <QVCore/QVEventListener.h>
+#include <QVCore/QVEventSender.h>
+#include <QVCore/QVSingleton.h>
+#include <QVPlatform/Foundation/Property.h>
+#include <QVPlatform/Foundation/Value.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+/// Writes the kit's diagnostic lines to standard output, filtered by one level, and turns some of the
+/// kit's notifications into such lines. It also knows the kit's private directory.
+///
+/// Levels are numbers: 0 notification trace, 1 offline hits, 2 traffic and connectivity, 3 number
+/// parsing, 4 configurations and request details; 6 as the setting silences everything.
+/// Threads: all operations may be called from any thread.
+class QVCORE_EXPORT QVLogger : public QVSingleton,
+                               public IQVEventSenderDelegate,
+                               public IQVEventListenerDelegate {
+ public:
+  static std::shared_ptr<QVLogger> sharedInstance();
+  ~QVLogger() override;
+
+  /// See QVSingleton. Both return the receiver. reinit() also resumes listening after a stop.
+  std::shared_ptr<QVLogger> init();
+  std::shared_ptr<QVLogger> reinit();
+
+  /// Prints the message if its level, as an unsigned number, is at least the setting's.
+  void logMessageWithLevel(const QVPlatform::Value& message, std::int32_t level);
+  /// Prints the message's description and a line feed, and nothing else.
+  void logToConsole(const QVPlatform::Value& message);
+
+  /// Path of the private directory: "QVPrivateDocuments" in the Library directory. Does not make it.
+  static QVPlatform::String privateQVDirectory();
+  /// Path of a file in the private directory, which is made if it is missing; that this failed shows
+  /// when the file is opened.
+  QVPlatform::String getPrivatePathToFile(const QVPlatform::String& name);
+
+  void changeNotificationCenter(
+      const std::shared_ptr<QVPlatform::NotificationCenter>& center) override;
+  void onNotificationReceived(const QVPlatform::Notification& notification) override;
+  /// Logs "Hit sent: " with the notification's object and its unescaped "url", or else its "data".
+  void logHitSent(const QVPlatform::Notification& notification);
+  /// Logs the notification's name and object, if debugVerboseNotificationLog() is on.
+  void verboseNotificationLog(const QVPlatform::Notification& notification);
+
+  bool debugVerboseNotificationLog() const noexcept { return debugVerboseNotificationLog_; }
+  void setDebugVerboseNotificationLog(bool isOn) noexcept { debugVerboseNotificationLog_ = isOn; }
+
+  /// Both are null in a bare instance.
+  std::shared_ptr<QVEventSender> senderDelegate() const { return senderDelegate_.get(); }
+  void setSenderDelegate(std::shared_ptr<QVEventSender> sender);
+  std::shared_ptr<QVEventListener> listenerDelegate() const { return listenerDelegate_.get(); }
+  void setListenerDelegate(std::shared_ptr<QVEventListener> listener);
+
+ private:
+  void initialise();
+  void logRequestError(const QVPlatform::Notification& notification);
+
+  static std::atomic<std::int32_t> QV_INIT_STATE;
+
+  QVPlatform::Property<std::shared_ptr<QVEventSender>> senderDelegate_;
+  QVPlatform::Property<std::shared_ptr<QVEventListener>> listenerDelegate_;
+  std::atomic<bool> debugVerboseNotificationLog_{false};
+};
