@@ -19,7 +19,12 @@ function(qv_library target)
   set_target_properties(${target} PROPERTIES
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR})
-  target_link_options(${target} PRIVATE -Wl,--no-undefined -Wl,--as-needed)
+  target_link_options(${target} PRIVATE -Wl,--as-needed)
+  # With clang the sanitizers' run time is in the program alone, so that a library refers to symbols
+  # that none of its own libraries defines.
+  if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize=")
+    target_link_options(${target} PRIVATE -Wl,--no-undefined)
+  endif()
 endfunction()
 
 # qv_test(<name> <sources...>): a GoogleTest program; each of its tests runs in a process of its

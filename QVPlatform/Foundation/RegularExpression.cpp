@@ -1,0 +1,62 @@
+#include <QVPlatform/Foundation/RegularExpression.h>
+#include <unicode/regex.h>
+
+#include <chrono>
+#include <cstdint>
+#include <utility>
+
+namespace QVPlatform {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Compiling takes time in proportion to the length, some 10 us for a set of letters.
+constexpr std::size_t kLongestPattern = 10000;
+constexpr std::chrono::seconds kLongestSearch{1};
+constexpr std::int32_t kLargestStack = 8 * 1024 * 1024;
+
+bool isBefore(const void* deadline) {
+  return Clock::now() < *static_cast<const Clock::time_point*>(deadline);
+}
+
+// ICU's own time limit counts steps of backtracking only: a pattern that does much work at every
+// position without ever backtracking passes it by. Asking at every position as well closes the gap.
+UBool continueMatch(const void* deadline, std::int32_t) { return isBefore(deadline); }
+UBool continueFind(const void* deadline, std::int64_t) { return isBefore(deadline); }
+
+}  // namespace
+
+struct RegularExpression::Compiled {
+  std::unique_ptr<icu::RegexPattern> pattern;
+};
+
+RegularExpression::RegularExpression(std::shared_ptr<const Compiled> compiled) noexcept
+    : compiled_(std::move(compiled)) {}
+
+std::optional<RegularExpression> RegularExpression::regularExpressionWithPattern(
+    const String& pattern) {
+  if (pattern.isNull() || pattern.view().size() > kLongestPattern) return std::nullopt;
+  UErrorCode status = U_ZERO_ERROR;
+  std::unique_ptr<icu::RegexPattern> compiled(
+      icu::RegexPattern::compile(icu::UnicodeString::fromUTF8(pattern.view()), 0, status));
+  if (U_FAILURE(status) || !compiled) return std::nullopt;
+  return RegularExpression(std::make_shared<const Compiled>(Compiled{std::move(compiled)}));
+}
+
+std::optional<Range> RegularExpression::firstMatchInString(const String& text) const {
+  if (text.isNull() || text.view().size() > INT32_MAX) return std::nullopt;
+  const icu::UnicodeString units = icu::UnicodeString::fromUTF8(text.view());
+  const Clock::time_point deadline = Clock::now() + kLongestSearch;
+  UErrorCode status = U_ZERO_ERROR;
+  const std::unique_ptr<icu::RegexMatcher> matcher(compiled_->pattern->matcher(units, status));
+  if (U_FAILURE(status) || !matcher) return std::nullopt;
+  matcher->setStackLimit(kLargestStack, status);
+  matcher->setMatchCallback(continueMatch, &deadline, status);
+  matcher->setFindProgressCallback(continueFind, &deadline, status);
+  if (!matcher->find(0, status) || U_FAILURE(status)) return std::nullopt;
+  const std::int32_t start = matcher->start(status);
+  const std::int32_t end = matcher->end(status);
+  return Range{static_cast<std::size_t>(start), static_cast<std::size_t>(end - start)};
+}
+
+}  // namespace QVPlatform

@@ -1,0 +1,280 @@
+#include <QVPlatform/Foundation/CharacterSet.h>
+#include <QVPlatform/Foundation/DateFormatter.h>
+#include <QVPlatform/Foundation/NumberFormatter.h>
+#include <QVPlatform/Foundation/RegularExpression.h>
+#include <QVPlatform/Foundation/UUID.h>
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+using QVPlatform::Date;
+using QVPlatform::DateFormatter;
+using QVPlatform::NumberFormatter;
+using QVPlatform::Range;
+using QVPlatform::RegularExpression;
+using QVPlatform::String;
+using QVPlatform::UUID;
+using QVPlatform::Value;
+
+namespace {
+
+std::string repeated(std::string_view text, int times) {
+  std::string result;
+  for (int i = 0; i < times; ++i) result += text;
+  return result;
+}
+
+std::optional<Range> firstMatch(const String& pattern, const String& text) {
+  return RegularExpression::regularExpressionWithPattern(pattern).value().firstMatchInString(text);
+}
+
+TEST(RegularExpression, FindsTheFirstMatchAndCountsUTF16Units) {
+  const struct {
+    const char* pattern;
+    const char* text;
+    std::optional<Range> match;
+  } cases[] = {
+      {"[0-9]+", "ab123cd45", Range{2, 3}},
+      {"b",
+       "\xf0\x9f\x98\x80\xc3\xa9"
+       "b",
+       Range{3, 1}},
+      {"", "abc", Range{0, 0}},
+      {"^$", "", Range{0, 0}},
+      {"a", "", std::nullopt},
+      {"ABC", "abc", std::nullopt},
+      {"a.b", "a\nb", std::nullopt},
+      {"^b", "a\nb", std::nullopt},
+      {"a$", "a\nb", std::nullopt},
+      {"\\p{Lu}", "a\xc3\x89", Range{1, 1}},
+  };
+  for (const auto& [pattern, text, match] : cases) {
+    EXPECT_EQ(firstMatch(pattern, text), match) << pattern << " in " << text;
+  }
+  EXPECT_EQ(firstMatch("b", String(std::string_view("a\0b", 3))), (Range{2, 1}));
+  EXPECT_EQ(firstMatch("", nullptr), std::nullopt);
+}
+
+TEST(RegularExpression, IsNotMadeFromAMalformedOrOverlongPattern) {
+  const String patterns[] = {nullptr,
+                             "(",
+                             "[a",
+                             "*",
+                             "a{2,1}",
+                             "\\",
+                             repeated("(", 5000),
+                             repeated("(a", 3000) + repeated(")", 3000),
+                             repeated("[", 5000),
+                             "a{99999999999}",
+                             repeated("a", 10001)};
+  for (const String& pattern : patterns) {
+    EXPECT_FALSE(RegularExpression::regularExpressionWithPattern(pattern)) << pattern.view();
+  }
+  EXPECT_TRUE(RegularExpression::regularExpressionWithPattern(repeated("a", 10000)));
+}
+
+// Each of these takes minutes or all memory when it is let run: by backtracking, by an expensive
+// comparison, by the depth of its stack, and (the last) by work at every position of the text.
+TEST(RegularExpression, GivesUpAnEndlessSearch) {
+  const struct {
+    std::string pattern;
+    std::string text;
+  } cases[] = {
+      {"(a+)+b", repeated("a", 60)},
+      {"(a{1,5000})(\\1){5000}b", repeated("a", 300000)},
+      {"(.|\\n)*z", repeated("x", 5000000) + "z"},
+      {repeated("(a)", 3000) + "b", repeated("a", 5000000)},
+  };
+  for (const auto& [pattern, text] : cases) {
+    EXPECT_EQ(firstMatch(pattern, text), std::nullopt) << pattern.substr(0, 30);
+  }
+}
+
+TEST(NumberFormatter, ReadsWholeTextsInTheirLocale) {
+  const std::int64_t largest = std::numeric_limits<std::int64_t>::max();
+  const struct {
+    const char* locale;
+    const char* text;
+    Value number;
+  } cases[] = {
+      {"en_US", "42", 42},
+      {"en_US", "007", 7},
+      {"en_US", "-1", -1},
+      {"en_US", "1.5", 1.5},
+      {"en_US", ".5", 0.5},
+      {"en_US", "1.5E3", 1500},
+      {"en_US", "9223372036854775807", largest},
+      {"en_US", "9223372036854775808", 9223372036854775808.0},
+      {"en_US", "\xd9\xa4\xd9\xa2", 42},
+      {"de_DE", "1,5", 1.5},
+      {"fr_FR", "1,5", 1.5},
+      {"ar_EG", "\xd9\xa4\xd9\xab\xd9\xa5", 4.5},
+      {"xx_XX", "1.5", 1.5},
+      {"en_US", "", nullptr},
+      {"en_US", "abc", nullptr},
+      {"en_US", "12a", nullptr},
+      {"en_US", "0x10", nullptr},
+      {"en_US", "1E", nullptr},
+      {"en_US", "--1", nullptr},
+      {"en_US", "1-", nullptr},
+      {"en_US", "+5", nullptr},
+      {"en_US", " 42", nullptr},
+      {"en_US", "42 ", nullptr},
+      {"en_US", "1,234", nullptr},
+      {"en_US", "5%", nullptr},
+      {"en_US", "$5", nullptr},
+      {"en_US", "NaN", nullptr},
+      {"en_US", "\xe2\x88\x9e", nullptr},
+      {"en_US", "1e400", nullptr},
+      {"de_DE", "1.5", nullptr},
+      {"de_DE", "1.234", nullptr},
+  };
+  for (const auto& [locale, text, number] : cases) {
+    String failure;
+    EXPECT_EQ(NumberFormatter(locale).numberFromString(text, &failure), number) << text;
+    EXPECT_TRUE(failure.isNull()) << text << ": " << failure.view();
+  }
+}
+
+TEST(NumberFormatter, GivesIntegersAsSixtyFourBitsAndTheRestAsDoubles) {
+  const NumberFormatter formatter("en_US");
+  for (const char* text : {"1", "-5000000000", "1.0", "2e3"}) {
+    const Value number = formatter.numberFromString(text);
+    EXPECT_TRUE(std::holds_alternative<std::int64_t>(number.storage())) << text;
+  }
+  for (const char* text : {"1.25", "1e19", "-9223372036854775809"}) {
+    const Value number = formatter.numberFromString(text);
+    EXPECT_TRUE(std::holds_alternative<double>(number.storage())) << text;
+  }
+}
+
+TEST(NumberFormatter, TellsTheTextItCannotJudgeFromTheOneThatIsNoNumber) {
+  String failure;
+  EXPECT_EQ(NumberFormatter().numberFromString(repeated("0", 4095) + "7", &failure), Value(7));
+  EXPECT_TRUE(NumberFormatter().numberFromString(nullptr, &failure).isNil());
+  EXPECT_TRUE(failure.isNull());
+  const String overlong = repeated("7", 4097);
+  EXPECT_TRUE(NumberFormatter().numberFromString(overlong, &failure).isNil());
+  EXPECT_EQ(failure, String("The text is too long for a number"));
+  EXPECT_TRUE(NumberFormatter().numberFromString(overlong).isNil());
+}
+
+TEST(CharacterSet, KnowsTheDecimalDigitsOfAllScripts) {
+  const struct {
+    String text;
+    bool isDigits;
+  } cases[] = {
+      {"", true},
+      {"0123456789", true},
+      {"\xd9\xa0\xd9\xa9", true},  // Arabic-Indic zero and nine
+      {"\xf0\x9d\x9f\x98", true},  // mathematical double-struck zero, beyond 16 bits
+      {nullptr, false},
+      {"12a", false},
+      {"-1", false},
+      {"1.5", false},
+      {" 1", false},
+      {"\xc2\xb2", false},      // superscript two
+      {"\xe2\x85\xa7", false},  // Roman numeral eight
+      {"\xf0\x9f\x98\x80", false},
+      {String(std::string_view("1\0", 2)), false},
+  };
+  for (const auto& [text, isDigits] : cases) {
+    EXPECT_EQ(QVPlatform::consistsOfDecimalDigits(text), isDigits) << text.view();
+  }
+}
+
+constexpr const char* kHeaderPattern = "EEE, dd MMM yyyy HH:mm:ss zzz";
+
+TEST(DateFormatter, WritesDatesForServers) {
+  const double infinity = std::numeric_limits<double>::infinity();
+  const double nearLargest = 18446744073709551615.0;
+  const struct {
+    double seconds;
+    const char* text;
+  } cases[] = {
+      {0, "Thu, 01 Jan 1970 00:00:00 GMT"},
+      {1615215537, "Mon, 08 Mar 2021 14:58:57 GMT"},
+      {1615215537.999, "Mon, 08 Mar 2021 14:58:57 GMT"},
+      {-1, "Wed, 31 Dec 1969 23:59:59 GMT"},
+      {4102444799, "Thu, 31 Dec 2099 23:59:59 GMT"},
+      {nearLargest, "Tue, 20 Dec 5828963 00:00:00 GMT"},
+      {infinity, "Tue, 20 Dec 5828963 00:00:00 GMT"},
+  };
+  const DateFormatter formatter(kHeaderPattern, "GMT");
+  for (const auto& [seconds, text] : cases) {
+    EXPECT_EQ(formatter.stringFromDate(Date{seconds}), String(text)) << seconds;
+  }
+  EXPECT_FALSE(formatter.stringFromDate(Date{-infinity}).isNull());
+  const double notANumber = std::numeric_limits<double>::quiet_NaN();
+  EXPECT_TRUE(formatter.stringFromDate(Date{notANumber}).isNull());
+}
+
+TEST(DateFormatter, TakesPatternAndTimeZone) {
+  const struct {
+    String pattern;
+    String zone;
+    String text;
+  } cases[] = {
+      {"HH:mm", "Europe/Paris", "01:00"}, {"HH:mm", "Nowhere/Land", "00:00"},
+      {"HH:mm", nullptr, "00:00"},        {"", "GMT", ""},
+      {nullptr, "GMT", nullptr},
+  };
+  for (const auto& [pattern, zone, text] : cases) {
+    EXPECT_EQ(DateFormatter(pattern, zone).stringFromDate(Date{0}), text) << pattern.view();
+  }
+}
+
+TEST(UUID, IsRandomVersionFourInUpperCase) {
+  constexpr const char* kVersionFour =
+      "^[A-F0-9]{8}-[A-F0-9]{4}-4[A-F0-9]{3}-[89AB][A-F0-9]{3}-[A-F0-9]{12}$";
+  std::set<String> seen;
+  for (int i = 0; i < 1000; ++i) {
+    const String identifier = UUID::UUIDString();
+    EXPECT_TRUE(firstMatch(kVersionFour, identifier)) << identifier.view();
+    EXPECT_TRUE(seen.insert(identifier).second);
+  }
+}
+
+TEST(UUID, OfANameIsTheOneThatTheStandardGives) {
+  constexpr const char* kDNS = "6ba7b810-9dad-11d1-80b4-00c04fd430c8";
+  const struct {
+    String space;
+    String name;
+    String identifier;
+  } cases[] = {
+      {kDNS, "www.example.com", "2ED6657D-E927-568B-95E1-2665A8AEA6A2"},
+      {"6BA7B810-9DAD-11D1-80B4-00C04FD430C8", "www.example.com",
+       "2ED6657D-E927-568B-95E1-2665A8AEA6A2"},
+      {kDNS, nullptr, nullptr},
+      {nullptr, "x", nullptr},
+      {"not an identifier", "x", nullptr},
+  };
+  for (const auto& [space, name, identifier] : cases) {
+    EXPECT_EQ(UUID::nameBased(space, name), identifier) << space.view();
+  }
+  EXPECT_NE(UUID::nameBased(kDNS, String(std::string_view("a\0b", 3))), UUID::nameBased(kDNS, "a"));
+}
+
+// What ICU makes at its first use, in whatever thread that is, must not disturb the others.
+TEST(TextServices, MayBeUsedFromManyThreadsAtOnce) {
+  const auto expression = RegularExpression::regularExpressionWithPattern("[0-9]+x");
+  const DateFormatter dates(kHeaderPattern, "GMT");
+  const NumberFormatter numbers;
+  const auto use = [&] {
+    for (int i = 0; i < 200; ++i) {
+      EXPECT_EQ(expression->firstMatchInString("ab12x"), (Range{2, 3}));
+      EXPECT_EQ(numbers.numberFromString("12"), Value(12));
+      EXPECT_EQ(dates.stringFromDate(Date{0}), String("Thu, 01 Jan 1970 00:00:00 GMT"));
+      EXPECT_TRUE(QVPlatform::consistsOfDecimalDigits(String("12")));
+      EXPECT_NE(UUID::UUIDString(), UUID::UUIDString());
+    }
+  };
+  std::vector<std::jthread> threads;
+  for (int i = 0; i < 4; ++i) threads.emplace_back(use);
+}
+
+}  // namespace
