@@ -1,0 +1,153 @@
+#include <QVPlatform/SystemConfiguration/NetworkReachability.h>
+
+#include <QVPlatform/Foundation/Property.h>
+#include <QVPlatform/SystemConfiguration/KernelReachabilitySource.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <system_error>
+#include <utility>
+
+namespace QVPlatform {
+namespace {
+
+constexpr std::size_t kMaxHostNameLength = 253;
+
+using SourceProperty = Property<std::shared_ptr<ReachabilitySource>>;
+
+SourceProperty& chosenSource() {
+  static SourceProperty& source = *new SourceProperty;  // never destroyed: threads may outlive main
+  return source;
+}
+
+int& lastErrorOfThread() {
+  thread_local int error = 0;
+  return error;
+}
+
+/// Calls the source and, where it answers with nothing, keeps the reason.
+template <class Operation>
+auto askSource(const Operation& operation) {
+  errno = 0;
+  auto answer = operation();
+  if (!answer) lastErrorOfThread() = errno != 0 ? errno : EOPNOTSUPP;
+  return answer;
+}
+
+}  // namespace
+
+ReachabilitySource::~ReachabilitySource() = default;
+
+std::shared_ptr<NetworkReachability> NetworkReachability::createWithName(const String& name) {
+  if (name.isEmpty() || name.view().size() > kMaxHostNameLength) return nullptr;
+  return create({name, {}});
+}
+
+std::shared_ptr<NetworkReachability> NetworkReachability::createWithAddress(
+    const SocketAddress& address) {
+  if (address.length != SocketAddress::kLength || address.family != SocketAddress::kFamilyIPv4) {
+    return nullptr;
+  }
+  return create({String(), address});
+}
+
+std::shared_ptr<NetworkReachability> NetworkReachability::create(ReachabilityTarget target) {
+  auto source = chosenSource().get();
+  if (!source) source = kernelReachabilitySource();
+  return std::shared_ptr<NetworkReachability>(
+      new NetworkReachability(std::move(target), std::move(source)));
+}
+
+void NetworkReachability::setSource(std::shared_ptr<ReachabilitySource> source) {
+  chosenSource().set(std::move(source));
+}
+
+NetworkReachability::NetworkReachability(ReachabilityTarget target,
+                                         std::shared_ptr<ReachabilitySource> source)
+    : target_(std::move(target)), source_(std::move(source)) {}
+
+NetworkReachability::~NetworkReachability() = default;
+
+bool NetworkReachability::getFlags(NetworkReachabilityFlags* flags) const {
+  return askSource([&] { return source_->getFlags(target_, flags); });
+}
+
+bool NetworkReachability::setCallback(Callback callback) {
+  const bool isRemoval = !callback;
+  std::shared_ptr<void> subscription;
+  if (!isRemoval) {
+    subscription = askSource([&] {
+      const auto weakTarget = std::weak_ptr<Object>(weak_from_this());
+      return source_->subscribe(target_, [weakTarget] {
+        const auto target = weakTarget.lock();
+        if (target) static_cast<NetworkReachability&>(*target).scheduleEvaluation();
+      });
+    });
+    if (!subscription) callback = nullptr;
+  }
+  const bool isDone = isRemoval || subscription;
+  {
+    const std::lock_guard lock(mutex_);
+    std::swap(callback_, callback);
+    std::swap(subscription_, subscription);
+  }
+  return isDone;  // the earlier callback and subscription go here, after the lock is released
+}
+
+bool NetworkReachability::setDispatchQueue(std::shared_ptr<SerialQueue> queue) {
+  NetworkReachabilityFlags flags = 0;
+  if (queue && !getFlags(&flags)) return false;
+  {
+    const std::lock_guard lock(mutex_);
+    if (!queue_) knownFlags_ = flags;
+    std::swap(queue_, queue);
+    ++attachment_;
+    isEvaluationPending_ = false;
+  }
+  scheduleEvaluation();  // for a change between the look at the flags and the new queue
+  return true;
+}
+
+/// However many changes a burst has, at most one evaluation waits in the queue.
+void NetworkReachability::scheduleEvaluation() {
+  std::shared_ptr<SerialQueue> queue;
+  std::uint64_t attachment = 0;
+  {
+    const std::lock_guard lock(mutex_);
+    if (!queue_ || isEvaluationPending_) return;
+    isEvaluationPending_ = true;
+    queue = queue_;
+    attachment = attachment_;
+  }
+  queue->async([weakTarget = weak_from_this(), attachment] {
+    const auto target = weakTarget.lock();
+    if (target) static_cast<NetworkReachability&>(*target).evaluate(attachment);
+  });
+}
+
+/// Runs on the queue. An attachment that is not the present one belongs to an earlier queue.
+void NetworkReachability::evaluate(std::uint64_t attachment) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (attachment != attachment_) return;
+    isEvaluationPending_ = false;  // before the look, so that a later change leads to another one
+  }
+  NetworkReachabilityFlags flags = 0;
+  if (!getFlags(&flags)) return;
+  Callback callback;
+  {
+    const std::lock_guard lock(mutex_);
+    if (attachment != attachment_ || flags == knownFlags_) return;
+    knownFlags_ = flags;
+    callback = callback_;
+  }
+  if (callback) callback(flags);
+}
+
+int NetworkReachability::lastError() noexcept { return lastErrorOfThread(); }
+
+String NetworkReachability::lastErrorString() {
+  return String(std::generic_category().message(lastErrorOfThread()));
+}
+
+}  // namespace QVPlatform
