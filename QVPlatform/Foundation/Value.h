@@ -51,7 +51,7 @@ class QVPLATFORM_EXPORT Value {
   Value(Dictionary value) noexcept { assign(std::move(value)); }
   template <std::derived_from<Object> T>
   Value(std::shared_ptr<T> object) noexcept {
-    if (object) storage_ = ObjectReference(std::move(object));
+    if (object) storage_.template emplace<ObjectReference>(std::move(object));
   }
 
   bool isNil() const noexcept { return std::holds_alternative<std::monostate>(storage_); }

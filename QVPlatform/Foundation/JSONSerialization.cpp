@@ -1,0 +1,12 @@
+#include <QVPlatform/Foundation/JSONDocument.h>
+#include <QVPlatform/Foundation/JSONSerialization.h>
+
+namespace QVPlatform {
+
+Value JSONSerialization::JSONObjectWithText(std::string_view text, String* error) {
+  const JSONDocument document(text);
+  if (error) *error = document.error();
+  return document.value();
+}
+
+}  // namespace QVPlatform

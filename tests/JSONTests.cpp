@@ -1,0 +1,186 @@
+#include <QVPlatform/Foundation/JSONDocument.h>
+#include <QVPlatform/Foundation/JSONSerialization.h>
+#include <QVPlatform/Foundation/Null.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <thread>
+#include <vector>
+
+using QVPlatform::Array;
+using QVPlatform::Dictionary;
+using QVPlatform::JSONDocument;
+using QVPlatform::JSONSerialization;
+using QVPlatform::Null;
+using QVPlatform::String;
+using QVPlatform::Value;
+
+namespace {
+
+/// The value that the text stands for, by way of an array around it.
+Value read(const std::string& text) {
+  return JSONSerialization::JSONObjectWithText("[" + text + "]").array().at(0);
+}
+
+/// Equal, and of one kind.
+void expectSame(const Value& value, const Value& expected, const char* text) {
+  EXPECT_EQ(value, expected) << text;
+  EXPECT_EQ(value.storage().index(), expected.storage().index()) << text;
+}
+
+std::string nested(std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); }
+
+TEST(JSON, MakesValuesOfEveryKind) {
+  const Value null = Null::null();
+  String error("not touched");
+  const Value value = JSONSerialization::JSONObjectWithText(
+      R"({"text": "caf\u00e9 \ud83d\ude00", "list": [1, true, null], "none": null, "in": {"a": -0.5}})",
+      &error);
+  EXPECT_TRUE(error.isNull());
+  const Value expected = Dictionary{{"text", "caf\xc3\xa9 \xf0\x9f\x98\x80"},
+                                    {"list", Array{1, true, null}},
+                                    {"none", null},
+                                    {"in", Dictionary{{"a", -0.5}}}};
+  EXPECT_EQ(value, expected);
+  EXPECT_EQ(value.dictionary().get("none").description(), String("<null>"));
+  EXPECT_TRUE(std::holds_alternative<bool>(value.dictionary().get("list").array().at(1).storage()));
+}
+
+TEST(JSON, KeepsTheKindOfNumbersAndReadsThoseBeyondMachineRange) {
+  constexpr double kLargest = std::numeric_limits<double>::max();
+  const struct {
+    const char* text;
+    Value expected;
+  } cases[] = {
+      {"0", std::int64_t{0}},
+      {"-0", std::int64_t{0}},
+      {"9223372036854775807", std::numeric_limits<std::int64_t>::max()},
+      {"-9223372036854775808", std::numeric_limits<std::int64_t>::min()},
+      {"9223372036854775808", std::uint64_t{1} << 63},
+      {"18446744073709551615", std::numeric_limits<std::uint64_t>::max()},
+      {"1.0", 1.0},
+      {"1E2", 100.0},
+      {"-2.5e-1", -0.25},
+      {"18446744073709551616", 18446744073709551616.0},
+      {"-9223372036854775809", -9223372036854775809.0},
+      {"123456789012345678901234567890", 123456789012345678901234567890.0},
+      {"1e308", 1e308},
+      {"1e309", kLargest},
+      {"-1e309", -kLargest},
+      {"1e99999999999999999999999", kLargest},
+      {"0.001e+400", kLargest},
+      {"1e-400", 0.0},
+      {"0e99999999999999999999999", 0.0},
+  };
+  for (const auto& [text, expected] : cases) {
+    expectSame(read(text), expected, text);
+    // Beside a number that takes the second way of reading, every number reads the same.
+    expectSame(read(text + std::string(", 1e999")), expected, text);
+  }
+  const std::string ones(400, '1');
+  expectSame(read(ones), kLargest, "400 digits");
+  expectSame(read(ones + "e-399"), 1.1111111111111112, "400 digits and an exponent");
+  expectSame(read("0." + std::string(400, '0') + "1"), 0.0, "400 zeros");
+}
+
+TEST(JSON, LeavesNumbersInsideOfStringsAlone) {
+  EXPECT_EQ(read(R"("1e999 \" 18446744073709551616", 1e999)").string(),
+            String(R"(1e999 " 18446744073709551616)"));
+}
+
+TEST(JSON, PassesOverALeadingByteOrderMark) {
+  EXPECT_EQ(JSONSerialization::JSONObjectWithText("\xEF\xBB\xBF[7]"), Value(Array{7}));
+  EXPECT_TRUE(JSONSerialization::JSONObjectWithText("[\xEF\xBB\xBF 7]").isNil());
+}
+
+TEST(JSON, RefusesWhatIsNotStrictAndSaysWhy) {
+  const std::string texts[] = {
+      "",
+      " ",
+      "\"text\"",
+      "7",
+      "null",
+      "{",
+      "[1,]",
+      "{\"a\":1,}",
+      "{'a':1}",
+      "{a:1}",
+      "[1] 2",
+      "[01]",
+      "[1.]",
+      "[.5]",
+      "[+1]",
+      "[1e]",
+      "[1e+-5]",
+      "[0x10]",
+      "[NaN]",
+      "[1e999.]",
+      "[018446744073709551616]",
+      "[tru]",
+      "[\"\t\"]",
+      "[\"\\x\"]",
+      "[\"\\ud800\"]",
+      "[\"\\udc00\"]",
+      "[\"\\ud800\\u0041\"]",
+      "[\"open]",
+      "// no\n[]",
+      "[\"\xff\"]",
+      "[\"\xed\xa0\x80\"]",
+      std::string("[1]\0", 4),
+      std::string("\xFF\xFE[\0]\0", 6),  // UTF-16
+      nested(JSONDocument::kMaximumDepth + 1),
+      nested(100'000),
+      std::string(100'000, '['),
+      "[\"" + std::string(JSONDocument::kMaximumSize, 'a') + "\"]",
+  };
+  for (const std::string& text : texts) {
+    String error;
+    EXPECT_TRUE(JSONSerialization::JSONObjectWithText(text, &error).isNil()) << text.substr(0, 40);
+    EXPECT_FALSE(error.isEmpty()) << text.substr(0, 40);
+  }
+  EXPECT_FALSE(JSONSerialization::JSONObjectWithText(nested(JSONDocument::kMaximumDepth)).isNil());
+}
+
+TEST(JSON, KeepsAnEscapedZeroCharacter) {
+  EXPECT_EQ(read(R"("a\u0000b")").string().view(), std::string_view("a\0b", 3));
+}
+
+TEST(JSONDocument, EntersMembersAndStaysWhereThereAreNone) {
+  JSONDocument document(R"({"a": {"b\n": [1], "n": null, "t": "x"}, "a": {"b\n": [2], "": 3}})");
+  EXPECT_TRUE(document.error().isNull());
+  EXPECT_FALSE(document.enterMember("A"));
+  EXPECT_TRUE(document.enterMember("a"));
+  EXPECT_FALSE(document.enterMember("n")) << "of a repeated key the last one counts";
+  EXPECT_EQ(document.value(), Value(Dictionary{{"b\n", Array{2}}, {"", 3}}));
+  EXPECT_TRUE(document.enterMember("b\n"));
+  EXPECT_FALSE(document.enterMember("0")) << "arrays have no members";
+  EXPECT_EQ(document.value(), Value(Array{2}));
+}
+
+TEST(JSONDocument, HasNothingToEnterWhenTheTextCannotBeRead) {
+  JSONDocument document(R"({"a": 1)");
+  EXPECT_FALSE(document.error().isNull());
+  EXPECT_FALSE(document.enterMember("a"));
+  EXPECT_TRUE(document.value().isNil());
+}
+
+TEST(JSONDocument, SeveralAreReadAtOnceByOneThreadAndByMany) {
+  const auto readNested = [](int level) {
+    for (int i = 0; i < 200; ++i) {
+      const std::string text = "{\"level\": " + std::to_string(level) + "}";
+      JSONDocument outer(text);
+      JSONDocument inner("{\"level\": -1, \"padding\": \"" + std::string(5000, 'x') + "\"}");
+      EXPECT_TRUE(inner.enterMember("level"));
+      EXPECT_TRUE(outer.enterMember("level"));
+      EXPECT_EQ(outer.value(), Value(level));
+      EXPECT_EQ(inner.value(), Value(-1));
+    }
+  };
+  std::vector<std::jthread> threads;
+  for (int level = 0; level < 4; ++level) threads.emplace_back(readNested, level);
+}
+
+}  // namespace
