@@ -1,0 +1,149 @@
+#include <QVCore/QVCoreConstants.h>
+#include <QVCore/QVEventListener.h>
+#include <QVCore/QVEventSender.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using QVPlatform::Notification;
+using QVPlatform::NotificationCenter;
+using QVPlatform::String;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+/// Owns a listener and a sender, as the core's classes do.
+class Participant : public IQVEventListenerDelegate, public IQVEventSenderDelegate {
+ public:
+  Participant() {
+    listener->setParent(this);
+    sender->setParent(this);
+  }
+  ~Participant() override { listener->setParent(nullptr); }
+
+  void changeNotificationCenter(const std::shared_ptr<NotificationCenter>& center) override {
+    sender->setNotificationCenter(center);
+    listener->setNotificationCenter(center);
+  }
+  void onNotificationReceived(const Notification& notification) override {
+    heard.emplace_back(notification.name().view());
+  }
+
+  std::vector<std::string> heard;
+  std::shared_ptr<QVEventListener> listener = std::make_shared<QVEventListener>()->init();
+  std::shared_ptr<QVEventSender> sender = std::make_shared<QVEventSender>()->init();
+};
+
+TEST(QVEventBus, DeliversWhatWasListenedForAndAlwaysSaysYes) {
+  Participant participant;
+  EXPECT_TRUE(participant.sender->send(Notification("nobody listens")));
+  participant.listener->listen("a");
+  participant.listener->listen("a");
+  EXPECT_TRUE(participant.sender->send(Notification("a")));
+  EXPECT_TRUE(participant.sender->send(Notification("ab")));
+  EXPECT_THAT(participant.heard, ElementsAre("a", "a"));
+  EXPECT_EQ(participant.sender->parent(), &participant);
+}
+
+TEST(QVEventBus, DeliversPrefixedNamesOnlyToTheFullName) {
+  Participant participant;
+  participant.listener->listen(kQVNotification_ConfigurationRequest);
+  participant.listener->listen(kQVNotification_ConfigurationRequest + String("abc"));
+  participant.sender->send(Notification(kQVNotification_ConfigurationRequest + String("abc")));
+  participant.sender->send(Notification(kQVNotification_ConfigurationRequest + String("abcd")));
+  EXPECT_THAT(participant.heard, ElementsAre("QVNotification: Privacy Configuration Requestabc"));
+}
+
+TEST(QVEventBus, LeavesRegistrationsOnTheOldCenterWhenItChanges) {
+  const auto oldCenter = NotificationCenter::defaultCenter();
+  const auto newCenter = std::make_shared<NotificationCenter>();
+  Participant participant;
+  participant.listener->listen("old");
+  participant.changeNotificationCenter(newCenter);
+  participant.listener->listen("new");
+  participant.sender->send(Notification("new"));
+  participant.sender->send(Notification("old"));  // goes to the new center: nobody there
+  oldCenter->postNotification(Notification("old"));
+  participant.listener->stopListening();  // on the new center only
+  newCenter->postNotification(Notification("new"));
+  oldCenter->postNotification(Notification("old"));
+  EXPECT_THAT(participant.heard, ElementsAre("new", "old", "old"));
+}
+
+TEST(QVEventBus, IsSilentWithoutParentAndWithoutCenter) {
+  Participant participant;
+  participant.listener->listen("a");
+  participant.listener->setParent(nullptr);
+  participant.sender->send(Notification("a"));
+  participant.changeNotificationCenter(nullptr);
+  participant.listener->listen("b");
+  participant.listener->stopListening();
+  EXPECT_TRUE(participant.sender->send(Notification("b")));
+  EXPECT_THAT(participant.heard, IsEmpty());
+}
+
+TEST(QVEventBus, EndsRegistrationsOnEveryCenterWithTheListener) {
+  const auto newCenter = std::make_shared<NotificationCenter>();
+  auto participant = std::make_unique<Participant>();
+  participant->listener->listen("a");
+  participant->changeNotificationCenter(newCenter);
+  participant->listener->listen("a");
+  participant.reset();
+  NotificationCenter::defaultCenter()->postNotification(Notification("a"));
+  newCenter->postNotification(Notification("a"));
+}
+
+TEST(QVEventBus, LetsAHandlerDestroyItsOwnListener) {
+  class Ending : public Participant {
+   public:
+    void onNotificationReceived(const Notification& notification) override {
+      Participant::onNotificationReceived(notification);
+      listener->setParent(nullptr);
+      listener = std::make_shared<QVEventListener>()->init();
+    }
+  };
+  Ending participant;
+  participant.listener->listen("a");
+  participant.listener->listen("a");
+  participant.sender->send(Notification("a"));
+  EXPECT_THAT(participant.heard, ElementsAre("a"));
+}
+
+// Owners come and go while another thread posts; the sanitizers judge what a delivery touches.
+TEST(QVEventBus, IsSafeWhileOwnersAreDestroyedOnOtherThreads) {
+  class Counting : public IQVEventListenerDelegate {
+   public:
+    explicit Counting(std::atomic<int>& total) : total_(total) { listener->setParent(this); }
+    ~Counting() override { listener->setParent(nullptr); }
+    void changeNotificationCenter(const std::shared_ptr<NotificationCenter>&) override {}
+    void onNotificationReceived(const Notification&) override { total_ += ++own_; }
+
+    std::shared_ptr<QVEventListener> listener = std::make_shared<QVEventListener>()->init();
+
+   private:
+    std::atomic<int>& total_;
+    std::atomic<int> own_{0};
+  };
+  std::atomic<bool> isOver = false;
+  std::atomic<int> delivered = 0;
+  std::thread poster([&] {
+    while (!isOver) NotificationCenter::defaultCenter()->postNotification(Notification("n"));
+  });
+  for (int round = 0; round < 500 || delivered == 0; ++round) {
+    Counting owner(delivered);
+    owner.listener->listen("n");
+    const auto keptLongerThanItsOwner = owner.listener;
+  }
+  isOver = true;
+  poster.join();
+  EXPECT_GT(delivered, 0);
+}
+
+}  // namespace

@@ -1,0 +1,128 @@
+#include "support/CoreTest.h"
+
+#include <QVCore/QVCoreConstants.h>
+#include <QVCore/QVDebug.h>
+#include <QVCore/QVLogger.h>
+
+#include <gmock/gmock.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace {
+
+using QVPlatform::Dictionary;
+using QVPlatform::Notification;
+using QVPlatform::NotificationCenter;
+using QVPlatform::String;
+using QVPlatform::Value;
+
+class QVLoggerTest : public QVTest::CoreTest {
+ protected:
+  /// What `action` prints on standard output.
+  static std::string printed(const std::function<void()>& action) {
+    testing::internal::CaptureStdout();
+    action();
+    std::fflush(stdout);
+    return testing::internal::GetCapturedStdout();
+  }
+  static std::string printedFor(const String& name, const Dictionary& userInfo = nullptr) {
+    return printed([&] { post(name, userInfo); });
+  }
+
+  const std::shared_ptr<QVLogger> logger = QVLogger::sharedInstance();
+};
+
+TEST_F(QVLoggerTest, ComparesLevelsAsUnsignedNumbersAndIsSilentAtSix) {
+  struct Case {
+    std::int32_t setting;
+    std::int32_t level;
+    bool isPrinted;
+  };
+  const Case cases[] = {{0, 0, true},  {2, 1, false}, {2, 2, true},   {6, 6, false},
+                        {6, 7, false}, {7, 6, false}, {-1, 5, false}, {-1, -1, true},
+                        {2, -1, true}, {-2, -1, true}};
+  for (const auto& [setting, level, isPrinted] : cases) {
+    QVDebug::setDebugLevel(setting);
+    EXPECT_EQ(QVDebug::getLogLevel(), setting);
+    EXPECT_EQ(printed([&] { logger->logMessageWithLevel("x", level); }), isPrinted ? "x\n" : "")
+        << setting << " " << level;
+  }
+}
+
+TEST_F(QVLoggerTest, PrintsAnyObjectAsItsDescriptionWithNothingAround) {
+  EXPECT_EQ(printed([&] { logger->logToConsole("100% %s %@"); }), "100% %s %@\n");
+  EXPECT_EQ(printed([&] { logger->logToConsole(nullptr); }), "(null)\n");
+  EXPECT_EQ(printed([&] { logger->logToConsole(7); }), "7\n");
+  EXPECT_EQ(printed([&] { logger->logToConsole(logger); }).rfind("<QVLogger: 0x", 0), 0U);
+}
+
+TEST_F(QVLoggerTest, LogsHitsByUnescapedAddressOrElseByData) {
+  EXPECT_EQ(printedFor(kQVNotification_HitSent, {{"url", "http://h/a%20b"}, {"data", "d"}}),
+            "Hit sent: (null): http://h/a b\n");
+  EXPECT_EQ(printedFor(kQVNotification_HitSent, {{"data", "a%20b"}}),
+            "Hit sent: (null): a%20b\n");
+  EXPECT_EQ(printedFor(kQVNotification_HitSent, {{"url", "%ff"}}), "Hit sent: (null): (null)\n");
+  EXPECT_EQ(printedFor(kQVNotification_HitSent), "Hit sent: (null): (null)\n");
+  EXPECT_EQ(printedFor(kQVNotification_HitSent, {{"url", 5}}), "Hit sent: (null): 5\n");
+}
+
+TEST_F(QVLoggerTest, LogsConnectivityAndFailuresAtLevelTwoAndOthersNotAtAll) {
+  const Dictionary request{{"ID", 3U}, {"url", "bare"}};
+  const std::string failure =
+      "QVNotification: HTTP Request Error: ID: 3, Request Type: (null), URL: bare\n";
+  QVDebug::setDebugLevel(2);
+  EXPECT_EQ(printedFor(kQVNotification_InternetUp), "QVNotification: Internet Up\n");
+  EXPECT_EQ(printedFor(kQVNotification_InternetDown), "QVNotification: Internet Down\n");
+  EXPECT_EQ(printedFor(kQVNotification_HTTPRequestError, request), failure);
+  EXPECT_EQ(printedFor(kQVNotification_HTTPRequest, request), "");
+  QVDebug::setDebugLevel(3);
+  EXPECT_EQ(printedFor(kQVNotification_HTTPRequestError, request), "");
+}
+
+TEST_F(QVLoggerTest, TracesNotificationsWhenAskedTo) {
+  QVDebug::setNotificationLog(true);
+  EXPECT_EQ(printedFor(kQVNotification_InternetUp),
+            "QVNotification: Internet Up | ((null))\nQVNotification: Internet Up\n");
+  QVDebug::setDebugLevel(2);
+  EXPECT_EQ(printedFor(kQVNotification_InternetUp), "QVNotification: Internet Up\n");
+}
+
+TEST_F(QVLoggerTest, StopsListeningWithTheKitAndResumesOnReinit) {
+  const Dictionary hit{{"data", "d"}};
+  QVDebug::setNotificationLog(true);
+  EXPECT_EQ(printedFor(kQVNotification_StoppingTheSDK),
+            "QVNotification: Stopping SDK | ((null))\n");
+  EXPECT_EQ(printedFor(kQVNotification_HitSent, hit), "");
+  EXPECT_EQ(logger->reinit(), logger);
+  EXPECT_FALSE(logger->debugVerboseNotificationLog());
+  EXPECT_EQ(printedFor(kQVNotification_HitSent, hit), "Hit sent: (null): d\n");
+}
+
+TEST_F(QVLoggerTest, KeepsItsRegistrationsOnTheOldCenter) {
+  const auto center = std::make_shared<NotificationCenter>();
+  logger->changeNotificationCenter(center);
+  EXPECT_EQ(printedFor(kQVNotification_InternetUp), "QVNotification: Internet Up\n");
+  EXPECT_EQ(printed([&] { center->postNotification(Notification(kQVNotification_InternetUp)); }),
+            "");
+}
+
+TEST_F(QVLoggerTest, LeavesASecondInstanceBare) {
+  const auto second = std::make_shared<QVLogger>();
+  EXPECT_EQ(second->init(), second);
+  EXPECT_EQ(second->listenerDelegate(), nullptr);
+  EXPECT_EQ(second->senderDelegate(), nullptr);
+}
+
+TEST_F(QVLoggerTest, MakesThePrivateDirectoryForTheFirstFileAskedFor) {
+  const std::string directory = (container.path() / "Library/QVPrivateDocuments").string();
+  EXPECT_EQ(QVLogger::privateQVDirectory(), String(directory));
+  EXPECT_FALSE(std::filesystem::exists(directory));
+  EXPECT_EQ(logger->getPrivatePathToFile("offlineHits"), String(directory + "/offlineHits"));
+  EXPECT_EQ(std::filesystem::status(directory).permissions(), std::filesystem::perms::owner_all);
+}
+
+}  // namespace

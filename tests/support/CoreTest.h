@@ -1,0 +1,155 @@
+#pragma once
+
+#include <QVPlatform/Application.h>
+#include <QVPlatform/Dispatch/MainQueue.h>
+#include <QVPlatform/Foundation/NotificationCenter.h>
+#include <QVPlatform/Foundation/Value.h>
+#include <QVPlatform/SystemConfiguration/NetworkReachability.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace QVTest {
+
+/// A directory that lives as long as this object.
+class TemporaryDirectory {
+ public:
+  TemporaryDirectory() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "qvcore-XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary directory");
+    path_ = pattern;
+  }
+  ~TemporaryDirectory() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  TemporaryDirectory(const TemporaryDirectory&) = delete;
+  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+  const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+/// Reachability as the test says.
+class ScriptedReachability : public QVPlatform::ReachabilitySource {
+ public:
+  static constexpr QVPlatform::NetworkReachabilityFlags kReachable =
+      QVPlatform::kSCNetworkReachabilityFlagsReachable;
+
+  bool getFlags(const QVPlatform::ReachabilityTarget&,
+                QVPlatform::NetworkReachabilityFlags* flags) override {
+    const std::lock_guard lock(mutex_);
+    *flags = flags_;
+    return true;
+  }
+  std::shared_ptr<void> subscribe(const QVPlatform::ReachabilityTarget&, Changed changed) override {
+    auto subscription = std::make_shared<Changed>(std::move(changed));
+    const std::lock_guard lock(mutex_);
+    subscriptions_.push_back(subscription);
+    return subscription;
+  }
+  /// Changes the flags and tells the subscribers, but not the manager before the main queue runs.
+  void change(QVPlatform::NetworkReachabilityFlags flags) {
+    std::vector<std::weak_ptr<Changed>> told;
+    {
+      const std::lock_guard lock(mutex_);
+      flags_ = flags;
+      told = subscriptions_;
+    }
+    for (const auto& subscription : told) {
+      if (const auto changed = subscription.lock()) (*changed)();
+    }
+  }
+
+ private:
+  std::mutex mutex_;
+  QVPlatform::NetworkReachabilityFlags flags_ = kReachable;
+  std::vector<std::weak_ptr<Changed>> subscriptions_;
+};
+
+/// Remembers the notifications of some names on the default center.
+class Recorder {
+ public:
+  explicit Recorder(std::vector<QVPlatform::String> names) {
+    for (const auto& name : names) {
+      center_->addObserver(
+          this, [this](const QVPlatform::Notification& heard) { record(heard); }, name);
+    }
+  }
+  ~Recorder() { center_->removeObserver(this); }
+  Recorder(const Recorder&) = delete;
+  Recorder& operator=(const Recorder&) = delete;
+
+  std::vector<QVPlatform::Notification> heard() const {
+    const std::lock_guard lock(mutex_);
+    return heard_;
+  }
+  std::vector<std::string> names() const {
+    std::vector<std::string> names;
+    for (const auto& notification : heard()) names.emplace_back(notification.name().view());
+    return names;
+  }
+  /// What was heard once `count` notifications were, or after ten seconds without them.
+  std::vector<QVPlatform::Notification> waitFor(std::size_t count) const {
+    std::unique_lock lock(mutex_);
+    changed_.wait_for(lock, std::chrono::seconds(10), [&] { return heard_.size() >= count; });
+    return heard_;
+  }
+
+ private:
+  void record(const QVPlatform::Notification& notification) {
+    const std::lock_guard lock(mutex_);
+    heard_.push_back(notification);
+    changed_.notify_all();
+  }
+
+  const std::shared_ptr<QVPlatform::NotificationCenter> center_ =
+      QVPlatform::NotificationCenter::defaultCenter();
+  mutable std::mutex mutex_;
+  mutable std::condition_variable changed_;
+  std::vector<QVPlatform::Notification> heard_;
+};
+
+/// A process with a container of its own and a network that the test switches.
+class CoreTest : public ::testing::Test {
+ protected:
+  CoreTest() {
+    QVPlatform::Application::setContainerDirectory(container.path().string());
+    QVPlatform::NetworkReachability::setSource(network);
+  }
+
+  /// Posts on the default center, as another module would.
+  static void post(const QVPlatform::String& name,
+                   const QVPlatform::Dictionary& userInfo = nullptr) {
+    QVPlatform::NotificationCenter::defaultCenter()->postNotification(
+        QVPlatform::Notification(name, nullptr, userInfo));
+  }
+  /// Runs what waits on the main queue until the condition holds, for ten seconds at most.
+  static bool runMainQueueUntil(const std::function<bool()>& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!condition()) {
+      if (std::chrono::steady_clock::now() > deadline) return false;
+      QVPlatform::MainQueue::mainQueue().drain();
+      std::this_thread::yield();
+    }
+    return true;
+  }
+
+  TemporaryDirectory container;
+  const std::shared_ptr<ScriptedReachability> network = std::make_shared<ScriptedReachability>();
+};
+
+}  // namespace QVTest
