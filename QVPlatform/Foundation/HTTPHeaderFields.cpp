@@ -4,6 +4,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <string>
 
 namespace QVPlatform {
 namespace {
@@ -26,12 +27,53 @@ String trimmed(const String& text) {
   return size == view.size() ? text : String(view.substr(begin, size));
 }
 
+/// Header bytes that are not UTF-8 are Latin-1, by long custom.
+String textOf(std::string_view bytes) {
+  String text(bytes);
+  if (!text.isNull()) return text;
+  std::string utf8;
+  for (const char byte : bytes) {
+    const auto code = static_cast<unsigned char>(byte);
+    if (code < 0x80) {
+      utf8.push_back(byte);
+    } else {
+      utf8.push_back(static_cast<char>(0xC0 | (code >> 6)));
+      utf8.push_back(static_cast<char>(0x80 | (code & 0x3F)));
+    }
+  }
+  return String(utf8);
+}
+
+/// Takes the first line, without its end, off the text.
+std::string_view takeLine(std::string_view& text) {
+  const std::size_t end = std::min(text.find('\n'), text.size());
+  std::string_view line = text.substr(0, end);
+  text.remove_prefix(std::min(end + 1, text.size()));
+  if (line.ends_with('\r')) line.remove_suffix(1);
+  return line;
+}
+
+bool isFolded(std::string_view rest) { return rest.starts_with(' ') || rest.starts_with('\t'); }
+
 bool isTokenCharacter(char c) {
   return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
          std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
 }
 
 }  // namespace
+
+HTTPHeaderFields HTTPHeaderFields::parse(std::string_view header) {
+  HTTPHeaderFields fields;
+  while (!header.empty()) {
+    std::string line(takeLine(header));
+    while (isFolded(header)) line.append(takeLine(header));
+    const std::size_t colon = line.find(':');
+    if (colon == std::string::npos) continue;
+    const String name(std::string_view(line).substr(0, colon));
+    if (isHTTPToken(name)) fields.add(name, textOf(std::string_view(line).substr(colon + 1)));
+  }
+  return fields;
+}
 
 void HTTPHeaderFields::add(const String& field, const String& value) {
   const auto place = find(fields_, field);

@@ -4,6 +4,7 @@
 #include <QVPlatform/Foundation/Dictionary.h>
 #include <QVPlatform/Foundation/String.h>
 
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -14,6 +15,11 @@ namespace QVPlatform {
 /// Threads: a plain value; one that a thread changes must not be used by another at the same time.
 class QVPLATFORM_EXPORT HTTPHeaderFields {
  public:
+  /// The fields of a message header: its lines as they were received. What is no field, as the
+  /// status line, is passed over; a folded value is made one line; what is not UTF-8 is read as
+  /// Latin-1.
+  static HTTPHeaderFields parse(std::string_view header);
+
   /// Adds a value, without the blanks around it, to what the field has, joined by ", ". A field
   /// keeps the spelling that it came with first.
   void add(const String& field, const String& value);

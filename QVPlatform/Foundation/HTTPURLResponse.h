@@ -1,10 +1,11 @@
 #pragma once
 
 #include <QVPlatform/Export.h>
-#include <QVPlatform/Foundation/HTTPHeaderFields.h>
+#include <QVPlatform/Foundation/Dictionary.h>
 #include <QVPlatform/Foundation/Object.h>
 
 #include <memory>
+#include <string>
 
 namespace QVPlatform {
 
@@ -13,16 +14,17 @@ namespace QVPlatform {
 /// Immutable: safe to read from any thread.
 class QVPLATFORM_EXPORT HTTPURLResponse : public Object {
  public:
-  HTTPURLResponse(String url, int statusCode, HTTPHeaderFields fields);
+  /// `header`: the lines of the header as they were received, with or without the status line.
+  HTTPURLResponse(String url, int statusCode, std::string header);
 
   /// The text of the URL that answered: the last one, when the request was redirected.
   String URL() const { return url_; }
   int statusCode() const noexcept { return statusCode_; }
   /// The field's value, whatever the case of its name; null when it has none. Of a repeated field
   /// the values are joined by ", ". Values that are not UTF-8 are read as Latin-1.
-  String valueForHTTPHeaderField(const String& field) const { return fields_.value(field); }
+  String valueForHTTPHeaderField(const String& field) const;
   /// A new dictionary of all values by field name, each name as the server spelled it first.
-  Dictionary allHeaderFields() const { return fields_.dictionary(); }
+  Dictionary allHeaderFields() const;
 
   /// Another response of the same content.
   std::shared_ptr<HTTPURLResponse> copy() const;
@@ -32,7 +34,7 @@ class QVPLATFORM_EXPORT HTTPURLResponse : public Object {
  private:
   const String url_;
   const int statusCode_;
-  const HTTPHeaderFields fields_;
+  const std::string header_;  // few ask for a field: it is read when they do
 };
 
 }  // namespace QVPlatform

@@ -1,4 +1,3 @@
-#include <QVPlatform/Foundation/Internal/BrokenPipeGuard.h>
 #include <QVPlatform/Foundation/Internal/HTTPSession.h>
 
 #include <strings.h>
@@ -81,7 +80,6 @@ Data URLConnection::sendSynchronousRequest(const MutableURLRequest& request,
   response = nullptr;
   error = refusal(request);
   if (error) return nullptr;
-  const BrokenPipeGuard guard;
   auto session = IdleSessions::shared().take();
   auto outcome = session->send(request, {maximumResponseSize(), maximumTransferTime()});
   IdleSessions::shared().give(std::move(session));

@@ -52,7 +52,7 @@ bool isDecidedByTransfer(const String& field) {
                      [&](const char* name) { return strcasecmp(field.UTF8String(), name) == 0; });
 }
 
-FieldList fieldList(const MutableURLRequest& request) {
+FieldList fieldList(const MutableURLRequest& request, bool hasBody) {
   FieldList list;
   for (const auto& [field, value] : request.allHTTPHeaderFields().entries()) {
     if (isDecidedByTransfer(field)) continue;
@@ -61,25 +61,8 @@ FieldList fieldList(const MutableURLRequest& request) {
     append(list, std::string(field.view()).append(text.empty() ? ";" : ": ").append(text));
   }
   // A server that knows nothing of "Expect: 100-continue" would cost every large body a second.
-  append(list, "Expect:");
+  if (hasBody) append(list, "Expect:");
   return list;
-}
-
-/// Header fields are bytes: those which are not UTF-8 are Latin-1, by long custom.
-String textOf(const char* bytes) {
-  String text(bytes);
-  if (!text.isNull()) return text;
-  std::string utf8;
-  for (const char* byte = bytes; *byte; ++byte) {
-    const auto code = static_cast<unsigned char>(*byte);
-    if (code < 0x80) {
-      utf8.push_back(*byte);
-    } else {
-      utf8.push_back(static_cast<char>(0xC0 | (code >> 6)));
-      utf8.push_back(static_cast<char>(0x80 | (code & 0x3F)));
-    }
-  }
-  return String(utf8);
 }
 
 URLErrorCode codeOf(CURLcode result) {
@@ -128,6 +111,7 @@ HTTPSession::HTTPSession() {
 }
 
 HTTPSession::~HTTPSession() {
+  if (hasUsedTLS_) guard_.emplace();
   curl_easy_cleanup(easy_);
   curl_multi_cleanup(multi_);
 }
@@ -147,33 +131,36 @@ void HTTPSession::setConstantOptions() {
   set(CURLOPT_HEADERDATA, this);
   set(CURLOPT_WRITEFUNCTION, &HTTPSession::onBody);
   set(CURLOPT_WRITEDATA, this);
+  set(CURLOPT_SSL_CTX_FUNCTION, &HTTPSession::onTLS);
+  set(CURLOPT_SSL_CTX_DATA, this);
   if (const char* file = std::getenv("SSL_CERT_FILE")) set(CURLOPT_CAINFO, file);
   if (const char* directory = std::getenv("SSL_CERT_DIR")) set(CURLOPT_CAPATH, directory);
 }
 
 HTTPSession::Outcome HTTPSession::send(const MutableURLRequest& request, Limits limits) {
   const Data body = request.HTTPBody();
-  const FieldList fields = fieldList(request);
+  const FieldList fields = fieldList(request, !body.isNull());
   set(CURLOPT_URL, request.url()->absoluteString().UTF8String());
   set(CURLOPT_HTTPHEADER, fields.get());
   setMethodAndBody(request.HTTPMethod(), body);
   body_.clear();
   maximumBodySize_ = limits.responseSize;
-  headerSize_ = 0;
+  headersSize_ = 0;
+  header_.clear();
   headerIsComplete_ = false;
   message_[0] = '\0';
 
+  if (hasUsedTLS_) guard_.emplace();
   const CURLcode result = run(request.timeoutInterval(), limits.transferTime);
+  guard_.reset();
   Outcome outcome;
-  outcome.response = receivedResponse();
+  outcome.response = takeResponse(request.url()->absoluteString());
   if (result == CURLE_OK) {
     outcome.body = Data(std::exchange(body_, {}));
   } else {
     outcome.error = errorFor(result);
     body_ = {};
   }
-  set(CURLOPT_HTTPHEADER, nullptr);
-  set(CURLOPT_POSTFIELDS, nullptr);
   return outcome;
 }
 
@@ -225,19 +212,14 @@ CURLcode HTTPSession::waitForResult(TimeInterval timeout, TimeInterval transferT
   }
 }
 
-std::shared_ptr<HTTPURLResponse> HTTPSession::receivedResponse() const {
+std::shared_ptr<HTTPURLResponse> HTTPSession::takeResponse(const String& requestedURL) {
   if (!headerIsComplete_) return nullptr;
   long status = 0;
   const char* url = "";
   curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &status);
   curl_easy_getinfo(easy_, CURLINFO_EFFECTIVE_URL, &url);
-  HTTPHeaderFields fields;
-  const curl_header* field = nullptr;
-  while ((field = curl_easy_nextheader(easy_, CURLH_HEADER, -1, const_cast<curl_header*>(field)))) {
-    fields.add(textOf(field->name), textOf(field->value));
-  }
-  return std::make_shared<HTTPURLResponse>(textOf(url), static_cast<int>(status),
-                                           std::move(fields));
+  return std::make_shared<HTTPURLResponse>(requestedURL.view() == url ? requestedURL : String(url),
+                                           static_cast<int>(status), std::exchange(header_, {}));
 }
 
 std::shared_ptr<Error> HTTPSession::errorFor(CURLcode result) const {
@@ -247,15 +229,22 @@ std::shared_ptr<Error> HTTPSession::errorFor(CURLcode result) const {
     code = headerIsComplete_ ? URLErrorCode::unsupportedURL : URLErrorCode::badServerResponse;
   }
   const char* text = message_[0] ? message_ : curl_easy_strerror(result);
-  return std::make_shared<Error>(kURLErrorDomain, static_cast<int>(code), textOf(text));
+  return std::make_shared<Error>(kURLErrorDomain, static_cast<int>(code), text);
 }
 
-std::size_t HTTPSession::receiveHeaderLine(std::string_view line) {
-  headerSize_ += line.size();
-  if (headerSize_ > kMaximumHeaderSize) return 0;
-  if (line.starts_with("HTTP/")) headerIsComplete_ = false;
+std::size_t HTTPSession::receiveHeaderLine(std::string_view line) try {
+  headersSize_ += line.size();
+  if (headersSize_ > kMaximumHeaderSize) return 0;
+  if (line.starts_with("HTTP/")) {
+    header_.clear();
+    headerIsComplete_ = false;
+  }
+  // What follows a complete header is the trailer of a body.
+  if (!headerIsComplete_) header_.append(line);
   if (line == "\r\n" || line == "\n") headerIsComplete_ = true;
   return line.size();
+} catch (const std::bad_alloc&) {
+  return 0;  // as below
 }
 
 std::size_t HTTPSession::receiveBody(std::string_view bytes) try {
@@ -264,6 +253,15 @@ std::size_t HTTPSession::receiveBody(std::string_view bytes) try {
   return bytes.size();
 } catch (const std::bad_alloc&) {
   return 0;  // it must not fly through libcurl; the transfer fails as if the limit were reached
+}
+
+/// Called before a TLS connection is made: only what TLS writes can raise SIGPIPE, from now on and
+/// as long as the session has connections.
+CURLcode HTTPSession::onTLS(CURL*, void*, void* session) {
+  auto& self = *static_cast<HTTPSession*>(session);
+  self.hasUsedTLS_ = true;
+  if (!self.guard_) self.guard_.emplace();
+  return CURLE_OK;
 }
 
 std::size_t HTTPSession::onHeaderLine(char* bytes, std::size_t, std::size_t size, void* session) {

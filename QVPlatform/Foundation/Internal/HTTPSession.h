@@ -1,17 +1,18 @@
 #pragma once
 
+#include <QVPlatform/Foundation/Internal/BrokenPipeGuard.h>
 #include <QVPlatform/Foundation/URLConnection.h>
 
 #include <curl/curl.h>
 
+#include <optional>
 #include <string>
 
 namespace QVPlatform {
 
 /// Transfers, one after the other, over connections that are kept open in between.
 ///
-/// Threads: one transfer at a time; consecutive ones may come from different threads. The caller
-/// keeps SIGPIPE away (BrokenPipeGuard), from the destructor too.
+/// Threads: one transfer at a time; consecutive ones may come from different threads.
 class HTTPSession {
  public:
   struct Limits {
@@ -41,11 +42,12 @@ class HTTPSession {
   void setMethodAndBody(const String& method, const Data& body);
   CURLcode run(TimeInterval timeout, TimeInterval transferTime);
   CURLcode waitForResult(TimeInterval timeout, TimeInterval transferTime);
-  std::shared_ptr<HTTPURLResponse> receivedResponse() const;
+  std::shared_ptr<HTTPURLResponse> takeResponse(const String& requestedURL);
   std::shared_ptr<Error> errorFor(CURLcode result) const;
 
   std::size_t receiveHeaderLine(std::string_view line);
   std::size_t receiveBody(std::string_view bytes);
+  static CURLcode onTLS(CURL*, void*, void* session);
   static std::size_t onHeaderLine(char* bytes, std::size_t, std::size_t size, void* session);
   static std::size_t onBody(char* bytes, std::size_t, std::size_t size, void* session);
 
@@ -54,8 +56,11 @@ class HTTPSession {
   char message_[CURL_ERROR_SIZE] = "";
   std::string body_;
   std::size_t maximumBodySize_ = 0;
-  std::size_t headerSize_ = 0;     // of all answers of the transfer
-  bool headerIsComplete_ = false;  // of the answer that came last
+  std::size_t headersSize_ = 0;  // of all answers of the transfer
+  std::string header_;           // of the answer that came last
+  bool headerIsComplete_ = false;
+  bool hasUsedTLS_ = false;
+  std::optional<BrokenPipeGuard> guard_;  // while a transfer of a session that has used TLS is on
 };
 
 }  // namespace QVPlatform
