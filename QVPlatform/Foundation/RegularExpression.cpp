@@ -24,6 +24,21 @@ bool isBefore(const void* deadline) {
 UBool continueMatch(const void* deadline, std::int32_t) { return isBefore(deadline); }
 UBool continueFind(const void* deadline, std::int64_t) { return isBefore(deadline); }
 
+std::unique_ptr<icu::RegexPattern> compile(const String& pattern) {
+  UErrorCode status = U_ZERO_ERROR;
+  std::unique_ptr<icu::RegexPattern> compiled(
+      icu::RegexPattern::compile(icu::UnicodeString::fromUTF8(pattern.view()), 0, status));
+  return U_SUCCESS(status) ? std::move(compiled) : nullptr;
+}
+
+// The first expression in a process makes what ICU shares among all of them. ICU orders the threads
+// there, but by an atomic load that ThreadSanitizer cannot see in a library built without it, so
+// that it reports a race to whoever runs a host under it. A static of ours is an order it does see.
+void makeSharedData() {
+  static const bool isMade = compile("") != nullptr;
+  static_cast<void>(isMade);
+}
+
 }  // namespace
 
 struct RegularExpression::Compiled {
@@ -36,10 +51,9 @@ RegularExpression::RegularExpression(std::shared_ptr<const Compiled> compiled) n
 std::optional<RegularExpression> RegularExpression::regularExpressionWithPattern(
     const String& pattern) {
   if (pattern.isNull() || pattern.view().size() > kLongestPattern) return std::nullopt;
-  UErrorCode status = U_ZERO_ERROR;
-  std::unique_ptr<icu::RegexPattern> compiled(
-      icu::RegexPattern::compile(icu::UnicodeString::fromUTF8(pattern.view()), 0, status));
-  if (U_FAILURE(status) || !compiled) return std::nullopt;
+  makeSharedData();
+  auto compiled = compile(pattern);
+  if (!compiled) return std::nullopt;
   return RegularExpression(std::make_shared<const Compiled>(Compiled{std::move(compiled)}));
 }
 
