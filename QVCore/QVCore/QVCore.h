@@ -8,4 +8,5 @@
 #include <QVCore/QVEventListener.h>
 #include <QVCore/QVEventSender.h>
 #include <QVCore/QVLogger.h>
+#include <QVCore/QVReachability.h>
 #include <QVCore/QVSingleton.h>
