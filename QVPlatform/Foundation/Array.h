@@ -28,6 +28,8 @@ class QVPLATFORM_EXPORT Array {
 
   bool isNull() const noexcept { return storage_ == nullptr; }
   bool isSameObject(const Array& other) const noexcept { return storage_ == other.storage_; }
+  /// Tells this list from every other one that exists at the same time; nullptr for null.
+  const void* identity() const noexcept { return storage_.get(); }
 
   std::size_t count() const;
   /// The element, or nil past the end.

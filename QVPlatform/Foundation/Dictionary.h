@@ -35,6 +35,8 @@ class QVPLATFORM_EXPORT Dictionary {
 
   bool isNull() const noexcept { return storage_ == nullptr; }
   bool isSameObject(const Dictionary& other) const noexcept { return storage_ == other.storage_; }
+  /// Tells this table from every other one that exists at the same time; nullptr for null.
+  const void* identity() const noexcept { return storage_.get(); }
 
   std::size_t count() const;
   /// The value under the key, or nil.

@@ -1,0 +1,239 @@
+#include <QVPlatform/Foundation/ClassRegistry.h>
+#include <QVPlatform/Foundation/Coding.h>
+#include <QVPlatform/Foundation/KeyedUnarchiver.h>
+#include <QVPlatform/Foundation/PropertyList/BinaryPropertyListFormat.h>
+#include <QVPlatform/Foundation/PropertyList/BinaryPropertyListReader.h>
+#include <QVPlatform/Foundation/PropertyList/KeyedArchiveFormat.h>
+#include <QVPlatform/Foundation/PropertyList/ObjectMemo.h>
+#include <QVPlatform/Foundation/PropertyList/ValueEncoder.h>
+#include <QVPlatform/Foundation/PropertyList/XMLPropertyListReader.h>
+
+#include <optional>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace QVPlatform {
+namespace {
+
+namespace Format = KeyedArchiveFormat;
+
+enum class ClassKind { kUnknown, kArray, kDictionary, kString, kData, kDate, kRegistered };
+
+struct ClassInfo {
+  ClassKind kind = ClassKind::kUnknown;
+  String name;
+};
+
+constexpr std::pair<std::string_view, ClassKind> kClasses[] = {
+    {"NSArray", ClassKind::kArray},
+    {"NSMutableArray", ClassKind::kArray},
+    {"NSDictionary", ClassKind::kDictionary},
+    {"NSMutableDictionary", ClassKind::kDictionary},
+    {"NSString", ClassKind::kString},
+    {"NSMutableString", ClassKind::kString},
+    {"NSData", ClassKind::kData},
+    {"NSMutableData", ClassKind::kData},
+    {"NSDate", ClassKind::kDate},
+};
+
+ClassInfo classNamed(const String& name) {
+  for (const auto& [known, kind] : kClasses) {
+    if (known == name.view()) return {kind, name};
+  }
+  return {ClassRegistry::isRegistered(name) ? ClassKind::kRegistered : ClassKind::kUnknown, name};
+}
+
+/// XML archives are turned into binary ones, so that there is one way to read them.
+Data binaryArchive(const Data& archive) {
+  if (archive.view().starts_with("bplist")) return archive;
+  return ValueEncoder(ValueEncoder::UIDs::kAreReferences)
+      .encode(valueWithXMLPropertyList(archive.view()));
+}
+
+}  // namespace
+
+class KeyedUnarchiver::Implementation {
+ public:
+  Implementation(KeyedUnarchiver& unarchiver, const Data& archive)
+      : unarchiver_(unarchiver),
+        archive_(binaryArchive(archive)),
+        reader_(archive_.view()),
+        memo_(reader_) {
+    const Object root = reader_.object(reader_.root());
+    scope_ = child(root, Format::kTopKey);
+    objects_ = child(root, Format::kObjectsKey);
+    const Value archiver = reader_.leaf(child(root, Format::kArchiverKey));
+    if (archiver.string().view() != Format::kArchiver || scope_.type != Type::kDictionary ||
+        objects_.type != Type::kArray) {
+      memo_.fail();
+    }
+  }
+
+  bool isValid() const { return !memo_.hasFailed(); }
+
+  Value decode(const String& key) {
+    if (key.isNull() || !isValid()) return nullptr;
+    const Value value = entry(scope_, Format::escapedKey(key.view()));
+    return isValid() ? value : Value();
+  }
+
+ private:
+  using Object = BinaryPropertyListReader::Object;
+  using Reference = BinaryPropertyListReader::Reference;
+  using Type = BinaryPropertyListReader::Type;
+
+  /// The value under a dictionary's key; a damaged object when the key is missing.
+  Object child(const Object& dictionary, std::string_view key) const {
+    const auto reference = reader_.valueForKey(dictionary, key);
+    return reference ? reader_.object(*reference) : Object();
+  }
+
+  /// What an object has under a key: another object, or a plain value in place.
+  Value entry(const Object& dictionary, std::string_view key) {
+    const Object found = child(dictionary, key);
+    if (found.type == Type::kUID) return valueOfUID(found);
+    if (found.type != Type::kLeaf) return nullptr;
+    memo_.countReading(found);
+    return leaf(found);
+  }
+
+  Value leaf(const Object& object) {
+    const Value value = memo_.hasFailed() ? Value() : reader_.leaf(object);
+    return value.isNil() ? memo_.fail() : value;
+  }
+
+  Value valueOfUID(const Object& object) {
+    const auto uid = reader_.uid(object);
+    if (uid == 0U) return nullptr;
+    if (!uid || *uid >= objects_.count) return memo_.fail();
+    return memo_.valueOf(reader_.reference(objects_, *uid),
+                         [this](const Object& archived) { return make(archived); });
+  }
+
+  Value make(const Object& object) {
+    if (object.type == Type::kLeaf) return leaf(object);
+    if (object.type != Type::kDictionary) return memo_.fail();
+    const ClassInfo info = classOf(object);
+    switch (info.kind) {
+      case ClassKind::kArray:
+        return makeArray(object);
+      case ClassKind::kDictionary:
+        return makeDictionary(object);
+      case ClassKind::kString:
+        return makeString(object);
+      case ClassKind::kData:
+        return makeData(object);
+      case ClassKind::kDate:
+        return makeDate(object);
+      case ClassKind::kRegistered:
+        return makeRegistered(object, info.name);
+      case ClassKind::kUnknown:
+        break;
+    }
+    return nullptr;
+  }
+
+  /// The values of a list of UIDs that stands under the key.
+  std::optional<std::vector<Value>> valuesForKey(const Object& object, std::string_view key) {
+    const Object list = child(object, key);
+    memo_.countReading(list);
+    if (list.type != Type::kArray) memo_.fail();
+    std::vector<Value> values;
+    for (std::size_t i = 0; i < list.count && !memo_.hasFailed(); ++i) {
+      values.push_back(valueOfUID(reader_.object(reader_.reference(list, i))));
+    }
+    if (memo_.hasFailed()) return {};
+    return values;
+  }
+
+  Value makeArray(const Object& object) {
+    auto values = valuesForKey(object, Format::kElementsKey);
+    return values ? Value(Array(std::move(*values))) : Value();
+  }
+
+  Value makeDictionary(const Object& object) {
+    const auto keys = valuesForKey(object, Format::kKeysKey);
+    auto values = valuesForKey(object, Format::kElementsKey);
+    if (!keys || !values || keys->size() != values->size()) return memo_.fail();
+    std::vector<Dictionary::Entry> entries;
+    entries.reserve(keys->size());
+    for (std::size_t i = 0; i < keys->size(); ++i) {
+      entries.emplace_back((*keys)[i].string(), std::move((*values)[i]));
+    }
+    return Dictionary(std::move(entries));
+  }
+
+  Value makeString(const Object& object) {
+    const Value text = entry(object, Format::kStringKey);
+    return text.isNil() ? Value(entry(object, Format::kBytesKey).data().string()) : text.string();
+  }
+
+  Value makeData(const Object& object) {
+    const Value bytes = entry(object, Format::kDataKey);
+    return bytes.isNil() ? entry(object, Format::kBytesKey).data() : bytes.data();
+  }
+
+  Value makeDate(const Object& object) {
+    const Value time = entry(object, Format::kTimeKey);
+    if (!time.isNumber()) return nullptr;
+    const auto* seconds = std::get_if<double>(&time.storage());
+    return Date{(seconds ? *seconds : static_cast<double>(time.longLongValue())) +
+                BinaryPropertyListFormat::kReferenceDate};
+  }
+
+  Value makeRegistered(const Object& object, const String& name) {
+    const auto made = ClassRegistry::make(name);
+    auto* coding = dynamic_cast<Coding*>(made.get());
+    if (!coding) return nullptr;
+    const Object outer = std::exchange(scope_, object);
+    coding->initWithCoder(unarchiver_);
+    scope_ = outer;
+    return made;
+  }
+
+  /// The first class that is known here, from the object's own up to its bases.
+  ClassInfo classOf(const Object& object) {
+    const auto uid = reader_.uid(child(object, Format::kClassKey));
+    if (!uid || *uid >= objects_.count) return {};
+    const auto [place, isNew] = classes_.try_emplace(*uid);
+    if (!isNew) return place->second;
+    const Object description = reader_.object(reader_.reference(objects_, *uid));
+    memo_.countReading(description);
+    const Object name = child(description, Format::kClassNameKey);
+    const Object chain = child(description, Format::kClassesKey);
+    ClassInfo info = classNamedBy(name);
+    if (chain.type != Type::kArray) return place->second = info;
+    for (std::size_t i = 0; i < chain.count && !memo_.hasFailed(); ++i) {
+      if (info.kind != ClassKind::kUnknown) break;
+      info = classNamedBy(reader_.object(reader_.reference(chain, i)));
+    }
+    return place->second = info;
+  }
+
+  ClassInfo classNamedBy(const Object& text) {
+    memo_.countReading(text);
+    return memo_.hasFailed() ? ClassInfo() : classNamed(reader_.leaf(text).string());
+  }
+
+  KeyedUnarchiver& unarchiver_;
+  const Data archive_;
+  const BinaryPropertyListReader reader_;
+  ObjectMemo memo_;
+  Object objects_;
+  Object scope_;  // the dictionary whose keys are decoded: the archive's top, or an object
+  std::unordered_map<std::uint32_t, ClassInfo> classes_;  // by UID
+};
+
+KeyedUnarchiver::KeyedUnarchiver(const Data& archive)
+    : implementation_(std::make_unique<Implementation>(*this, archive)) {}
+
+KeyedUnarchiver::~KeyedUnarchiver() = default;
+
+bool KeyedUnarchiver::isValid() const { return implementation_->isValid(); }
+
+Value KeyedUnarchiver::decodeObjectForKey(const String& key) {
+  return implementation_->decode(key);
+}
+
+}  // namespace QVPlatform

@@ -1,0 +1,114 @@
+#include <QVPlatform/Foundation/PropertyList.h>
+#include <QVPlatform/Foundation/PropertyList/BinaryPropertyListReader.h>
+#include <QVPlatform/Foundation/PropertyList/ObjectMemo.h>
+#include <QVPlatform/Foundation/PropertyList/ValueEncoder.h>
+#include <QVPlatform/Foundation/PropertyList/XMLPropertyListReader.h>
+
+#include <optional>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace QVPlatform {
+namespace {
+
+/// Turns the objects of a binary property list into values.
+class ValueDecoder {
+ public:
+  explicit ValueDecoder(std::string_view bytes) : reader_(bytes), memo_(reader_) {}
+
+  Value decode() { return reader_.isValid() ? value(reader_.root()) : Value(); }
+
+ private:
+  using Object = BinaryPropertyListReader::Object;
+  using Type = BinaryPropertyListReader::Type;
+
+  Value value(BinaryPropertyListReader::Reference reference) {
+    return memo_.valueOf(reference, [this](const Object& object) {
+      Value made = object.type == Type::kArray        ? array(object)
+                   : object.type == Type::kDictionary ? dictionary(object)
+                                                      : reader_.leaf(object);
+      return made.isNil() ? memo_.fail() : made;
+    });
+  }
+
+  Value array(const Object& object) {
+    std::vector<Value> values;
+    for (std::size_t i = 0; i < object.count && !memo_.hasFailed(); ++i) {
+      values.push_back(value(reader_.reference(object, i)));
+    }
+    return memo_.hasFailed() ? Value() : Value(Array(std::move(values)));
+  }
+
+  Value dictionary(const Object& object) {
+    std::vector<Dictionary::Entry> entries;
+    for (std::size_t i = 0; i < object.count && !memo_.hasFailed(); ++i) {
+      String key = value(reader_.reference(object, i)).string();
+      if (key.isNull()) return memo_.fail();
+      entries.emplace_back(std::move(key), value(reader_.reference(object, object.count + i)));
+    }
+    return memo_.hasFailed() ? Value() : Value(Dictionary(std::move(entries)));
+  }
+
+  BinaryPropertyListReader reader_;
+  ObjectMemo memo_;
+};
+
+/// Copies containers; `budget` bounds what shared containers multiply to.
+class DeepCopy {
+ public:
+  Value copy(const Value& value) {
+    if (budget_ == 0) return nullptr;
+    --budget_;
+    return std::visit(
+        [&]<class T>(const T& held) -> Value {
+          if constexpr (std::is_same_v<T, Array> || std::is_same_v<T, Dictionary>) {
+            if (depth_ == PropertyList::kMaximumDepth) return nullptr;
+            ++depth_;
+            Value copied = copyOf(held);
+            --depth_;
+            return copied;
+          } else if constexpr (std::is_same_v<T, Value::ObjectReference>) {
+            return nullptr;
+          } else {
+            return value;
+          }
+        },
+        value.storage());
+  }
+
+ private:
+  Value copyOf(const Array& array) {
+    std::vector<Value> values = array.values();
+    for (Value& value : values) {
+      value = copy(value);
+      if (value.isNil()) return nullptr;
+    }
+    return Array(std::move(values));
+  }
+
+  Value copyOf(const Dictionary& dictionary) {
+    std::vector<Dictionary::Entry> entries = dictionary.entries();
+    for (auto& entry : entries) {
+      entry.second = copy(entry.second);
+      if (entry.second.isNil()) return nullptr;
+    }
+    return Dictionary(std::move(entries));
+  }
+
+  std::size_t budget_ = PropertyList::kMaximumCount;
+  std::size_t depth_ = 0;
+};
+
+}  // namespace
+
+Data PropertyList::dataWithValue(const Value& value) { return ValueEncoder().encode(value); }
+
+Value PropertyList::valueWithData(std::string_view bytes) {
+  if (bytes.starts_with("bplist")) return ValueDecoder(bytes).decode();
+  return valueWithXMLPropertyList(bytes);
+}
+
+Value PropertyList::copy(const Value& value) { return DeepCopy().copy(value); }
+
+}  // namespace QVPlatform

@@ -1,0 +1,251 @@
+#include <QVPlatform/Foundation/PropertyList.h>
+#include <QVPlatform/Foundation/PropertyList/BinaryPropertyListFormat.h>
+#include <QVPlatform/Foundation/PropertyList/BinaryPropertyListReader.h>
+
+#include <bit>
+#include <limits>
+#include <string>
+
+namespace QVPlatform {
+namespace {
+
+namespace Format = BinaryPropertyListFormat;
+
+constexpr std::uint32_t kReplacementCharacter = 0xFFFD;
+
+/// The last eight bytes count, if there are more.
+std::uint64_t bigEndian(std::string_view bytes) {
+  std::uint64_t number = 0;
+  for (const char byte : bytes) number = number << 8 | static_cast<unsigned char>(byte);
+  return number;
+}
+
+void appendUTF8(std::string& text, std::uint32_t character) {
+  const auto tail = [&](unsigned shift) {
+    text.push_back(static_cast<char>(0x80 | (character >> shift & 0x3F)));
+  };
+  if (character < 0x80) {
+    text.push_back(static_cast<char>(character));
+  } else if (character < 0x800) {
+    text.push_back(static_cast<char>(0xC0 | character >> 6));
+    tail(0);
+  } else if (character < 0x10000) {
+    text.push_back(static_cast<char>(0xE0 | character >> 12));
+    tail(6);
+    tail(0);
+  } else {
+    text.push_back(static_cast<char>(0xF0 | character >> 18));
+    tail(12);
+    tail(6);
+    tail(0);
+  }
+}
+
+bool isHighSurrogate(std::uint64_t unit) { return (unit & 0xFC00) == 0xD800; }
+bool isLowSurrogate(std::uint64_t unit) { return (unit & 0xFC00) == 0xDC00; }
+
+/// A surrogate without its partner, which UTF-8 cannot express, becomes U+FFFD.
+String textOfUTF16(std::string_view bytes) {
+  std::string text;
+  text.reserve(bytes.size());
+  while (!bytes.empty()) {
+    auto character = static_cast<std::uint32_t>(bigEndian(bytes.substr(0, 2)));
+    bytes.remove_prefix(2);
+    if (isHighSurrogate(character) || isLowSurrogate(character)) {
+      const auto low = static_cast<std::uint32_t>(bigEndian(bytes.substr(0, 2)));
+      if (isHighSurrogate(character) && bytes.size() >= 2 && isLowSurrogate(low)) {
+        character = 0x10000 + ((character & 0x3FF) << 10 | (low & 0x3FF));
+        bytes.remove_prefix(2);
+      } else {
+        character = kReplacementCharacter;
+      }
+    }
+    appendUTF8(text, character);
+  }
+  return String(text);
+}
+
+double real(std::string_view content) {
+  const std::uint64_t bits = bigEndian(content);
+  return content.size() == 4 ? std::bit_cast<float>(static_cast<std::uint32_t>(bits))
+                             : std::bit_cast<double>(bits);
+}
+
+BinaryPropertyListReader::Type typeOf(std::uint8_t marker) {
+  using Type = BinaryPropertyListReader::Type;
+  switch (marker & Format::kTypeMask) {
+    case Format::kUID:
+      return Type::kUID;
+    case Format::kArray:
+      return Type::kArray;
+    case Format::kDictionary:
+      return Type::kDictionary;
+    default:
+      return Type::kLeaf;
+  }
+}
+
+/// How long an object is: that many units of that many bytes, unless the length follows.
+struct Shape {
+  std::size_t count = 0;
+  std::size_t unit = 0;  // 0: no such type
+  bool canBeLonger = false;
+};
+
+Shape shapeOf(std::uint8_t marker, std::size_t referenceWidth) {
+  const std::size_t length = marker & Format::kLengthMask;
+  switch (marker & Format::kTypeMask) {
+    case 0:
+      return {0, 1};
+    case Format::kInteger:
+    case Format::kReal:
+    case Format::kDate& Format::kTypeMask:
+      return length > 4 ? Shape() : Shape{std::size_t{1} << length, 1};
+    case Format::kUID:
+      return {length + 1, 1};
+    case Format::kData:
+    case Format::kASCIIText:
+      return {length, 1, true};
+    case Format::kUTF16Text:
+      return {length, 2, true};
+    case Format::kArray:
+      return {length, referenceWidth, true};
+    case Format::kDictionary:
+      return {length, 2 * referenceWidth, true};
+    default:
+      return {};
+  }
+}
+
+}  // namespace
+
+BinaryPropertyListReader::BinaryPropertyListReader(std::string_view bytes) : bytes_(bytes) {
+  if (!readTrailer()) count_ = 0;
+}
+
+bool BinaryPropertyListReader::readTrailer() {
+  // Other writers may have another digit at the end of the magic; the layout is the same.
+  if (!bytes_.starts_with(Format::kMagic.substr(0, 7))) return false;
+  if (bytes_.size() < Format::kMagic.size() + Format::kTrailerSize) return false;
+  if (bytes_.size() > PropertyList::kMaximumSize) return false;
+  const std::string_view trailer = bytes_.substr(bytes_.size() - Format::kTrailerSize);
+  offsetWidth_ = bigEndian(trailer.substr(6, 1));
+  referenceWidth_ = bigEndian(trailer.substr(7, 1));
+  const std::uint64_t count = bigEndian(trailer.substr(8, 8));
+  const std::uint64_t root = bigEndian(trailer.substr(16, 8));
+  const std::uint64_t table = bigEndian(trailer.substr(24, 8));
+  const std::size_t end = bytes_.size() - Format::kTrailerSize;
+  if (offsetWidth_ < 1 || offsetWidth_ > 8 || referenceWidth_ < 1 || referenceWidth_ > 8) {
+    return false;
+  }
+  if (count > PropertyList::kMaximumCount || root >= count) return false;
+  if (table < Format::kMagic.size() || table > end || count > (end - table) / offsetWidth_) {
+    return false;
+  }
+  table_ = table;
+  count_ = count;
+  root_ = static_cast<Reference>(root);
+  return true;
+}
+
+/// The length that follows a marker which has no room for it; moves the position behind it.
+std::optional<std::uint64_t> BinaryPropertyListReader::length(std::size_t& position) const {
+  if (position >= table_) return {};
+  const auto marker = static_cast<std::uint8_t>(bytes_[position]);
+  const std::size_t exponent = marker & Format::kLengthMask;
+  if ((marker & Format::kTypeMask) != Format::kInteger || exponent > 3) return {};
+  const std::size_t width = std::size_t{1} << exponent;
+  if (width >= table_ - position) return {};
+  const std::uint64_t number = bigEndian(bytes_.substr(position + 1, width));
+  position += 1 + width;
+  return number;
+}
+
+BinaryPropertyListReader::Object BinaryPropertyListReader::object(Reference reference) const {
+  if (reference >= count_) return {};
+  const std::uint64_t offset =
+      bigEndian(bytes_.substr(table_ + reference * offsetWidth_, offsetWidth_));
+  if (offset < Format::kMagic.size() || offset >= table_) return {};
+  std::size_t position = offset;
+  const auto marker = static_cast<std::uint8_t>(bytes_[position++]);
+  auto [count, unit, canBeLonger] = shapeOf(marker, referenceWidth_);
+  if (unit == 0) return {};
+  if (canBeLonger && count == Format::kLengthMask) {
+    const auto longer = length(position);
+    if (!longer) return {};
+    count = *longer;
+  }
+  if (count > (table_ - position) / unit) return {};
+  return {typeOf(marker), marker, count, bytes_.substr(position, count * unit)};
+}
+
+BinaryPropertyListReader::Reference BinaryPropertyListReader::reference(const Object& container,
+                                                                        std::size_t index) const {
+  const std::uint64_t number =
+      bigEndian(container.content.substr(index * referenceWidth_, referenceWidth_));
+  // A number that is too large for a reference is of no object either.
+  return number < count_ ? static_cast<Reference>(number) : std::numeric_limits<Reference>::max();
+}
+
+Value BinaryPropertyListReader::leaf(const Object& object) const {
+  switch (object.marker & Format::kTypeMask) {
+    case 0:
+      if (object.marker == Format::kFalse) return false;
+      if (object.marker == Format::kTrue) return true;
+      return nullptr;
+    case Format::kInteger:
+      return integer(object);
+    case Format::kReal:
+      if (object.count != 4 && object.count != 8) return nullptr;
+      return real(object.content);
+    case Format::kDate& Format::kTypeMask:
+      if (object.marker != Format::kDate) return nullptr;
+      return Date{real(object.content) + Format::kReferenceDate};
+    case Format::kData:
+      return Data(std::string(object.content));
+    case Format::kASCIIText:
+      return String(object.content);  // other writers put UTF-8 here
+    case Format::kUTF16Text:
+      return textOfUTF16(object.content);
+    default:
+      return nullptr;
+  }
+}
+
+Value BinaryPropertyListReader::integer(const Object& object) const {
+  const std::uint64_t bits = bigEndian(object.content);
+  if (object.count == 16) {
+    const std::uint64_t high = bigEndian(object.content.substr(0, 8));
+    const auto number = static_cast<std::int64_t>(bits);
+    if (high == (number < 0 ? ~std::uint64_t{0} : 0)) return number;
+    return high == 0 ? Value(bits) : Value();
+  }
+  const auto number = static_cast<std::int64_t>(bits);
+  const auto end = static_cast<std::size_t>(object.content.data() - bytes_.data()) + object.count;
+  std::size_t mark = 0;
+  while (mark < 4 && end + mark < table_ && bytes_[end + mark] == Format::kFill) ++mark;
+  if (mark == 1 && std::in_range<std::int32_t>(number)) return static_cast<std::int32_t>(number);
+  if (mark == 2 && std::in_range<std::uint32_t>(number)) return static_cast<std::uint32_t>(number);
+  if (mark == 3 && number >= 0) return bits;
+  return number;
+}
+
+std::optional<std::uint32_t> BinaryPropertyListReader::uid(const Object& object) const {
+  const std::uint64_t number = bigEndian(object.content);
+  if (object.type != Type::kUID || object.count > 8 || number > UINT32_MAX) return {};
+  return static_cast<std::uint32_t>(number);
+}
+
+std::optional<BinaryPropertyListReader::Reference> BinaryPropertyListReader::valueForKey(
+    const Object& dictionary, std::string_view key) const {
+  if (dictionary.type != Type::kDictionary) return {};
+  for (std::size_t i = 0; i < dictionary.count; ++i) {
+    const Object candidate = object(reference(dictionary, i));
+    if ((candidate.marker & Format::kTypeMask) == Format::kASCIIText && candidate.content == key) {
+      return reference(dictionary, dictionary.count + i);
+    }
+  }
+  return {};
+}
+
+}  // namespace QVPlatform

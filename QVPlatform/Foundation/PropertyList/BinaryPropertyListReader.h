@@ -1,0 +1,62 @@
+#pragma once
+
+#include <QVPlatform/Foundation/Value.h>
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace QVPlatform {
+
+/// The objects of a binary property list, looked up where they lie. Every access is checked
+/// against the bounds of the file; nothing is kept but the view on its bytes.
+class BinaryPropertyListReader {
+ public:
+  using Reference = std::uint32_t;
+
+  enum class Type { kDamaged, kLeaf, kUID, kArray, kDictionary };
+
+  struct Object {
+    Type type = Type::kDamaged;
+    std::uint8_t marker = 0;
+    /// Elements of an array, entries of a dictionary; of a leaf, its length in the file's sense.
+    std::size_t count = 0;
+    /// What follows the marker and the length.
+    std::string_view content;
+  };
+
+  /// The bytes must outlive the reader.
+  explicit BinaryPropertyListReader(std::string_view bytes);
+
+  bool isValid() const { return count_ > 0; }
+  Reference root() const { return root_; }
+  std::size_t count() const { return count_; }
+  std::size_t size() const { return bytes_.size(); }
+
+  /// A damaged object when there is none of that number.
+  Object object(Reference reference) const;
+  /// What a container refers to: an array's elements; a dictionary's keys, then its values. The
+  /// index is below count, or twice that for a dictionary. The number may be of no object.
+  Reference reference(const Object& container, std::size_t index) const;
+  /// Text, bytes, number, boolean or date; nil when it is damaged.
+  Value leaf(const Object& object) const;
+  /// Number of the archived object that a UID stands for.
+  std::optional<std::uint32_t> uid(const Object& object) const;
+  /// Where the value of a dictionary's ASCII key is; nothing when the key is missing.
+  std::optional<Reference> valueForKey(const Object& dictionary, std::string_view key) const;
+
+ private:
+  bool readTrailer();
+  Object damagedOr(Object object, std::size_t position, std::size_t length) const;
+  std::optional<std::uint64_t> length(std::size_t& position) const;
+  Value integer(const Object& object) const;
+
+  std::string_view bytes_;
+  std::size_t table_ = 0;
+  std::size_t offsetWidth_ = 0;
+  std::size_t referenceWidth_ = 0;
+  std::size_t count_ = 0;
+  Reference root_ = 0;
+};
+
+}  // namespace QVPlatform

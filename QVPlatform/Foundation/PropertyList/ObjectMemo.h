@@ -1,0 +1,102 @@
+#pragma once
+
+#include <QVPlatform/Foundation/PropertyList.h>
+#include <QVPlatform/Foundation/PropertyList/BinaryPropertyListReader.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <vector>
+
+namespace QVPlatform {
+
+/// Makes the value of each object of an untrusted file once, and keeps watch over what a file can
+/// do by referring to its objects as it likes: contain itself, nest without end, let objects
+/// overlap so that a few bytes are read many times, and multiply by references to references.
+class ObjectMemo {
+ public:
+  using Reference = BinaryPropertyListReader::Reference;
+  using Object = BinaryPropertyListReader::Object;
+
+  explicit ObjectMemo(const BinaryPropertyListReader& reader)
+      : reader_(reader),
+        nodes_(reader.count()),
+        readableBytes_(reader.size() + kAllowance),
+        expandedLimit_(expandedLimit(reader.size())) {}
+
+  /// To how many values a file of that size may expand. That many are there without any sharing;
+  /// a file of a few hundred bytes must not expand to millions, and yet a list of thousands of
+  /// messages may refer to one table in each of them.
+  static std::uint64_t expandedLimit(std::size_t fileSize) { return 8 * fileSize + kAllowance; }
+
+  /// The value that build(object) makes; it is called once for each object and may call this in
+  /// turn. Nil when the file is damaged, which also holds from then on.
+  template <class Build>
+  Value valueOf(Reference reference, const Build& build) {
+    if (hasFailed_ || reference >= nodes_.size()) return fail();
+    if (depth_ == 0) children_ = height_ = 0;
+    Node& node = nodes_[reference];
+    if (node.state == State::kNew) make(node, reader_.object(reference), build);
+    if (node.state != State::kMade || hasFailed_) return fail();
+    children_ += 1 + node.expanded;
+    height_ = std::max(height_, node.height + 1);
+    if (children_ > expandedLimit_ || height_ > kMaximumHeight) return fail();
+    return node.value;
+  }
+
+  /// To be called for every object that is read, in valueOf() or aside from it.
+  void countReading(const Object& object) {
+    const std::size_t bytes = object.content.size() + 1;
+    if (bytes > readableBytes_) fail();
+    readableBytes_ -= std::min(bytes, readableBytes_);
+  }
+
+  bool hasFailed() const { return hasFailed_; }
+  Value fail() {
+    hasFailed_ = true;
+    return nullptr;
+  }
+
+ private:
+  enum class State : std::uint8_t { kNew, kBeingMade, kMade };
+
+  struct Node {
+    Value value;
+    std::uint64_t expanded = 0;  // values in it, counted as often as they are referred to
+    std::uint32_t height = 0;    // levels below it
+    State state = State::kNew;
+  };
+
+  static constexpr std::size_t kAllowance = 1U << 18;
+  /// The innermost container has contents, and the outermost is somebody's content.
+  static constexpr std::uint32_t kMaximumHeight = PropertyList::kMaximumDepth + 1;
+
+  template <class Build>
+  void make(Node& node, const Object& object, const Build& build) {
+    countReading(object);
+    if (depth_ == kMaximumHeight) fail();
+    if (hasFailed_) return;
+    const auto [outerChildren, outerHeight] = std::pair(children_, height_);
+    children_ = height_ = 0;
+    ++depth_;
+    node.state = State::kBeingMade;
+    node.value = build(object);
+    node.expanded = children_;
+    node.height = height_;
+    node.state = State::kMade;
+    --depth_;
+    children_ = outerChildren;
+    height_ = outerHeight;
+  }
+
+  const BinaryPropertyListReader& reader_;
+  std::vector<Node> nodes_;
+  std::size_t readableBytes_;
+  std::uint64_t expandedLimit_;
+  // Of the object that is being made.
+  std::uint64_t children_ = 0;
+  std::uint32_t height_ = 0;
+  std::uint32_t depth_ = 0;
+  bool hasFailed_ = false;
+};
+
+}  // namespace QVPlatform
