@@ -9,14 +9,14 @@ namespace QVPlatform {
 
 /// Makes web views. An application that has a web engine of its own (Qt WebEngine, CEF) derives
 /// from this and from WebView, and hands its engine in before the core starts; all others get the
-/// default one, WebKitGTK, which lies in a library of its own (libQVWebKit) that is loaded when a
-/// web view is wanted for the first time.
+/// default engine, WebKitGTK, which lies in a library of its own (libQVWebKit) that is loaded when
+/// a web view is wanted for the first time.
 class QVPLATFORM_EXPORT WebEngine {
  public:
   virtual ~WebEngine();
 
-  /// A new web view; null when the engine cannot make one, in a process without a display for
-  /// instance. Called on the main thread. Must not end the process, whatever fails.
+  /// A new web view, or null when the engine cannot make one. Called on the main thread. Must not
+  /// end the process, whatever fails: there may be no display, for instance.
   virtual std::shared_ptr<WebView> makeWebView(const WebViewConfiguration& configuration) = 0;
 
   /// The engine in use: the one that was set, else the default engine; null when its library cannot

@@ -1,0 +1,89 @@
+#include <QVPlatform/Device/Device.h>
+
+#include <QVPlatform/Application.h>
+#include <QVPlatform/Dispatch/Thread.h>
+#include <QVPlatform/Foundation/Property.h>
+#include <QVPlatform/Foundation/UUID.h>
+
+#include <fstream>
+#include <string>
+#include <utility>
+
+namespace QVPlatform {
+namespace {
+
+/// Hashed with a machine's id before anything else is made of it, so that what the kit tells of a
+/// machine cannot be matched with what another program tells of it. It never changes.
+constexpr const char* kKeyOfMachineId = "QVCore identifier for vendor";
+
+struct Settings {
+  Property<Device::IdentifierProvider> identifierForVendor;
+  Property<Device::IdentifierProvider> advertisingIdentifier;
+  Property<String> vendorName;
+  Property<SystemVersion> systemVersion{SystemVersion{14, 0, 0}};
+};
+
+Settings& settings() {
+  static Settings& settings = *new Settings;  // never destroyed: threads may outlive main
+  return settings;
+}
+
+/// 32 hexadecimal digits; null on a machine that has none (yet).
+String machineId() {
+  for (const char* path : {"/etc/machine-id", "/var/lib/dbus/machine-id"}) {
+    std::string id;
+    std::getline(std::ifstream(path), id);
+    const bool isId =
+        id.size() == 32 && id.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+    if (isId) return String(id);
+  }
+  return nullptr;
+}
+
+String makeIdentifierForVendor() {
+  std::string machine(machineId().view());
+  if (machine.empty()) return nullptr;
+  for (const std::size_t hyphen : {20U, 16U, 12U, 8U}) machine.insert(hyphen, 1, '-');
+  return UUID::nameBased(UUID::nameBased(machine, kKeyOfMachineId), Device::vendorName());
+}
+
+String ask(const Device::IdentifierProvider& provider) {
+  String identifier;
+  callOut([&] { identifier = provider(); });
+  return identifier;
+}
+
+}  // namespace
+
+String Device::identifierForVendor() {
+  const auto provider = settings().identifierForVendor.get();
+  return provider ? ask(provider) : makeIdentifierForVendor();
+}
+
+void Device::setIdentifierForVendorProvider(IdentifierProvider provider) {
+  settings().identifierForVendor.set(std::move(provider));
+}
+
+String Device::vendorName() {
+  const String chosen = settings().vendorName.get();
+  if (!chosen.isEmpty()) return chosen;
+  const String identifier = Application::identifier();
+  return identifier.view().substr(0, identifier.view().rfind('.'));
+}
+
+void Device::setVendorName(String name) { settings().vendorName.set(std::move(name)); }
+
+String Device::advertisingIdentifier() {
+  const auto provider = settings().advertisingIdentifier.get();
+  return provider ? ask(provider) : nullptr;
+}
+
+void Device::setAdvertisingIdentifierProvider(IdentifierProvider provider) {
+  settings().advertisingIdentifier.set(std::move(provider));
+}
+
+SystemVersion Device::systemVersion() { return settings().systemVersion.get(); }
+
+void Device::setSystemVersion(SystemVersion version) { settings().systemVersion.set(version); }
+
+}  // namespace QVPlatform

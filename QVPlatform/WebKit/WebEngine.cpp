@@ -1,0 +1,60 @@
+#include <QVPlatform/WebKit/WebEngine.h>
+
+#include <QVPlatform/Foundation/Log.h>
+#include <QVPlatform/Foundation/Property.h>
+
+#include <dlfcn.h>
+
+#include <filesystem>
+#include <string>
+#include <utility>
+
+namespace QVPlatform {
+namespace {
+
+using SharedEngine = std::shared_ptr<WebEngine>;
+
+Property<SharedEngine>& engineOfApplication() {
+  static auto& engine = *new Property<SharedEngine>;  // never destroyed: threads may outlive main
+  return engine;
+}
+
+/// The library's path beside this one, where it is installed; else its bare name, which the loader
+/// seeks where it seeks every library.
+std::string pathOfDefaultEngine() {
+  Dl_info own{};
+  if (dladdr(reinterpret_cast<const void*>(&pathOfDefaultEngine), &own) != 0) {
+    const auto path =
+        std::filesystem::path(own.dli_fname).replace_filename(QVPLATFORM_WEBKIT_LIBRARY);
+    std::error_code ignored;
+    if (std::filesystem::exists(path, ignored)) return path.string();
+  }
+  return QVPLATFORM_WEBKIT_LIBRARY;
+}
+
+SharedEngine loadDefaultEngine() {
+  void* const library =
+      dlopen(pathOfDefaultEngine().c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+  void* const symbol = library ? dlsym(library, "QVWebKitMakeEngine") : nullptr;
+  if (!symbol) {
+    consoleLog(String("no web engine, hence no user agent: ") + String(dlerror()));
+    return nullptr;
+  }
+  return SharedEngine(reinterpret_cast<WebEngine* (*)()>(symbol)());
+}
+
+}  // namespace
+
+WebEngine::~WebEngine() = default;
+
+std::shared_ptr<WebEngine> WebEngine::engine() {
+  if (auto engine = engineOfApplication().get()) return engine;
+  static const auto& defaultEngine = *new SharedEngine(loadDefaultEngine());
+  return defaultEngine;
+}
+
+void WebEngine::setEngine(std::shared_ptr<WebEngine> engine) {
+  engineOfApplication().set(std::move(engine));
+}
+
+}  // namespace QVPlatform

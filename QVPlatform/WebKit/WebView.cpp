@@ -1,0 +1,7 @@
+#include <QVPlatform/WebKit/WebView.h>
+
+namespace QVPlatform {
+
+WebView::~WebView() = default;
+
+}  // namespace QVPlatform
