@@ -98,7 +98,8 @@ TEST_F(NotificationCenterTest, CarriesTheSameUserInfo) {
 }
 
 TEST_F(NotificationCenterTest, StaysWholeWhenACallbackThrows) {
-  center.addObserver(&first, [](const Notification&) { throw 1; }, "n");
+  center.addObserver(
+      &first, [](const Notification&) { throw 1; }, "n");
   EXPECT_THROW(post("n"), int);
   center.removeObserver(&first);  // would wait for ever for a delivery that was not counted out
   post("n");
@@ -143,7 +144,12 @@ TEST_F(NotificationCenterTest, IsSafeWhileObserversComeAndGoOnOtherThreads) {
     auto observer = std::make_unique<int>(0);
     std::atomic<int> calls = 0;
     center.addObserver(
-        observer.get(), [&](const Notification&) { ++calls; ++delivered; }, "n");
+        observer.get(),
+        [&](const Notification&) {
+          ++calls;
+          ++delivered;
+        },
+        "n");
     center.removeObserver(observer.get());
     observer.reset();
   }

@@ -63,8 +63,7 @@ TEST_F(QVLoggerTest, PrintsAnyObjectAsItsDescriptionWithNothingAround) {
 TEST_F(QVLoggerTest, LogsHitsByUnescapedAddressOrElseByData) {
   EXPECT_EQ(printedFor(kQVNotification_HitSent, {{"url", "http://h/a%20b"}, {"data", "d"}}),
             "Hit sent: (null): http://h/a b\n");
-  EXPECT_EQ(printedFor(kQVNotification_HitSent, {{"data", "a%20b"}}),
-            "Hit sent: (null): a%20b\n");
+  EXPECT_EQ(printedFor(kQVNotification_HitSent, {{"data", "a%20b"}}), "Hit sent: (null): a%20b\n");
   EXPECT_EQ(printedFor(kQVNotification_HitSent, {{"url", "%ff"}}), "Hit sent: (null): (null)\n");
   EXPECT_EQ(printedFor(kQVNotification_HitSent), "Hit sent: (null): (null)\n");
   EXPECT_EQ(printedFor(kQVNotification_HitSent, {{"url", 5}}), "Hit sent: (null): 5\n");

@@ -3,10 +3,17 @@
 // All of the core's public interface.
 
 #include <QVCore/QVCoreConstants.h>
+#include <QVCore/QVCoreInitialisation.h>
+#include <QVCore/QVCoreVariables.h>
 #include <QVCore/QVCore_vers.h>
 #include <QVCore/QVDebug.h>
+#include <QVCore/QVDynamicStore.h>
 #include <QVCore/QVEventListener.h>
 #include <QVCore/QVEventSender.h>
+#include <QVCore/QVHTTPOperation.h>
 #include <QVCore/QVLogger.h>
+#include <QVCore/QVNetworkManager.h>
 #include <QVCore/QVReachability.h>
 #include <QVCore/QVSingleton.h>
+#include <QVCore/QVUserDefaults.h>
+#include <QVCore/QVUtils.h>

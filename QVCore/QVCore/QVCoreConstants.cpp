@@ -3,10 +3,10 @@
 using QVPlatform::String;
 
 // A constant and the storage of its text.
-#define QV_TEXT(name, text)                         \
-  namespace {                                       \
-  constinit String::Literal name##_text{text};      \
-  }                                                 \
+#define QV_TEXT(name, text)                    \
+  namespace {                                  \
+  constinit String::Literal name##_text{text}; \
+  }                                            \
   constexpr String name { name##_text }
 
 // Notification names.

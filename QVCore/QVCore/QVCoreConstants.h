@@ -12,15 +12,15 @@
 // can be used before main() and after it, on any thread, and each is one object in the process, so
 // that a module that posts a constant can be told from one that built an equal text.
 
-// Notification names. A name that ends in a blank, or that is said to be a prefix, is never posted as it
-// stands: the poster appends a suffix, and a listener registers for the full name.
+// Notification names. A name that ends in a blank, or that is said to be a prefix, is never posted
+// as it stands: the poster appends a suffix, and a listener registers for the full name.
 
 /// A hit was sent. User info: "url" or "data".
 QVCORE_EXPORT extern const QVPlatform::String kQVNotification_HitSent;
 /// Asks the core to send one HTTP request. User info is the request data: "url", optionally
-/// "POSTData" and "HTTPURLResponse" (the marker for the consent queue), and whatever keys the poster
-/// wants to find again in the answer. Post it with this very constant: a text that only equals it
-/// is answered under "QVUnknownRequestType".
+/// "POSTData" and "HTTPURLResponse" (the marker for the consent queue), and whatever keys the
+/// poster wants to find again in the answer. Post it with this very constant: a text that only
+/// equals it is answered under "QVUnknownRequestType".
 QVCORE_EXPORT extern const QVPlatform::String kQVNotification_HTTPRequest;
 /// A request went out. User info: "data", the request, and "content", the operation's own request
 /// data, in which the answer's "content" appears later.
@@ -112,8 +112,8 @@ QVCORE_EXPORT extern const QVPlatform::String kQVPredefinedVariable_Connexion;
 
 // Others.
 
-/// Raw change of reachability; the object is the QVReachability. Posted on the default center, on the
-/// main thread.
+/// Raw change of reachability; the object is the QVReachability. Posted on the default center, on
+/// the main thread.
 QVCORE_EXPORT extern const QVPlatform::String kQVReachabilityChangedNotification;
 /// Text under "error" when a request's URL is refused.
 QVCORE_EXPORT extern const QVPlatform::String kQVErrorMessageInvalidURL;

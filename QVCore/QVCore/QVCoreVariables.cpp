@@ -25,8 +25,8 @@ using QVPlatform::WebView;
 
 namespace {
 
-/// From this version on the advertising identifier takes the user's consent, for which the core does
-/// not ask.
+/// From this version on the advertising identifier takes the user's consent, for which the core
+/// does not ask.
 constexpr SystemVersion kAdvertisingIdentifierNeedsConsent{14, 0, 0};
 
 /// What a device reports whose owner limits advertising.

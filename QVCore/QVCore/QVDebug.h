@@ -8,16 +8,16 @@
 /// later change takes effect at the next read. All operations may be called from any thread.
 class QVCORE_EXPORT QVDebug {
  public:
-  /// Messages below this level are not logged. Levels compare as unsigned numbers, so a negative one
-  /// silences everything, as 6 does. Default: 0, which lets everything through.
+  /// Messages below this level are not logged. Levels compare as unsigned numbers, so a negative
+  /// one silences everything, as 6 does. Default: 0, which lets everything through.
   static void setDebugLevel(std::int32_t level);
   static std::int32_t getLogLevel();
 
   /// Whether the logger traces every notification that it hears. Makes the logger if needed.
   static void setNotificationLog(bool isOn);
 
-  /// While hits are blocked, requests are numbered and queued, and dropped silently instead of being
-  /// sent. Default: false.
+  /// While hits are blocked, requests are numbered and queued, and dropped silently instead of
+  /// being sent. Default: false.
   static void blockHits(bool isOn);
   static bool areHitBlocked();
 

@@ -34,8 +34,8 @@ class QVCORE_EXPORT QVDynamicStore : public QVPlatform::Object,
                                      public QVPlatform::Coding,
                                      public IQVDynamicStore {
  public:
-  /// Makes both containers, empty. Returns the receiver. A bare store has none: it keeps nothing and
-  /// holds nothing.
+  /// Makes both containers, empty. Returns the receiver. A bare store has none: it keeps nothing
+  /// and holds nothing.
   std::shared_ptr<QVDynamicStore> init();
 
   void addData(const std::shared_ptr<QVDynamicStore>& other) override;

@@ -142,6 +142,6 @@ void QVLogger::logHitSent(const Notification& notification) {
 
 void QVLogger::verboseNotificationLog(const Notification& notification) {
   if (!debugVerboseNotificationLog()) return;
-  logMessageWithLevel(
-      stringWithFormat("%@ | (%@)", {notification.name(), notification.object()}), 0);
+  logMessageWithLevel(stringWithFormat("%@ | (%@)", {notification.name(), notification.object()}),
+                      0);
 }

@@ -11,8 +11,8 @@
 #include <cstdint>
 #include <memory>
 
-/// Writes the kit's diagnostic lines to standard output, filtered by one level, and turns some of the
-/// kit's notifications into such lines. It also knows the kit's private directory.
+/// Writes the kit's diagnostic lines to standard output, filtered by one level, and turns some of
+/// the kit's notifications into such lines. It also knows the kit's private directory.
 ///
 /// Levels are numbers: 0 notification trace, 1 offline hits, 2 traffic and connectivity, 3 number
 /// parsing, 4 configurations and request details; 6 as the setting silences everything.
@@ -33,10 +33,11 @@ class QVCORE_EXPORT QVLogger : public QVSingleton,
   /// Prints the message's description and a line feed, and nothing else.
   void logToConsole(const QVPlatform::Value& message);
 
-  /// Path of the private directory: "QVPrivateDocuments" in the Library directory. Does not make it.
+  /// Path of the private directory: "QVPrivateDocuments" in the Library directory. Does not make
+  /// it.
   static QVPlatform::String privateQVDirectory();
-  /// Path of a file in the private directory, which is made if it is missing; that this failed shows
-  /// when the file is opened.
+  /// Path of a file in the private directory, which is made if it is missing; that this failed
+  /// shows when the file is opened.
   QVPlatform::String getPrivatePathToFile(const QVPlatform::String& name);
 
   void changeNotificationCenter(

@@ -24,8 +24,8 @@ class QVPLATFORM_EXPORT CallGate {
     if (!isClosed_) call();
   }
 
-  /// Lets no further call through and returns when none is under way on any other thread. Calls that
-  /// the calling thread is itself in are not waited for.
+  /// Lets no further call through and returns when none is under way on any other thread. Calls
+  /// that the calling thread is itself in are not waited for.
   void close();
   /// As close(), without waiting: wait with close() afterwards.
   void beginClosing() noexcept { isClosed_ = true; }

@@ -9,10 +9,10 @@ namespace QVPlatform {
 
 /// The queue of blocks that run on the main thread of the process, one after the other.
 ///
-/// The main thread belongs to the host, so the host runs the blocks: with run() when it has no event
-/// loop, else by watching fileDescriptor() in its loop and calling drain() when that is readable.
-/// Threads: async(), sync() and stop() may be called from any thread, the others from the main
-/// thread. The queue lives as long as the process.
+/// The main thread belongs to the host, so the host runs the blocks: with run() when it has no
+/// event loop, else by watching fileDescriptor() in its loop and calling drain() when that is
+/// readable. Threads: async(), sync() and stop() may be called from any thread, the others from the
+/// main thread. The queue lives as long as the process.
 class QVPLATFORM_EXPORT MainQueue {
  public:
   static MainQueue& mainQueue();

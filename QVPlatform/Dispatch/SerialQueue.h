@@ -11,8 +11,9 @@ namespace QVPlatform {
 /// Runs blocks one after the other, in the order in which they were handed in, on a thread of its
 /// own.
 ///
-/// Threads: async() may be called from any thread, blocks included. The thread starts with the first
-/// block. Lifetime: the destructor returns at once; blocks that wait still run, then the thread ends.
+/// Threads: async() may be called from any thread, blocks included. The thread starts with the
+/// first block. Lifetime: the destructor returns at once; blocks that wait still run, then the
+/// thread ends.
 class QVPLATFORM_EXPORT SerialQueue {
  public:
   /// The label names the queue in debuggers.

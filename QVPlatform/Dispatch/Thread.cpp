@@ -35,9 +35,7 @@ class AllSignalsBlocked {
 bool startThread(const char* name, std::function<void()> body) {
   const AllSignalsBlocked blocked;
   try {
-    std::thread thread([body = std::move(body)] {
-      callOut(body);
-    });
+    std::thread thread([body = std::move(body)] { callOut(body); });
     pthread_setname_np(thread.native_handle(), name);
     thread.detach();
     return true;

@@ -72,8 +72,8 @@ void NotificationCenter::addObserver(const void* observer, Callback callback, co
   auto registration = std::make_shared<Registration>(std::move(callback), observer, object);
   const std::unique_lock lock(state_->mutex);
   auto& current = state_->registrationsByName[name];
-  auto extended = current ? std::make_shared<Registrations>(*current)
-                          : std::make_shared<Registrations>();
+  auto extended =
+      current ? std::make_shared<Registrations>(*current) : std::make_shared<Registrations>();
   extended->push_back(std::move(registration));
   current = std::move(extended);
   state_->namesByObserver[observer].push_back(name);

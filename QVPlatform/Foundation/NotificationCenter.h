@@ -11,8 +11,8 @@ namespace QVPlatform {
 /// Delivers notifications, by exact name, to whoever registered for that name.
 ///
 /// Threads: every operation may be called from any thread and from within a callback. No lock is
-/// held while a callback runs. Delivery is synchronous, on the posting thread; two threads that post
-/// may run one callback at the same time.
+/// held while a callback runs. Delivery is synchronous, on the posting thread; two threads that
+/// post may run one callback at the same time.
 class QVPLATFORM_EXPORT NotificationCenter {
  public:
   using Callback = std::function<void(const Notification&)>;

@@ -17,8 +17,8 @@ namespace QVPlatform {
 /// An operation belongs to the queue from addOperation() until it has run; the one that is running
 /// is the first of the list. While the queue is suspended none starts, but one that is running goes
 /// on. Cancelled operations stay in the list until their turn comes. Those at its head that nobody
-/// else holds are kept as a mere number, since a suspended queue may collect any number of them; one
-/// cancelled stand-in appears in their place where the list is asked for.
+/// else holds are kept as a mere number, since a suspended queue may collect any number of them;
+/// one cancelled stand-in appears in their place where the list is asked for.
 ///
 /// Threads: every operation may be called from any thread. Lifetime: when the queue is destroyed,
 /// operations that wait are dropped, one that is running ends by itself.

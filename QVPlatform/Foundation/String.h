@@ -92,8 +92,7 @@ class QVPLATFORM_EXPORT String {
 
   /// Equal text; null equals null only.
   friend bool operator==(const String& a, const String& b) noexcept {
-    return a.storage_ == b.storage_ ||
-           (a.isNull() == b.isNull() && a.view() == b.view());
+    return a.storage_ == b.storage_ || (a.isNull() == b.isNull() && a.view() == b.view());
   }
   /// By bytes, null first.
   friend std::strong_ordering operator<=>(const String& a, const String& b) noexcept {

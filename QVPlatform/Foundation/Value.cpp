@@ -47,8 +47,7 @@ Target clamped(double number) {
 }
 
 template <class Number>
-  requires std::is_arithmetic_v<Number>
-std::string decimal(Number number) {
+requires std::is_arithmetic_v<Number> std::string decimal(Number number) {
   char text[32];
   const auto end = std::to_chars(text, text + sizeof text, number).ptr;
   return {text, end};
@@ -165,8 +164,8 @@ double real(const Value& number) {
 }
 
 bool numbersAreEqual(const Value& a, const Value& b) {
-  const bool isReal = std::holds_alternative<double>(a.storage()) ||
-                      std::holds_alternative<double>(b.storage());
+  const bool isReal =
+      std::holds_alternative<double>(a.storage()) || std::holds_alternative<double>(b.storage());
   return isReal ? real(a) == real(b) : integer(a) == integer(b);
 }
 

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <memory>
+#include <string>
 #include <type_traits>
 #include <utility>
 #include <variant>
@@ -31,9 +32,9 @@ concept IntegerNumber = std::integral<T> && !std::same_as<std::remove_cv_t<T>, b
 class QVPLATFORM_EXPORT Value {
  public:
   using ObjectReference = std::shared_ptr<Object>;
-  using Storage = std::variant<std::monostate, bool, std::int32_t, std::uint32_t, std::int64_t,
-                               std::uint64_t, double, String, Data, Date, Array, Dictionary,
-                               ObjectReference>;
+  using Storage =
+      std::variant<std::monostate, bool, std::int32_t, std::uint32_t, std::int64_t, std::uint64_t,
+                   double, String, Data, Date, Array, Dictionary, ObjectReference>;
 
   /// Nil. So is a Value made from a null String, Data, Array, Dictionary or object reference.
   Value() noexcept = default;
@@ -45,6 +46,7 @@ class QVPLATFORM_EXPORT Value {
   Value(double value) noexcept : storage_(value) {}
   Value(Date value) noexcept : storage_(value) {}
   Value(const char* utf8) : Value(String(utf8)) {}
+  Value(const std::string& utf8) : Value(String(utf8)) {}
   Value(String value) noexcept { assign(std::move(value)); }
   Value(Data value) noexcept { assign(std::move(value)); }
   Value(Array value) noexcept { assign(std::move(value)); }
@@ -85,11 +87,11 @@ class QVPLATFORM_EXPORT Value {
   template <IntegerNumber Number>
   static auto widthOf(Number value) noexcept {
     if constexpr (sizeof(Number) == 4) {
-      return static_cast<
-          std::conditional_t<std::is_signed_v<Number>, std::int32_t, std::uint32_t>>(value);
+      return static_cast<std::conditional_t<std::is_signed_v<Number>, std::int32_t, std::uint32_t>>(
+          value);
     } else {
-      return static_cast<
-          std::conditional_t<std::is_signed_v<Number>, std::int64_t, std::uint64_t>>(value);
+      return static_cast<std::conditional_t<std::is_signed_v<Number>, std::int64_t, std::uint64_t>>(
+          value);
     }
   }
   template <class T>

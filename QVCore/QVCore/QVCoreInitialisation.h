@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QVCore/Export.h>
+#include <QVPlatform/Foundation/Object.h>
+
+#include <memory>
+
+/// Brings the core up.
+///
+///     const auto core = std::make_shared<QVCoreInitialisation>()->init();
+///
+/// The services live as long as the process; the object itself need not be kept.
+class QVCORE_EXPORT QVCoreInitialisation : public QVPlatform::Object {
+ public:
+  /// Makes the logger, the network manager and the core variables, in this order, unless they
+  /// exist. Returns the receiver. On a thread other than the main one it waits until the main
+  /// thread has begun to ask the web engine for the user agent; see QVCoreVariables::userAgent().
+  std::shared_ptr<QVCoreInitialisation> init();
+};

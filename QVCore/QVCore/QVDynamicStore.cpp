@@ -1,0 +1,117 @@
+#include <QVCore/QVDynamicStore.h>
+
+#include <QVPlatform/Foundation/ClassRegistry.h>
+#include <QVPlatform/Foundation/KeyedArchiver.h>
+#include <QVPlatform/Foundation/KeyedUnarchiver.h>
+
+#include <string>
+#include <utility>
+
+using QVPlatform::Array;
+using QVPlatform::Dictionary;
+using QVPlatform::String;
+using QVPlatform::stringWithFormat;
+using QVPlatform::Value;
+
+namespace {
+
+constinit String::Literal dynamicStoreText{"dynamicStore"};
+constinit String::Literal orderedKeysText{"orderedKeys"};
+constexpr String kDynamicStore{dynamicStoreText};
+constexpr String kOrderedKeys{orderedKeysText};
+
+[[maybe_unused]] const bool isRegistered = [] {
+  QVPlatform::ClassRegistry::registerClass(
+      "QVDynamicStore",
+      []() -> std::shared_ptr<QVPlatform::Object> { return std::make_shared<QVDynamicStore>(); });
+  return true;
+}();
+
+}  // namespace
+
+std::shared_ptr<QVDynamicStore> QVDynamicStore::init() {
+  setDynamicStore(Dictionary::dictionary());
+  setOrderedKeys(Array::array());
+  return std::static_pointer_cast<QVDynamicStore>(self());
+}
+
+void QVDynamicStore::addData(const std::shared_ptr<QVDynamicStore>& other) {
+  if (!other) return;
+  for (const Value& key : other->orderedKeys().values()) {
+    addDataWithValue(key.string(), other->getData(key.string()));
+  }
+}
+
+void QVDynamicStore::addDataWithValue(const String& key, const Value& value) {
+  if (key.isNull() || value.isNil()) return;
+  Value earlier;  // destroyed after the lock: it may be any object
+  const std::lock_guard lock(mutex_);
+  earlier = dynamicStore_.get(key);
+  if (earlier.isNil()) orderedKeys_.append(key);
+  dynamicStore_.set(key, value);
+}
+
+Value QVDynamicStore::getData(const String& key) const { return dynamicStore().get(key); }
+
+Value QVDynamicStore::removeData(const String& key) {
+  if (key.isNull()) return nullptr;
+  Value removed;
+  const std::lock_guard lock(mutex_);
+  removed = dynamicStore_.get(key);
+  dynamicStore_.remove(key);
+  orderedKeys_.removeEqual(key);
+  return removed;
+}
+
+void QVDynamicStore::clearData() {
+  Dictionary dropped;  // destroyed after the lock, as its values may be any objects
+  const std::lock_guard lock(mutex_);
+  dropped = dynamicStore_.copy();
+  dynamicStore_.clear();
+  orderedKeys_.clear();
+}
+
+void QVDynamicStore::encodeWithCoder(QVPlatform::KeyedArchiver& coder) const {
+  Dictionary store;
+  Array keys;
+  {
+    const std::lock_guard lock(mutex_);
+    store = dynamicStore_.copy();
+    keys = orderedKeys_.copy();
+  }
+  coder.encodeObjectForKey(store, kDynamicStore);
+  coder.encodeObjectForKey(keys, kOrderedKeys);
+}
+
+void QVDynamicStore::initWithCoder(QVPlatform::KeyedUnarchiver& coder) {
+  setDynamicStore(coder.decodeObjectForKey(kDynamicStore).dictionary());
+  setOrderedKeys(coder.decodeObjectForKey(kOrderedKeys).array());
+}
+
+String QVDynamicStore::debugDescription() const {
+  std::string lines;
+  for (const Value& key : orderedKeys().values()) {
+    lines.append(stringWithFormat("%@ : %@\n", {key, getData(key.string())}).view());
+  }
+  return String(lines);
+}
+
+Dictionary QVDynamicStore::dynamicStore() const {
+  const std::lock_guard lock(mutex_);
+  return dynamicStore_;
+}
+
+void QVDynamicStore::setDynamicStore(Dictionary store) {
+  const std::lock_guard lock(mutex_);
+  std::swap(dynamicStore_, store);
+}
+
+Array QVDynamicStore::orderedKeys() const {
+  const std::lock_guard lock(mutex_);
+  return orderedKeys_;
+}
+
+void QVDynamicStore::setOrderedKeys(Array keys) {
+  const std::lock_guard lock(mutex_);
+  std::swap(orderedKeys_, keys);
+}

@@ -1,0 +1,187 @@
+#include <QVCore/QVHTTPOperation.h>
+
+#include <QVCore/QVCoreConstants.h>
+#include <QVCore/QVDebug.h>
+#include <QVCore/QVLogger.h>
+#include <QVCore/QVNetworkManager.h>
+#include <QVCore/QVUserDefaults.h>
+#include <QVPlatform/Foundation/DateFormatter.h>
+#include <QVPlatform/Foundation/URLConnection.h>
+
+#include <string>
+#include <utility>
+
+using QVPlatform::Data;
+using QVPlatform::Date;
+using QVPlatform::Dictionary;
+using QVPlatform::MutableURLRequest;
+using QVPlatform::String;
+using QVPlatform::stringWithFormat;
+using QVPlatform::URL;
+using QVPlatform::Value;
+
+namespace {
+
+constexpr int kNotModified = 304;
+constexpr int kForbidden = 403;
+constexpr int kNotFound = 404;
+constexpr int kInternalServerError = 500;
+
+int statusCode(const QVHTTPOperation::Response& response) {
+  return response ? response->statusCode() : 0;
+}
+
+/// User-defaults key of the last download of the configuration that a request type is about.
+String lastUpdateKey(const String& requestType) {
+  return kQVConfigurationFilesLastUpdated + requestType.stringByReplacingOccurrencesOfString(
+                                                kQVNotification_ConfigurationResponse, "");
+}
+
+void post(const String& name, const Dictionary& userInfo) {
+  QVNetworkManager::sharedInstance()->postNetworkNotificationWithUserInfo(name, userInfo);
+}
+
+}  // namespace
+
+std::shared_ptr<QVHTTPOperation> QVHTTPOperation::initWithData(const Dictionary& data) {
+  setUserInfo(data.copy());
+  return std::static_pointer_cast<QVHTTPOperation>(self());
+}
+
+void QVHTTPOperation::addPostData(const String& text) {
+  Dictionary data = userInfo();
+  data.set(kQVUserInfo_POSTData, stringWithFormat("%@%@", {data.get(kQVUserInfo_POSTData), text}));
+}
+
+void QVHTTPOperation::main() {
+  if (isCancelled() || QVDebug::areHitBlocked()) return;
+  const String url = userInfo().get(kQVUserInfo_URLKey).string();
+  if (!QVNetworkManager::isValidURL(url)) return sendErrorWithUserInfo(userInfo().copy());
+
+  const String requestType = userInfo().get(kQVUserInfo_RequestType).string();
+  if (requestType.hasPrefix(kQVNotification_ConfigurationResponse)) {
+    prepareConditionalRequest(lastUpdateKey(requestType));
+  }
+  const auto response = sendSynchronousRequestWithResponseWithError(url, nullptr, nullptr);
+  if (!ifModified().isNull()) {
+    if (statusCode(response) == kNotModified) return;
+    // An answer that turns out to be a failure counts as a download as well.
+    const auto now = static_cast<std::uint64_t>(Date::now().secondsSince1970);
+    QVUserDefaults::saveInfoToUserDefaultsForLabel(String(std::to_string(now)),
+                                                   lastUpdateKey(requestType));
+  }
+  // The transport's error stays in the sending step: a transfer that failed shows by its null body.
+  if (checkRequestErrorWithResponse(nullptr, response)) {
+    sendErrorWithUserInfo(packErrorWithResponse(nullptr, response));
+  } else {
+    sendResponseNotification();
+  }
+}
+
+void QVHTTPOperation::prepareConditionalRequest(const String& lastUpdateKey) {
+  const QVPlatform::DateFormatter formatter("EEE, dd MMM yyyy HH:mm:ss zzz", "GMT");
+  // What is not there, "" included, reads as 0: anything modified since 1970 is wanted.
+  const std::int64_t seconds =
+      QVUserDefaults::retrieveInfoFromUserDefaults(lastUpdateKey).longLongValue();
+  const auto interval = static_cast<double>(static_cast<std::uint64_t>(seconds));
+  setIfModified(formatter.stringFromDate(Date{interval}));
+}
+
+QVHTTPOperation::Response QVHTTPOperation::sendSynchronousRequestWithResponseWithError(
+    const String& url, Response response, TransportError error) {
+  auto request = std::make_shared<MutableURLRequest>(URL::URLWithString(url),
+                                                     kQVNetworkDefaultRequestCachePolicy.load(),
+                                                     kQVNetworkDefaultTimeout);
+  setRequest(request);
+  const String date = ifModified();
+  if (!date.isNull()) request->addValueForHTTPHeaderField(date, "If-Modified-Since");
+  request = customizeRequest();
+  setResult(QVPlatform::URLConnection::sendSynchronousRequest(*request, response, error));
+  post(kQVNotification_HTTPRequestSent,
+       {{kQVUserInfo_DataKey, request}, {kQVUserInfo_ContentKey, userInfo()}});
+  return response;
+}
+
+std::shared_ptr<MutableURLRequest> QVHTTPOperation::customizeRequest() {
+  const auto customized = request();
+  const String postData = userInfo().get(kQVUserInfo_POSTData).string();
+  if (customized && !postData.isEmpty()) {
+    QVLogger::sharedInstance()->logMessageWithLevel(stringWithFormat("postData: %@", {postData}),
+                                                    4);
+    customized->setHTTPMethod("POST");
+    customized->setHTTPBody(Data(std::string(postData.view())));
+  }
+  return customized;
+}
+
+String QVHTTPOperation::getContentOfData(const Data& data) const {
+  // Text is UTF-8 or else ASCII; all ASCII is UTF-8, so one attempt serves for both.
+  const String text = data.string();
+  return text.isNull() ? String("") : text;
+}
+
+bool QVHTTPOperation::checkRequestErrorWithResponse(const TransportError& error,
+                                                    const Response& response) const {
+  if (result().isNull() || error) return true;
+  const int status = statusCode(response);
+  return status == kInternalServerError || status == kNotFound || status == kForbidden;
+}
+
+Dictionary QVHTTPOperation::packErrorWithResponse(const TransportError& error,
+                                                  const Response& response) {
+  Dictionary data = userInfo();
+  if (response) data.set(kQVUserInfo_ResponseKey, response->copy());
+  if (error) data.set(kQVUserInfo_ErrorKey, std::make_shared<QVPlatform::Error>(*error));
+  if (const auto sent = request()) data.set(kQVUserInfo_DataKey, sent->copy());
+  return data.copy();
+}
+
+void QVHTTPOperation::sendErrorWithUserInfo(const Dictionary& userInfo) {
+  post(kQVNotification_HTTPRequestError, userInfo);
+}
+
+void QVHTTPOperation::sendResponseNotification() {
+  Dictionary data = userInfo();
+  data.set(kQVUserInfo_ContentKey, getContentOfData(result()));
+  post(data.get(kQVUserInfo_RequestType).string(), data);
+}
+
+Dictionary QVHTTPOperation::userInfo() const {
+  const std::lock_guard lock(mutex_);
+  return userInfo_;
+}
+
+void QVHTTPOperation::setUserInfo(Dictionary userInfo) {
+  const std::lock_guard lock(mutex_);
+  std::swap(userInfo_, userInfo);
+}
+
+String QVHTTPOperation::ifModified() const {
+  const std::lock_guard lock(mutex_);
+  return ifModified_;
+}
+
+void QVHTTPOperation::setIfModified(String date) {
+  const std::lock_guard lock(mutex_);
+  std::swap(ifModified_, date);
+}
+
+std::shared_ptr<MutableURLRequest> QVHTTPOperation::request() const {
+  const std::lock_guard lock(mutex_);
+  return request_;
+}
+
+void QVHTTPOperation::setRequest(std::shared_ptr<MutableURLRequest> request) {
+  const std::lock_guard lock(mutex_);
+  std::swap(request_, request);
+}
+
+Data QVHTTPOperation::result() const {
+  const std::lock_guard lock(mutex_);
+  return result_;
+}
+
+void QVHTTPOperation::setResult(Data result) {
+  const std::lock_guard lock(mutex_);
+  std::swap(result_, result);
+}

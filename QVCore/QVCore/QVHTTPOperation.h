@@ -1,0 +1,87 @@
+#pragma once
+
+#include <QVCore/Export.h>
+#include <QVPlatform/Foundation/Data.h>
+#include <QVPlatform/Foundation/Error.h>
+#include <QVPlatform/Foundation/HTTPURLResponse.h>
+#include <QVPlatform/Foundation/Operation.h>
+#include <QVPlatform/Foundation/Property.h>
+#include <QVPlatform/Foundation/URLRequest.h>
+#include <QVPlatform/Foundation/Value.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+/// One HTTP request: sends it on its queue's thread, tells success from failure, and reports by
+/// notifications that the network manager posts.
+///
+/// Threads: main() runs once, on the queue's thread, and posts there; every operation may be called
+/// from any thread. addPostData() is meant for an operation that has not started yet: what comes
+/// later does not reach the server.
+class QVCORE_EXPORT QVHTTPOperation : public QVPlatform::Operation {
+ public:
+  using Response = std::shared_ptr<QVPlatform::HTTPURLResponse>;
+  using TransportError = std::shared_ptr<QVPlatform::Error>;
+
+  /// Takes a copy of the request data. Returns the receiver.
+  std::shared_ptr<QVHTTPOperation> initWithData(const QVPlatform::Dictionary& data);
+
+  /// Appends to the request's "POSTData", by its text; an absent one counts as "(null)".
+  void addPostData(const QVPlatform::String& text);
+
+  /// Sends the request and posts, in this order:
+  /// - cancelled, or hits are blocked: nothing;
+  /// - URL not valid: HTTPRequestError;
+  /// - 304 to a conditional request: HTTPRequestSent;
+  /// - no body, or status 403, 404 or 500: HTTPRequestSent, HTTPRequestError;
+  /// - else: HTTPRequestSent, and the notification that "RequestType" names.
+  /// A request for a configuration is conditional on the time of its last download.
+  void main() override;
+
+  /// Builds the request, sends it and waits; keeps the body in result(), posts HTTPRequestSent.
+  /// `response` and `error` only say what to begin with. Returns the response, or null.
+  Response sendSynchronousRequestWithResponseWithError(const QVPlatform::String& url,
+                                                       Response response, TransportError error);
+  /// Makes a POST of the request if there is "POSTData". Returns the request.
+  std::shared_ptr<QVPlatform::MutableURLRequest> customizeRequest();
+  /// The bytes as text; "" for null and for what is not text. Never null.
+  QVPlatform::String getContentOfData(const QVPlatform::Data& data) const;
+  /// Whether the outcome is a failure.
+  bool checkRequestErrorWithResponse(const TransportError& error, const Response& response) const;
+  /// Adds copies of the response, the error and the request to the request data, and returns a
+  /// copy.
+  QVPlatform::Dictionary packErrorWithResponse(const TransportError& error,
+                                               const Response& response);
+  void sendErrorWithUserInfo(const QVPlatform::Dictionary& userInfo);
+  /// Adds "content" to the request data and posts the answer.
+  void sendResponseNotification();
+
+  /// The request data. Null in an operation without initWithData().
+  QVPlatform::Dictionary userInfo() const;
+  void setUserInfo(QVPlatform::Dictionary userInfo);
+  /// Value of "If-Modified-Since", or null for a request that is not conditional.
+  QVPlatform::String ifModified() const;
+  void setIfModified(QVPlatform::String date);
+  /// The request as sent, or null before.
+  std::shared_ptr<QVPlatform::MutableURLRequest> request() const;
+  void setRequest(std::shared_ptr<QVPlatform::MutableURLRequest> request);
+  /// The body received; null before the transfer and when it failed.
+  QVPlatform::Data result() const;
+  void setResult(QVPlatform::Data result);
+  /// Seconds since 1970; the manager cancels an operation that is older than its limit when its
+  /// queue is full. The core never sets it, so that every operation counts as old.
+  std::int32_t timestamp() const noexcept { return timestamp_; }
+  void setTimestamp(std::int32_t seconds) noexcept { timestamp_ = seconds; }
+
+ private:
+  void prepareConditionalRequest(const QVPlatform::String& lastUpdateKey);
+
+  std::atomic<std::int32_t> timestamp_{0};
+  mutable std::mutex mutex_;  // one for all, as thousands of operations may wait
+  QVPlatform::Dictionary userInfo_;
+  QVPlatform::String ifModified_;
+  std::shared_ptr<QVPlatform::MutableURLRequest> request_;
+  QVPlatform::Data result_;
+};

@@ -1,0 +1,350 @@
+#include <QVCore/QVNetworkManager.h>
+
+#include <QVCore/QVCoreConstants.h>
+#include <QVCore/QVCoreVariables.h>
+#include <QVCore/QVHTTPOperation.h>
+#include <QVCore/QVSharedService.h>
+#include <QVCore/QVUtils.h>
+#include <QVPlatform/Foundation/ClassRegistry.h>
+#include <QVPlatform/Foundation/Log.h>
+#include <QVPlatform/Foundation/URL.h>
+
+#include <string>
+#include <utility>
+
+using QVPlatform::Date;
+using QVPlatform::Dictionary;
+using QVPlatform::Notification;
+using QVPlatform::NotificationCenter;
+using QVPlatform::Operation;
+using QVPlatform::OperationQueue;
+using QVPlatform::String;
+using QVPlatform::stringWithFormat;
+using QVPlatform::URL;
+using QVPlatform::Value;
+
+namespace {
+
+constexpr std::uint32_t kDefaultMaxRequestsInQueue = 2000;
+constexpr std::uint32_t kDefaultMaxRequestLifetime = 200000;
+
+const String* const kHandledNames[] = {
+    &kQVNotification_InternetChanged,    &kQVNotification_InternetDown,
+    &kQVNotification_InternetUp,         &kQVNotification_OnBackground,
+    &kQVNotification_OnForeground,       &kQVNotification_HTTPRequest,
+    &kQVNotification_SegmentRequest,     &kQVNotification_ConfigurationRequest,
+    &kQVNotification_UserAgentAvailable, &kQVNotification_StartingTheSDK,
+    &kQVNotification_StoppingTheSDK,
+};
+
+/// The answer's name for a request whose name is a prefix and a suffix.
+String withPrefixReplaced(const String& name, const String& prefix, const String& replacement) {
+  return replacement + name.stringByReplacingOccurrencesOfString(prefix, "");
+}
+
+bool isRequest(const String& name) {
+  return name == kQVNotification_HTTPRequest || name == kQVNotification_SegmentRequest ||
+         name.hasPrefix(kQVNotification_ConfigurationRequest) ||
+         name.hasPrefix(kQVNotification_HTTPPartnerRequest);
+}
+
+std::shared_ptr<OperationQueue> makeQueue() { return std::make_shared<OperationQueue>(); }
+
+}  // namespace
+
+std::atomic<std::int32_t> QVNetworkManager::QV_INIT_STATE = QVInitStateNever;
+
+std::shared_ptr<QVNetworkManager> QVNetworkManager::sharedInstance() {
+  return QVSharedInstance<QVNetworkManager>::get();
+}
+
+QVNetworkManager::~QVNetworkManager() {
+  NotificationCenter::defaultCenter()->removeObserver(this);
+  if (const auto listener = listenerDelegate()) listener->setParent(nullptr);
+  if (const auto monitor = reachability()) monitor->stopNotifier();
+}
+
+std::shared_ptr<QVNetworkManager> QVNetworkManager::init() {
+  QVGuardedInit(QV_INIT_STATE, [this] { initialise(); });
+  return std::static_pointer_cast<QVNetworkManager>(self());
+}
+
+std::shared_ptr<QVNetworkManager> QVNetworkManager::reinit() {
+  QV_INIT_STATE = QVInitStateRequestedAgain;
+  return init();
+}
+
+void QVNetworkManager::initialise() {
+  startListening();
+  registerReachabilityChanged();
+  nextRequestID_ = 0;
+  nextRequestIDToCancel_ = 0;
+  maxRequestsInQueue_ = kDefaultMaxRequestsInQueue;
+  maxRequestLifetime_ = kDefaultMaxRequestLifetime;
+  startReachability();
+  shouldWaitForUserAgent_ = false;
+  startQueues();
+  restoreStockedHit();
+  QV_INIT_STATE = QVInitStateDone;
+}
+
+void QVNetworkManager::startListening() {
+  auto sender = std::make_shared<QVEventSender>()->init();
+  auto listener = std::make_shared<QVEventListener>()->init();
+  sender->setParent(this);
+  listener->setParent(this);
+  setSenderDelegate(std::move(sender));
+  setListenerDelegate(listener);
+  for (const String* name : kHandledNames) listener->listen(*name);
+}
+
+void QVNetworkManager::startReachability() {
+  const auto earlier = reachability();
+  const auto monitor = QVReachability::reachabilityForInternetConnection();
+  setReachability(monitor);
+  if (monitor) monitor->startNotifier();
+  if (earlier) earlier->stopNotifier();
+}
+
+void QVNetworkManager::startQueues() {
+  const auto hits = makeQueue();
+  const auto consent = makeQueue();
+  const bool isUnreachable = !isInternetReachable();
+  const bool hasConsentModule = QVPlatform::ClassRegistry::isRegistered("QVMobilePrivacy");
+  managerState_ = hasConsentModule ? QVManagerStateWaitingForStart : QVManagerStateStarted;
+  hits->setSuspended(hasConsentModule || isUnreachable);
+  consent->setSuspended(isUnreachable);
+  setOperationQueue(hits);
+  setConsentQueue(consent);
+}
+
+// Requests.
+
+bool QVNetworkManager::isValidURL(const String& url) {
+  const auto parsed = URL::URLWithString(url);
+  return parsed && parsed->hasSchemeAndHost();
+}
+
+String QVNetworkManager::requestTypeForNotificationName(const String& name) {
+  if (name.isSameObject(kQVNotification_HTTPRequest)) return kQVNotification_HTTPResponse;
+  if (name.isSameObject(kQVNotification_SegmentRequest)) return kQVNotification_SegmentResponse;
+  if (name.hasPrefix(kQVNotification_ConfigurationRequest)) {
+    return withPrefixReplaced(name, kQVNotification_ConfigurationRequest,
+                              kQVNotification_ConfigurationResponse);
+  }
+  if (name.hasPrefix(kQVNotification_HTTPPartnerRequest)) {
+    return withPrefixReplaced(name, kQVNotification_HTTPPartnerRequest,
+                              kQVNotification_HTTPPartnerResponse);
+  }
+  return "QVUnknownRequestType";
+}
+
+bool QVNetworkManager::queueRequestWithData(const Dictionary& data) {
+  if (!isValidURL(data.get(kQVUserInfo_URLKey).string())) {
+    Dictionary refused = data.copy();
+    refused.set(kQVUserInfo_ErrorKey, kQVErrorMessageInvalidURL);
+    postNetworkNotificationWithUserInfo(kQVNotification_HTTPRequestError, refused);
+    return false;
+  }
+  const auto hits = operationQueue();
+  if (hits && hits->operationCount() >= maxRequestsInQueue_) removeOldOperationsInQueue();
+  const bool isForConsent = !data.get(kQVUserInfo_ResponseKey).isNil();
+  if (const auto queue = isForConsent ? consentQueue() : hits) {
+    queue->addOperation(std::make_shared<QVHTTPOperation>()->initWithData(data));
+  }
+  return true;
+}
+
+void QVNetworkManager::postNetworkNotificationWithUserInfo(const String& name,
+                                                           const Dictionary& userInfo) {
+  if (const auto sender = senderDelegate()) {
+    sender->send(Notification(name, self(), userInfo.copy()));
+  }
+}
+
+void QVNetworkManager::appendToWaitingHits(const String& text) {
+  const auto hits = operationQueue();
+  if (!hits) return;
+  for (const auto& operation : hits->operations()) {
+    if (auto* hit = dynamic_cast<QVHTTPOperation*>(operation.get())) hit->addPostData(text);
+  }
+}
+
+void QVNetworkManager::updateQueueWithCategories(const String& text) { appendToWaitingHits(text); }
+
+void QVNetworkManager::updateQueueWithUserAgent(const String& userAgent) {
+  appendToWaitingHits(stringWithFormat("&QV_USER_AGENT=%@", {userAgent}));
+}
+
+void QVNetworkManager::waitForUserAgent() {
+  const auto variables = QVCoreVariables::sharedInstance();
+  if (!variables->getData(kQVPredefinedVariable_UserAgent).isNil()) return;
+  shouldWaitForUserAgent_ = true;
+  suspendHits(true);
+}
+
+void QVNetworkManager::changeOfflineConfigurationsForMaxLifetimeAndMaxOperationsInQueue(
+    std::int32_t maxLifetime, std::int32_t maxOperations) {
+  maxRequestsInQueue_ = static_cast<std::uint32_t>(maxOperations);
+  maxRequestLifetime_ = static_cast<std::uint32_t>(maxLifetime);
+}
+
+void QVNetworkManager::removeOldOperationsInQueue() {
+  const auto hits = operationQueue();
+  if (!hits) return;
+  const double now = Date::now().secondsSince1970;
+  const double lifetime = maxRequestLifetime_;
+  const auto expired = hits->firstOperationPassingTest([=](const Operation& operation) {
+    const auto* hit = dynamic_cast<const QVHTTPOperation*>(&operation);
+    return hit && now - static_cast<double>(hit->timestamp()) > lifetime;
+  });
+  if (expired) {
+    expired->cancel();
+  } else {
+    removeOldestRequestOperation();
+  }
+}
+
+void QVNetworkManager::removeOldestRequestOperation() {
+  const auto hits = operationQueue();
+  const std::uint32_t place = nextRequestIDToCancel_++;
+  if (const auto operation = hits ? hits->operationAtIndex(place) : nullptr) {
+    operation->cancel();
+  } else {
+    QVPlatform::consoleLog(
+        stringWithFormat("no operation at position %@ of the hit queue to cancel", {place}));
+  }
+}
+
+// Dispatch.
+
+void QVNetworkManager::onNotificationReceived(const Notification& notification) {
+  const String& name = notification.name();
+  onConsentNotification(notification);
+  if (name == kQVNotification_UserAgentAvailable && shouldWaitForUserAgent_) {
+    onAwaitedUserAgent(notification);
+  } else if (isRequest(name)) {
+    onHTTPRequestNotification(notification);
+  } else if (name == kQVNotification_HTTPResponse) {
+    onHTTPResponseNotification(notification);
+  } else if (name == kQVNotification_InternetDown) {
+    onInternetDown();
+  } else if (name == kQVNotification_InternetUp) {
+    onInternetUp();
+  } else if (name == kQVNotification_OnForeground) {
+    onForeground();
+  } else if (name == kQVNotification_OnBackground) {
+    onBackground();
+  }
+}
+
+void QVNetworkManager::onConsentNotification(const Notification& notification) {
+  if (notification.name() == kQVNotification_StartingTheSDK) {
+    onStartingTheSDK(notification);
+  } else if (notification.name() == kQVNotification_StoppingTheSDK) {
+    const auto hits = operationQueue();
+    if (managerState_ == QVManagerStateWaitingForStart && hits) hits->cancelAllOperations();
+    managerState_ = QVManagerStateStopped;  // what is queued, or comes later, still goes out
+  }
+}
+
+void QVNetworkManager::onStartingTheSDK(const Notification& notification) {
+  const String categories = notification.userInfo().get(kQVUserInfo_POSTData).string();
+  if (!categories.isNull()) updateQueueWithCategories(categories);
+  registerReachabilityChanged();
+  suspendHits(shouldWaitForUserAgent_ || !isInternetReachable());
+  managerState_ = QVManagerStateStarted;
+}
+
+void QVNetworkManager::onAwaitedUserAgent(const Notification& notification) {
+  shouldWaitForUserAgent_ = false;
+  const String userAgent = notification.userInfo().get(kQVUserInfo_DataKey).string();
+  if (managerState_ == QVManagerStateWaitingForStart && !userAgent.isNull()) {
+    updateQueueWithUserAgent(QVURLEncodedString(userAgent));
+  }
+  if (managerState_ == QVManagerStateStarted) suspendHits(!isInternetReachable());
+}
+
+void QVNetworkManager::onHTTPRequestNotification(const Notification& notification) {
+  Dictionary data = notification.userInfo().copy();
+  data.set(kQVUserInfo_RequestType, requestTypeForNotificationName(notification.name()));
+  data.set(kQVUserInfo_RequestID, nextRequestID());
+  queueRequestWithData(data);
+}
+
+void QVNetworkManager::onHTTPResponseNotification(const Notification&) {}
+
+void QVNetworkManager::onInternetDown() {
+  suspendHits(true);
+  suspendConsent(true);
+}
+
+void QVNetworkManager::onInternetUp() {
+  if (managerState_ != QVManagerStateWaitingForStart) suspendHits(shouldWaitForUserAgent_);
+  suspendConsent(false);
+}
+
+void QVNetworkManager::onForeground() {
+  if (managerState_ != QVManagerStateWaitingForStart && isInternetReachable()) {
+    suspendHits(shouldWaitForUserAgent_);
+  }
+  suspendConsent(false);
+  if (!QVCoreVariables::sharedInstance()->enableSDKInBG()) restoreStockedHit();
+}
+
+void QVNetworkManager::onBackground() {
+  if (QVCoreVariables::sharedInstance()->enableSDKInBG()) return;
+  suspendConsent(true);
+  suspendHits(true);
+  saveAllHits();
+}
+
+void QVNetworkManager::suspendHits(bool isSuspended) {
+  if (const auto queue = operationQueue()) queue->setSuspended(isSuspended);
+}
+
+void QVNetworkManager::suspendConsent(bool isSuspended) {
+  if (const auto queue = consentQueue()) queue->setSuspended(isSuspended);
+}
+
+void QVNetworkManager::changeNotificationCenter(const std::shared_ptr<NotificationCenter>& center) {
+  if (const auto sender = senderDelegate()) sender->setNotificationCenter(center);
+  if (const auto listener = listenerDelegate()) listener->setNotificationCenter(center);
+}
+
+String QVNetworkManager::description() const {
+  const auto hits = operationQueue();
+  const std::size_t count = hits ? hits->operationCount() : 0;
+  if (count <= 1) return "QVNetworkManager";  // one counts as in flight
+  return stringWithFormat("QVNetworkManager : (waiting hits: %@)", {count - 1});
+}
+
+// Properties.
+
+void QVNetworkManager::setReachability(std::shared_ptr<QVReachability> reachability) {
+  reachability_.set(std::move(reachability));
+}
+
+void QVNetworkManager::setSenderDelegate(std::shared_ptr<QVEventSender> sender) {
+  senderDelegate_.set(std::move(sender));
+}
+
+void QVNetworkManager::setListenerDelegate(std::shared_ptr<QVEventListener> listener) {
+  listenerDelegate_.set(std::move(listener));
+}
+
+std::shared_ptr<OperationQueue> QVNetworkManager::operationQueue() const {
+  return operationQueue_.get();
+}
+
+void QVNetworkManager::setOperationQueue(std::shared_ptr<OperationQueue> queue) {
+  operationQueue_.set(std::move(queue));
+}
+
+std::shared_ptr<OperationQueue> QVNetworkManager::consentQueue() const {
+  return consentQueue_.get();
+}
+
+void QVNetworkManager::setConsentQueue(std::shared_ptr<OperationQueue> queue) {
+  consentQueue_.set(std::move(queue));
+}

@@ -1,0 +1,163 @@
+#pragma once
+
+#include <QVCore/Export.h>
+#include <QVCore/QVEventListener.h>
+#include <QVCore/QVEventSender.h>
+#include <QVCore/QVReachability.h>
+#include <QVCore/QVSingleton.h>
+#include <QVPlatform/Foundation/OperationQueue.h>
+#include <QVPlatform/Foundation/Property.h>
+#include <QVPlatform/Foundation/Value.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+/// What consent allows.
+enum QVManagerState : std::int32_t {
+  QVManagerStateWaitingForStart = 0,  ///< A consent module is there and has not started the kit.
+  QVManagerStateStarted = 1,          ///< Hits flow.
+  QVManagerStateStopped = 2,          ///< The consent module stopped the kit.
+};
+
+/// Turns request notifications into HTTP operations on two serial queues, one for hits and one for
+/// what consent needs, and decides when these run.
+///
+/// The hit queue runs while the network is reachable, no user agent is awaited, and consent is
+/// given or not asked for; the consent queue whenever the network is reachable and the application
+/// is not in the background. Requests that may not go yet wait; they are saved to a file when the
+/// application goes to the background and restored at the next start.
+///
+/// Threads: all operations may be called from any thread, at once; handling runs on the thread that
+/// posted. Nothing waits for the network.
+class QVCORE_EXPORT QVNetworkManager : public QVSingleton,
+                                       public IQVEventListenerDelegate,
+                                       public IQVEventSenderDelegate,
+                                       public QVPlatform::KeyValueObserver {
+ public:
+  static std::shared_ptr<QVNetworkManager> sharedInstance();
+  ~QVNetworkManager() override;
+
+  /// See QVSingleton. Both return the receiver. reinit() makes new queues and drops what waited in
+  /// the old ones; it does not undo earlier registrations for changes of reachability.
+  std::shared_ptr<QVNetworkManager> init();
+  std::shared_ptr<QVNetworkManager> reinit();
+
+  // Requests.
+
+  /// Whether the text parses as a URL with a scheme and a host. False for null.
+  static bool isValidURL(const QVPlatform::String& url);
+  /// Name of the notification that answers a request of this name. For plain and segment requests
+  /// the name must be the very constant; everything unknown gives "QVUnknownRequestType".
+  static QVPlatform::String requestTypeForNotificationName(const QVPlatform::String& name);
+  /// Queues one request, by its "url" and the rest of its data. False if the URL is not valid,
+  /// which is also reported as HTTPRequestError with "Error : invalid URL" under "error". A full
+  /// hit queue first has one of its operations cancelled.
+  bool queueRequestWithData(const QVPlatform::Dictionary& data);
+  /// Posts a notification with a copy of the dictionary and the manager as object.
+  void postNetworkNotificationWithUserInfo(const QVPlatform::String& name,
+                                           const QVPlatform::Dictionary& userInfo);
+  /// Appends the text to the body of every request in the hit queue.
+  void updateQueueWithCategories(const QVPlatform::String& text);
+  /// Appends "&QV_USER_AGENT=" and the user agent, which is percent-encoded already.
+  void updateQueueWithUserAgent(const QVPlatform::String& userAgent);
+  /// Holds hits until the user agent is known, if it is not.
+  void waitForUserAgent();
+  /// Sets the limits of the hit queue: age in seconds and number of operations. Unchecked: a
+  /// negative number counts as its unsigned pattern.
+  void changeOfflineConfigurationsForMaxLifetimeAndMaxOperationsInQueue(std::int32_t maxLifetime,
+                                                                        std::int32_t maxOperations);
+  /// Cancels the first operation that is older than the limit, or else one by position.
+  void removeOldOperationsInQueue();
+  /// Cancels the operation at the position nextRequestIDToCancel and advances that position. Past
+  /// the end there is none to cancel: the console log says so.
+  void removeOldestRequestOperation();
+
+  // Connectivity and lifecycle.
+
+  /// Adds one more registration for changes of reachability.
+  void registerReachabilityChanged();
+  void reachabilityChanged(const QVPlatform::Notification& notification);
+  /// Posts InternetUp or InternetDown, as named, and then InternetChanged.
+  void sentReachabilityChanged(const QVPlatform::String& name);
+  bool isInternetReachable() const;
+  /// From now on the waiting hits are saved at each change of their number, for applications that
+  /// may be ended while they run in the background.
+  void enableRunningInBackground();
+  void observeValueForKeyPathOfObjectChangeContext(
+      const QVPlatform::String& keyPath, const std::shared_ptr<QVPlatform::Object>& object,
+      const QVPlatform::Value& change, const void* context) override;
+  /// Replaces the offline hits file by the hits that wait now. Failures are silent.
+  void saveAllHits();
+  /// Queues what the offline hits file holds, under the old numbers, and removes the file; does
+  /// nothing while hits are queued. A file that cannot be read restores nothing.
+  void restoreStockedHit();
+
+  // Notifications.
+
+  void changeNotificationCenter(
+      const std::shared_ptr<QVPlatform::NotificationCenter>& center) override;
+  void onNotificationReceived(const QVPlatform::Notification& notification) override;
+  /// Numbers the request and queues it.
+  void onHTTPRequestNotification(const QVPlatform::Notification& notification);
+  void onHTTPResponseNotification(const QVPlatform::Notification& notification);
+
+  /// "QVNetworkManager", with the number of waiting hits if there are any.
+  QVPlatform::String description() const override;
+
+  // Properties. Objects are null in a bare instance.
+
+  /// Returns the number for the next request and counts on; wraps at 2^32.
+  std::uint32_t nextRequestID() noexcept { return nextRequestID_++; }
+  void setNextRequestID(std::uint32_t id) noexcept { nextRequestID_ = id; }
+  std::uint32_t nextRequestIDToCancel() const noexcept { return nextRequestIDToCancel_; }
+  void setNextRequestIDToCancel(std::uint32_t place) noexcept { nextRequestIDToCancel_ = place; }
+  /// Always 0: kept for the modules that read it.
+  std::uint32_t totalRequestSent() const noexcept { return 0; }
+  std::uint32_t maxRequestLifetime() const noexcept { return maxRequestLifetime_; }
+  std::uint32_t maxRequestsInQueue() const noexcept { return maxRequestsInQueue_; }
+  std::int32_t managerState() const noexcept { return managerState_; }
+  void setManagerState(std::int32_t state) noexcept { managerState_ = state; }
+  bool shouldWaitForUserAgent() const noexcept { return shouldWaitForUserAgent_; }
+  void setShouldWaitForUserAgent(bool isAwaited) noexcept { shouldWaitForUserAgent_ = isAwaited; }
+  std::shared_ptr<QVReachability> reachability() const { return reachability_.get(); }
+  void setReachability(std::shared_ptr<QVReachability> reachability);
+  std::shared_ptr<QVEventSender> senderDelegate() const { return senderDelegate_.get(); }
+  void setSenderDelegate(std::shared_ptr<QVEventSender> sender);
+  std::shared_ptr<QVEventListener> listenerDelegate() const { return listenerDelegate_.get(); }
+  void setListenerDelegate(std::shared_ptr<QVEventListener> listener);
+  std::shared_ptr<QVPlatform::OperationQueue> operationQueue() const;
+  void setOperationQueue(std::shared_ptr<QVPlatform::OperationQueue> queue);
+  std::shared_ptr<QVPlatform::OperationQueue> consentQueue() const;
+  void setConsentQueue(std::shared_ptr<QVPlatform::OperationQueue> queue);
+
+ private:
+  void initialise();
+  void startListening();
+  void startReachability();
+  void startQueues();
+  void onConsentNotification(const QVPlatform::Notification& notification);
+  void onStartingTheSDK(const QVPlatform::Notification& notification);
+  void onAwaitedUserAgent(const QVPlatform::Notification& notification);
+  void onInternetDown();
+  void onInternetUp();
+  void onForeground();
+  void onBackground();
+  void suspendHits(bool isSuspended);
+  void suspendConsent(bool isSuspended);
+  void appendToWaitingHits(const QVPlatform::String& text);
+
+  static std::atomic<std::int32_t> QV_INIT_STATE;
+
+  QVPlatform::Property<std::shared_ptr<QVReachability>> reachability_;
+  std::atomic<bool> shouldWaitForUserAgent_{false};
+  std::atomic<std::uint32_t> maxRequestLifetime_{0};
+  std::atomic<std::uint32_t> maxRequestsInQueue_{0};
+  std::atomic<std::int32_t> managerState_{QVManagerStateWaitingForStart};
+  std::atomic<std::uint32_t> nextRequestID_{0};
+  std::atomic<std::uint32_t> nextRequestIDToCancel_{0};
+  QVPlatform::Property<std::shared_ptr<QVEventSender>> senderDelegate_;
+  QVPlatform::Property<std::shared_ptr<QVEventListener>> listenerDelegate_;
+  QVPlatform::Property<std::shared_ptr<QVPlatform::OperationQueue>> operationQueue_;
+  QVPlatform::Property<std::shared_ptr<QVPlatform::OperationQueue>> consentQueue_;
+};

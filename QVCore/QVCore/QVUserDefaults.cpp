@@ -1,0 +1,17 @@
+#include <QVCore/QVUserDefaults.h>
+
+#include <QVPlatform/Foundation/UserDefaults.h>
+
+using QVPlatform::String;
+using QVPlatform::UserDefaults;
+using QVPlatform::Value;
+
+void QVUserDefaults::saveInfoToUserDefaultsForLabel(const Value& info, const String& label) {
+  UserDefaults& defaults = UserDefaults::standardUserDefaults();
+  defaults.setObjectForKey(info, label);
+  defaults.synchronize();
+}
+
+Value QVUserDefaults::retrieveInfoFromUserDefaults(const String& label) {
+  return UserDefaults::standardUserDefaults().objectForKey(label);
+}
