@@ -93,7 +93,8 @@ URLErrorCode codeOf(CURLcode result) {
     case CURLE_HTTP2:
     case CURLE_HTTP2_STREAM:
       return URLErrorCode::badServerResponse;
-    case CURLE_WRITE_ERROR:  // what receiveHeaderLine() and receiveBody() refused
+    case CURLE_WRITE_ERROR:    // what receiveHeaderLine() and receiveBody() refused
+    case CURLE_OUT_OF_MEMORY:  // also a line of the header that is beyond libcurl's own limit
       return URLErrorCode::responseTooLarge;
     default:
       return URLErrorCode::unknown;
@@ -138,6 +139,12 @@ void HTTPSession::setConstantOptions() {
 }
 
 HTTPSession::Outcome HTTPSession::send(const MutableURLRequest& request, Limits limits) {
+  if (hasConnected_) {
+    // libcurl counts how often a kept connection turned out to be dead, and the sixth time fails
+    // the transfer instead of connecting again. Only this starts the count anew.
+    curl_easy_reset(easy_);
+    setConstantOptions();
+  }
   const Data body = request.HTTPBody();
   const FieldList fields = fieldList(request, !body.isNull());
   set(CURLOPT_URL, request.url()->absoluteString().UTF8String());
@@ -151,10 +158,15 @@ HTTPSession::Outcome HTTPSession::send(const MutableURLRequest& request, Limits 
   message_[0] = '\0';
 
   if (hasUsedTLS_) guard_.emplace();
-  const CURLcode result = run(request.timeoutInterval(), limits.transferTime);
+  CURLcode result = run(request.timeoutInterval(), limits.transferTime);
   guard_.reset();
+  long connections = 0;
+  curl_easy_getinfo(easy_, CURLINFO_NUM_CONNECTS, &connections);
+  hasConnected_ = connections > 0;
   Outcome outcome;
   outcome.response = takeResponse(request.url()->absoluteString());
+  // A connection that is closed within the header is the end of the header to libcurl.
+  if (result == CURLE_OK && !outcome.response) result = CURLE_GOT_NOTHING;
   if (result == CURLE_OK) {
     outcome.body = Data(std::exchange(body_, {}));
   } else {
@@ -213,10 +225,10 @@ CURLcode HTTPSession::waitForResult(TimeInterval timeout, TimeInterval transferT
 }
 
 std::shared_ptr<HTTPURLResponse> HTTPSession::takeResponse(const String& requestedURL) {
-  if (!headerIsComplete_) return nullptr;
   long status = 0;
   const char* url = "";
   curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &status);
+  if (!headerIsComplete_ || status < 200) return nullptr;
   curl_easy_getinfo(easy_, CURLINFO_EFFECTIVE_URL, &url);
   return std::make_shared<HTTPURLResponse>(requestedURL.view() == url ? requestedURL : String(url),
                                            static_cast<int>(status), std::exchange(header_, {}));
@@ -229,6 +241,7 @@ std::shared_ptr<Error> HTTPSession::errorFor(CURLcode result) const {
     code = headerIsComplete_ ? URLErrorCode::unsupportedURL : URLErrorCode::badServerResponse;
   }
   const char* text = message_[0] ? message_ : curl_easy_strerror(result);
+  if (code == URLErrorCode::responseTooLarge) text = "The answer is larger than the limit.";
   return std::make_shared<Error>(kURLErrorDomain, static_cast<int>(code), text);
 }
 

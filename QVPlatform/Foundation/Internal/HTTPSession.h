@@ -59,6 +59,7 @@ class HTTPSession {
   std::size_t headersSize_ = 0;  // of all answers of the transfer
   std::string header_;           // of the answer that came last
   bool headerIsComplete_ = false;
+  bool hasConnected_ = false;  // in the last transfer
   bool hasUsedTLS_ = false;
   std::optional<BrokenPipeGuard> guard_;  // while a transfer of a session that has used TLS is on
 };

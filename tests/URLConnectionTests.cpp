@@ -1,0 +1,259 @@
+#include <QVPlatform/Foundation/Value.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <set>
+#include <thread>
+
+#include "support/Exchange.h"
+#include "support/HTTPServer.h"
+#include "support/RawServer.h"
+
+using namespace QVPlatform;
+using namespace QVTest;
+
+namespace {
+
+TEST(URLConnection, HandsBackBodyStatusFieldsAndURL) {
+  HTTPServer server([](const auto&, auto& response) {
+    response.status = 404;
+    response.set_header("X-Field", "value");
+    response.set_content(std::string("a\0\xff", 3), "application/octet-stream");
+  });
+  const Exchange exchange = get(server.url("/a?b=c#fragment"));
+  EXPECT_EQ(exchange.body, Data(std::string("a\0\xff", 3)));
+  EXPECT_EQ(exchange.error, nullptr);
+  ASSERT_EQ(exchange.status(), 404);
+  EXPECT_EQ(exchange.response->valueForHTTPHeaderField("x-field"), String("value"));
+  EXPECT_EQ(exchange.response->URL(), String(server.url("/a?b=c#fragment")));
+  EXPECT_EQ(server.requests().at(0).target, "/a?b=c");
+}
+
+TEST(URLConnection, SendsMethodAndBodyOfEveryKind) {
+  HTTPServer server;
+  const struct {
+    const char* method;
+    Data body;
+  } cases[] = {{"GET", nullptr},  {"POST", Data("a=b")}, {"POST", Data("")},
+               {"POST", nullptr}, {"PUT", Data("text")}, {"POST", Data(std::string("\0\r\n", 3))},
+               {"GET", nullptr},  {"DELETE", nullptr}};
+  for (const auto& [method, body] : cases) {
+    MutableURLRequest request = requestTo(server.url());
+    request.setHTTPMethod(method);
+    request.setHTTPBody(body);
+    EXPECT_EQ(send(request).body, Data("ok"));
+    const auto received = server.requests().back();
+    EXPECT_EQ(received.method, method);
+    EXPECT_EQ(received.body, body.view());
+    const bool mayHaveBody = !body.isNull() || std::string(method) == "POST";
+    EXPECT_EQ(received.field("Content-Type"),
+              mayHaveBody ? "application/x-www-form-urlencoded" : "");
+  }
+}
+
+TEST(URLConnection, SendsALargeBodyWithoutAskingFirst) {
+  const std::string large(3 << 20, 'x');
+  HTTPServer server;
+  MutableURLRequest request = requestTo(server.url());
+  request.setHTTPMethod("POST");
+  request.setHTTPBody(Data(large));
+  request.addValueForHTTPHeaderField("text/plain", "Content-Type");
+  EXPECT_EQ(send(request).body, Data("ok"));
+  EXPECT_TRUE(server.requests().at(0).body == large);
+  EXPECT_EQ(server.requests().at(0).fields.count("Expect"), 0U);
+}
+
+TEST(URLConnection, SendsNothingThatItWasNotAskedTo) {
+  std::string request;
+  RawServer server([&](auto& connection) {
+    request = connection.readRequest();
+    connection.send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+  });
+  EXPECT_FALSE(get(server.url("/hit?a=b")).body.isNull());
+  const std::string codings = "Accept-Encoding: ";
+  const std::size_t begin = request.find(codings) + codings.size();
+  request.erase(begin, request.find('\r', begin) - begin);  // what libcurl was built to decode
+  EXPECT_EQ(request, "GET /hit?a=b HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server.port()) +
+                         "\r\nAccept: */*\r\nAccept-Encoding: \r\n\r\n");
+}
+
+TEST(URLConnection, SendsTheFieldsOfTheRequestOnce) {
+  HTTPServer server;
+  MutableURLRequest request = requestTo(server.url());
+  request.addValueForHTTPHeaderField("Thu, 01 Jan 1970 00:00:00 GMT", "If-Modified-Since");
+  request.addValueForHTTPHeaderField("a", "X-List");
+  request.addValueForHTTPHeaderField("b", "X-List");
+  request.addValueForHTTPHeaderField("text/plain", "Accept");
+  EXPECT_FALSE(send(request).body.isNull());
+  get(server.url());
+
+  const auto received = server.requests();
+  EXPECT_EQ(received[0].field("If-Modified-Since"), "Thu, 01 Jan 1970 00:00:00 GMT");
+  EXPECT_EQ(received[0].field("X-List"), "a, b");
+  EXPECT_EQ(received[0].field("Accept"), "text/plain");
+  EXPECT_EQ(received[1].fields.count("X-List"), 0U);
+  EXPECT_EQ(received[1].field("Accept"), "*/*");
+}
+
+TEST(URLConnection, SendsAFieldWithoutText) {
+  std::string received;
+  RawServer server([&](auto& connection) {
+    received = connection.readRequest();
+    connection.send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+  });
+  MutableURLRequest request = requestTo(server.url());
+  request.addValueForHTTPHeaderField(" ", "X-Empty");
+  EXPECT_FALSE(send(request).body.isNull());
+  EXPECT_NE(received.find("\r\nX-Empty:\r\n"), std::string::npos) << received;
+}
+
+TEST(URLConnection, DecidesAboutFramingItself) {
+  HTTPServer server;
+  MutableURLRequest request = requestTo(server.url());
+  request.setHTTPMethod("POST");
+  request.setHTTPBody(Data("body"));
+  for (const char* field :
+       {"content-length", "Transfer-Encoding", "Host", "Expect", "Connection"}) {
+    request.addValueForHTTPHeaderField(field == std::string("content-length") ? "9" : "chunked",
+                                       field);
+  }
+  EXPECT_EQ(send(request).body, Data("ok"));
+  const auto received = server.requests().at(0);
+  EXPECT_EQ(received.body, "body");
+  EXPECT_EQ(received.field("Content-Length"), "4");
+  EXPECT_EQ(received.field("Host"), "127.0.0.1:" + std::to_string(server.port()));
+}
+
+TEST(URLConnection, TellsAnEmptyBodyFromNone) {
+  for (const int status : {200, 204, 304, 500}) {
+    HTTPServer server([&](const auto&, auto& response) { response.status = status; });
+    const Exchange exchange = get(server.url());
+    EXPECT_FALSE(exchange.body.isNull()) << status;
+    EXPECT_TRUE(exchange.body.view().empty()) << status;
+    EXPECT_EQ(exchange.status(), status);
+    EXPECT_EQ(exchange.error, nullptr) << status;
+  }
+}
+
+TEST(URLConnection, AnswersAHeadRequestWithoutWaitingForABody) {
+  HTTPServer server;
+  MutableURLRequest head = requestTo(server.url());
+  head.setHTTPMethod("HEAD");
+  const Exchange exchange = send(head);
+  EXPECT_EQ(exchange.body, Data(""));
+  EXPECT_GT(Value(exchange.response->valueForHTTPHeaderField("Content-Length")).intValue(), 0);
+  EXPECT_EQ(get(server.url()).body, Data("ok"));
+}
+
+TEST(URLConnection, KeepsOneConnectionOpenWhicheverThreadAsks) {
+  HTTPServer server;
+  for (int i = 0; i < 5; ++i) get(server.url());
+  std::thread([&] { get(server.url()); }).join();
+  MutableURLRequest post = requestTo(server.url());
+  post.setHTTPMethod("POST");
+  post.setHTTPBody(Data("body"));
+  send(post);
+
+  std::set<int> ports;
+  for (const auto& request : server.requests()) ports.insert(request.clientPort);
+  EXPECT_EQ(server.requests().size(), 7U);
+  EXPECT_EQ(ports.size(), 1U);
+}
+
+TEST(URLConnection, ConnectsAgainWhenTheServerHasClosedMeanwhile) {
+  RawServer server([](auto& connection) {
+    connection.readRequest();
+    connection.send("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");  // and closes unannounced
+  });
+  for (int i = 0; i < 200; ++i) EXPECT_EQ(get(server.url()).body, Data("ok")) << i;
+}
+
+TEST(URLConnection, ServesManyThreadsAtOnce) {
+  HTTPServer server([](const auto& request, auto& response) {
+    response.set_content(request.target, "text/plain");
+  });
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; ++i) {
+    threads.emplace_back([&server, i] {
+      for (int j = 0; j < 20; ++j) {
+        const std::string target = "/" + std::to_string(i) + "/" + std::to_string(j);
+        EXPECT_EQ(get(server.url(target)).body, Data(target));
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(server.requests().size(), 160U);
+}
+
+TEST(URLConnection, DecodesCompressedAnswers) {
+  const std::string text(100'000, 'a');
+  HTTPServer server([&](const auto&, auto& response) {
+    response.set_content(text, "text/plain");  // which the server compresses when it may
+  });
+  const Exchange exchange = get(server.url());
+  EXPECT_FALSE(exchange.response->valueForHTTPHeaderField("Content-Encoding").isNull());
+  EXPECT_TRUE(exchange.body == Data(text));
+}
+
+TEST(URLConnection, FollowsRedirectionsAsBrowsersDo) {
+  HTTPServer server([](const auto& request, auto& response) {
+    if (request.path == "/end") return response.set_content(request.method, "text/plain");
+    response.status = std::stoi(request.path.substr(1));
+    response.set_header("Location", "/end");
+  });
+  const struct {
+    const char *status, *method, *followed;
+  } cases[] = {{"301", "GET", "GET"},   {"302", "GET", "GET"},  {"303", "POST", "GET"},
+               {"301", "POST", "GET"},  {"302", "POST", "GET"}, {"307", "POST", "POST"},
+               {"308", "POST", "POST"}, {"307", "GET", "GET"}};
+  for (const auto& [status, method, followed] : cases) {
+    MutableURLRequest request = requestTo(server.url(std::string("/") + status));
+    request.setHTTPMethod(method);
+    if (method == std::string("POST")) request.setHTTPBody(Data("body"));
+    const Exchange exchange = send(request);
+    EXPECT_EQ(exchange.body, Data(followed)) << status << ' ' << method;
+    EXPECT_EQ(exchange.status(), 200);
+    EXPECT_EQ(exchange.response->URL(), String(server.url("/end")));
+    EXPECT_TRUE(exchange.response->valueForHTTPHeaderField("Location").isNull());
+    EXPECT_EQ(server.requests().back().body, followed == std::string("POST") ? "body" : "");
+  }
+}
+
+TEST(URLConnection, KeepsNoCookiesAndNoCache) {
+  HTTPServer server([](const auto&, auto& response) {
+    response.set_header("Set-Cookie", "a=b");
+    response.set_header("Cache-Control", "max-age=1000");
+    response.set_header("ETag", "\"1\"");
+  });
+  for (int i = 0; i < 2; ++i) get(server.url());
+  ASSERT_EQ(server.requests().size(), 2U);
+  EXPECT_EQ(server.requests()[1].field("Cookie"), "");
+  EXPECT_EQ(server.requests()[1].field("If-None-Match"), "");
+}
+
+TEST(URLConnection, LoadsUnlessTheCachePolicyForbidsIt) {
+  using enum URLRequestCachePolicy;
+  HTTPServer server;
+  for (const auto policy :
+       {useProtocolCachePolicy, reloadIgnoringLocalCacheData, returnCacheDataElseLoad}) {
+    EXPECT_EQ(send({URL::URLWithString(server.url()), policy, 10}).body, Data("ok"));
+  }
+  const Exchange refused = send({URL::URLWithString(server.url()), returnCacheDataDontLoad, 10});
+  EXPECT_TRUE(refused.body.isNull());
+  EXPECT_EQ(refused.code(), URLErrorCode::notCached);
+  EXPECT_EQ(server.requests().size(), 3U);
+}
+
+TEST(URLConnection, GoesThroughTheProxyOfTheEnvironment) {
+  HTTPServer proxy;
+  ASSERT_EQ(setenv("http_proxy", proxy.url().c_str(), 1), 0);
+  EXPECT_EQ(get("http://collect.example:8080/hit?a").body, Data("ok"));
+  EXPECT_EQ(proxy.requests().at(0).target, "http://collect.example:8080/hit?a");
+  HTTPServer direct;
+  ASSERT_EQ(setenv("no_proxy", "127.0.0.1", 1), 0);
+  EXPECT_EQ(get(direct.url("/hit")).body, Data("ok"));
+  EXPECT_EQ(direct.requests().at(0).target, "/hit");
+}
+
+}  // namespace

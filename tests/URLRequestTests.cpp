@@ -1,0 +1,136 @@
+#include <QVPlatform/Foundation/HTTPURLResponse.h>
+#include <QVPlatform/Foundation/URLRequest.h>
+#include <QVPlatform/Foundation/Value.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <thread>
+
+using namespace QVPlatform;
+
+namespace {
+
+MutableURLRequest makeRequest(TimeInterval timeout = 5) {
+  return {URL::URLWithString("http://example.com/"),
+          URLRequestCachePolicy::reloadIgnoringLocalCacheData, timeout};
+}
+
+TEST(MutableURLRequest, IsAGetWithoutBodyAndFieldsAtFirst) {
+  const MutableURLRequest request = makeRequest();
+  EXPECT_EQ(request.HTTPMethod(), String("GET"));
+  EXPECT_TRUE(request.HTTPBody().isNull());
+  EXPECT_EQ(request.allHTTPHeaderFields().count(), 0U);
+  EXPECT_EQ(request.timeoutInterval(), 5);
+}
+
+TEST(MutableURLRequest, TakesAPositiveTimeoutOrTheDefault) {
+  EXPECT_EQ(makeRequest(0.25).timeoutInterval(), 0.25);
+  for (const double timeout : {0.0, -1.0, std::nan("")}) {
+    EXPECT_EQ(makeRequest(timeout).timeoutInterval(), 60) << timeout;
+  }
+}
+
+TEST(MutableURLRequest, AddsValuesToAFieldWhateverItsCase) {
+  MutableURLRequest request = makeRequest();
+  request.addValueForHTTPHeaderField("en", "Accept-Language");
+  request.addValueForHTTPHeaderField(" de\t", "ACCEPT-language");
+  EXPECT_EQ(request.valueForHTTPHeaderField("accept-language"), String("en, de"));
+  EXPECT_EQ(request.allHTTPHeaderFields().keys(), std::vector<String>{"Accept-Language"});
+  EXPECT_TRUE(request.valueForHTTPHeaderField("Accept").isNull());
+}
+
+TEST(MutableURLRequest, RefusesWhatWouldSmuggleFields) {
+  using namespace std::string_view_literals;
+  MutableURLRequest request = makeRequest();
+  for (const auto value : {"a\r\nInjected: 1"sv, "a\nb"sv, "a\rb"sv, "a\0b"sv}) {
+    request.addValueForHTTPHeaderField(value, "X-Field");
+  }
+  request.addValueForHTTPHeaderField(nullptr, "X-Field");
+  for (const auto field : {""sv, "X Y"sv, "X:Y"sv, "X\r\nY"sv, "X\0"sv, "caf\xc3\xa9"sv}) {
+    request.addValueForHTTPHeaderField("value", field);
+  }
+  request.addValueForHTTPHeaderField("value", nullptr);
+  EXPECT_EQ(request.allHTTPHeaderFields().count(), 0U);
+
+  request.setHTTPMethod("PUT");
+  for (const auto method : {""sv, "GET /"sv, "GET\r\nX: y"sv, "G\0T"sv}) {
+    request.setHTTPMethod(method);
+  }
+  request.setHTTPMethod(nullptr);
+  EXPECT_EQ(request.HTTPMethod(), String("PUT"));
+}
+
+TEST(MutableURLRequest, IsCopiedWithAllOfItsContent) {
+  MutableURLRequest request = makeRequest();
+  request.setHTTPMethod("POST");
+  request.setHTTPBody(Data("body"));
+  request.addValueForHTTPHeaderField("1", "X-Field");
+  const auto copy = request.copy();
+  request.setHTTPBody(nullptr);
+  request.addValueForHTTPHeaderField("2", "X-Field");
+
+  EXPECT_EQ(copy->url()->absoluteString(), String("http://example.com/"));
+  EXPECT_EQ(copy->cachePolicy(), URLRequestCachePolicy::reloadIgnoringLocalCacheData);
+  EXPECT_EQ(copy->timeoutInterval(), 5);
+  EXPECT_EQ(copy->HTTPMethod(), String("POST"));
+  EXPECT_EQ(copy->HTTPBody(), Data("body"));
+  EXPECT_EQ(copy->valueForHTTPHeaderField("X-Field"), String("1"));
+}
+
+TEST(MutableURLRequest, MayBeReadWhileAnotherThreadChangesIt) {
+  MutableURLRequest request = makeRequest();
+  std::thread writer([&] {
+    for (int i = 0; i < 1000; ++i) {
+      request.setHTTPMethod(i % 2 ? "POST" : "PUT");
+      request.setHTTPBody(Data("body"));
+      if (i % 100 == 0) request.addValueForHTTPHeaderField("x", "X-Field");
+    }
+  });
+  for (int i = 0; i < 1000; ++i) {
+    const auto copy = request.copy();
+    EXPECT_FALSE(copy->HTTPMethod().isNull());
+    EXPECT_FALSE(request.description().isNull());
+  }
+  writer.join();
+  EXPECT_EQ(request.valueForHTTPHeaderField("X-Field"), String("x, x, x, x, x, x, x, x, x, x"));
+}
+
+TEST(HTTPURLResponse, ReadsFieldsAsServersWriteThem) {
+  const HTTPURLResponse response("http://example.com/", 200,
+                                 "HTTP/1.1 200 OK: fine\r\n"
+                                 "Content-Type:text/plain \r\n"
+                                 "X-List: a\r\n"
+                                 "x-list: b\r\n"
+                                 "X-Folded: one\r\n\ttwo\r\n"
+                                 "X-UTF8: \xc3\xa9\r\n"
+                                 "X-Latin: caf\xe9\r\n"
+                                 "X-Empty:\r\n"
+                                 "no field at all\r\n"
+                                 "not a name: x\r\n"
+                                 "X-Bare: newline\n"
+                                 "\r\n");
+  const struct {
+    const char *field, *value;
+  } cases[] = {
+      {"content-type", "text/plain"}, {"X-LIST", "a, b"},         {"X-Folded", "one\ttwo"},
+      {"X-UTF8", "\xc3\xa9"},         {"X-Latin", "caf\xc3\xa9"}, {"X-Empty", ""},
+      {"X-Bare", "newline"},
+  };
+  for (const auto& [field, value] : cases) {
+    EXPECT_EQ(response.valueForHTTPHeaderField(field), String(value)) << field;
+  }
+  EXPECT_EQ(response.allHeaderFields().count(), std::size(cases));
+  EXPECT_EQ(response.allHeaderFields().get("X-List"), Value("a, b"));
+  EXPECT_TRUE(response.valueForHTTPHeaderField("X-Missing").isNull());
+}
+
+TEST(HTTPURLResponse, IsCopiedWithAllOfItsContent) {
+  const HTTPURLResponse response("http://example.com/", 404, "X-Field: 1\r\n");
+  const auto copy = response.copy();
+  EXPECT_EQ(copy->statusCode(), 404);
+  EXPECT_EQ(copy->URL(), String("http://example.com/"));
+  EXPECT_EQ(copy->valueForHTTPHeaderField("x-field"), String("1"));
+}
+
+}  // namespace

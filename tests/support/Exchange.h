@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QVPlatform/Foundation/URLConnection.h>
+
+#include <memory>
+#include <string>
+
+namespace QVTest {
+
+/// All that one blocking transfer hands back.
+struct Exchange {
+  QVPlatform::Data body;
+  std::shared_ptr<QVPlatform::HTTPURLResponse> response;
+  std::shared_ptr<QVPlatform::Error> error;
+
+  int status() const { return response ? response->statusCode() : 0; }
+  QVPlatform::URLErrorCode code() const {
+    return error ? static_cast<QVPlatform::URLErrorCode>(error->code())
+                 : QVPlatform::URLErrorCode{};
+  }
+};
+
+inline QVPlatform::MutableURLRequest requestTo(const std::string& url, double timeout = 10) {
+  return {QVPlatform::URL::URLWithString(url),
+          QVPlatform::URLRequestCachePolicy::reloadIgnoringLocalCacheData, timeout};
+}
+
+inline Exchange send(const QVPlatform::MutableURLRequest& request) {
+  Exchange exchange;
+  exchange.body =
+      QVPlatform::URLConnection::sendSynchronousRequest(request, exchange.response, exchange.error);
+  return exchange;
+}
+
+inline Exchange get(const std::string& url, double timeout = 10) {
+  return send(requestTo(url, timeout));
+}
+
+}  // namespace QVTest
