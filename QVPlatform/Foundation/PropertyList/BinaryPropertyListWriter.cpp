@@ -72,6 +72,18 @@ void BinaryPropertyListWriter::putBigEndian(std::uint64_t number, std::size_t wi
   buffer_.append(bytes, width);
 }
 
+template <class Number>
+void BinaryPropertyListWriter::putAll(std::span<Number> numbers, std::size_t width) {
+  std::size_t end = buffer_.size();
+  buffer_.resize(end + numbers.size() * width);
+  for (const std::uint64_t number : numbers) {
+    for (std::size_t shift = 8 * width; shift > 0;) {
+      shift -= 8;
+      buffer_[end++] = static_cast<char>(number >> shift);
+    }
+  }
+}
+
 void BinaryPropertyListWriter::putHead(std::uint8_t type, std::size_t count) {
   const bool isShort = count < Format::kLengthMask;
   buffer_.push_back(static_cast<char>(type | (isShort ? count : Format::kLengthMask)));
@@ -153,11 +165,11 @@ BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addData(std::strin
 }
 
 BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addUID(std::uint32_t number) {
-  const std::size_t start = buffer_.size();
+  const Reference self = addObject();
   const std::size_t width = widthOf(number);
   putHead(Format::kUID, width - 1);
   putBigEndian(number, width);
-  return uniqued(start);
+  return self;
 }
 
 BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addArray(
@@ -239,11 +251,10 @@ void BinaryPropertyListWriter::putContainers(std::size_t referenceWidth) {
   for (const Container& container : containers_) {
     offsets_[container.self] = buffer_.size();
     putHead(container.type, container.count);
-    const std::size_t references =
-        container.type == Format::kDictionary ? 2 * container.count : container.count;
-    for (std::size_t i = 0; i < references; ++i) {
-      putBigEndian(references_[container.firstReference + i], referenceWidth);
-    }
+    const bool isPairs = container.type == Format::kDictionary;
+    putAll(std::span(references_).subspan(container.firstReference,
+                                          isPairs ? 2 * container.count : container.count),
+           referenceWidth);
   }
 }
 
@@ -253,7 +264,7 @@ Data BinaryPropertyListWriter::finish(Reference root) {
   putContainers(referenceWidth);
   const std::size_t table = buffer_.size();
   const std::size_t offsetWidth = widthOf(table);
-  for (const std::size_t offset : offsets_) putBigEndian(offset, offsetWidth);
+  putAll(std::span<const std::size_t>(offsets_), offsetWidth);
   buffer_.append(6, '\0');
   putBigEndian(offsetWidth, 1);
   putBigEndian(referenceWidth, 1);

@@ -12,8 +12,8 @@
 
 namespace QVPlatform {
 
-/// Builds a binary property list object by object. Objects that are no containers are written once
-/// and shared from then on.
+/// Builds a binary property list object by object. Objects that are no containers and no UIDs are
+/// written once and shared from then on.
 ///
 /// Layout: everything but the containers goes into one buffer at once; containers wait as lists of
 /// references, since how many bytes a reference takes is known at the end only.
@@ -60,6 +60,8 @@ class BinaryPropertyListWriter {
   };
 
   void putBigEndian(std::uint64_t number, std::size_t width);
+  template <class Number>
+  void putAll(std::span<Number> numbers, std::size_t width);
   void putHead(std::uint8_t type, std::size_t count);
   Reference addInteger(bool isNegative, std::uint64_t bits, std::size_t kindMark);
   Reference addContainer(std::uint8_t type, std::size_t count);
