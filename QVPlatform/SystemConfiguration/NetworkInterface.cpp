@@ -43,7 +43,7 @@ bool NetworkInterface::isModem() const {
 
 bool NetworkInterface::awaitsConnection() const {
   if (!has(flags, IFF_UP) || has(flags, IFF_RUNNING)) return false;
-  return isDialled() || (has(flags, IFF_LOWER_UP | IFF_DORMANT) && isModem());
+  return isDialled() || (operationalState == IF_OPER_DORMANT && isModem());
 }
 
 bool NetworkInterface::isLocalNetwork() const {

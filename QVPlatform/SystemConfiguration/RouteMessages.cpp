@@ -94,6 +94,9 @@ std::optional<NetworkInterface> readInterface(const nlmsghdr* message) {
   forEachAttribute<ifinfomsg>(message, [&](const nlattr* attribute, int type) {
     if (type == IFLA_IFNAME) interface.name = textIn(attribute);
     if (type == IFLA_LINKINFO) interface.kind = kindIn(attribute);
+    if (type == IFLA_OPERSTATE && mnl_attr_validate(attribute, MNL_TYPE_U8) == 0) {
+      interface.operationalState = mnl_attr_get_u8(attribute);
+    }
   });
   return interface;
 }

@@ -1,0 +1,351 @@
+#include <QVCore/QVCoreConstants.h>
+#include <QVCore/QVReachability.h>
+#include <QVPlatform/Dispatch/MainQueue.h>
+#include <QVPlatform/Foundation/NotificationCenter.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/ScriptedReachabilitySource.h"
+
+using QVPlatform::MainQueue;
+using QVPlatform::NetworkReachability;
+using QVPlatform::Notification;
+using QVPlatform::NotificationCenter;
+using QVPlatform::SocketAddress;
+using QVPlatform::String;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace {
+
+/// What happened, in order, on whatever thread.
+class Journal {
+ public:
+  void note(const std::string& event) {
+    const std::lock_guard lock(mutex_);
+    events_.push_back(event + (MainQueue::isMainThread() ? " (main)" : " (queue)"));
+  }
+  std::vector<std::string> events() const {
+    const std::lock_guard lock(mutex_);
+    return events_;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<std::string> events_;
+};
+
+class QVReachabilityTest : public testing::Test {
+ protected:
+  QVReachabilityTest() {
+    NetworkReachability::setSource(source_);
+    NotificationCenter::defaultCenter()->addObserver(
+        this,
+        [this](const Notification& notification) {
+          journal_.note("notification");
+          lastNotification_ = std::make_unique<Notification>(notification);
+        },
+        kQVReachabilityChangedNotification);
+  }
+  ~QVReachabilityTest() override {
+    NotificationCenter::defaultCenter()->removeObserver(this);
+    NetworkReachability::setSource(nullptr);
+  }
+
+  /// A monitor whose blocks write in the journal.
+  std::shared_ptr<QVReachability> makeMonitor() {
+    auto monitor = QVReachability::reachabilityForInternetConnection();
+    monitor->setReachableBlock([this](const auto&) { journal_.note("reachable"); });
+    monitor->setUnreachableBlock([this](const auto&) { journal_.note("unreachable"); });
+    return monitor;
+  }
+
+  /// Runs the main queue until as many events are in the journal; what is delivered in vain would
+  /// come before the last of them.
+  std::vector<std::string> eventsWhenThereAre(std::size_t count) {
+    while (journal_.events().size() < count) {
+      pollfd descriptor{MainQueue::mainQueue().fileDescriptor(), POLLIN, 0};
+      if (poll(&descriptor, 1, 10'000) <= 0) break;
+      MainQueue::mainQueue().drain();
+    }
+    return journal_.events();
+  }
+
+  /// A call that just ended on the queue may hold the monitor a moment longer.
+  bool isSoonGone(const std::weak_ptr<QVReachability>& monitor) {
+    lastNotification_.reset();
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!monitor.expired() && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::yield();
+    }
+    return monitor.expired();
+  }
+
+  const std::shared_ptr<ScriptedReachabilitySource> source_ =
+      std::make_shared<ScriptedReachabilitySource>();
+  Journal journal_;
+  std::unique_ptr<Notification> lastNotification_;
+};
+
+TEST_F(QVReachabilityTest, AnswersFromTheFlags) {
+  struct Row {
+    QVReachability::Flags flags;
+    bool countsWWAN;
+    const char* isReachable_viaWWAN_viaWiFi_required_onDemand_intervention;
+    int status;
+    const char* string;
+    const char* flagsString;
+  };
+  const char* const kUnavailable = "Connection Type Unavailable";
+  const std::array rows{
+      Row{0x0, true, "------", 0, kUnavailable, "-- -------"},
+      Row{0x0, false, "------", 0, "Cellular", "-- -------"},
+      Row{0x2, true, "y-y---", 2, "WiFi", "-R -------"},
+      Row{0x2, false, "y-y---", 2, "WiFi", "-R -------"},
+      Row{0x3, true, "y-y---", 2, "WiFi", "-R -t-----"},
+      Row{0x5, true, "---y--", 0, kUnavailable, "-- ct-----"},
+      Row{0x6, true, "y-yy--", 2, "WiFi", "-R c------"},
+      Row{0x7, true, "--yy--", 0, kUnavailable, "-R ct-----"},
+      Row{0xe, true, "y-yyy-", 2, "WiFi", "-R c--C---"},
+      Row{0x14, true, "---y-y", 0, kUnavailable, "-- c-i----"},
+      Row{0x24, true, "---yy-", 0, kUnavailable, "-- c---D--"},
+      Row{0x28, true, "------", 0, kUnavailable, "-- ---CD--"},
+      Row{0x10, true, "------", 0, kUnavailable, "-- --i----"},
+      Row{0x30002, true, "y-y---", 2, "WiFi", "-R -----ld"},
+      Row{0x40000, true, "------", 0, kUnavailable, "W- -------"},
+      Row{0x40002, true, "yy----", 1, "Cellular", "WR -------"},
+      Row{0x40002, false, "-y----", 0, "Cellular", "WR -------"},
+      Row{0x40006, true, "yy-y--", 1, "Cellular", "WR c------"},
+      Row{0x40007, true, "-y-y--", 0, kUnavailable, "WR ct-----"},
+      Row{0x7003f, true, "-y-yyy", 0, kUnavailable, "WR ctiCDld"},
+  };
+  const auto monitor = makeMonitor();
+  for (const Row& row : rows) {
+    SCOPED_TRACE(testing::Message()
+                 << std::hex << row.flags << " counting cellular: " << row.countsWWAN);
+    source_->setFlags(row.flags);
+    monitor->setReachableOnWWAN(row.countsWWAN);
+    std::string answers;
+    for (const bool answer : {monitor->isReachable(), monitor->isReachableViaWWAN(),
+                              monitor->isReachableViaWiFi(), monitor->connectionRequired(),
+                              monitor->isConnectionOnDemand(), monitor->isInterventionRequired()}) {
+      answers += answer ? 'y' : '-';
+    }
+    EXPECT_EQ(answers, row.isReachable_viaWWAN_viaWiFi_required_onDemand_intervention);
+    EXPECT_EQ(monitor->isConnectionRequired(), monitor->connectionRequired());
+    EXPECT_EQ(monitor->isReachableWithFlags(row.flags), monitor->isReachable());
+    EXPECT_EQ(monitor->currentReachabilityStatus(), row.status);
+    EXPECT_EQ(monitor->currentReachabilityString(), String(row.string));
+    EXPECT_EQ(monitor->currentReachabilityFlags(), String(row.flagsString));
+    EXPECT_EQ(monitor->reachabilityFlags(), row.flags);
+  }
+}
+
+TEST_F(QVReachabilityTest, SaysNoToEverythingWhenTheFlagsCannotBeRead) {
+  source_->setFlags(0x4007e);
+  source_->refuseFlags(EMFILE);
+  const auto bare = std::make_shared<QVReachability>();
+  for (const auto& monitor : {makeMonitor(), bare}) {
+    EXPECT_FALSE(monitor->isReachable());
+    EXPECT_FALSE(monitor->isReachableViaWWAN());
+    EXPECT_FALSE(monitor->isReachableViaWiFi());
+    EXPECT_FALSE(monitor->isConnectionRequired());
+    EXPECT_FALSE(monitor->isConnectionOnDemand());
+    EXPECT_FALSE(monitor->isInterventionRequired());
+    EXPECT_EQ(monitor->currentReachabilityStatus(), QVNetworkStatusNotReachable);
+    EXPECT_EQ(monitor->reachabilityFlags(), 0U);
+  }
+  EXPECT_FALSE(bare->startNotifier());
+}
+
+TEST_F(QVReachabilityTest, AimsAtWhatItWasMadeFor) {
+  const auto targetOf = [&](const std::shared_ptr<QVReachability>& monitor) {
+    EXPECT_TRUE(monitor->reachableOnWWAN());
+    monitor->reachabilityFlags();
+    return source_->lastTarget();
+  };
+  const SocketAddress own{.address = {10, 1, 2, 3}};
+  EXPECT_EQ(targetOf(QVReachability::reachabilityForInternetConnection()).address.address,
+            (std::array<std::uint8_t, 4>{0, 0, 0, 0}));
+  EXPECT_EQ(targetOf(QVReachability::reachabilityForLocalWiFi()).address.address,
+            (std::array<std::uint8_t, 4>{169, 254, 0, 0}));
+  EXPECT_EQ(targetOf(QVReachability::reachabilityWithAddress(own)).address, own);
+  EXPECT_EQ(targetOf(QVReachability::reachabilityWithHostname("a.example")).hostName,
+            String("a.example"));
+  EXPECT_EQ(targetOf(QVReachability::reachabilityWithHostName("b.example")).hostName,
+            String("b.example"));
+}
+
+TEST_F(QVReachabilityTest, IsNotMadeForATargetThatCannotBe) {
+  EXPECT_EQ(QVReachability::reachabilityWithHostName(String()), nullptr);
+  EXPECT_EQ(QVReachability::reachabilityWithHostname(""), nullptr);
+  EXPECT_EQ(QVReachability::reachabilityWithHostname(std::string(254, 'a')), nullptr);
+  EXPECT_NE(QVReachability::reachabilityWithHostname(std::string(253, 'a')), nullptr);
+  EXPECT_EQ(QVReachability::reachabilityWithAddress({.length = 15}), nullptr);
+  EXPECT_EQ(QVReachability::reachabilityWithAddress({.family = 10}), nullptr);
+}
+
+TEST_F(QVReachabilityTest, CallsTheBlockOnItsQueueAndThenNotifiesOnTheMainThread) {
+  const auto monitor = makeMonitor();
+  ASSERT_TRUE(monitor->startNotifier());
+  source_->setFlags(0x2);
+  EXPECT_THAT(eventsWhenThereAre(2), ElementsAre("reachable (queue)", "notification (main)"));
+  ASSERT_TRUE(lastNotification_);
+  EXPECT_EQ(lastNotification_->object(), monitor);
+  EXPECT_TRUE(lastNotification_->userInfo().isNull());
+  source_->setFlags(0x7);
+  EXPECT_THAT(eventsWhenThereAre(4), ElementsAre("reachable (queue)", "notification (main)",
+                                                 "unreachable (queue)", "notification (main)"));
+  monitor->stopNotifier();
+}
+
+TEST_F(QVReachabilityTest, NotifiesWithoutBlocks) {
+  const auto monitor = QVReachability::reachabilityForInternetConnection();
+  ASSERT_TRUE(monitor->startNotifier());
+  source_->setFlags(0x2);
+  EXPECT_THAT(eventsWhenThereAre(1), ElementsAre("notification (main)"));
+  monitor->stopNotifier();
+}
+
+TEST_F(QVReachabilityTest, PassesOverEventsThatChangeNothing) {
+  const auto monitor = makeMonitor();
+  ASSERT_TRUE(monitor->startNotifier());
+  for (int i = 0; i < 1000; ++i) source_->callSubscribers();
+  source_->setFlags(0x2);
+  EXPECT_THAT(eventsWhenThereAre(2), ElementsAre("reachable (queue)", "notification (main)"));
+  monitor->stopNotifier();
+}
+
+TEST_F(QVReachabilityTest, JudgesAChangeByTheFlagsThatItBrings) {
+  const auto monitor = makeMonitor();
+  monitor->reachabilityChanged(0x2);
+  EXPECT_THAT(eventsWhenThereAre(2), ElementsAre("reachable (main)", "notification (main)"));
+}
+
+TEST_F(QVReachabilityTest, StartsTwiceWithAnotherQueueAndNoSecondDelivery) {
+  const auto monitor = makeMonitor();
+  ASSERT_TRUE(monitor->startNotifier());
+  const auto firstQueue = monitor->reachabilitySerialQueue();
+  EXPECT_EQ(firstQueue->label(), String("org.qvcore.reachability"));
+  ASSERT_TRUE(monitor->startNotifier());
+  EXPECT_NE(monitor->reachabilitySerialQueue(), firstQueue);
+  EXPECT_EQ(source_->numberOfSubscriptions(), 1U);
+  source_->setFlags(0x2);
+  eventsWhenThereAre(2);
+  source_->setFlags(0);
+  EXPECT_THAT(eventsWhenThereAre(4), ElementsAre("reachable (queue)", "notification (main)",
+                                                 "unreachable (queue)", "notification (main)"));
+  monitor->stopNotifier();
+}
+
+TEST_F(QVReachabilityTest, HoldsItselfFromStartToStopAndIsSilentAfterwards) {
+  auto monitor = makeMonitor();
+  monitor->stopNotifier();
+  ASSERT_TRUE(monitor->startNotifier());
+  const std::weak_ptr<QVReachability> weakMonitor = monitor;
+  EXPECT_EQ(monitor->reachabilityObject(), monitor);
+  monitor.reset();
+  ASSERT_FALSE(weakMonitor.expired());
+  source_->setFlags(0x2);
+  eventsWhenThereAre(2);
+
+  weakMonitor.lock()->stopNotifier();
+  EXPECT_EQ(source_->numberOfSubscriptions(), 0U);
+  EXPECT_TRUE(isSoonGone(weakMonitor));
+  source_->setFlags(0);
+  const auto other = QVReachability::reachabilityForInternetConnection();
+  ASSERT_TRUE(other->startNotifier());
+  source_->setFlags(0x2);
+  EXPECT_THAT(eventsWhenThereAre(3),
+              ElementsAre("reachable (queue)", "notification (main)", "notification (main)"));
+  other->stopNotifier();
+}
+
+TEST_F(QVReachabilityTest, IsIdleAgainWhenItsTargetCannotBeWatched) {
+  struct Row {
+    int subscriptionError;
+    int flagsError;
+    const char* message;
+  };
+  const std::array rows{
+      Row{EMFILE, 0, "SCNetworkReachabilitySetCallback() failed: Too many open files\n"},
+      Row{0, ENOMEM, "SCNetworkReachabilitySetDispatchQueue() failed: Cannot allocate memory\n"},
+  };
+  for (const Row& row : rows) {
+    const auto monitor = makeMonitor();
+    source_->refuseSubscriptions(row.subscriptionError);
+    source_->refuseFlags(row.flagsError);
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(monitor->startNotifier());
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr(row.message));
+    EXPECT_EQ(monitor->reachabilityObject(), nullptr);
+    EXPECT_EQ(monitor->reachabilitySerialQueue(), nullptr);
+    EXPECT_EQ(source_->numberOfSubscriptions(), 0U);
+    source_->refuseSubscriptions(0);
+    source_->refuseFlags(0);
+    EXPECT_TRUE(monitor->startNotifier());
+    monitor->stopNotifier();
+  }
+}
+
+TEST_F(QVReachabilityTest, MayBeStoppedAndReleasedByItsOwnBlock) {
+  auto monitor = makeMonitor();
+  const std::weak_ptr<QVReachability> weakMonitor = monitor;
+  monitor->setReachableBlock([this](const std::shared_ptr<QVReachability>& self) {
+    self->stopNotifier();
+    journal_.note("reachable");
+  });
+  ASSERT_TRUE(monitor->startNotifier());
+  monitor.reset();
+  source_->setFlags(0x2);
+  EXPECT_THAT(eventsWhenThereAre(2), ElementsAre("reachable (queue)", "notification (main)"));
+  EXPECT_TRUE(isSoonGone(weakMonitor));
+}
+
+TEST_F(QVReachabilityTest, StandsThreadsThatChangeAskStartAndStopAtOnce) {
+  std::atomic<bool> isDone = false;
+  std::thread network([&] {
+    for (unsigned i = 0; !isDone; ++i) source_->setFlags(i % 2 == 0 ? 0x2 : 0);
+  });
+  const auto blockCalls = std::make_shared<std::atomic<int>>(0);  // a last call may come late
+  const auto count = [blockCalls](const std::shared_ptr<QVReachability>& monitor) {
+    *blockCalls += monitor->description().isEmpty() ? 0 : 1;
+  };
+  for (int i = 0; i < 200 || *blockCalls == 0; ++i) {
+    const auto monitor = QVReachability::reachabilityForInternetConnection();
+    monitor->setReachableBlock(count);
+    monitor->setUnreachableBlock(count);
+    EXPECT_TRUE(monitor->startNotifier());
+    EXPECT_LE(monitor->currentReachabilityStatus(), 2);
+    EXPECT_TRUE(i % 3 != 0 || monitor->startNotifier());
+    std::this_thread::yield();
+    monitor->stopNotifier();
+  }
+  isDone = true;
+  network.join();
+  EXPECT_EQ(source_->numberOfSubscriptions(), 0U);
+}
+
+TEST_F(QVReachabilityTest, DescribesItselfByItsClassAndTheLowBitsOfItsAddress) {
+  const auto monitor = makeMonitor();
+  char expected[64];
+  std::snprintf(expected, sizeof expected, "<QVReachability: %#x>",
+                static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(monitor.get())));
+  EXPECT_EQ(monitor->description(), String(expected));
+}
+
+}  // namespace

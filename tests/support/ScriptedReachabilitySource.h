@@ -1,0 +1,80 @@
+#pragma once
+
+#include <QVPlatform/SystemConfiguration/ReachabilitySource.h>
+
+#include <cerrno>
+#include <memory>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+/// A source of reachability flags that says what the test wants.
+class ScriptedReachabilitySource : public QVPlatform::ReachabilitySource {
+ public:
+  using Flags = QVPlatform::NetworkReachabilityFlags;
+
+  explicit ScriptedReachabilitySource(Flags flags = 0) : flags_(flags) {}
+
+  /// From now on these are the flags of every target; the subscribers hear of it.
+  void setFlags(Flags flags) {
+    {
+      const std::lock_guard lock(mutex_);
+      flags_ = flags;
+    }
+    callSubscribers();
+  }
+  void callSubscribers() {
+    std::vector<std::weak_ptr<Changed>> subscribers;
+    {
+      const std::lock_guard lock(mutex_);
+      subscribers = subscribers_;
+    }
+    for (const auto& subscriber : subscribers) {
+      if (const auto changed = subscriber.lock()) (*changed)();
+    }
+  }
+  /// Errors to refuse with; 0 to answer.
+  void refuseFlags(int error) {
+    const std::lock_guard lock(mutex_);
+    flagsError_ = error;
+  }
+  void refuseSubscriptions(int error) {
+    const std::lock_guard lock(mutex_);
+    subscriptionError_ = error;
+  }
+  QVPlatform::ReachabilityTarget lastTarget() const {
+    const std::lock_guard lock(mutex_);
+    return lastTarget_;
+  }
+  std::size_t numberOfSubscriptions() const {
+    const std::lock_guard lock(mutex_);
+    std::size_t count = 0;
+    for (const auto& subscriber : subscribers_) count += subscriber.expired() ? 0 : 1;
+    return count;
+  }
+
+  bool getFlags(const QVPlatform::ReachabilityTarget& target, Flags* flags) override {
+    const std::lock_guard lock(mutex_);
+    lastTarget_ = target;
+    if (flagsError_ == 0) *flags = flags_;
+    errno = flagsError_;
+    return flagsError_ == 0;
+  }
+
+  std::shared_ptr<void> subscribe(const QVPlatform::ReachabilityTarget&, Changed changed) override {
+    const std::lock_guard lock(mutex_);
+    errno = subscriptionError_;
+    if (subscriptionError_ != 0) return nullptr;
+    auto subscriber = std::make_shared<Changed>(std::move(changed));
+    subscribers_.push_back(subscriber);
+    return subscriber;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  Flags flags_;
+  int flagsError_ = 0;
+  int subscriptionError_ = 0;
+  QVPlatform::ReachabilityTarget lastTarget_;
+  std::vector<std::weak_ptr<Changed>> subscribers_;
+};
