@@ -15,8 +15,8 @@
 /// installation, the user agent, the kind of connection, and what other modules add.
 ///
 /// init() derives the identifiers and begins to ask the web engine for its user agent, which takes
-/// a while: kQVNotification_UserAgentAvailable tells that it is there. A bare instance keeps nothing
-/// and posts nothing.
+/// a while: kQVNotification_UserAgentAvailable tells that it is there. A bare instance keeps
+/// nothing and posts nothing.
 ///
 /// Threads: all operations may be called from any thread.
 class QVCORE_EXPORT QVCoreVariables : public QVSingleton,
@@ -26,15 +26,15 @@ class QVCORE_EXPORT QVCoreVariables : public QVSingleton,
   static std::shared_ptr<QVCoreVariables> sharedInstance();
   ~QVCoreVariables() override;
 
-  /// See QVSingleton. Both return the receiver. reinit() begins with a new store: what other modules
-  /// had added is dropped, and every identifier is derived again. Other threads get the shared
-  /// instance as soon as it has its store, before the identifiers are in it. On a thread other than
-  /// the main one both wait as userAgent() does.
+  /// See QVSingleton. Both return the receiver. reinit() begins with a new store: what other
+  /// modules had added is dropped, and every identifier is derived again. Other threads get the
+  /// shared instance as soon as it has its store, before the identifiers are in it. On a thread
+  /// other than the main one both wait as userAgent() does.
   std::shared_ptr<QVCoreVariables> init();
   std::shared_ptr<QVCoreVariables> reinit();
 
-  /// The steps of init() after the store is made: each of the four below, and userAgent() unless the
-  /// application will hand in its own process pool (QVDebug::useCustomWKProcessPool()). The
+  /// The steps of init() after the store is made: each of the four below, and userAgent() unless
+  /// the application will hand in its own process pool (QVDebug::useCustomWKProcessPool()). The
   /// advertising identifier is read on systems below 14.0.0 only.
   void initializeAllCoreVariables();
   /// Stores the device's advertising identifier, if it has one.

@@ -35,17 +35,29 @@ class QVSharedInstance {
   /// Made and initialised by the first call. What initialisation calls may ask for the instance on
   /// the same thread and gets it as it is then; other threads wait until it is ready.
   static const std::shared_ptr<Service>& get() {
-    static QVSharedInstance& holder = *new QVSharedInstance;  // never destroyed, as its threads
-    if (!holder.isReady_ && holder.creator_ != std::this_thread::get_id()) {
-      std::call_once(holder.once_, [] { holder.create(); });
+    QVSharedInstance& shared = holder();
+    if (!shared.isReady_ && shared.creator_ != std::this_thread::get_id()) {
+      std::call_once(shared.once_, [&shared] { shared.create(); });
     }
-    return holder.instance_;
+    return shared.instance_;
+  }
+  /// The same for a class that stores QVInitStateDone in `state` before the end of its
+  /// initialisation: from then on other threads get the instance too.
+  static const std::shared_ptr<Service>& get(const std::atomic<std::int32_t>& state) {
+    QVSharedInstance& shared = holder();
+    return shared.isMade_ && state == QVInitStateDone ? shared.instance_ : get();
   }
 
  private:
+  static QVSharedInstance& holder() {
+    static QVSharedInstance& holder = *new QVSharedInstance;  // never destroyed, as its threads
+    return holder;
+  }
+
   void create() {
     instance_ = std::make_shared<Service>();
     creator_ = std::this_thread::get_id();
+    isMade_ = true;
     instance_->init();
     isReady_ = true;
     creator_ = std::thread::id();
@@ -54,5 +66,6 @@ class QVSharedInstance {
   std::once_flag once_;
   std::shared_ptr<Service> instance_;
   std::atomic<std::thread::id> creator_{};
+  std::atomic<bool> isMade_{false};
   std::atomic<bool> isReady_{false};
 };
