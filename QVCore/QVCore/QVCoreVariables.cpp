@@ -7,6 +7,7 @@
 #include <QVPlatform/Device/Device.h>
 #include <QVPlatform/Dispatch/MainQueue.h>
 #include <QVPlatform/Foundation/UUID.h>
+#include <QVPlatform/Foundation/UserDefaults.h>
 #include <QVPlatform/WebKit/WebEngine.h>
 
 #include <utility>
@@ -19,6 +20,8 @@ using QVPlatform::NotificationCenter;
 using QVPlatform::ProcessPool;
 using QVPlatform::String;
 using QVPlatform::SystemVersion;
+using QVPlatform::UserDefaults;
+using QVPlatform::UUID;
 using QVPlatform::Value;
 using QVPlatform::WebEngine;
 using QVPlatform::WebView;
@@ -86,8 +89,9 @@ void QVCoreVariables::initSDKID() {
   const String& key = kQVPredefinedVariable_SDKID;
   Value identifier = QVUserDefaults::retrieveInfoFromUserDefaults(key);
   if (identifier.isNil() || identifier == Value("")) {
-    identifier = QVPlatform::UUID::UUIDString();
-    QVUserDefaults::saveInfoToUserDefaultsForLabel(identifier, key);
+    // In one step with another look, since the application may start twice at the same moment.
+    identifier = UserDefaults::standardUserDefaults().exchangeObjectForKey(identifier,
+                                                                           UUID::UUIDString(), key);
   }
   addDataWithValue(key, identifier);
 }

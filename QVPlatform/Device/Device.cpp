@@ -5,6 +5,7 @@
 #include <QVPlatform/Foundation/Property.h>
 #include <QVPlatform/Foundation/UUID.h>
 
+#include <cstddef>
 #include <fstream>
 #include <string>
 #include <utility>
@@ -68,7 +69,8 @@ String Device::vendorName() {
   const String chosen = settings().vendorName.get();
   if (!chosen.isEmpty()) return chosen;
   const String identifier = Application::identifier();
-  return identifier.view().substr(0, identifier.view().rfind('.'));
+  const std::size_t lastDot = identifier.view().rfind('.');
+  return lastDot == 0 ? identifier : String(identifier.view().substr(0, lastDot));
 }
 
 void Device::setVendorName(String name) { settings().vendorName.set(std::move(name)); }

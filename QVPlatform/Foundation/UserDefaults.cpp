@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -98,12 +99,15 @@ class UserDefaults::Implementation {
     changes_[key] = value;
   }
 
-  bool synchronize() {
+  /// What `amend` changes, having seen the file's contents or null, is written with the rest; it is
+  /// called in any case.
+  bool synchronize(const std::function<void(const Dictionary& stored)>& amend) {
     const std::lock_guard oneAtATime(synchronizing_);
     const Paths path = paths();
     const FileLock lock(path.lock);
+    const Dictionary stored = lock.isHeld() ? readFile(path.file) : Dictionary();
+    amend(stored);
     if (!lock.isHeld()) return false;
-    const Dictionary stored = readFile(path.file);
     const Table changes = takeChanges();
     Table merged = stored.isNull() ? values() : Table();
     lay(stored.entries(), merged);
@@ -173,6 +177,17 @@ void UserDefaults::setObjectForKey(const Value& value, const String& key) {
   implementation_->set(key, copy);
 }
 
-bool UserDefaults::synchronize() { return implementation_->synchronize(); }
+Value UserDefaults::exchangeObjectForKey(const Value& expected, const Value& value,
+                                         const String& key) {
+  implementation_->synchronize([&](const Dictionary& stored) {
+    const bool isInFile = stored.isNull() || stored.get(key) == expected;
+    if (isInFile && objectForKey(key) == expected) setObjectForKey(value, key);
+  });
+  return objectForKey(key);
+}
+
+bool UserDefaults::synchronize() {
+  return implementation_->synchronize([](const Dictionary&) {});
+}
 
 }  // namespace QVPlatform

@@ -27,6 +27,12 @@ class QVPLATFORM_EXPORT UserDefaults {
   /// list (PropertyList::copy) is refused with a line on the console log. A null key is ignored.
   void setObjectForKey(const Value& value, const String& key);
 
+  /// Sets the value under the key if `expected` (which may be nil) stands there, not only in memory
+  /// but in the file too, and writes it through, in one step under the lock of synchronize(). The
+  /// value that stands there afterwards: of several processes that try at the same moment one sets
+  /// its value, and all get that. Where the file cannot be had, memory alone counts.
+  Value exchangeObjectForKey(const Value& expected, const Value& value, const String& key);
+
   /// Reads the file anew, lays the changes of this process over it and writes it whole, all under a
   /// lock between processes: of two processes that change different keys, none loses a change. A
   /// missing or damaged file is replaced by all that this process knows. False when the file could

@@ -1,0 +1,105 @@
+#include "support/ChildProcess.h"
+#include "support/CoreTest.h"
+
+#include <QVPlatform/Device/Device.h>
+
+#include <gmock/gmock.h>
+#include <sched.h>
+#include <sys/mount.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+
+namespace {
+
+using QVPlatform::Application;
+using QVPlatform::Device;
+using QVPlatform::String;
+using QVPlatform::SystemVersion;
+
+constexpr const char* kNotPermitted = "not permitted";
+
+/// The identifier on a machine whose id file has the given contents, or "" for none.
+std::string identifierOnMachine(const std::string& contents) {
+  const QVTest::TemporaryDirectory directory;
+  std::ofstream(directory.path() / "machine-id") << contents;
+  return QVTest::ChildProcess([&]() -> std::string {
+           if (unshare(CLONE_NEWNS) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
+             return kNotPermitted;
+           }
+           mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
+           const char* const source = directory.path().c_str();
+           if (mount(source, "/etc", nullptr, MS_BIND, nullptr) != 0) return kNotPermitted;
+           const bool hasOther = std::filesystem::exists("/var/lib/dbus");
+           if (hasOther && mount(source, "/var/lib/dbus", nullptr, MS_BIND, nullptr) != 0) {
+             return kNotPermitted;
+           }
+           return std::string(Device::identifierForVendor().view());
+         })
+      .text();
+}
+
+TEST(DeviceTest, MakesTheVendorIdentifierFromTheMachinesIdAndTheVendorsName) {
+  struct Case {
+    const char* machineId;
+    const char* vendor;
+    const char* identifier;
+  };
+  const Case cases[] = {
+      {"6e6e3b4c8f0a4e5fb1b7a1d4c3e2f101\n", "org.example", "0F78B62E-3D9F-5BE1-96CF-6EE9816861C6"},
+      {"6E6E3B4C8F0A4E5FB1B7A1D4C3E2F101", "org.example", "0F78B62E-3D9F-5BE1-96CF-6EE9816861C6"},
+      {"6e6e3b4c8f0a4e5fb1b7a1d4c3e2f101\n", "org.example2",
+       "3CBAFEC1-1715-5EDA-8B24-61DD945031AB"},
+      {"6e6e3b4c8f0a4e5fb1b7a1d4c3e2f102\n", "org.example", "FA5D928E-71E9-502C-9CA4-E3E37BFDEFE8"},
+      {"", "org.example", ""},
+      {"uninitialized\n", "org.example", ""},
+      {"6e6e3b4c8f0a4e5fb1b7a1d4c3e2f10\n", "org.example", ""},
+      {"6e6e3b4c8f0a4e5fb1b7a1d4c3e2f10g\n", "org.example", ""},
+      {"6e6e3b4c8f0a4e5fb1b7a1d4c3e2f10100\n", "org.example", ""},
+  };
+  for (const auto& [machineId, vendor, identifier] : cases) {
+    Device::setVendorName(vendor);
+    const std::string made = identifierOnMachine(machineId);
+    if (made == kNotPermitted) GTEST_SKIP() << "this user may not give a process its own /etc";
+    EXPECT_EQ(made, identifier) << machineId << vendor;
+  }
+}
+
+TEST(DeviceTest, TakesTheVendorsNameFromTheApplicationsIdentifier) {
+  const char* const cases[][2] = {
+      {"org.example.player", "org.example"}, {"player", "player"}, {".player", ".player"}};
+  Device::setVendorName(nullptr);
+  for (const auto& [identifier, vendor] : cases) {
+    Application::setIdentifier(identifier);
+    EXPECT_EQ(Device::vendorName(), String(vendor));
+  }
+  Device::setVendorName("org.other");
+  EXPECT_EQ(Device::vendorName(), String("org.other"));
+}
+
+TEST(DeviceTest, LetsTheApplicationReplaceEachIdentifier) {
+  EXPECT_TRUE(Device::advertisingIdentifier().isNull());
+  Device::setAdvertisingIdentifierProvider([] { return String("advertising"); });
+  EXPECT_EQ(Device::advertisingIdentifier(), String("advertising"));
+
+  const String byDefault = Device::identifierForVendor();
+  Device::setIdentifierForVendorProvider([] { return String("vendor"); });
+  EXPECT_EQ(Device::identifierForVendor(), String("vendor"));
+  Device::setIdentifierForVendorProvider([]() -> String { throw std::runtime_error("no bus"); });
+  EXPECT_TRUE(Device::identifierForVendor().isNull());
+  Device::setIdentifierForVendorProvider(nullptr);
+  EXPECT_EQ(Device::identifierForVendor(), byDefault);
+}
+
+TEST(DeviceTest, ComparesSystemVersionsNumberByNumber) {
+  EXPECT_EQ(Device::systemVersion(), (SystemVersion{14, 0, 0}));
+  Device::setSystemVersion({13, 10, 2});
+  EXPECT_LT(Device::systemVersion(), (SystemVersion{14, 0, 0}));
+  EXPECT_LT((SystemVersion{13, 9, 9}), Device::systemVersion());
+  EXPECT_LT(Device::systemVersion(), (SystemVersion{13, 10, 3}));
+}
+
+}  // namespace
