@@ -24,9 +24,11 @@ class QVCORE_EXPORT IQVEventListenerDelegate {
 /// Receives notifications for its owner.
 ///
 /// Threads: all operations may be called from any thread, and from within onNotificationReceived().
-/// The owner holds it; it does not hold the owner. An owner that goes calls setParent(nullptr) before
-/// anything of its own is gone: after that, and after the listener's own destruction, nothing is
-/// delivered any more, and no other thread is still in onNotificationReceived().
+/// The owner holds it; it does not hold the owner, except during a delivery, if the owner is an
+/// Object in a std::shared_ptr: then the owner's destruction begins after the last delivery,
+/// perhaps on its thread. Any other owner calls setParent(nullptr) before anything of its own is
+/// gone: after that, and after the listener's own destruction, nothing is delivered any more, and
+/// no other thread is still in onNotificationReceived().
 class QVCORE_EXPORT QVEventListener : public QVPlatform::Object {
  public:
   QVEventListener();
@@ -36,8 +38,8 @@ class QVCORE_EXPORT QVEventListener : public QVPlatform::Object {
   /// Chooses the default center. Returns the receiver.
   std::shared_ptr<QVEventListener> init();
 
-  /// Registers on the center for exactly this name, from any object. Called twice with one name, each
-  /// such notification arrives twice. Without a center, or with a null name, nothing happens.
+  /// Registers on the center for exactly this name, from any object. Called twice with one name,
+  /// each such notification arrives twice. Without a center, or with a null name, nothing happens.
   void listen(const QVPlatform::String& name);
   /// Hands the notification to the parent, on the calling thread; without a parent, to nobody.
   void onNotification(const QVPlatform::Notification& notification);
