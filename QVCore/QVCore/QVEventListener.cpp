@@ -6,13 +6,19 @@
 using QVPlatform::CallGate;
 using QVPlatform::Notification;
 using QVPlatform::NotificationCenter;
+using QVPlatform::Object;
 using QVPlatform::String;
 
 /// The way to one parent. It outlives the listener while a delivery is on it.
 struct QVEventListener::Forwarding {
-  explicit Forwarding(IQVEventListenerDelegate* itsParent) : parent(itsParent) {}
+  explicit Forwarding(IQVEventListenerDelegate* itsParent) : parent(itsParent) {
+    if (const auto* object = dynamic_cast<const Object*>(parent)) owner = object->weak_from_this();
+    isOwned = !owner.expired();
+  }
 
   IQVEventListenerDelegate* const parent;
+  std::weak_ptr<const Object> owner;  // the parent, if a std::shared_ptr holds it
+  bool isOwned;
   CallGate gate;
 };
 
@@ -48,7 +54,13 @@ void QVEventListener::onNotification(const Notification& notification) {
   // The parent's handler may destroy this listener: nothing of it is touched after the call.
   const auto way = forwarding();
   if (!way->parent) return;
-  way->gate.enter([&] { way->parent->onNotificationReceived(notification); });
+  // Keeps the parent until the gate is left. Once the parent's destructor has begun, what a derived
+  // class added may be gone already: then there is no owner any more, and nobody is called.
+  std::shared_ptr<const Object> owner;
+  way->gate.enter([&] {
+    if (way->isOwned && !(owner = way->owner.lock())) return;
+    way->parent->onNotificationReceived(notification);
+  });
 }
 
 void QVEventListener::stopListening() {
