@@ -1,0 +1,102 @@
+#pragma once
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <poll.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace QVBenchmark {
+
+/// A server in a process of its own that answers every request on 127.0.0.1 with two bytes and
+/// keeps its connections open: as little work as a server can have, so that the clients are
+/// measured. Make it before the program has a second thread.
+class KeepAliveServer {
+ public:
+  KeepAliveServer() {
+    const int listening = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    if (bind(listening, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
+        listen(listening, 16) != 0 ||
+        getsockname(listening, reinterpret_cast<sockaddr*>(&address), &size) != 0 ||
+        pipe(counter_) != 0 || (process_ = fork()) < 0) {
+      std::perror("no server");
+      std::exit(1);
+    }
+    url_ = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/hit?s=1&p=page";
+    if (process_ == 0) {
+      prctl(PR_SET_PDEATHSIG, SIGKILL);
+      serve(listening, counter_[1]);
+    }
+    close(listening);
+    close(counter_[1]);
+  }
+  ~KeepAliveServer() {
+    kill(process_, SIGKILL);
+    waitpid(process_, nullptr, 0);
+    close(counter_[0]);
+  }
+  KeepAliveServer(const KeepAliveServer&) = delete;
+  KeepAliveServer& operator=(const KeepAliveServer&) = delete;
+
+  const std::string& url() const { return url_; }
+  pid_t process() const { return process_; }
+
+  /// How many connections were made since the last call.
+  int newConnections() const {
+    int count = 0;
+    for (pollfd ready{counter_[0], POLLIN, 0}; poll(&ready, 1, 0) > 0; ++count) {
+      char one = 0;
+      if (read(counter_[0], &one, 1) != 1) break;
+    }
+    return count;
+  }
+
+ private:
+  [[noreturn]] static void serve(int listening, int counter) {
+    std::vector<pollfd> files{{listening, POLLIN, 0}};
+    for (;;) {
+      poll(files.data(), files.size(), -1);
+      for (std::size_t i = files.size(); i-- > 1;) {
+        if (files[i].revents == 0 || answer(files[i].fd)) continue;
+        close(files[i].fd);
+        files.erase(files.begin() + static_cast<std::ptrdiff_t>(i));
+      }
+      if (files[0].revents != 0) {
+        const int connection = accept(listening, nullptr, nullptr);
+        const int on = 1;
+        setsockopt(connection, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+        files.push_back({connection, POLLIN, 0});
+        if (write(counter, "c", 1) != 1) _exit(1);
+      }
+    }
+  }
+
+  /// Requests are small and come one at a time: one read holds one of them, whole.
+  static bool answer(int connection) {
+    static constexpr std::string_view kAnswer = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
+    char request[65536];
+    const ssize_t size = recv(connection, request, sizeof request, 0);
+    return size > 0 && send(connection, kAnswer.data(), kAnswer.size(), MSG_NOSIGNAL) > 0;
+  }
+
+  int counter_[2]{};
+  pid_t process_ = -1;
+  std::string url_;
+};
+
+}  // namespace QVBenchmark
