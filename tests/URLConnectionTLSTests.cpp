@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include <cstdlib>
 #include <set>
@@ -7,6 +6,7 @@
 #include "support/Certificate.h"
 #include "support/Exchange.h"
 #include "support/HTTPServer.h"
+#include "support/RawServer.h"
 
 using namespace QVPlatform;
 using namespace QVTest;
@@ -45,26 +45,15 @@ TEST(URLConnectionTLS, TrustsTheCertificatesOfTheEnvironmentAndKeepsConnectionsO
   EXPECT_EQ(ports.size(), 1U);
 }
 
-/// The server refuses a form of this size unread and closes, while the client is still sending: TLS
-/// then writes to a broken pipe, whose signal would end this program.
+/// The server ends and resets the connection at once; the first message of TLS, which takes the
+/// client a while to prepare, then goes into a broken pipe. Its signal would end this program.
 TEST(URLConnectionTLS, SparesTheHostTheSignalOfABrokenPipe) {
-  const Certificate certificate;
-  sigset_t brokenPipe;
-  sigemptyset(&brokenPipe);
-  sigaddset(&brokenPipe, SIGPIPE);
-  pthread_sigmask(SIG_BLOCK, &brokenPipe, nullptr);  // for the server's threads, which inherit it
-  HTTPServer server(certificate.file(), certificate.keyFile());
-  pthread_sigmask(SIG_UNBLOCK, &brokenPipe, nullptr);
-  signal(SIGPIPE, SIG_DFL);  // the server has changed it
-  trust(certificate);
-  MutableURLRequest request = requestTo(server.url());
-  request.setHTTPMethod("POST");
-  request.setHTTPBody(Data(std::string(8 << 20, 'x')));
-  for (int i = 0; i < 20; ++i) {
-    const Exchange exchange = send(request);
-    EXPECT_NE(exchange.error != nullptr, exchange.status() == 413);
-  }
-  EXPECT_EQ(get(server.url()).body, Data("ok"));
+  RawServer server([](auto& connection) {
+    connection.finish();
+    connection.reset();
+  });
+  const std::string url = "https://127.0.0.1:" + std::to_string(server.port()) + "/";
+  for (int i = 0; i < 20; ++i) EXPECT_TRUE(get(url).body.isNull());
 }
 
 }  // namespace

@@ -1,12 +1,43 @@
 #include <QVPlatform/Foundation/String.h>
 
-#include <simdjson.h>
-
+#include <cstdint>
 #include <cstring>
 #include <new>
 
 namespace QVPlatform {
 namespace {
+
+/// The number of bytes of the character that the text begins with; 0 if it is malformed. The second
+/// byte tells overlong forms, surrogates and what is beyond U+10FFFF from characters.
+std::size_t sizeOfCharacter(std::string_view text) {
+  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  const unsigned char lead = byte(0);
+  if (lead < 0x80) return 1;
+  if (lead < 0xC2 || lead > 0xF4) return 0;
+  const std::size_t size = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+  if (text.size() < size) return 0;
+  const unsigned char lowest = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+  const unsigned char highest = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+  if (byte(1) < lowest || byte(1) > highest) return 0;
+  for (std::size_t i = 2; i < size; ++i) {
+    if ((byte(i) & 0xC0) != 0x80) return 0;
+  }
+  return size;
+}
+
+/// Written out because texts are made until the very end of a process, when a library that could
+/// tell has been torn down.
+bool isUTF8(std::string_view text) {
+  while (!text.empty()) {
+    std::uint64_t eight = 0x80;
+    if (text.size() >= sizeof eight) std::memcpy(&eight, text.data(), sizeof eight);
+    const bool isASCII = (eight & 0x8080808080808080U) == 0;
+    const std::size_t size = isASCII ? sizeof eight : sizeOfCharacter(text);
+    if (size == 0) return false;
+    text.remove_prefix(size);
+  }
+  return true;
+}
 
 int hexadecimalDigit(char c) {
   if (c >= '0' && c <= '9') return c - '0';
@@ -20,7 +51,7 @@ int hexadecimalDigit(char c) {
 String::String(const char* utf8) : String(utf8 ? std::string_view(utf8) : std::string_view()) {}
 
 String::String(std::string_view utf8) {
-  if (utf8.data() == nullptr || !simdjson::validate_utf8(utf8)) return;
+  if (utf8.data() == nullptr || !isUTF8(utf8)) return;
   // One block holds the counter and, right behind it, the text.
   void* block = ::operator new(sizeof(Literal) + utf8.size() + 1);
   char* text = static_cast<char*>(block) + sizeof(Literal);

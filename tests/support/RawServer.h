@@ -51,6 +51,8 @@ class RawServer {
       pollfd entry{file_, POLLRDHUP, 0};
       return poll(&entry, 1, static_cast<int>(time.count())) > 0;
     }
+    /// Tells the other side that nothing more will come.
+    void finish() { shutdown(file_, SHUT_WR); }
     /// Lets the end of the connection be a reset, not an orderly close.
     void reset() {
       const linger atOnce{1, 0};

@@ -112,7 +112,6 @@ HTTPSession::HTTPSession() {
 }
 
 HTTPSession::~HTTPSession() {
-  if (hasUsedTLS_) guard_.emplace();
   curl_easy_cleanup(easy_);
   curl_multi_cleanup(multi_);
 }
@@ -132,8 +131,6 @@ void HTTPSession::setConstantOptions() {
   set(CURLOPT_HEADERDATA, this);
   set(CURLOPT_WRITEFUNCTION, &HTTPSession::onBody);
   set(CURLOPT_WRITEDATA, this);
-  set(CURLOPT_SSL_CTX_FUNCTION, &HTTPSession::onTLS);
-  set(CURLOPT_SSL_CTX_DATA, this);
   if (const char* file = std::getenv("SSL_CERT_FILE")) set(CURLOPT_CAINFO, file);
   if (const char* directory = std::getenv("SSL_CERT_DIR")) set(CURLOPT_CAPATH, directory);
 }
@@ -157,9 +154,7 @@ HTTPSession::Outcome HTTPSession::send(const MutableURLRequest& request, Limits 
   headerIsComplete_ = false;
   message_[0] = '\0';
 
-  if (hasUsedTLS_) guard_.emplace();
   CURLcode result = run(request.timeoutInterval(), limits.transferTime);
-  guard_.reset();
   long connections = 0;
   curl_easy_getinfo(easy_, CURLINFO_NUM_CONNECTS, &connections);
   hasConnected_ = connections > 0;
@@ -266,15 +261,6 @@ std::size_t HTTPSession::receiveBody(std::string_view bytes) try {
   return bytes.size();
 } catch (const std::bad_alloc&) {
   return 0;  // it must not fly through libcurl; the transfer fails as if the limit were reached
-}
-
-/// Called before a TLS connection is made: only what TLS writes can raise SIGPIPE, from now on and
-/// as long as the session has connections.
-CURLcode HTTPSession::onTLS(CURL*, void*, void* session) {
-  auto& self = *static_cast<HTTPSession*>(session);
-  self.hasUsedTLS_ = true;
-  if (!self.guard_) self.guard_.emplace();
-  return CURLE_OK;
 }
 
 std::size_t HTTPSession::onHeaderLine(char* bytes, std::size_t, std::size_t size, void* session) {

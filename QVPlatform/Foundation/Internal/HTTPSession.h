@@ -1,11 +1,9 @@
 #pragma once
 
-#include <QVPlatform/Foundation/Internal/BrokenPipeGuard.h>
 #include <QVPlatform/Foundation/URLConnection.h>
 
 #include <curl/curl.h>
 
-#include <optional>
 #include <string>
 
 namespace QVPlatform {
@@ -47,7 +45,6 @@ class HTTPSession {
 
   std::size_t receiveHeaderLine(std::string_view line);
   std::size_t receiveBody(std::string_view bytes);
-  static CURLcode onTLS(CURL*, void*, void* session);
   static std::size_t onHeaderLine(char* bytes, std::size_t, std::size_t size, void* session);
   static std::size_t onBody(char* bytes, std::size_t, std::size_t size, void* session);
 
@@ -60,8 +57,6 @@ class HTTPSession {
   std::string header_;           // of the answer that came last
   bool headerIsComplete_ = false;
   bool hasConnected_ = false;  // in the last transfer
-  bool hasUsedTLS_ = false;
-  std::optional<BrokenPipeGuard> guard_;  // while a transfer of a session that has used TLS is on
 };
 
 }  // namespace QVPlatform
