@@ -79,24 +79,6 @@ class KeyedArchiver::Implementation {
     bool isBeingAdded = true;
   };
 
-  /// The number of the value, archived now if it was not before; nothing if it cannot be.
-  std::optional<UID> add(const Value& value) {
-    return std::visit(
-        [&]<class T>(const T& held) -> std::optional<UID> {
-          if constexpr (std::is_same_v<T, Array> || std::is_same_v<T, Dictionary>) {
-            return addShared(held.identity(), value, [&] { return contentsOf(held); });
-          } else if constexpr (std::is_same_v<T, Value::ObjectReference>) {
-            const auto* coding = dynamic_cast<const Coding*>(held.get());
-            if (!coding) return drop(value);
-            return addShared(held.get(), value, [&] { return contentsOf(*held, *coding); });
-          } else {
-            contain({});
-            return addPlain(held);
-          }
-        },
-        value.storage());
-  }
-
   UID addPlain(const String& text) {
     if (text.view() != Format::kNull) return leaf(writer_.add(text.view()));
     // Other readers take this text for nil, unless it is inside an object.
@@ -140,6 +122,24 @@ class KeyedArchiver::Implementation {
     }
     contain(known);
     return known.uid;
+  }
+
+  /// The number of the value, archived now if it was not before; nothing if it cannot be.
+  std::optional<UID> add(const Value& value) {
+    return std::visit(
+        [&]<class T>(const T& held) -> std::optional<UID> {
+          if constexpr (std::is_same_v<T, Array> || std::is_same_v<T, Dictionary>) {
+            return addShared(held.identity(), value, [&] { return contentsOf(held); });
+          } else if constexpr (std::is_same_v<T, Value::ObjectReference>) {
+            const auto* coding = dynamic_cast<const Coding*>(held.get());
+            if (!coding) return drop(value);
+            return addShared(held.get(), value, [&] { return contentsOf(*held, *coding); });
+          } else {
+            contain({});
+            return addPlain(held);
+          }
+        },
+        value.storage());
   }
 
   Reference contentsOf(const Array& array) {

@@ -53,7 +53,7 @@ Value date(std::string_view text) {
   std::sscanf(copy.c_str(), "%5d-%2d-%2dT%2d:%2d:%2dZ%n", &year, &month, &day, &hour, &minute,
               &second, &end);
   if (copy.empty() || static_cast<std::size_t>(end) != copy.size()) return nullptr;
-  if (month < 1 || day < 1) return nullptr;
+  if (year < 1 || month < 1 || day < 1) return nullptr;
   const chrono::year_month_day calendar(chrono::year(year),
                                         chrono::month(static_cast<unsigned>(month)),
                                         chrono::day(static_cast<unsigned>(day)));

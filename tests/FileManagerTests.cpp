@@ -1,0 +1,226 @@
+#include <QVPlatform/Application.h>
+#include <QVPlatform/Foundation/Bundle.h>
+#include <QVPlatform/Foundation/FileManager.h>
+
+#include <gtest/gtest.h>
+
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "support/Processes.h"
+#include "support/TemporaryDirectory.h"
+
+using namespace QVPlatform;
+using namespace std::string_literals;
+using QVTest::contentsOf;
+using QVTest::putFile;
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t kLimit = 1000;
+
+class FileManagerTest : public ::testing::Test {
+ protected:
+  String path(const std::string& name) const { return String((directory.path() / name).string()); }
+  /// Names in the directory, those of unfinished files included.
+  std::size_t fileCount() const {
+    return static_cast<std::size_t>(std::distance(fs::directory_iterator(directory.path()), {}));
+  }
+
+  QVTest::TemporaryDirectory directory;
+};
+
+mode_t modeOf(const fs::path& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+}
+
+/// One of two contents that differ in every byte and in length.
+std::string contents(int number) {
+  return std::string(number % 2 ? 100000 : 50000, number % 2 ? 'b' : 'a');
+}
+
+bool isWhole(const std::string& bytes) { return bytes == contents(0) || bytes == contents(1); }
+
+TEST_F(FileManagerTest, ReadsRegularFilesUpToTheLimit) {
+  putFile(path("empty").UTF8String(), "");
+  putFile(path("largest").UTF8String(), std::string(kLimit, 'x'));
+  putFile(path("larger").UTF8String(), std::string(kLimit + 1, 'x'));
+  ASSERT_EQ(mkfifo(path("pipe").UTF8String(), 0600), 0);
+  const std::pair<String, Data> cases[] = {
+      {path("empty"), Data("")}, {path("largest"), Data(std::string(kLimit, 'x'))},
+      {path("larger"), nullptr}, {path("missing"), nullptr},
+      {path("pipe"), nullptr},   {path(""), nullptr},
+      {"/dev/zero", nullptr},    {path("empty\0x"s), nullptr},
+      {String(), nullptr},       {"", nullptr},
+  };
+  for (const auto& [name, expected] : cases) {
+    EXPECT_EQ(FileManager::contentsAtPath(name, kLimit), expected) << name.view();
+  }
+  // A file of the kernel does not tell its size.
+  EXPECT_FALSE(FileManager::contentsAtPath("/proc/self/stat", kLimit).string().isEmpty());
+  EXPECT_TRUE(FileManager::contentsAtPath("/proc/self/stat", 5).isNull());
+}
+
+TEST_F(FileManagerTest, TellsWhyATextCannotBeRead) {
+  putFile(path("text").UTF8String(), "caf\u00e9");
+  putFile(path("bytes").UTF8String(), "caf\xe9");
+  String error;
+  EXPECT_EQ(FileManager::stringWithContentsOfFile(path("text"), &error), String("caf\u00e9"));
+  EXPECT_TRUE(error.isNull());
+  const std::pair<String, std::string> cases[] = {{path("missing"), "No such file or directory"},
+                                                  {path("bytes"), "it is not UTF-8"},
+                                                  {path(""), "Invalid argument"}};
+  for (const auto& [name, reason] : cases) {
+    EXPECT_TRUE(FileManager::stringWithContentsOfFile(name, &error).isNull());
+    EXPECT_TRUE(error.view().ends_with(reason)) << error.view();
+  }
+  EXPECT_TRUE(FileManager::stringWithContentsOfFile(path("missing")).isNull());
+}
+
+TEST_F(FileManagerTest, MakesAndRemovesOneLevel) {
+  EXPECT_FALSE(FileManager::createDirectoryAtPath(path("a/b")));
+  EXPECT_TRUE(FileManager::createDirectoryAtPath(path("a")));
+  EXPECT_FALSE(FileManager::createDirectoryAtPath(path("a")));
+  EXPECT_EQ(modeOf(directory.path() / "a"), 0700U);
+  EXPECT_TRUE(FileManager::writeAtomically("x", path("a/file")));
+  EXPECT_FALSE(FileManager::removeItemAtPath(path("a")));
+  EXPECT_TRUE(FileManager::removeItemAtPath(path("a/file")));
+  EXPECT_FALSE(FileManager::fileExistsAtPath(path("a/file")));
+  EXPECT_TRUE(FileManager::removeItemAtPath(path("a")));
+  EXPECT_FALSE(FileManager::removeItemAtPath(path("a")));
+}
+
+TEST_F(FileManagerTest, ReplacesAFileByAPrivateOne) {
+  putFile(path("file").UTF8String(), "old and longer");
+  fs::permissions(path("file").UTF8String(), fs::perms::all);
+  EXPECT_TRUE(FileManager::writeAtomically(Data("new"), path("file")));
+  EXPECT_EQ(contentsOf(path("file").UTF8String()), "new");
+  EXPECT_EQ(modeOf(path("file").UTF8String()), 0600U);
+  EXPECT_TRUE(FileManager::writeAtomically("", path("file")));
+  EXPECT_EQ(contentsOf(path("file").UTF8String()), "");
+  EXPECT_EQ(fileCount(), 1U);
+}
+
+TEST_F(FileManagerTest, LeavesEverythingAsItWasWhenItCannotWrite) {
+  putFile(path("file").UTF8String(), "old");
+  fs::create_directories(path("full/inner").UTF8String());
+  for (const String& target :
+       {path("missing/file"), path("file/inner"), path("full"), path(""), String(), path("a\0b"s),
+        path(std::string(300, 'n')), String("/proc/self/status")}) {
+    EXPECT_FALSE(FileManager::writeAtomically("new", target)) << target.view();
+  }
+  EXPECT_FALSE(FileManager::writeAtomically(Data(), path("file")));
+  EXPECT_EQ(contentsOf(path("file").UTF8String()), "old");
+  EXPECT_EQ(fileCount(), 2U);
+}
+
+TEST_F(FileManagerTest, KeepsTheOldFileWhenTheDiskIsFull) {
+  const std::string mountPoint = directory.path();
+  // In a mount namespace of its own, so that nothing stays mounted whatever happens.
+  const int status = QVTest::runInChild([&] {
+    if (unshare(CLONE_NEWNS) != 0 ||
+        mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("none", mountPoint.c_str(), "tmpfs", 0, "size=256k") != 0) {
+      return 2;
+    }
+    if (!FileManager::writeAtomically(contents(0), path("file"))) return 3;
+    if (FileManager::writeAtomically(std::string(300000, 'x'), path("file"))) return 4;
+    if (contentsOf(path("file").UTF8String()) != contents(0) || fileCount() != 1) return 5;
+    return FileManager::writeAtomically(contents(1), path("file")) ? 0 : 6;
+  });
+  if (status == 2) GTEST_SKIP() << "no right to mount a file system";
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(FileManagerTest, LeavesTheOldOrTheNewFileWhenKilled) {
+  int saves[2];
+  ASSERT_EQ(pipe(saves), 0);
+  ASSERT_TRUE(FileManager::writeAtomically(contents(0), path("file")));
+  for (int round = 0; round < 200; ++round) {
+    const pid_t child = QVTest::startChild([&] {
+      for (int number = 0;; ++number) {
+        FileManager::writeAtomically(contents(number), path("file"));
+        if (write(saves[1], "", 1) != 1) return 1;
+      }
+    });
+    char saved;
+    for (int count = 0; count <= round % 3; ++count) ASSERT_EQ(read(saves[0], &saved, 1), 1);
+    for (volatile int spin = 0; spin < round * 997 % 100000;) spin = spin + 1;
+    kill(child, SIGKILL);
+    QVTest::exitStatusOf(child);
+    ASSERT_TRUE(isWhole(contentsOf(path("file").UTF8String()))) << round;
+    ASSERT_LE(fileCount(), 2U) << "left-overs pile up";
+  }
+  EXPECT_TRUE(FileManager::writeAtomically("after", path("file")));
+  EXPECT_EQ(contentsOf(path("file").UTF8String()), "after");
+  EXPECT_EQ(fileCount(), 1U);
+}
+
+TEST_F(FileManagerTest, KeepsAFileWholeThatManyWriteAtOnce) {
+  ASSERT_TRUE(FileManager::writeAtomically(contents(0), path("file")));
+  const auto writeOften = [&] {
+    for (int number = 0; number < 25; ++number) {
+      if (!FileManager::writeAtomically(contents(number), path("file"))) return 1;
+    }
+    return 0;
+  };
+  const pid_t children[] = {QVTest::startChild(writeOften), QVTest::startChild(writeOften)};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back([&] { EXPECT_EQ(writeOften(), 0); });
+  }
+  for (int reads = 0; reads < 100; ++reads) {
+    EXPECT_TRUE(isWhole(contentsOf(path("file").UTF8String())));
+  }
+  for (auto& thread : threads) thread.join();
+  for (const pid_t child : children) EXPECT_EQ(QVTest::exitStatusOf(child), 0);
+  EXPECT_EQ(fileCount(), 1U);
+}
+
+TEST_F(FileManagerTest, WritesBesideALeftOverOfAnyKind) {
+  putFile(path(".file.tmp0").UTF8String(), std::string(1000, 'x'));
+  fs::permissions(path(".file.tmp0").UTF8String(), fs::perms::all);
+  EXPECT_TRUE(FileManager::writeAtomically("new", path("file")));
+  EXPECT_EQ(contentsOf(path("file").UTF8String()), "new");
+  EXPECT_EQ(modeOf(path("file").UTF8String()), 0600U);
+  // A link is not followed: what it points to is somebody else's.
+  putFile(path("other").UTF8String(), "other");
+  fs::create_symlink(path("other").UTF8String(), path(".file.tmp0").UTF8String());
+  FileManager::writeAtomically("newer", path("file"));
+  EXPECT_EQ(contentsOf(path("other").UTF8String()), "other");
+}
+
+TEST_F(FileManagerTest, FindsTheResourcesOfABundle) {
+  fs::create_directory(path("bundle").UTF8String());
+  for (const char* name : {"bundle/a.json", "bundle/plain", "outside.json"}) {
+    putFile(path(name).UTF8String(), "{}");
+  }
+  const Bundle bundle(path("bundle"));
+  EXPECT_EQ(bundle.pathForResource("a", "json"), path("bundle/a.json"));
+  EXPECT_EQ(bundle.pathForResource("plain", nullptr), path("bundle/plain"));
+  EXPECT_EQ(bundle.pathForResource("plain", ""), path("bundle/plain"));
+  const std::pair<String, String> missing[] = {
+      {"b", "json"}, {"../outside", "json"}, {"x/../a", "json"},
+      {"", "json"},  {nullptr, "json"},      {"..", ""},
+      {".", ""},     {"a", "/json"},         {"a.json\0x"s, nullptr}};
+  for (const auto& [name, type] : missing) {
+    EXPECT_TRUE(bundle.pathForResource(name, type).isNull()) << name.view();
+  }
+  EXPECT_TRUE(Bundle(nullptr).pathForResource("a", "json").isNull());
+  Application::setResourceDirectory(path("bundle"));
+  EXPECT_EQ(Bundle::mainBundle()->pathForResource("a", "json"), path("bundle/a.json"));
+  EXPECT_EQ(Bundle::mainBundle(), Bundle::mainBundle());
+}
+
+}  // namespace

@@ -1,0 +1,333 @@
+#include <QVPlatform/Foundation/ClassRegistry.h>
+#include <QVPlatform/Foundation/Coding.h>
+#include <QVPlatform/Foundation/KeyedArchiver.h>
+#include <QVPlatform/Foundation/KeyedUnarchiver.h>
+#include <QVPlatform/Foundation/PropertyList.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <random>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "support/Processes.h"
+#include "support/PropertyListValues.h"
+#include "support/TemporaryDirectory.h"
+
+using namespace QVPlatform;
+using namespace std::string_literals;
+using QVTest::identical;
+using QVTest::nested;
+using QVTest::outputOf;
+using QVTest::putFile;
+
+namespace {
+
+class OpaqueObject : public Object {};
+
+/// An object whose parts are whatever the test gives it.
+class Folder : public Object, public Coding {
+ public:
+  void encodeWithCoder(KeyedArchiver& coder) const override {
+    coder.encodeObjectForKey("first", "repeated");
+    coder.encodeObjectForKey(title, "$class");
+    coder.encodeObjectForKey(content, "content");
+    coder.encodeObjectForKey(nullptr, "nothing");
+    coder.encodeObjectForKey("last", "repeated");
+  }
+  void initWithCoder(KeyedUnarchiver& coder) override {
+    title = coder.decodeObjectForKey("$class").string();
+    content = coder.decodeObjectForKey("content");
+    repeated = coder.decodeObjectForKey("repeated");
+    missing = coder.decodeObjectForKey("nothing");
+  }
+
+  String title;
+  Value content;
+  Value repeated;
+  Value missing = "not decoded";
+};
+
+class Stranger : public Folder {};
+
+Data archiveOf(const Value& value) {
+  KeyedArchiver archiver;
+  archiver.encodeObjectForKey(value, "root");
+  return archiver.finishEncoding();
+}
+
+Value rootOf(const Data& archive) { return KeyedUnarchiver(archive).decodeObjectForKey("root"); }
+
+Value throughArchive(const Value& value) { return rootOf(archiveOf(value)); }
+
+/// An XML archive; each object is XML, "@3" stands for a reference to object 3. The root is 1.
+Data archiveOfObjects(const std::vector<std::string>& objects) {
+  std::string xml =
+      "<plist><dict><key>$archiver</key><string>NSKeyedArchiver</string><key>$version</key>"
+      "<integer>100000</integer><key>$top</key><dict><key>root</key>@1;</dict><key>$objects</key>"
+      "<array><string>$null</string>";
+  for (const auto& object : objects) xml += object;
+  xml += "</array></dict></plist>";
+  for (std::size_t at; (at = xml.find('@')) != std::string::npos;) {
+    const std::size_t end = xml.find(';', at);
+    xml.replace(at, end + 1 - at,
+                "<dict><key>CF$UID</key><integer>" + xml.substr(at + 1, end - at - 1) +
+                    "</integer></dict>");
+  }
+  return Data(xml);
+}
+
+std::string classNamed(const std::string& names) {
+  return "<dict><key>$classes</key><array><string>" + names + "</string></array></dict>";
+}
+
+std::string listOf(const std::string& references, const std::string& classReference = "@2;") {
+  return "<dict><key>$class</key>" + classReference + "<key>NS.objects</key><array>" + references +
+         "</array></dict>";
+}
+
+TEST(KeyedArchiver, BringsEverythingBackAsItWas) {
+  for (const Value& value : QVTest::propertyListValues()) {
+    const Value read = throughArchive(Dictionary({{"key", Array({value, "next"})}}));
+    EXPECT_TRUE(identical(read.dictionary().get("key").array().at(0), value))
+        << value.description().view().substr(0, 100) << " became "
+        << read.description().view().substr(0, 100);
+    EXPECT_TRUE(identical(throughArchive(value), value))
+        << value.description().view().substr(0, 100);
+  }
+}
+
+TEST(KeyedArchiver, KeepsValuesUnderSeveralKeys) {
+  KeyedArchiver archiver;
+  archiver.encodeObjectForKey("a", "first");
+  archiver.encodeObjectForKey(nullptr, "nil");
+  archiver.encodeObjectForKey("ignored", nullptr);
+  archiver.encodeObjectForKey(Array::array(), "$top");
+  const Data archive = archiver.finishEncoding();
+  EXPECT_TRUE(archiver.finishEncoding().isNull());
+  KeyedUnarchiver unarchiver(archive);
+  EXPECT_EQ(unarchiver.decodeObjectForKey("first"), Value("a"));
+  EXPECT_EQ(unarchiver.decodeObjectForKey("$top"), Value(Array::array()));
+  for (const String& key : {String("nil"), String("missing"), String()}) {
+    EXPECT_TRUE(unarchiver.decodeObjectForKey(key).isNil());
+  }
+  EXPECT_TRUE(unarchiver.isValid());
+}
+
+TEST(KeyedArchiver, KeepsWhatIsOneObjectOneObject) {
+  const Dictionary shared({{"a", 1}});
+  const Array read = throughArchive(Array({shared, shared, Dictionary({{"a", 1}})})).array();
+  ASSERT_EQ(read.count(), 3U);
+  EXPECT_TRUE(read.at(0).dictionary().isSameObject(read.at(1).dictionary()));
+  EXPECT_FALSE(read.at(0).dictionary().isSameObject(read.at(2).dictionary()));
+  const String text(std::string(1000, 'x'));
+  EXPECT_LT(archiveOf(Array({text, String(std::string(1000, 'x')), text})).view().size(), 2000U);
+}
+
+TEST(KeyedArchiver, ArchivesObjectsByTheirParts) {
+  ClassRegistry::registerClass(
+      "Folder", []() -> std::shared_ptr<Object> { return std::make_shared<Folder>(); });
+  const auto inner = std::make_shared<Folder>();
+  inner->content = 7U;
+  const auto outer = std::make_shared<Folder>();
+  outer->title = "outer";
+  outer->content = Array({inner, "text", inner});
+  const auto read = std::dynamic_pointer_cast<Folder>(throughArchive(outer).object());
+  ASSERT_TRUE(read);
+  EXPECT_EQ(read->title, String("outer"));
+  EXPECT_EQ(read->repeated, Value("last"));
+  EXPECT_TRUE(read->missing.isNil());
+  const Array content = read->content.array();
+  ASSERT_EQ(content.count(), 3U);
+  EXPECT_EQ(content.at(0), content.at(2));
+  EXPECT_EQ(std::dynamic_pointer_cast<Folder>(content.at(0).object())->content, Value(7U));
+}
+
+TEST(KeyedArchiver, LeavesOutObjectsOfUnknownClasses) {
+  const auto stranger = std::make_shared<Stranger>();
+  EXPECT_EQ(throughArchive(Array({1, stranger})), Value(Array({1})));
+  ClassRegistry::registerClass("Stranger");
+  EXPECT_EQ(throughArchive(Array({1, stranger})), Value(Array({1})));
+}
+
+TEST(KeyedArchiver, LeavesOutWhatCannotBeArchivedAndSaysSoOnce) {
+  Array cyclic = Array::array();
+  cyclic.append(1);
+  cyclic.append(cyclic);
+  const Value opaque = std::make_shared<OpaqueObject>();
+  const auto selfish = std::make_shared<Stranger>();
+  selfish->content = Array({selfish});
+  const Value tooDeep = nested(1, PropertyList::kMaximumDepth + 1);
+  const std::pair<Value, Value> cases[] = {
+      {Array({1, opaque, opaque, "x"}), Array({1, "x"})},
+      {Dictionary({{"a", opaque}, {"b", 2}}), Dictionary({{"b", 2}})},
+      {Array({cyclic, cyclic}), Array({Array({1}), Array({1})})},
+      {opaque, nullptr},
+      {Array({selfish}), Array::array()},
+      {tooDeep, nested(Array::array(), PropertyList::kMaximumDepth - 1)},
+  };
+  for (const auto& [value, expected] : cases) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(throughArchive(value).description(), expected.description());
+    const std::string lines = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 1) << lines;
+  }
+  cyclic.clear();
+  selfish->content = nullptr;
+}
+
+TEST(KeyedArchiver, ReadsBackAllThatItArchives) {
+  // Met first where it is shallow, this is too deep where it is met next.
+  const Value chain = nested(1, 100);
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(throughArchive(Array({chain, nested(chain, 100)})).array().count(), 2U);
+  EXPECT_NE(testing::internal::GetCapturedStderr(), "");
+  // One table in each of many messages.
+  std::vector<Dictionary::Entry> entries;
+  for (int i = 0; i < 200; ++i) entries.emplace_back(String(std::to_string(i)), i);
+  const Dictionary table(std::move(entries));
+  std::vector<Value> messages;
+  for (int i = 0; i < 5000; ++i) messages.emplace_back(Dictionary({{"ID", i}, {"table", table}}));
+  EXPECT_EQ(throughArchive(Array(std::move(messages))).array().count(), 5000U);
+  // What no reader could walk through is not archived at all.
+  Value bomb = Array({"x"});
+  for (int i = 0; i < 60; ++i) bomb = Array({bomb, bomb});
+  EXPECT_TRUE(archiveOf(bomb).isNull());
+}
+
+TEST(KeyedArchiver, IsReadByOtherReaders) {
+  const QVTest::TemporaryDirectory directory;
+  const auto file = directory.path() / "archive";
+  const Value hits = Array({Dictionary({{"url", "http://a/?\u00e9"}, {"ID", 7U}}),
+                            Dictionary({{"when", Date{978307201.5}}, {"POSTData", "$null"}})});
+  putFile(file, archiveOf(hits).view());
+  EXPECT_EQ(outputOf(R"(python3 -c '
+import plistlib, sys
+archive = plistlib.load(open(sys.argv[1], "rb"))
+objects = archive["$objects"]
+def decode(uid):
+    value = objects[uid.data]
+    if not isinstance(value, dict): return value
+    name = "/".join(objects[value["$class"].data]["$classes"])
+    if "NS.time" in value: return name, value["NS.time"]
+    if "NS.string" in value: return name, value["NS.string"]
+    items = [decode(item) for item in value["NS.objects"]]
+    return name, dict(zip(map(decode, value["NS.keys"]), items)) if "NS.keys" in value else items
+print(archive["$archiver"], archive["$version"], list(archive["$top"]), objects[0])
+print(ascii(decode(archive["$top"]["root"])))
+' )" + file.string()),
+            "NSKeyedArchiver 100000 ['root'] $null\n"
+            "('NSMutableArray/NSArray/NSObject', ["
+            "('NSMutableDictionary/NSDictionary/NSObject', {'ID': 7, 'url': 'http://a/?\\xe9'}), "
+            "('NSMutableDictionary/NSDictionary/NSObject', {'POSTData': "
+            "('NSString/NSObject', '$null'), 'when': ('NSDate/NSObject', 1.5)})])\n");
+  const std::string xml = outputOf("plistutil -f xml -i " + file.string() + " -o -");
+  EXPECT_EQ(rootOf(Data(xml)), hits);
+}
+
+TEST(KeyedArchiver, ReadsWhatOtherWritersWrite) {
+  const std::string key = "<key>$class</key>@2;";
+  const std::tuple<const char*, std::string, Value> cases[] = {
+      {"NSMutableString", key + "<key>NS.string</key><string>in place</string>", "in place"},
+      {"NSString", key + "<key>NS.string</key>@3;", "by reference"},
+      {"NSString", key + "<key>NS.bytes</key><data>dGV4dA==</data>", "text"},
+      {"NSMutableData", key + "<key>NS.data</key><data>dGV4dA==</data>", Data("text")},
+      {"NSData", key + "<key>NS.bytes</key><data>dGV4dA==</data>", Data("text")},
+      {"NSDate", key + "<key>NS.time</key><real>1.5</real>", Date{978307201.5}},
+      {"NSDate", key + "<key>NS.time</key><integer>1</integer>", Date{978307201}},
+      {"NSArray", key + "<key>NS.objects</key><array>@3;@0;@4;</array>",
+       Array({"by reference", 4})},
+      {"NSDictionary",
+       key + "<key>NS.keys</key><array>@3;</array><key>NS.objects</key><array>@4;</array>",
+       Dictionary({{"by reference", 4}})},
+      {"Special</string><string>NSMutableArray", key + "<key>NS.objects</key><array/>",
+       Array::array()},
+      {"NSNull", key, nullptr},
+  };
+  for (const auto& [name, object, expected] : cases) {
+    KeyedUnarchiver unarchiver(
+        archiveOfObjects({"<dict>" + object + "</dict>", classNamed(name),
+                          "<string>by reference</string>", "<integer>4</integer>"}));
+    EXPECT_EQ(unarchiver.decodeObjectForKey("root"), expected) << object;
+    EXPECT_TRUE(unarchiver.isValid());
+  }
+}
+
+TEST(KeyedUnarchiver, RefusesWhatIsNoArchive) {
+  const Data cases[] = {
+      nullptr,
+      Data(""),
+      Data("not a list"),
+      PropertyList::dataWithValue(Array({1})),
+      PropertyList::dataWithValue(Dictionary({{"$archiver", "NSKeyedArchiver"}})),
+      PropertyList::dataWithValue(Dictionary({{"$archiver", "Other"},
+                                              {"$top", Dictionary::dictionary()},
+                                              {"$objects", Array({"$null"})}})),
+  };
+  for (const Data& archive : cases) {
+    KeyedUnarchiver unarchiver(archive);
+    EXPECT_FALSE(unarchiver.isValid());
+    EXPECT_TRUE(unarchiver.decodeObjectForKey("root").isNil());
+  }
+}
+
+TEST(KeyedUnarchiver, RefusesHostileArchives) {
+  const std::string array = classNamed("NSArray");
+  std::vector<std::string> bomb{listOf("@3;"), array};
+  std::vector<std::string> deep = bomb;
+  for (int i = 4; i < 60; ++i) {
+    const std::string next = "@" + std::to_string(i) + ";";
+    bomb.push_back(listOf(next + next));
+  }
+  for (int i = 4; i < 300; ++i) deep.push_back(listOf("@" + std::to_string(i) + ";"));
+  for (auto* objects : {&bomb, &deep}) objects->push_back("<integer>1</integer>");
+  const std::pair<const char*, std::vector<std::string>> cases[] = {
+      {"itself", {listOf("@1;"), array}},
+      {"itself, from afar", {listOf("@3;"), array, listOf("@1;")}},
+      {"no such object", {listOf("@9;"), array}},
+      {"no reference", {listOf("<integer>1</integer>"), array}},
+      {"a bare list", {"<array/>"}},
+      {"unequal keys and values",
+       {"<dict><key>$class</key>@2;<key>NS.keys</key><array>@3;</array><key>NS.objects</key>"
+        "<array/></dict>",
+        classNamed("NSDictionary"), "<string>key</string>"}},
+      {"bomb", bomb},
+      {"deep", deep},
+  };
+  for (const auto& [name, objects] : cases) {
+    const auto start = std::chrono::steady_clock::now();
+    KeyedUnarchiver unarchiver(archiveOfObjects(objects));
+    EXPECT_TRUE(unarchiver.decodeObjectForKey("root").isNil()) << name;
+    EXPECT_FALSE(unarchiver.isValid()) << name;
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2)) << name;
+  }
+}
+
+TEST(KeyedUnarchiver, SurvivesTruncationAndDamageOfEveryByte) {
+  const Value value = Array({Dictionary({{"url", "http://a"}, {"ID", 1}, {"d", Date{5}}}),
+                             Dictionary({{"url", "http://b"}, {"ID", 2}, {"e", "\u00e9"}})});
+  const std::string whole(archiveOf(value).view());
+  for (std::size_t length = 0; length < whole.size(); ++length) {
+    EXPECT_TRUE(rootOf(Data(whole.substr(0, length))).isNil()) << length;
+  }
+  std::mt19937 random(20010101);
+  int readable = 0;
+  for (int round = 0; round < 20000; ++round) {
+    std::string damaged = whole;
+    for (int flips = 1 + round % 3; flips > 0; --flips) {
+      damaged[random() % damaged.size()] ^= static_cast<char>(1U << random() % 8);
+    }
+    const Value read = rootOf(Data(std::move(damaged)));
+    if (read.isNil()) continue;
+    EXPECT_FALSE(throughArchive(read).isNil());
+    ++readable;
+  }
+  EXPECT_GT(readable, 0);
+}
+
+}  // namespace

@@ -1,0 +1,247 @@
+#include <QVPlatform/Application.h>
+#include <QVPlatform/Foundation/PropertyList.h>
+#include <QVPlatform/Foundation/UserDefaults.h>
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/Processes.h"
+#include "support/PropertyListValues.h"
+#include "support/TemporaryDirectory.h"
+
+using namespace QVPlatform;
+using QVTest::contentsOf;
+using QVTest::outputOf;
+using QVTest::putFile;
+using QVTest::runInChild;
+
+namespace fs = std::filesystem;
+
+namespace {
+
+UserDefaults& defaults() { return UserDefaults::standardUserDefaults(); }
+
+/// Values are kept in a process, so what another launch sees is seen by a child process; the test
+/// itself uses the defaults only where it is a launch too.
+class UserDefaultsTest : public ::testing::Test {
+ protected:
+  UserDefaultsTest() {
+    Application::setContainerDirectory(String(container.path().string()));
+    Application::setIdentifier("org.example.tests");
+  }
+
+  /// The file as it is.
+  Dictionary stored() const { return PropertyList::valueWithData(contentsOf(file)).dictionary(); }
+
+  static int store(const Value& value, const String& key) {
+    defaults().setObjectForKey(value, key);
+    return defaults().synchronize() ? 0 : 1;
+  }
+
+  const QVTest::TemporaryDirectory container;
+  const fs::path preferences = container.path() / "Library/Preferences";
+  const fs::path file = preferences / "org.example.tests.plist";
+};
+
+TEST_F(UserDefaultsTest, KeepsValuesAcrossLaunches) {
+  const std::vector<Value> values = QVTest::propertyListValues();
+  ASSERT_EQ(runInChild([&] {
+              for (std::size_t i = 0; i < values.size(); ++i) {
+                defaults().setObjectForKey(values[i], String(std::to_string(i)));
+              }
+              return defaults().synchronize() ? 0 : 1;
+            }),
+            0);
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    const Value read = defaults().objectForKey(String(std::to_string(i)));
+    EXPECT_TRUE(QVTest::identical(read, values[i])) << i;
+  }
+  EXPECT_TRUE(defaults().objectForKey("never saved").isNil());
+  EXPECT_TRUE(defaults().objectForKey(nullptr).isNil());
+  EXPECT_EQ(fs::status(file).permissions(), fs::perms(0600));
+  EXPECT_EQ(fs::status(preferences).permissions(), fs::perms(0700));
+}
+
+TEST_F(UserDefaultsTest, NilRemovesAKey) {
+  ASSERT_EQ(runInChild([] { return store("a", "key") + store("b", "other"); }), 0);
+  EXPECT_EQ(defaults().objectForKey("key"), Value("a"));
+  EXPECT_EQ(store(nullptr, "key"), 0);
+  EXPECT_TRUE(defaults().objectForKey("key").isNil());
+  EXPECT_EQ(Value(stored()), Value(Dictionary({{"other", "b"}})));
+}
+
+TEST_F(UserDefaultsTest, RefusesWhatIsNoPropertyList) {
+  class Opaque : public Object {};
+  Array cyclic = Array::array();
+  cyclic.append(cyclic);
+  store("a", "key");
+  for (const Value& value : {Value(std::make_shared<Opaque>()), Value(cyclic),
+                             QVTest::nested(1, PropertyList::kMaximumDepth)}) {
+    testing::internal::CaptureStderr();
+    defaults().setObjectForKey(value, "key");
+    const std::string lines = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 1) << lines;
+    EXPECT_EQ(defaults().objectForKey("key"), Value("a"));
+  }
+  defaults().setObjectForKey("ignored", nullptr);
+  EXPECT_TRUE(defaults().synchronize());
+  cyclic.clear();
+}
+
+TEST_F(UserDefaultsTest, HoldsValuesThatNobodyElseChanges) {
+  Array array({1});
+  defaults().setObjectForKey(Dictionary({{"array", array}}), "key");
+  array.append(2);
+  Dictionary read = defaults().objectForKey("key").dictionary();
+  read.set("more", true);
+  EXPECT_EQ(defaults().objectForKey("key"), Value(Dictionary({{"array", Array({1})}})));
+  const String text(std::string(500000, 'x'));
+  defaults().setObjectForKey(text, "text");
+  EXPECT_TRUE(defaults().objectForKey("text").string().isSameObject(text)) << "copied";
+}
+
+TEST_F(UserDefaultsTest, SeesTheChangesOfOthersWhenSynchronized) {
+  ASSERT_EQ(store("mine", "mine"), 0);
+  defaults().setObjectForKey("changed here", "both");
+  ASSERT_EQ(runInChild([] { return store("theirs", "theirs") + store("there", "both"); }), 0);
+  EXPECT_TRUE(defaults().objectForKey("theirs").isNil());
+  EXPECT_TRUE(defaults().synchronize());
+  EXPECT_EQ(Value(stored()),
+            Value(Dictionary({{"both", "changed here"}, {"mine", "mine"}, {"theirs", "theirs"}})));
+  EXPECT_EQ(defaults().objectForKey("theirs"), Value("theirs"));
+  ASSERT_EQ(runInChild([] { return store(nullptr, "mine"); }), 0);
+  EXPECT_TRUE(defaults().synchronize());
+  EXPECT_TRUE(defaults().objectForKey("mine").isNil());
+}
+
+TEST_F(UserDefaultsTest, LosesNoChangeOfProcessesThatWriteAtOnce) {
+  constexpr int kChanges = 30;
+  std::vector<pid_t> children;
+  for (const char* name : {"a", "b", "c"}) {
+    children.push_back(QVTest::startChild([name] {
+      int failures = 0;
+      for (int i = 0; i < kChanges; ++i) failures += store(i, String(name + std::to_string(i)));
+      return failures;
+    }));
+  }
+  for (const pid_t child : children) EXPECT_EQ(QVTest::exitStatusOf(child), 0);
+  EXPECT_EQ(stored().count(), 3U * kChanges);
+}
+
+TEST_F(UserDefaultsTest, IsUsedByManyThreads) {
+  std::vector<std::thread> threads;
+  for (const char* name : {"a", "b", "c"}) {
+    threads.emplace_back([name] {
+      for (int i = 0; i < 10; ++i) {
+        const String key(name + std::to_string(i));
+        defaults().setObjectForKey(Array({i}), key);
+        EXPECT_EQ(defaults().objectForKey(key), Value(Array({i})));
+        EXPECT_TRUE(defaults().synchronize());
+        EXPECT_EQ(defaults().objectForKey(key), Value(Array({i})));
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(stored().count(), 30U);
+}
+
+TEST_F(UserDefaultsTest, ReplacesAFileThatIsGoneOrDamaged) {
+  ASSERT_EQ(store("old", "old"), 0);
+  const std::string whole = contentsOf(file);
+  int round = 0;
+  for (const std::string& damage : {whole.substr(0, whole.size() / 2), std::string("bplist00"),
+                                    std::string(), std::string("<plist><array/></plist>")}) {
+    putFile(file, damage);
+    EXPECT_EQ(store(++round, "round"), 0);
+    EXPECT_EQ(Value(stored()), Value(Dictionary({{"old", "old"}, {"round", round}})));
+  }
+  fs::remove_all(container.path() / "Library");
+  EXPECT_TRUE(defaults().synchronize());
+  EXPECT_EQ(stored().count(), 2U);
+}
+
+TEST_F(UserDefaultsTest, StartsEmptyWithADamagedFile) {
+  fs::create_directories(preferences);
+  putFile(file, "bplist00 and then nothing of the kind");
+  EXPECT_TRUE(defaults().objectForKey("key").isNil());
+  EXPECT_EQ(store("a", "key"), 0);
+  EXPECT_EQ(Value(stored()), Value(Dictionary({{"key", "a"}})));
+}
+
+TEST_F(UserDefaultsTest, KeepsInMemoryWhatCannotBeWritten) {
+  fs::create_directories(container.path() / "Library");
+  putFile(preferences, "a file where the directory should be");
+  EXPECT_EQ(store("a", "key"), 1);
+  EXPECT_EQ(defaults().objectForKey("key"), Value("a"));
+  fs::remove(preferences);
+  EXPECT_EQ(store("b", "other"), 0);
+  EXPECT_EQ(Value(stored()), Value(Dictionary({{"key", "a"}, {"other", "b"}})));
+}
+
+TEST_F(UserDefaultsTest, LeavesTheOldFileInAReadOnlyDirectory) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs another user to be refused";
+  fs::permissions(container.path(), fs::perms(0755));
+  ASSERT_EQ(runInChild([] { return store("old", "key"); }), 0);
+  for (const auto& path : {container.path() / "Library", preferences, file}) {
+    fs::permissions(path, fs::perms(0555));
+  }
+  EXPECT_EQ(runInChild([] {
+              if (setresuid(65534, 65534, 65534) != 0) return 2;
+              if (defaults().objectForKey("key") != Value("old")) return 3;
+              if (store("new", "key") == 0) return 4;
+              return defaults().objectForKey("key") == Value("new") ? 0 : 5;
+            }),
+            0);
+  EXPECT_EQ(Value(stored()), Value(Dictionary({{"key", "old"}})));
+}
+
+TEST_F(UserDefaultsTest, LeavesAWholeFileWhenKilledWhileWriting) {
+  int saves[2];
+  ASSERT_EQ(pipe(saves), 0);
+  for (int round = 0; round < 60; ++round) {
+    const pid_t child = QVTest::startChild([&] {
+      for (int i = 0;; ++i) {
+        store(String(std::string(20000, 'x')), String("key" + std::to_string(i % 5)));
+        if (write(saves[1], "", 1) != 1) return 1;
+      }
+    });
+    char saved;
+    ASSERT_EQ(read(saves[0], &saved, 1), 1);
+    for (volatile int spin = 0; spin < round * 4999 % 100000;) spin = spin + 1;
+    kill(child, SIGKILL);
+    QVTest::exitStatusOf(child);
+    ASSERT_EQ(stored().get("key0").string().view().size(), 20000U) << round;
+  }
+  EXPECT_EQ(store("after", "after"), 0);
+}
+
+TEST_F(UserDefaultsTest, IsReadByOtherReaders) {
+  ASSERT_EQ(store("0123-4567", "#QV_SDK_ID#"), 0);
+  EXPECT_EQ(outputOf("python3 -c 'import plistlib,sys\n"
+                     "print(plistlib.load(open(sys.argv[1], \"rb\")))' " +
+                     file.string()),
+            "{'#QV_SDK_ID#': '0123-4567'}\n");
+  const std::string xml = outputOf("plistutil -f xml -i " + file.string() + " -o -");
+  EXPECT_EQ(PropertyList::valueWithData(xml), Value(Dictionary({{"#QV_SDK_ID#", "0123-4567"}})));
+  // And it reads what they put in its place.
+  putFile(file, "<plist><dict><key>by hand</key><true/></dict></plist>");
+  EXPECT_TRUE(defaults().synchronize());
+  EXPECT_EQ(defaults().objectForKey("by hand"), Value(true));
+}
+
+TEST_F(UserDefaultsTest, StaysInItsDirectoryWhateverTheIdentifier) {
+  Application::setIdentifier("../../escaped");
+  EXPECT_EQ(store("a", "key"), 0);
+  EXPECT_TRUE(fs::exists(preferences / "..-..-escaped.plist"));
+}
+
+}  // namespace
