@@ -105,7 +105,7 @@ ProgramResult runProgram(const std::string& path, std::string_view input) {
   Pipe fromProgram;
   pid_t child = 0;
   if (const int error = spawn(child, path, toProgram.readEnd(), fromProgram.writeEnd())) {
-    return {"", std::strerror(error)};
+    return {"", std::string("cannot be started: ") + std::strerror(error)};
   }
   toProgram.closeReadEnd();
   fromProgram.closeWriteEnd();
