@@ -1,0 +1,29 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+/// The server that hits go to, on a free port of 127.0.0.1. Answers 200 and "ok" to a hit, and the
+/// status N to a hit for /status/N. Takes down what it receives before it answers.
+///
+/// Threads: all operations may be called from any thread.
+class Collector {
+ public:
+  Collector();
+  ~Collector();
+  Collector(const Collector&) = delete;
+  Collector& operator=(const Collector&) = delete;
+
+  /// Without a slash at its end.
+  std::string url() const;
+  /// What came since the last call, in order: "POST /hit page=home".
+  std::vector<std::string> takeHits();
+  /// How many connections hits have come over so far.
+  std::size_t connections() const;
+
+ private:
+  struct State;
+
+  const std::unique_ptr<State> state_;
+};

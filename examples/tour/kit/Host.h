@@ -1,0 +1,57 @@
+#pragma once
+
+#include <QVCore/QVCore.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "modules/hit_builder/HitBuilder.h"
+#include "tour/kit/Narrator.h"
+#include "tour/kit/ScriptedNetwork.h"
+
+/// An application that embeds the core: it says where its files are, starts the core, runs the main
+/// queue, and has hits sent by the hit builder. One a process; used by the main thread.
+class Host {
+ public:
+  /// The core does not run yet.
+  Host(const std::string& container, const std::string& collectorURL, bool isNetworkUp,
+       Narrator& narrator);
+
+  /// Loads the consent module, which must happen before the core starts.
+  void loadConsentModule();
+  void acceptConsent(const char* text) { acceptConsent_(text); }
+  void refuseConsent() { refuseConsent_(); }
+
+  /// The user agent is not sought before the tour asks for it.
+  void startCore();
+  QVNetworkManager& manager() { return *QVNetworkManager::sharedInstance(); }
+
+  HitBuilder& hits() { return hits_; }
+  /// Sends a hit for each page.
+  void send(const std::vector<std::string>& pages);
+  /// How many hits wait in the core, with the one that is on its way.
+  std::size_t waitingHits() { return manager().operationQueue()->operationCount(); }
+
+  /// The application goes to the background, from where the system may end it.
+  void enterBackground();
+  /// Switches the network, which must change by that, and waits until the core has taken notice.
+  void setNetworkUp(bool isUp);
+
+  /// Runs the main queue until the condition holds; false if that takes too long.
+  bool runUntil(const std::function<bool()>& condition);
+  /// What became of the next hits ("#0 home answered: ok"), in the order in which they came back:
+  /// `count` of them, fewer if they take too long.
+  std::vector<std::string> waitForOutcomes(std::size_t count);
+
+ private:
+  void onOutcome(const HitBuilder::Outcome& outcome);
+
+  Narrator& narrator_;
+  const std::shared_ptr<ScriptedNetwork> network_;
+  HitBuilder hits_;
+  std::vector<std::string> outcomes_;
+  void (*acceptConsent_)(const char*) = nullptr;
+  void (*refuseConsent_)() = nullptr;
+};
