@@ -11,7 +11,10 @@ constexpr std::chrono::milliseconds kProgressInterval{100};
 
 }  // namespace
 
-Console::Console(bool isQuiet) : isQuiet_(isQuiet), showsProgress_(isatty(STDERR_FILENO) == 1) {}
+Console::Console(bool isQuiet) : isQuiet_(isQuiet), showsProgress_(isatty(STDERR_FILENO) == 1) {
+  std::setvbuf(stdout, nullptr, _IOLBF,
+               BUFSIZ);  // who reads us through a pipe wants results at once
+}
 
 void Console::result(const std::string& line) {
   if (isQuiet_) return;
@@ -23,7 +26,6 @@ void Console::result(const std::string& line) {
 void Console::note(const std::string& line) {
   const std::lock_guard lock(mutex_);
   eraseProgress();
-  std::fflush(stdout);
   std::fprintf(stderr, "%s\n", line.c_str());
 }
 

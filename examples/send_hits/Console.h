@@ -18,6 +18,7 @@ struct Counts {
 /// Threads: all operations may be called from any thread.
 class Console {
  public:
+  /// To be made before anything is printed.
   explicit Console(bool isQuiet);
 
   /// One result, printed unless the console is quiet.

@@ -27,7 +27,7 @@ void runMonday(Host& host, Narrator& narrator) {
   host.startCore();
   showIdentifiers(narrator);
   sendWithIdentifier(host, "breakfast");
-  narrator.checkSame({"#0 breakfast answered: ok"}, host.waitForOutcomes(1), "one answer");
+  narrator.checkSame({"#0 breakfast answered: ok"}, host.waitForNumberedOutcomes(1), "one answer");
   host.setNetworkUp(false);
   host.send({"lunch", "tea", "dinner"});
   narrator.say("The application goes to the background; the core's log says:");
@@ -41,9 +41,9 @@ void runTuesday(Host& host, Narrator& narrator) {
   narrator.check(host.waitingHits() == 3, "three hits wait");
   host.setNetworkUp(true);
   narrator.checkSame({"#1 lunch answered: ok", "#2 tea answered: ok", "#3 dinner answered: ok"},
-                     host.waitForOutcomes(3), "three answers, under the numbers of Monday");
+                     host.waitForNumberedOutcomes(3), "three answers, under the numbers of Monday");
   sendWithIdentifier(host, "brunch");
-  narrator.checkSame({"#0 brunch answered: ok"}, host.waitForOutcomes(1),
+  narrator.checkSame({"#0 brunch answered: ok"}, host.waitForNumberedOutcomes(1),
                      "new hits are numbered from 0 again");
 }
 

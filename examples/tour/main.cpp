@@ -14,17 +14,6 @@
 
 namespace {
 
-int summarise(Narrator& narrator) {
-  narrator.say("");
-  if (narrator.differences().empty()) {
-    narrator.say("All " + std::to_string(narrator.checks()) + " checks hold.");
-    return 0;
-  }
-  narrator.say("What differed from what the tour promised:");
-  for (const auto& difference : narrator.differences()) narrator.say("- " + difference);
-  return 1;
-}
-
 int tellTour() {
   const TemporaryDirectory directory;
   Narrator narrator;
@@ -39,9 +28,10 @@ int tellTour() {
   for (const Chapter& chapter : kChapters) {
     narrator.chapter(chapter.title);
     chapter.tell(tour);
-    if (!narrator.differences().empty()) break;  // later chapters build on this one
+    if (!narrator.isContent()) break;  // later chapters build on this one
   }
-  return summarise(narrator);
+  narrator.conclude();
+  return narrator.isContent() ? 0 : 1;
 }
 
 int runApplication(const Run& run, const std::string& container, const std::string& collectorURL) {
@@ -49,7 +39,7 @@ int runApplication(const Run& run, const std::string& container, const std::stri
   QVPlatform::Application::setIdentifier("org.example.tour.second");
   Host host(container, collectorURL, run.isNetworkUp, narrator);
   run.tell(host, narrator);
-  return narrator.differences().empty() ? 0 : 1;
+  return narrator.isContent() ? 0 : 1;
 }
 
 int runTour(int argumentCount, char** arguments) {

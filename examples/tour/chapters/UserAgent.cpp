@@ -39,8 +39,9 @@ void seekUserAgent(Tour& tour) {
 
 void learnUserAgent(Tour& tour) {
   tour.narrator.say(
-      "The core asks the system's web engine for its user agent, if somebody waits for it. Hits "
-      "that still wait for consent then have it appended to their body.");
+      "The core asks the system's web engine for its user agent. (It would do so when it starts; "
+      "this application has said that it will choose the moment.) Hits that are told to wait for "
+      "it, and still wait for consent, have it appended to their body.");
   if (engineWorks(tour.host)) {
     tour.narrator.say("This system has a web engine that works here.");
   } else {
@@ -69,9 +70,8 @@ void waitForUserAgent(Tour& tour) {
   tour.expectHits({}, "the collector has received nothing");
 
   seekUserAgent(tour);
-  tour.narrator.checkSame(
-      {"#12 early answered: ok", "#13 bird answered: ok", "#14 worm answered: ok"},
-      tour.host.waitForOutcomes(3), "three answers, in order");
+  tour.narrator.checkSame({"early answered: ok", "bird answered: ok", "worm answered: ok"},
+                          tour.host.waitForOutcomes(3), "three answers, in order");
   tour.expectHits({"POST /hit page=early", "POST /hit page=bird", "POST /hit page=worm"},
                   "each hit arrived once, with nothing appended");
 }

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int kKeepAliveSeconds = 1;  // the end of the server waits for it
+constexpr int kKeepAliveSeconds = 60;
 constexpr std::size_t kKeepAliveRequests = 100'000;
 
 }  // namespace
@@ -29,40 +29,34 @@ struct Collector::State {
   std::mutex mutex;
   std::vector<std::string> hits;
   std::set<int> clientPorts;
-  std::thread thread;
 };
 
-Collector::Collector() : state_(std::make_unique<State>()) {
-  const auto answer = [this](const httplib::Request& request, httplib::Response& response) {
-    state_->receive(request);
+Collector::Collector() : state_(*new State) {
+  const auto answer = [state = &state_](const httplib::Request& request,
+                                        httplib::Response& response) {
+    state->receive(request);
     if (request.matches.size() > 1) response.status = std::stoi(request.matches[1]);
     response.set_content("ok", "text/plain");
   };
-  for (const char* place : {"/hit", R"(/status/(\d{3}))"}) {
-    state_->server.Get(place, answer).Post(place, answer);
+  for (const char* place : {R"(/status/(\d{3}))", ".*"}) {
+    state_.server.Get(place, answer).Post(place, answer);
   }
-  state_->server.set_keep_alive_timeout(kKeepAliveSeconds)
+  state_.server.set_keep_alive_timeout(kKeepAliveSeconds)
       .set_keep_alive_max_count(kKeepAliveRequests)
       .set_tcp_nodelay(true);
-  state_->port = state_->server.bind_to_any_port("127.0.0.1");
-  if (state_->port <= 0) throw std::runtime_error("the collector gets no port on 127.0.0.1");
-  state_->thread = std::thread([this] { state_->server.listen_after_bind(); });
+  state_.port = state_.server.bind_to_any_port("127.0.0.1");
+  if (state_.port <= 0) throw std::runtime_error("the collector gets no port on 127.0.0.1");
+  std::thread([server = &state_.server] { server->listen_after_bind(); }).detach();
 }
 
-Collector::~Collector() {
-  while (!state_->server.is_running()) std::this_thread::yield();  // stop() before is lost
-  state_->server.stop();
-  state_->thread.join();
-}
-
-std::string Collector::url() const { return "http://127.0.0.1:" + std::to_string(state_->port); }
+std::string Collector::url() const { return "http://127.0.0.1:" + std::to_string(state_.port); }
 
 std::vector<std::string> Collector::takeHits() {
-  const std::lock_guard lock(state_->mutex);
-  return std::exchange(state_->hits, {});
+  const std::lock_guard lock(state_.mutex);
+  return std::exchange(state_.hits, {});
 }
 
 std::size_t Collector::connections() const {
-  const std::lock_guard lock(state_->mutex);
-  return state_->clientPorts.size();
+  const std::lock_guard lock(state_.mutex);
+  return state_.clientPorts.size();
 }

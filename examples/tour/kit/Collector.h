@@ -1,17 +1,16 @@
 #pragma once
 
-#include <memory>
 #include <string>
 #include <vector>
 
-/// The server that hits go to, on a free port of 127.0.0.1. Answers 200 and "ok" to a hit, and the
-/// status N to a hit for /status/N. Takes down what it receives before it answers.
+/// The server that hits go to, on a free port of 127.0.0.1. Answers with the status N to a hit
+/// for /status/N, and with 200 to any other. Takes down what it receives before it answers.
 ///
-/// Threads: all operations may be called from any thread.
+/// Threads: all operations may be called from any thread. Lifetime: one that was made answers until
+/// the process ends, since to stop a server is to wait for connections that nobody closes.
 class Collector {
  public:
   Collector();
-  ~Collector();
   Collector(const Collector&) = delete;
   Collector& operator=(const Collector&) = delete;
 
@@ -25,5 +24,5 @@ class Collector {
  private:
   struct State;
 
-  const std::unique_ptr<State> state_;
+  State& state_;
 };

@@ -29,8 +29,11 @@ constexpr std::int32_t kSilent = 6;
 
 std::string textOf(const HitBuilder::Outcome& outcome) {
   constexpr const char* kVerbs[] = {" answered: ", " failed: ", " refused: "};
-  return "#" + std::to_string(outcome.id) + " " + outcome.page +
-         kVerbs[static_cast<int>(outcome.kind)] + outcome.text;
+  return outcome.page + kVerbs[static_cast<int>(outcome.kind)] + outcome.text;
+}
+
+std::string numbered(const HitBuilder::Outcome& outcome) {
+  return "#" + std::to_string(outcome.id) + " " + textOf(outcome);
 }
 
 template <class Function>
@@ -110,11 +113,21 @@ bool Host::runUntil(const std::function<bool()>& condition) {
 }
 
 std::vector<std::string> Host::waitForOutcomes(std::size_t count) {
+  return waitForOutcomes(count, textOf);
+}
+
+std::vector<std::string> Host::waitForNumberedOutcomes(std::size_t count) {
+  return waitForOutcomes(count, numbered);
+}
+
+std::vector<std::string> Host::waitForOutcomes(std::size_t count, const Describe& describe) {
   runUntil([&] { return outcomes_.size() >= count; });
-  return std::exchange(outcomes_, {});
+  std::vector<std::string> texts;
+  for (const auto& outcome : std::exchange(outcomes_, {})) texts.push_back(describe(outcome));
+  return texts;
 }
 
 void Host::onOutcome(const HitBuilder::Outcome& outcome) {
-  outcomes_.push_back(textOf(outcome));
-  narrator_.event("< " + outcomes_.back());
+  outcomes_.push_back(outcome);
+  narrator_.event("< " + numbered(outcome));
 }

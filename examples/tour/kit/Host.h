@@ -41,17 +41,22 @@ class Host {
 
   /// Runs the main queue until the condition holds; false if that takes too long.
   bool runUntil(const std::function<bool()>& condition);
-  /// What became of the next hits ("#0 home answered: ok"), in the order in which they came back:
+  /// What became of the next hits ("home answered: ok"), in the order in which they came back:
   /// `count` of them, fewer if they take too long.
   std::vector<std::string> waitForOutcomes(std::size_t count);
+  /// The same with the core's numbers ("#0 home answered: ok").
+  std::vector<std::string> waitForNumberedOutcomes(std::size_t count);
 
  private:
+  using Describe = std::function<std::string(const HitBuilder::Outcome&)>;
+
+  std::vector<std::string> waitForOutcomes(std::size_t count, const Describe& describe);
   void onOutcome(const HitBuilder::Outcome& outcome);
 
   Narrator& narrator_;
   const std::shared_ptr<ScriptedNetwork> network_;
   HitBuilder hits_;
-  std::vector<std::string> outcomes_;
+  std::vector<HitBuilder::Outcome> outcomes_;
   void (*acceptConsent_)(const char*) = nullptr;
   void (*refuseConsent_)() = nullptr;
 };

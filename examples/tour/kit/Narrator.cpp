@@ -70,6 +70,13 @@ void Narrator::checkSame(const std::vector<std::string>& expected,
   for (const auto& item : seen) line(kRed, "    seen:     " + item);
 }
 
+void Narrator::conclude() {
+  line(kPlain, "");
+  if (isContent()) return line(kBold, "All " + std::to_string(checks_) + " checks hold.");
+  line(kRed, "What differed from what the tour promised:");
+  for (const auto& difference : differences_) line(kRed, "  " + difference);
+}
+
 void Narrator::line(std::string_view style, const std::string& text) {
   if (usesColours_ && !style.empty()) {
     std::printf("%s%s\x1b[0m\n", std::string(style).c_str(), text.c_str());

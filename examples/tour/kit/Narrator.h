@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,9 +24,10 @@ class Narrator {
   void checkSame(const std::vector<std::string>& expected, const std::vector<std::string>& seen,
                  const std::string& what);
 
-  std::size_t checks() const { return checks_; }
-  /// What did not hold so far, each with its chapter.
-  const std::vector<std::string>& differences() const { return differences_; }
+  /// Whether everything held so far.
+  bool isContent() const { return differences_.empty(); }
+  /// Says how many checks held or, if some did not, which.
+  void conclude();
 
  private:
   void line(std::string_view style, const std::string& text);
@@ -35,6 +35,6 @@ class Narrator {
   const bool usesColours_;
   int chapters_ = 0;
   std::string chapter_;
-  std::size_t checks_ = 0;
-  std::vector<std::string> differences_;
+  int checks_ = 0;
+  std::vector<std::string> differences_;  // each with its chapter
 };
