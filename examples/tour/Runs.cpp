@@ -30,6 +30,7 @@ void runMonday(Host& host, Narrator& narrator) {
   narrator.checkSame({"#0 breakfast answered: ok"}, host.waitForNumberedOutcomes(1), "one answer");
   host.setNetworkUp(false);
   host.send({"lunch", "tea", "dinner"});
+  narrator.check(host.waitForQueue(3), "three hits wait");
   narrator.say("The application goes to the background; the core's log says:");
   host.enterBackground();
 }
@@ -38,7 +39,7 @@ void runTuesday(Host& host, Narrator& narrator) {
   narrator.say("The network is not there yet; the core's log says:");
   host.startCore();
   showIdentifiers(narrator);
-  narrator.check(host.waitingHits() == 3, "three hits wait");
+  narrator.check(host.waitForQueue(3), "three hits wait");
   host.setNetworkUp(true);
   narrator.checkSame({"#1 lunch answered: ok", "#2 tea answered: ok", "#3 dinner answered: ok"},
                      host.waitForNumberedOutcomes(3), "three answers, under the numbers of Monday");

@@ -10,7 +10,7 @@ void holdHitsForConsent(Tour& tour) {
   tour.host.send({"home", "news", "sport"});
   tour.narrator.check(tour.host.manager().managerState() == QVManagerStateWaitingForStart,
                       "the core waits for the consent module");
-  tour.narrator.check(tour.host.waitingHits() == 3, "three hits wait");
+  tour.narrator.check(tour.host.waitForQueue(3), "three hits wait");
   tour.expectHits({}, "the collector has received nothing");
 }
 

@@ -1,21 +1,4 @@
-#include <QVPlatform/Dispatch/MainQueue.h>
-#include <QVPlatform/Foundation/KeyValueObserver.h>
-
 #include "tour/Chapters.h"
-
-namespace {
-
-/// Lets the main queue take a turn whenever the number of waiting hits changes.
-class QueueWatcher final : public QVPlatform::KeyValueObserver {
- public:
-  void observeValueForKeyPathOfObjectChangeContext(const QVPlatform::String&,
-                                                   const std::shared_ptr<QVPlatform::Object>&,
-                                                   const QVPlatform::Value&, const void*) override {
-    QVPlatform::MainQueue::mainQueue().async([] {});
-  }
-};
-
-}  // namespace
 
 void tellFailuresApart(Tour& tour) {
   tour.narrator.say(
@@ -35,13 +18,9 @@ void blockHits(Tour& tour) {
   tour.narrator.say(
       "For tests of an application: while hits are blocked, the core takes them, numbers them and "
       "drops them without a word.");
-  const auto watcher = std::make_shared<QueueWatcher>();
-  tour.host.manager().operationQueue()->addObserverForOperationCount(watcher, nullptr);
-
   QVDebug::blockHits(true);
   tour.host.send({"secret", "private"});
-  const bool isEmpty = tour.host.runUntil([&] { return tour.host.waitingHits() == 0; });
-  tour.narrator.check(isEmpty, "the queue is empty again");
+  tour.narrator.check(tour.host.waitForQueue(0), "the queue is empty again");
   tour.expectHits({}, "the collector has received nothing");
 
   QVDebug::blockHits(false);

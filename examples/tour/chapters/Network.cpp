@@ -19,7 +19,7 @@ void loseNetwork(Tour& tour) {
   tour.narrator.check(connectionType() == "Connection Type Unavailable",
                       "#QV_CONNEXION# is \"" + connectionType() + "\"");
   tour.host.send({"tunnel", "bridge", "station"});
-  tour.narrator.check(tour.host.waitingHits() == 3, "three hits wait");
+  tour.narrator.check(tour.host.waitForQueue(3), "three hits wait");
   tour.expectHits({}, "the collector has received nothing");
 
   tour.host.setNetworkUp(true);

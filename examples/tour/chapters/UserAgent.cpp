@@ -55,7 +55,7 @@ void learnUserAgent(Tour& tour) {
   const String userAgent = knownUserAgent();
   tour.narrator.check(userAgent.hasPrefix("Mozilla/5.0"),
                       "user agent: " + std::string(userAgent.view()));
-  tour.narrator.check(tour.host.waitingHits() == 3, "the hits still wait for consent");
+  tour.narrator.check(tour.host.waitForQueue(3), "the hits still wait for consent");
   tour.userAgentText = "&QV_USER_AGENT=" + std::string(QVURLEncodedString(userAgent).view());
 }
 
@@ -66,7 +66,7 @@ void waitForUserAgent(Tour& tour) {
   QVCoreVariables::sharedInstance()->removeData(kQVPredefinedVariable_UserAgent);
   tour.host.manager().waitForUserAgent();
   tour.host.send({"early", "bird", "worm"});
-  tour.narrator.check(tour.host.waitingHits() == 3, "three hits wait");
+  tour.narrator.check(tour.host.waitForQueue(3), "three hits wait");
   tour.expectHits({}, "the collector has received nothing");
 
   seekUserAgent(tour);

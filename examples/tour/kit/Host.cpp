@@ -36,6 +36,16 @@ std::string numbered(const HitBuilder::Outcome& outcome) {
   return "#" + std::to_string(outcome.id) + " " + textOf(outcome);
 }
 
+/// Lets the main queue take a turn whenever the number of hits in the core's queue has changed.
+class QueueWatcher final : public QVPlatform::KeyValueObserver {
+ public:
+  void observeValueForKeyPathOfObjectChangeContext(const QVPlatform::String&,
+                                                   const std::shared_ptr<QVPlatform::Object>&,
+                                                   const QVPlatform::Value&, const void*) override {
+    MainQueue::mainQueue().async([] {});
+  }
+};
+
 template <class Function>
 Function* functionIn(void* library, const char* name) {
   void* const function = dlsym(library, name);
@@ -49,6 +59,7 @@ Host::Host(const std::string& container, const std::string& collectorURL, bool i
            Narrator& narrator)
     : narrator_(narrator),
       network_(std::make_shared<ScriptedNetwork>(isNetworkUp)),
+      queueWatcher_(std::make_shared<QueueWatcher>()),
       hits_(collectorURL, [this](const HitBuilder::Outcome& outcome) {
         // Outcomes come on the core's threads; the application handles them on its own.
         MainQueue::mainQueue().async([this, outcome] { onOutcome(outcome); });
@@ -70,6 +81,7 @@ void Host::startCore() {
   QVDebug::useCustomWKProcessPool(true);
   std::make_shared<QVCoreInitialisation>()->init();
   QVDebug::setDebugLevel(kSilent);
+  manager().operationQueue()->addObserverForOperationCount(queueWatcher_, nullptr);
 }
 
 void Host::enterBackground() {
@@ -110,6 +122,10 @@ bool Host::runUntil(const std::function<bool()>& condition) {
     queue.drain();
   }
   return true;
+}
+
+bool Host::waitForQueue(std::size_t count) {
+  return runUntil([&] { return manager().operationQueue()->operationCount() == count; });
 }
 
 std::vector<std::string> Host::waitForOutcomes(std::size_t count) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QVCore/QVCore.h>
+#include <QVPlatform/Foundation/KeyValueObserver.h>
 
 #include <functional>
 #include <memory>
@@ -31,8 +32,6 @@ class Host {
   HitBuilder& hits() { return hits_; }
   /// Sends a hit for each page.
   void send(const std::vector<std::string>& pages);
-  /// How many hits wait in the core, with the one that is on its way.
-  std::size_t waitingHits() { return manager().operationQueue()->operationCount(); }
 
   /// The application goes to the background, from where the system may end it.
   void enterBackground();
@@ -41,6 +40,9 @@ class Host {
 
   /// Runs the main queue until the condition holds; false if that takes too long.
   bool runUntil(const std::function<bool()>& condition);
+  /// Runs the main queue until the core's queue holds so many hits; false if that takes too long. A
+  /// hit is in the queue until a moment after its outcome was told.
+  bool waitForQueue(std::size_t count);
   /// What became of the next hits ("home answered: ok"), in the order in which they came back:
   /// `count` of them, fewer if they take too long.
   std::vector<std::string> waitForOutcomes(std::size_t count);
@@ -55,6 +57,7 @@ class Host {
 
   Narrator& narrator_;
   const std::shared_ptr<ScriptedNetwork> network_;
+  const std::shared_ptr<QVPlatform::KeyValueObserver> queueWatcher_;
   HitBuilder hits_;
   std::vector<HitBuilder::Outcome> outcomes_;
   void (*acceptConsent_)(const char*) = nullptr;
