@@ -1,0 +1,32 @@
+#include "modules/consent/Consent.h"
+
+#include <QVCore/QVCore.h>
+#include <QVPlatform/Foundation/ClassRegistry.h>
+#include <QVPlatform/Foundation/NotificationCenter.h>
+
+using QVPlatform::Dictionary;
+using QVPlatform::Notification;
+using QVPlatform::NotificationCenter;
+using QVPlatform::String;
+
+namespace {
+
+/// Nobody has to call this module for the core to see that it is there: being loaded is enough.
+[[maybe_unused]] const bool isPresent = [] {
+  QVPlatform::ClassRegistry::registerClass("QVMobilePrivacy");
+  return true;
+}();
+
+void post(const String& name, const Dictionary& userInfo = nullptr) {
+  NotificationCenter::defaultCenter()->postNotification(Notification(name, nullptr, userInfo));
+}
+
+}  // namespace
+
+#define CONSENT_EXPORT __attribute__((visibility("default")))
+
+CONSENT_EXPORT void consentAccept(const char* text) {
+  post(kQVNotification_StartingTheSDK, {{kQVUserInfo_POSTData, text}});
+}
+
+CONSENT_EXPORT void consentRefuse() { post(kQVNotification_StoppingTheSDK); }
