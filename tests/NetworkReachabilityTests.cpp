@@ -8,7 +8,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
-#include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
@@ -287,17 +287,36 @@ TEST_F(NetworkReachabilityTest, SleepsWhileNothingHappens) {
   EXPECT_EQ(sleeps(), before);
 }
 
+/// Takes every file descriptor that the process may have.
+class NoFilesLeft {
+ public:
+  NoFilesLeft() {
+    for (int file = 0; (file = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) {
+      taken_.push_back(file);
+    }
+  }
+  ~NoFilesLeft() {
+    for (const int file : taken_) close(file);
+  }
+  NoFilesLeft(const NoFilesLeft&) = delete;
+  NoFilesLeft& operator=(const NoFilesLeft&) = delete;
+
+ private:
+  std::vector<int> taken_;
+};
+
 TEST_F(NetworkReachabilityTest, SaysWhyItCannotAskTheKernel) {
   Watch watch("0.0.0.0");
-  std::vector<int> taken;
-  for (int file = 0; (file = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) taken.push_back(file);
+  const auto queue = std::make_shared<SerialQueue>(String("test.reachability"));
   NetworkReachabilityFlags flags = 0xbad;
-  EXPECT_FALSE(watch.target().getFlags(&flags));
+  {
+    const NoFilesLeft noFilesLeft;
+    EXPECT_FALSE(watch.target().getFlags(&flags));
+    EXPECT_FALSE(watch.target().setDispatchQueue(queue));
+  }
   EXPECT_EQ(flags, 0xbadU);
   EXPECT_EQ(NetworkReachability::lastError(), EMFILE);
   EXPECT_EQ(NetworkReachability::lastErrorString(), String("Too many open files"));
-  EXPECT_FALSE(watch.target().setDispatchQueue(std::make_shared<SerialQueue>(String("test"))));
-  for (const int file : taken) close(file);
   EXPECT_TRUE(watch.target().getFlags(&flags));
 }
 

@@ -4,7 +4,10 @@
 #include <QVPlatform/SystemConfiguration/RouteMonitor.h>
 #include <QVPlatform/SystemConfiguration/RouteQuery.h>
 
+#include <array>
+#include <memory>
 #include <mutex>
+#include <optional>
 #include <utility>
 
 namespace QVPlatform {

@@ -8,11 +8,12 @@
 
 #include <array>
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <set>
-#include <type_traits>
+#include <utility>
 
 namespace QVPlatform {
 namespace {
@@ -27,8 +28,8 @@ using Handler = std::function<void(const nlmsghdr*)>;
 class Request {
  public:
   template <class Header>
-  Request(std::uint16_t type, const Header& header, std::uint16_t extraFlags = 0)
-      : message_(mnl_nlmsg_put_header(bytes_.data())) {
+  Request(std::uint16_t type, const Header& header, std::uint16_t extraFlags = 0) {
+    message_ = mnl_nlmsg_put_header(bytes_.data());
     message_->nlmsg_type = type;
     message_->nlmsg_flags = static_cast<std::uint16_t>(NLM_F_REQUEST | extraFlags);
     message_->nlmsg_seq = kSequence;
@@ -42,7 +43,7 @@ class Request {
 
  private:
   alignas(nlmsghdr) std::array<char, 256> bytes_{};
-  nlmsghdr* message_;
+  nlmsghdr* message_ = nullptr;
 };
 
 struct SocketCloser {
