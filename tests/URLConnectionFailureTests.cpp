@@ -160,10 +160,11 @@ TEST(URLConnection, BoundsTheBodyAfterDecompression) {
   EXPECT_EQ(URLConnection::maximumResponseSize(), 64U << 20);
   URLConnection::setMaximumResponseSize(100'000);
   EXPECT_EQ(get(server.url("/100000")).body.view().size(), 100'000U);
-  for (const char* size : {"/100001", "/5000000"}) {
+  for (const char* size : {"/100001", "/1000000"}) {
     const Exchange exchange = get(server.url(size));
     EXPECT_TRUE(exchange.body.isNull());
     EXPECT_EQ(exchange.code(), URLErrorCode::responseTooLarge);
+    ASSERT_NE(exchange.response, nullptr);
     EXPECT_FALSE(exchange.response->valueForHTTPHeaderField("Content-Encoding").isNull());
   }
 }
