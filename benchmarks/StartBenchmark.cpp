@@ -33,9 +33,9 @@ struct Cost {
 
 /// What the process holds in memory beside the files mapped into it.
 long anonymousKilobytes() {
-  std::ifstream status("/proc/self/status");
-  for (std::string line; std::getline(status, line);) {
-    if (line.starts_with("RssAnon:")) return std::atol(line.c_str() + 8);
+  std::ifstream mappings("/proc/self/smaps_rollup");
+  for (std::string line; std::getline(mappings, line);) {
+    if (line.starts_with("Anonymous:")) return std::atol(line.c_str() + 10);
   }
   return 0;
 }
