@@ -141,6 +141,7 @@ TEST(JSON, RefusesWhatIsNotStrictAndSaysWhy) {
     EXPECT_TRUE(JSONSerialization::JSONObjectWithText(text, &error).isNil()) << text.substr(0, 40);
     EXPECT_FALSE(error.isEmpty()) << text.substr(0, 40);
   }
+  EXPECT_FALSE(JSONDocument(std::string_view()).error().isNull());
   EXPECT_FALSE(JSONSerialization::JSONObjectWithText(nested(JSONDocument::kMaximumDepth)).isNil());
 }
 

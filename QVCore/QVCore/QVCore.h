@@ -2,6 +2,8 @@
 
 // All of the core's public interface.
 
+#include <QVCore/QVConfigurationFile.h>
+#include <QVCore/QVConfigurationFileFactory.h>
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVCoreInitialisation.h>
 #include <QVCore/QVCoreVariables.h>

@@ -91,6 +91,7 @@ struct JSONDocument::State {
 
   simdjson::error_code parse(std::string_view text) {
     if (text.size() > kMaximumSize) return simdjson::CAPACITY;
+    if (text.empty()) return simdjson::EMPTY;  // the parser would copy from its null address
     if (const auto status = parser->allocate(parser->capacity(), kMaximumDepth)) return status;
     return parser->parse(text.data(), text.size()).get(current);
   }

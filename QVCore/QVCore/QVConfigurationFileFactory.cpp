@@ -1,0 +1,102 @@
+#include <QVCore/QVConfigurationFileFactory.h>
+
+#include <QVCore/QVCoreConstants.h>
+#include <QVCore/QVSharedService.h>
+#include <QVPlatform/Foundation/Value.h>
+
+#include <typeinfo>
+#include <utility>
+
+using QVPlatform::Bundle;
+using QVPlatform::Dictionary;
+using QVPlatform::String;
+using QVPlatform::stringWithFormat;
+
+std::atomic<std::int32_t> QVConfigurationFileFactory::QV_INIT_STATE = QVInitStateNever;
+
+std::shared_ptr<QVConfigurationFileFactory> QVConfigurationFileFactory::sharedInstance() {
+  return QVSharedInstance<QVConfigurationFileFactory>::get();
+}
+
+std::shared_ptr<QVConfigurationFileFactory> QVConfigurationFileFactory::init() {
+  // QVInitStateDone is never stored: modules rely on nothing but reinit() after the first time.
+  QVGuardedInit(QV_INIT_STATE, [this] {
+    setConfigurations(Dictionary::dictionary());
+    setBundles(Dictionary::dictionary());
+  });
+  return std::static_pointer_cast<QVConfigurationFileFactory>(self());
+}
+
+std::shared_ptr<QVConfigurationFileFactory> QVConfigurationFileFactory::reinit() {
+  QV_INIT_STATE = QVInitStateRequestedAgain;
+  return init();
+}
+
+void QVConfigurationFileFactory::initWithSiteIDAndContainerID(std::int32_t site,
+                                                              std::int32_t container) {
+  setSiteID(site);
+  setContainerID(container);
+}
+
+void QVConfigurationFileFactory::addConfigurationFile(const String& name) {
+  addFile(name, nullptr, nullptr);
+}
+
+void QVConfigurationFileFactory::addConfigurationFileForListener(
+    const String& name, const std::shared_ptr<QVEventListener>& listener) {
+  if (name.isEmpty()) return;
+  addConfigurationFileFromFileForListener(name, makeFile(name, nullptr, nullptr), listener);
+}
+
+void QVConfigurationFileFactory::addConfigurationFileFromFileForListener(
+    const String& name, const std::shared_ptr<QVConfigurationFile>& file,
+    const std::shared_ptr<QVEventListener>& listener) {
+  if (name.isEmpty() || !file) return;
+  if (const QVEventListener* given = listener.get();
+      given && typeid(*given) == typeid(QVEventListener)) {
+    listener->listen(stringWithFormat("%@@%@", {kQVNotification_ConfigurationChanged, name}));
+  }
+  configurations().set(name, file);
+}
+
+void QVConfigurationFileFactory::addConfigurationFileWithVersionPath(const String& name,
+                                                                     const String& versionPath) {
+  addFile(name, versionPath, nullptr);
+}
+
+void QVConfigurationFileFactory::addConfigurationFileWithVersionPathForURL(
+    const String& name, const String& versionPath, const String& url) {
+  if (!getConfigurationFile(name)) addFile(name, versionPath, url);
+}
+
+std::shared_ptr<QVConfigurationFile> QVConfigurationFileFactory::getConfigurationFile(
+    const String& name) const {
+  return std::dynamic_pointer_cast<QVConfigurationFile>(configurations().get(name).object());
+}
+
+void QVConfigurationFileFactory::setBundleForConfiguration(const std::shared_ptr<Bundle>& bundle,
+                                                           const String& name) {
+  if (bundle) bundles().set(name, bundle);
+}
+
+void QVConfigurationFileFactory::setConfigurations(Dictionary configurations) {
+  configurations_.set(std::move(configurations));
+}
+
+void QVConfigurationFileFactory::setBundles(Dictionary bundles) {
+  bundles_.set(std::move(bundles));
+}
+
+std::shared_ptr<QVConfigurationFile> QVConfigurationFileFactory::makeFile(const String& name,
+                                                                          const String& versionPath,
+                                                                          const String& url) const {
+  const auto file = std::make_shared<QVConfigurationFile>();
+  file->setBundle(std::dynamic_pointer_cast<Bundle>(bundles().get(name).object()));
+  file->setSiteIDFileIDFileNameVersionPathAndURL(siteID(), containerID(), name, versionPath, url);
+  return file;
+}
+
+void QVConfigurationFileFactory::addFile(const String& name, const String& versionPath,
+                                         const String& url) {
+  if (!name.isEmpty()) configurations().set(name, makeFile(name, versionPath, url));
+}

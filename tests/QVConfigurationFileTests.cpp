@@ -1,0 +1,313 @@
+#include "support/ConfigurationTest.h"
+
+#include <QVCore/QVConfigurationFile.h>
+#include <QVCore/QVCoreConstants.h>
+#include <QVCore/QVDebug.h>
+#include <QVCore/QVLogger.h>
+#include <QVPlatform/Foundation/Bundle.h>
+#include <QVPlatform/Foundation/Null.h>
+
+#include <gmock/gmock.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+using QVPlatform::Array;
+using QVPlatform::Bundle;
+using QVPlatform::Dictionary;
+using QVPlatform::NotificationCenter;
+using QVPlatform::Null;
+using QVPlatform::String;
+using QVPlatform::Value;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+class QVConfigurationFileTest : public QVTest::ConfigurationTest {
+ protected:
+  /// What is asked for goes nowhere.
+  QVConfigurationFileTest() { QVDebug::blockHits(true); }
+
+  static std::string missing(const std::vector<std::string>& keys) {
+    std::string lines;
+    for (const auto& key : keys) lines += "Error getting branch in JSON: " + key + "\n";
+    return lines;
+  }
+};
+
+TEST_F(QVConfigurationFileTest, IsBareUntilItHasAnIdentity) {
+  const QVConfigurationFile file;
+  EXPECT_TRUE(file.offlineName().isNull() && file.sharedName().isNull());
+  EXPECT_TRUE(file.baseURL().isNull() && file.versionPath().isNull());
+  EXPECT_EQ(file.siteID() + file.fileID() + file.version(), 0);
+  EXPECT_EQ(file.senderDelegate(), nullptr);
+  EXPECT_EQ(file.listenerDelegate(), nullptr);
+  EXPECT_TRUE(file.getFullJSON().isNull());
+}
+
+TEST_F(QVConfigurationFileTest, TakesItsNamesFromItsIdentity) {
+  QVConfigurationFile::setConfigurationHost("cdn.example:8443");
+  struct Case {
+    std::function<void(QVConfigurationFile&)> identify;
+    std::int32_t site;
+    std::int32_t number;
+    String versionPath;
+    String url;
+  };
+  const Case cases[] = {
+      {[](auto& file) { file.setSiteIDFileIDAndFileName(7, 8, "n"); }, 7, 8, nullptr,
+       "https://cdn.example:8443/mobile/7/8/n.json"},
+      {[](auto& file) { file.setSiteIDFileIDFileNameAndVersionPath(-1, 2147483647, "n", "a/b"); },
+       -1, 2147483647, "a/b", "https://cdn.example:8443/mobile/-1/2147483647/n.json"},
+      {[](auto& file) { file.setFilenameVersionPathAndURL("n", "a", nullptr); }, 0, 0, "a",
+       "https://cdn.example:8443/mobile/0/0/n.json"},
+      {[](auto& file) { file.setFilenameVersionPathAndURL("n", nullptr, "any text"); }, 0, 0,
+       nullptr, "any text"},
+      {[](auto& file) {
+         file.setSiteIDFileIDFileNameVersionPathAndURL(1, 2, "n", "", "http://h/x");
+       },
+       1, 2, "", "http://h/x"},
+  };
+  for (const auto& [identify, site, number, versionPath, url] : cases) {
+    const auto file = std::make_shared<QVConfigurationFile>();
+    identify(*file);
+    EXPECT_EQ(file->baseURL(), url);
+    EXPECT_EQ(file->siteID(), site) << url.view();
+    EXPECT_EQ(file->fileID(), number) << url.view();
+    EXPECT_EQ(file->versionPath(), versionPath) << url.view();
+    EXPECT_EQ(file->offlineName(), String("n"));
+    EXPECT_EQ(file->sharedName(), String("configuration_n"));
+    EXPECT_EQ(file->senderDelegate()->parent(), file.get());
+    EXPECT_EQ(file->listenerDelegate()->parent(), file.get());
+  }
+}
+
+TEST_F(QVConfigurationFileTest, UsesAPlaceholderAsHostUntilTheApplicationNamesOne) {
+  const auto url = [] {
+    const auto file = std::make_shared<QVConfigurationFile>();
+    file->setSiteIDFileIDAndFileName(1, 2, "n");
+    return file->baseURL();
+  };
+  EXPECT_EQ(url(), String("https://configuration.example.invalid/mobile/1/2/n.json"));
+  QVConfigurationFile::setConfigurationHost("cdn.example");
+  EXPECT_EQ(url(), String("https://cdn.example/mobile/1/2/n.json"));
+  QVConfigurationFile::setConfigurationHost(nullptr);
+  EXPECT_EQ(url(), String("https://configuration.example.invalid/mobile/1/2/n.json"));
+}
+
+TEST_F(QVConfigurationFileTest, WalksPathsInTheOfflineCopyAndInValuesAlike) {
+  const char* const text = R"({
+    "a": {"b": 1, "t": "x", "n": null, "o": {"z": [1]}, "": {"": "deep"}, "l": [{"b": 2}]},
+    "b": 9, "0": "zero", "": "empty", "n": null, "a ": false, "s": "text"})";
+  struct Case {
+    String path;
+    Value leaf;
+    std::vector<std::string> missingKeys;
+  };
+  const Value null = Null::null();
+  const Case cases[] = {
+      {"a/b", 1, {}},
+      {"b", 9, {}},
+      {"a/o", Dictionary{{"z", Array{1}}}, {}},
+      {"a/o/z", Array{1}, {}},
+      {"a/n", null, {}},
+      {"a ", false, {}},
+      {"", "empty", {}},
+      {"/", "0", {""}},
+      {"a//", "deep", {}},
+      {"//a/b", "0", {"", "a", "b"}},
+      {"a/o//z", Array{1}, {""}},
+      // A key that is missing on the way is passed over, and so is one in what is no object.
+      {"a/x/b", 1, {"x"}},
+      {"x/y/b", 9, {"x", "y"}},
+      {"a/l/0/b", "0", {"0", "b"}},
+      {"s/b", "0", {"b"}},
+      {"n/b", "0", {"b"}},
+      // The last key decides.
+      {"a/x", "0", {"x"}},
+      {"a/b/", "0", {""}},
+      {"A/B", "0", {"A", "B"}},
+      {nullptr, "0", {}},
+  };
+  save("n", text);
+  const auto file = bareFile("n");
+  const Value json = file->getJSONDictionary();
+  ASSERT_FALSE(json.isNil());
+  for (const auto& [path, leaf, keys] : cases) {
+    Value read;
+    EXPECT_EQ(printed([&] { read = file->getJsonLeafFromPath(path); }), missing(keys))
+        << path.view();
+    EXPECT_EQ(read, leaf) << path.view();
+    EXPECT_EQ(printed([&] { read = file->getJsonLeafFromPath(json, path); }), missing(keys))
+        << path.view();
+    EXPECT_EQ(read, leaf) << path.view();
+  }
+}
+
+TEST_F(QVConfigurationFileTest, ReadsVersionsAsIntegers) {
+  const struct {
+    const char* leaf;
+    std::int32_t version;
+  } cases[] = {
+      {"3", 3},
+      {"-4", -4},
+      {"2.9", 2},
+      {"-2.9", -2},
+      {"1e3", 1000},
+      {"4294967296", 2147483647},
+      {"-1e300", -2147483647 - 1},
+      {"99999999999999999999999999", 2147483647},
+      {"\"12\"", 12},
+      {"\" 12 apples\"", 12},
+      {"\"-7\"", -7},
+      {"\"3.9\"", 3},
+      {"\"v3\"", 0},
+      {"\"\"", 0},
+      {"true", 1},
+      {"false", 0},
+      {"null", 0},
+      {"[3]", 0},
+      {"{\"v\": 3}", 0},
+  };
+  const auto file = bareFile("n", "in/v");
+  for (const auto& [leaf, version] : cases) {
+    const Value json =
+        file->getJSONDictionaryFromString(String("{\"in\": {\"v\": ") + String(leaf) + "}}");
+    EXPECT_FALSE(json.isNil()) << leaf;
+    EXPECT_EQ(file->getVersionFromJSONObject(json), version) << leaf;
+  }
+  EXPECT_EQ(file->getVersionFromJSONObject(nullptr), 0);
+  EXPECT_EQ(bareFile("n")->getVersionFromJSONObject(Dictionary{{"", 5}}), 0) << "no path";
+}
+
+TEST_F(QVConfigurationFileTest, LogsWhyThereAreNoValues) {
+  const auto file = bareFile("n");
+  const auto readDictionary = [&] { EXPECT_TRUE(file->getJSONDictionary().isNil()); };
+  const auto readLeaf = [&] { EXPECT_EQ(file->getJsonLeafFromPath("a/b"), Value("0")); };
+  for (const String& text : {String(), String("")}) {
+    save("n", text);
+    EXPECT_EQ(printed(readDictionary), "Error configuration is empty : n\n");
+    EXPECT_EQ(printed(readLeaf), "Error configuration is empty : n\n" + missing({"a", "b"}));
+  }
+  for (const char* text : {"{", "7", " "}) {
+    save("n", text);
+    const char* const start = "Error parsing dictionnary from configuration : n with error: ";
+    EXPECT_THAT(printed(readDictionary), StartsWith(start));
+    EXPECT_THAT(printed(readLeaf), AllOf(StartsWith(start), HasSubstr(missing({"a", "b"}))));
+  }
+}
+
+TEST_F(QVConfigurationFileTest, ReadsAnyTextAndIsSilentAboutABrokenOne) {
+  const auto file = bareFile("n");
+  Value read;
+  const auto readText = [&](const String& text) {
+    return printed([&] { read = file->getJSONDictionaryFromString(text); });
+  };
+  EXPECT_EQ(readText(R"([{"a": 1}])"), "");
+  EXPECT_EQ(read, Value(Array{Dictionary{{"a", 1}}}));
+  EXPECT_EQ(readText("{"), "");
+  EXPECT_TRUE(read.isNil());
+  EXPECT_EQ(readText(""), "Error configuration is empty : \n");
+  EXPECT_EQ(readText(nullptr), "Error configuration is empty : (null)\n");
+}
+
+TEST_F(QVConfigurationFileTest, SeedsTheOfflineCopyFromTheShippedText) {
+  const String older(R"({"v": 3, "from": "old"})");
+  const String newer(R"({"v": 4, "from": "new"})");
+  const struct {
+    String saved;
+    String shipped;
+    String expected;
+  } cases[] = {
+      {nullptr, older, older}, {"", older, older},  {older, newer, newer},   {newer, older, newer},
+      {older, "{", older},     {nullptr, "{", "{"}, {older, nullptr, older}, {nullptr, "", ""},
+  };
+  int number = 0;
+  for (const auto& [before, shipped, expected] : cases) {
+    const std::string name = "n" + std::to_string(++number);
+    save(name, before);
+    if (!shipped.isNull()) ship(name, std::string(shipped.view()));
+    bareFile(name, "v")->preSaveOfflineJSON();
+    EXPECT_EQ(saved(name), expected) << number;
+  }
+}
+
+TEST_F(QVConfigurationFileTest, SaysWhenThereIsNeitherAnOfflineCopyNorAShippedText) {
+  const auto file = bareFile("n");
+  EXPECT_THAT(printed([&] { file->preSaveOfflineJSON(); }),
+              StartsWith("Couldn't find configuration n in assets: "));
+  EXPECT_TRUE(saved("n").isNull());
+  QVDebug::setDebugLevel(3);
+  EXPECT_EQ(printed([&] { file->preSaveOfflineJSON(); }), "") << "the line is of level 2";
+}
+
+TEST_F(QVConfigurationFileTest, TakesTheShippedTextFromItsOwnBundle) {
+  ship("n", R"({"from": "main"})");
+  std::filesystem::create_directory(resources() / "module");
+  write(resources() / "module" / "n.json", R"({"from": "module"})");
+  const auto file = bareFile("n");
+  file->setBundle(std::make_shared<Bundle>((resources() / "module").string()));
+  file->preSaveOfflineJSON();
+  EXPECT_EQ(file->getJsonLeafFromPath("from"), Value("module"));
+}
+
+TEST_F(QVConfigurationFileTest, AsksForItselfWithAMarkerForTheConsentQueue) {
+  QVTest::Recorder requests({"QVNotification: Privacy Configuration Requestn"});
+  const auto file = std::make_shared<QVConfigurationFile>();
+  EXPECT_THAT(printed([&] { file->setFilenameVersionPathAndURL("n", "v", "http://127.0.0.1/n"); }),
+              HasSubstr("Checking for update in privacy configuration: n\n"));
+  ASSERT_EQ(requests.heard().size(), 1U);
+  const auto request = requests.heard().front();
+  EXPECT_EQ(request.object(), file);
+  EXPECT_EQ(Value(request.userInfo()),
+            Value(Dictionary{{"url", "http://127.0.0.1/n"}, {"HTTPURLResponse", "configuration"}}));
+}
+
+TEST_F(QVConfigurationFileTest, RegistersItselfThenTheManagerThenTheLogger) {
+  save("n", R"({"v": 1})");
+  const auto file = std::make_shared<QVConfigurationFile>();
+  file->setFilenameVersionPathAndURL("n", "v", "http://127.0.0.1/n");
+  QVDebug::setNotificationLog(true);
+  const auto lines = printed([] {
+    post(kQVNotification_ConfigurationResponse + String("n"), {{"content", R"({"v": 2)"}});
+    post(kQVNotification_ConfigurationChanged + String("n"));
+    post(kQVNotification_ConfigurationChanged + String("@n"));
+  });
+  EXPECT_EQ(lines,
+            "Error getting branch in JSON: v\n"
+            "Either the offline or the new configuration is not valid\n"
+            "Saved one: {\"v\": 1}\n"
+            "New one: {\"v\": 2\n"
+            "QVNotification: Privacy Configuration Responsen | ((null))\n"
+            "QVNotification: Configuration changedn | ((null))\n");
+}
+
+TEST_F(QVConfigurationFileTest, RegistersTheManagerAndTheLoggerOnceMoreWithEachIdentity) {
+  const auto file = std::make_shared<QVConfigurationFile>();
+  const auto identify = [&] { file->setFilenameVersionPathAndURL("n", "v", "http://127.0.0.1/n"); };
+  const auto manager = QVNetworkManager::sharedInstance();
+  identify();
+  const auto firstSender = file->senderDelegate();
+  const auto firstListener = file->listenerDelegate();
+  identify();
+  EXPECT_NE(file->senderDelegate(), firstSender);
+  EXPECT_NE(file->listenerDelegate(), firstListener);
+  EXPECT_EQ(manager->nextRequestID(), 3U) << "one request, and then one for each registration";
+}
+
+TEST_F(QVConfigurationFileTest, MovesSenderAndListenerToAnotherCenter) {
+  const auto file = std::make_shared<QVConfigurationFile>();
+  const auto center = std::make_shared<NotificationCenter>();
+  file->changeNotificationCenter(center);
+  file->setFilenameVersionPathAndURL("n", "v", "http://127.0.0.1/n");
+  EXPECT_EQ(file->senderDelegate()->notificationCenter(), NotificationCenter::defaultCenter());
+  file->changeNotificationCenter(center);
+  EXPECT_EQ(file->senderDelegate()->notificationCenter(), center);
+  EXPECT_EQ(file->listenerDelegate()->notificationCenter(), center);
+}
+
+}  // namespace

@@ -1,0 +1,91 @@
+#pragma once
+
+#include "CoreTest.h"
+
+#include <QVCore/QVConfigurationFile.h>
+#include <QVCore/QVNetworkManager.h>
+#include <QVCore/QVUserDefaults.h>
+
+#include <cstdio>
+#include <fstream>
+
+namespace QVTest {
+
+/// A process whose application ships what the test says.
+class ConfigurationTest : public CoreTest {
+ protected:
+  ConfigurationTest() {
+    std::filesystem::create_directory(resources());
+    QVPlatform::Application::setResourceDirectory(resources().string());
+  }
+
+  std::filesystem::path resources() const { return container.path() / "Resources"; }
+
+  static void write(const std::filesystem::path& path, const std::string& text) {
+    std::ofstream(path, std::ios::binary) << text;
+  }
+  /// Ships "<name>.json" with the application.
+  void ship(const std::string& name, const std::string& text) const {
+    write(resources() / (name + ".json"), text);
+  }
+
+  static void save(const std::string& name, const QVPlatform::String& text) {
+    QVUserDefaults::saveInfoToUserDefaultsForLabel(text, "configuration_" + name);
+  }
+  /// The offline copy as it lies in the user defaults; null if there is none.
+  static QVPlatform::String saved(const std::string& name) {
+    return QVUserDefaults::retrieveInfoFromUserDefaults("configuration_" + name).string();
+  }
+
+  /// A file that knows its name, and has neither listeners nor a download.
+  template <class File = QVConfigurationFile>
+  static std::shared_ptr<File> bareFile(const std::string& name,
+                                        const QVPlatform::String& versionPath = nullptr) {
+    auto file = std::make_shared<File>();
+    file->setOfflineName(name);
+    file->setSharedName("configuration_" + name);
+    file->setVersionPath(versionPath);
+    return file;
+  }
+
+  /// Whether all configurations that were asked for have come, or have failed to.
+  static bool waitForDownloads() {
+    const auto queue = QVNetworkManager::sharedInstance()->consentQueue();
+    return runMainQueueUntil([&] { return queue->operationCount() == 0; });
+  }
+
+  /// What `action` prints on standard output.
+  static std::string printed(const std::function<void()>& action) {
+    testing::internal::CaptureStdout();
+    action();
+    std::fflush(stdout);
+    return testing::internal::GetCapturedStdout();
+  }
+};
+
+/// A specialised configuration that remembers what its hook was called with.
+class SpecialisedFile : public QVConfigurationFile {
+ public:
+  struct Update {
+    QVPlatform::String oldText;
+    QVPlatform::String newText;
+    bool operator==(const Update&) const = default;
+  };
+
+  bool specificUpdateAnd(const QVPlatform::String& oldText,
+                         const QVPlatform::String& newText) override {
+    const std::lock_guard lock(mutex_);
+    updates_.push_back({oldText, newText});
+    return true;
+  }
+  std::vector<Update> updates() const {
+    const std::lock_guard lock(mutex_);
+    return updates_;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<Update> updates_;
+};
+
+}  // namespace QVTest
