@@ -2,13 +2,13 @@
 #include <QVPlatform/Foundation/KeyedArchiver.h>
 #include <gmock/gmock.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
 #include "tests/examples/Program.h"
 #include "tests/support/CoreTest.h"
 #include "tests/support/HTTPServer.h"
-#include "tests/support/NetworkNamespace.h"
 #include "tests/support/RawServer.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -136,9 +136,14 @@ TEST_F(SendHitsTest, EndsAtOnceWhenInterrupted) {
 }
 
 TEST_F(SendHitsTest, SaysThatHitsWaitForTheNetwork) {
-  if (!NetworkNamespace::enter()) GTEST_SKIP() << "no right to make a network namespace";
-  Program program(SEND_HITS, arguments({writeInput("http://127.0.0.1:9/\n")}));
-  ASSERT_TRUE(program.waitForOutput("hits wait until there is")) << program.printed();
+  auto command = arguments({writeInput("http://127.0.0.1:9/\n")});
+  command.insert(command.begin(), {"--net", SEND_HITS});
+  if (geteuid() != 0) command.insert(command.begin(), "--map-root-user");
+  Program program("/usr/bin/unshare", command);
+  if (!program.waitForOutput("hits wait until there is")) {
+    ASSERT_THAT(program.printed(), HasSubstr("unshare"));
+    GTEST_SKIP() << "no right to make a network namespace";
+  }
   program.interrupt();
   EXPECT_EQ(program.finish(), kSomeNotAnswered);
   EXPECT_THAT(program.printed(), HasSubstr("0 answered"));
@@ -163,29 +168,31 @@ TEST_F(SendHitsTest, PassesOverHitsOfAnEarlierRun) {
 }
 
 #ifndef HAS_SANITIZER
+// Sanitizers keep what a program frees, so that its memory is measured without them only.
 TEST_F(SendHitsTest, NeedsNoMoreMemoryForMoreHits) {
+  const char* number = std::getenv("SEND_HITS_COUNT");  // for a run with millions
+  const int counts[2] = {5'000, number == nullptr ? 50'000 : std::atoi(number)};
   const RawServer server([](RawServer::Connection& connection) {
     while (!connection.readRequest().empty()) {
       connection.send("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
     }
   });
   long peaks[2];
-  constexpr int kHits[2] = {20'000, 200'000};
   for (int run = 0; run < 2; ++run) {
     std::ofstream file(directory.path() / "many");
-    for (int hit = 0; hit < kHits[run]; ++hit)
+    for (int hit = 0; hit < counts[run]; ++hit)
       file << server.url("/hit") << "\tnumber=" << hit << "\n";
     file.close();
     Program program(SEND_HITS,
                     arguments({"--assume-network", "--quiet", directory.path() / "many"}));
     EXPECT_EQ(program.finish(), kAllAnswered) << program.printed();
-    const std::string number = std::to_string(kHits[run]);
-    EXPECT_THAT(program.printed(), HasSubstr(number + " sent, " + number + " answered"));
+    const std::string count = std::to_string(counts[run]);
+    EXPECT_THAT(program.printed(), HasSubstr(count + " sent, " + count + " answered"));
     peaks[run] = program.peakKilobytes();
   }
   RecordProperty("peak_kilobytes_few", std::to_string(peaks[0]));
   RecordProperty("peak_kilobytes_many", std::to_string(peaks[1]));
-  EXPECT_LT(peaks[1], peaks[0] + 4 * 1024);
+  EXPECT_LT(peaks[1], peaks[0] + 2 * 1024);
 }
 #endif
 
