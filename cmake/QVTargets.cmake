@@ -11,20 +11,33 @@ function(qv_target target)
     POSITION_INDEPENDENT_CODE ON)
 endfunction()
 
-# qv_library(<target>): a shared library of the kit, with the project's version and soname.
+# qv_library(<target> <sources...>): a shared library of the kit, with the project's version and
+# soname. It is never unmapped, since its threads run as long as the process does.
 function(qv_library target)
   add_library(${target} SHARED ${ARGN})
   add_library(QVCore::${target} ALIAS ${target})
   qv_target(${target})
   set_target_properties(${target} PROPERTIES
     VERSION ${PROJECT_VERSION}
-    SOVERSION ${PROJECT_VERSION_MAJOR})
-  target_link_options(${target} PRIVATE -Wl,--as-needed)
+    SOVERSION ${PROJECT_VERSION_MAJOR}
+    INSTALL_RPATH $ORIGIN
+    LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+  target_link_options(${target} PRIVATE
+    -Wl,--as-needed
+    -Wl,-z,nodelete
+    -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
   # With clang the sanitizers' run time is in the program alone, so that a library refers to symbols
   # that none of its own libraries defines.
   if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize=")
     target_link_options(${target} PRIVATE -Wl,--no-undefined)
   endif()
+endfunction()
+
+# qv_public_headers(<target> <base directory> <headers...>): what is installed of the target, and
+# where users of the target find it. No entry of a directory's list may go missing unnoticed, so the
+# callers glob, and name the private headers instead.
+function(qv_public_headers target base)
+  target_sources(${target} PUBLIC FILE_SET HEADERS BASE_DIRS ${base} FILES ${ARGN})
 endfunction()
 
 # qv_test(<name> <sources...>): a GoogleTest program; each of its tests runs in a process of its

@@ -1,0 +1,7 @@
+#!/usr/bin/env bash
+# install.sh CMAKE BUILD PREFIX: installs the build anew.
+set -euo pipefail
+cmake=$1 build=$2 prefix=$3
+
+rm -rf "$prefix"
+"$cmake" --install "$build" --prefix "$prefix"

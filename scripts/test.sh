@@ -1,0 +1,62 @@
+#!/usr/bin/env bash
+# test.sh [STEP...]: installs what the tests need and runs these steps, one after the other:
+#   format   the formatting of all sources
+#   tidy     clang-tidy
+#   PRESET   configures, builds and runs the whole suite: dev, asan, tsan, asan-clang, tsan-clang
+#   all      what CI runs: format dev asan tsan-clang
+# Without a step: format dev. Ends with the number of passed and failed tests, in which a step that
+# broke off counts as one that failed.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+passed=0
+failed=0
+broken=()
+
+break_off() {
+  echo "test.sh: $1 FAILED" >&2
+  broken+=("$1")
+  failed=$((failed + 1))
+}
+
+# Runs the suite of a preset and adds up its summary.
+run_suite() {
+  local preset=$1 log=build/$1/test.log counts
+  ctest --preset "$preset" --parallel "$(nproc)" 2>&1 | tee "$log" || broken+=("$preset: tests")
+  counts=$(sed -nE 's/^[0-9]+% tests passed, ([0-9]+) tests? failed out of ([0-9]+)$/\1 \2/p' "$log")
+  [[ -n $counts ]] || { break_off "$preset: no summary of ctest"; return; }
+  failed=$((failed + ${counts% *}))
+  passed=$((passed + ${counts#* } - ${counts% *}))
+}
+
+run_preset() {
+  cmake --preset "$1" >/dev/null || { break_off "$1: configuration"; return; }
+  cmake --build --preset "$1" -- --quiet || { break_off "$1: build"; return; }
+  run_suite "$1"
+}
+
+run_step() {
+  local start=$SECONDS
+  echo "== $1"
+  case $1 in
+    format | tidy) scripts/lint.sh "$1" || break_off "$1" ;;
+    dev | release | asan | tsan | asan-clang | tsan-clang) run_preset "$1" ;;
+    *) break_off "unknown step $1" ;;
+  esac
+  echo "== $1: $((SECONDS - start)) s"
+}
+
+steps=("$@")
+groups=(build test)
+[[ $# -gt 0 ]] || steps=(format dev)
+if [[ ${steps[*]} == all ]]; then
+  steps=(format dev asan tsan-clang)
+  groups+=(web)  # or else the web engine would be left out of the build
+fi
+
+scripts/setup.sh "${groups[@]}"
+for step in "${steps[@]}"; do run_step "$step"; done
+
+for step in "${broken[@]}"; do echo "FAILED: $step"; done
+echo "$passed passed, $failed failed"
+[[ $failed -eq 0 && ${#broken[@]} -eq 0 ]]
