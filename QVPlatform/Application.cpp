@@ -83,9 +83,13 @@ void Application::setContainerDirectory(String directory) {
 }
 
 String Application::libraryDirectory() {
-  const fs::path library = fs::path(containerDirectory().view()) / "Library";
-  makePrivateDirectories(library);
-  return String(library.string());
+  return String((fs::path(containerDirectory().view()) / "Library").string());
+}
+
+String Application::makeLibraryDirectory() {
+  const String library = libraryDirectory();
+  makePrivateDirectories(library.view());
+  return library;
 }
 
 String Application::resourceDirectory() {

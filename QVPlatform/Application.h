@@ -17,14 +17,16 @@ class QVPLATFORM_EXPORT Application {
   static void setIdentifier(String identifier);
 
   /// Directory that holds the application's "Library". Default: the identifier below
-  /// $XDG_DATA_HOME, else below ~/.local/share. It is made, with mode 0700, before a path in it is
-  /// handed out (libraryDirectory()).
+  /// $XDG_DATA_HOME, else below ~/.local/share.
+  /// It is made, with mode 0700, when the first file in it is wanted.
   static String containerDirectory();
   static void setContainerDirectory(String directory);
 
-  /// "Library" in the container directory. Makes both where they are missing; a failure to do so is
-  /// not reported here: what is then opened in it fails.
+  /// Path of "Library" in the container directory. Does not touch the disk.
   static String libraryDirectory();
+  /// Makes that directory, and those above it, with mode 0700 where they are missing, and returns
+  /// its path; that this failed shows when a file in it is opened.
+  static String makeLibraryDirectory();
 
   /// Directory of the files shipped with the application (the main bundle). Default: "Resources"
   /// beside the program if there is one, else the program's own directory.

@@ -139,10 +139,11 @@ TEST_F(QVConfigurationFileTest, WalksPathsInTheOfflineCopyAndInValuesAlike) {
   ASSERT_FALSE(json.isNil());
   for (const auto& [path, leaf, keys] : cases) {
     Value read;
-    EXPECT_EQ(printed([&] { read = file->getJsonLeafFromPath(path); }), missing(keys))
+    EXPECT_EQ(printed([&, &at = path] { read = file->getJsonLeafFromPath(at); }), missing(keys))
         << path.view();
     EXPECT_EQ(read, leaf) << path.view();
-    EXPECT_EQ(printed([&] { read = file->getJsonLeafFromPath(json, path); }), missing(keys))
+    EXPECT_EQ(printed([&, &at = path] { read = file->getJsonLeafFromPath(json, at); }),
+              missing(keys))
         << path.view();
     EXPECT_EQ(read, leaf) << path.view();
   }

@@ -119,7 +119,7 @@ TEST_F(QVLoggerTest, LeavesASecondInstanceBare) {
 TEST_F(QVLoggerTest, MakesThePrivateDirectoryForTheFirstFileAskedFor) {
   const std::string directory = (container.path() / "Library/QVPrivateDocuments").string();
   EXPECT_EQ(QVLogger::privateQVDirectory(), String(directory));
-  EXPECT_FALSE(std::filesystem::exists(directory));
+  EXPECT_TRUE(std::filesystem::is_empty(container.path()));
   EXPECT_EQ(logger->getPrivatePathToFile("offlineHits"), String(directory + "/offlineHits"));
   EXPECT_EQ(std::filesystem::status(directory).permissions(), std::filesystem::perms::owner_all);
 }

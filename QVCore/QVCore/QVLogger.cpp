@@ -100,7 +100,10 @@ String QVLogger::privateQVDirectory() {
 
 String QVLogger::getPrivatePathToFile(const String& name) {
   const String directory = privateQVDirectory();
-  if (!FileManager::fileExistsAtPath(directory)) FileManager::createDirectoryAtPath(directory);
+  if (!FileManager::fileExistsAtPath(directory)) {
+    QVPlatform::Application::makeLibraryDirectory();
+    FileManager::createDirectoryAtPath(directory);
+  }
   return directory + String("/") + name;
 }
 

@@ -9,6 +9,8 @@
 #include <QVPlatform/Foundation/KeyedArchiver.h>
 #include <QVPlatform/Foundation/KeyedUnarchiver.h>
 
+#include <filesystem>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -32,6 +34,13 @@ constexpr char OperationQueueCountChange = 0;
 
 String offlineHitsPath() {
   return QVLogger::sharedInstance()->getPrivatePathToFile(kQVFileOfflineHits);
+}
+
+/// A file that is too large to be read would be found again at every start.
+void removeIfEnormous(const String& path) {
+  std::error_code error;
+  const auto size = std::filesystem::file_size(path.view(), error);
+  if (!error && size > kMaximumFileSize) FileManager::removeItemAtPath(path);
 }
 
 void logCount(const char* format, std::size_t count) {
@@ -111,7 +120,7 @@ void QVNetworkManager::restoreStockedHit() {
   if (!hits || hits->operationCount() > 0) return;
   const String path = offlineHitsPath();
   const Data archive = FileManager::contentsAtPath(path, kMaximumFileSize);
-  if (archive.isNull()) return;
+  if (archive.isNull()) return removeIfEnormous(path);
   QVPlatform::KeyedUnarchiver unarchiver(archive);
   const std::vector<Value> stored =
       unarchiver.decodeObjectForKey(kQVFileOfflineHits).array().values();

@@ -1,4 +1,3 @@
-#include <QVPlatform/Application.h>
 #include <QVPlatform/Foundation/FileManager.h>
 
 #include <fcntl.h>
@@ -63,8 +62,6 @@ Data readFile(const String& path, std::size_t maximumSize) {
 }
 
 }  // namespace
-
-String FileManager::libraryDirectory() { return Application::libraryDirectory(); }
 
 bool FileManager::fileExistsAtPath(const String& path) {
   const char* name = systemPath(path);

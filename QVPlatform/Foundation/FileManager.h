@@ -19,9 +19,6 @@ class QVPLATFORM_EXPORT FileManager {
   /// The most that stringWithContentsOfFile() reads, in bytes.
   static constexpr std::size_t kMaximumTextSize = 64U << 20;
 
-  /// The application's Library directory, made with mode 0700 where it is missing.
-  static String libraryDirectory();
-
   /// Whether anything is there; a symbolic link counts as what it points to.
   static bool fileExistsAtPath(const String& path);
   /// Makes one directory, mode 0700; the one that is to hold it must exist. False when nothing was

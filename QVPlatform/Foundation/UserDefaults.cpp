@@ -64,7 +64,7 @@ struct Paths {
 
 /// Makes the directory where it is missing.
 Paths paths() {
-  const String directory = Application::libraryDirectory() + String("/Preferences");
+  const String directory = Application::makeLibraryDirectory() + String("/Preferences");
   FileManager::createDirectoryAtPath(directory);
   std::string name(Application::identifier().view());
   for (char& c : name) {

@@ -35,7 +35,7 @@ inline std::vector<QVPlatform::Value> propertyListValues() {
        {0.0, -0.0, 1.0, 0.1, -1e300, Real::denorm_min(), Real::infinity(), Real::quiet_NaN()}) {
     values.emplace_back(real);
   }
-  for (const std::size_t length : {0, 1, 14, 15, 255, 256, 70000}) {
+  for (const std::size_t length : {0U, 1U, 14U, 15U, 255U, 256U, 70000U}) {
     values.emplace_back(String(std::string(length, 'x')));
     values.emplace_back(Data(std::string(length, '\xff')));
     std::string accented;

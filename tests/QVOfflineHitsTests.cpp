@@ -1,0 +1,178 @@
+#include "support/CoreTest.h"
+
+#include <QVCore/QVCore.h>
+#include <QVPlatform/Foundation/FileManager.h>
+#include <QVPlatform/Foundation/KeyedArchiver.h>
+#include <QVPlatform/Foundation/KeyedUnarchiver.h>
+
+#include <gmock/gmock.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+using QVPlatform::Array;
+using QVPlatform::Data;
+using QVPlatform::Dictionary;
+using QVPlatform::FileManager;
+using QVPlatform::String;
+using QVPlatform::Value;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::SizeIs;
+
+/// Waiting hits in the file and back. The network is down, so that hits wait.
+class QVOfflineHitsTest : public QVTest::CoreTest {
+ protected:
+  QVOfflineHitsTest() { network->change(0); }
+
+  static void request(const Dictionary& userInfo) { post(kQVNotification_HTTPRequest, userInfo); }
+  static std::string printed(const std::function<void()>& action) {
+    testing::internal::CaptureStdout();
+    action();
+    std::fflush(stdout);
+    return testing::internal::GetCapturedStdout();
+  }
+  String path() const {
+    return (container.path() / "Library/QVPrivateDocuments/offlineHits").string();
+  }
+  std::vector<Value> saved() const {
+    QVPlatform::KeyedUnarchiver archive(FileManager::contentsAtPath(path(), 1U << 20));
+    EXPECT_TRUE(archive.isValid());
+    return archive.decodeObjectForKey("offlineHits").array().values();
+  }
+  void writeFile(const std::string& bytes) const {
+    QVLogger::sharedInstance()->getPrivatePathToFile("offlineHits");
+    ASSERT_TRUE(FileManager::writeAtomically(bytes, path()));
+  }
+  void writeHits(const Array& hits) const {
+    QVPlatform::KeyedArchiver archiver;
+    archiver.encodeObjectForKey(hits, "offlineHits");
+    writeFile(std::string(archiver.finishEncoding().view()));
+  }
+  static std::vector<Value> queuedIDs() {
+    std::vector<Value> ids;
+    for (const auto& operation :
+         QVNetworkManager::sharedInstance()->operationQueue()->operations()) {
+      const auto hit = std::static_pointer_cast<QVHTTPOperation>(operation);
+      ids.push_back(hit->userInfo().get("ID"));
+    }
+    return ids;
+  }
+};
+
+TEST_F(QVOfflineHitsTest, SavesLiveHitsInOrderAndSaysHowMany) {
+  const auto manager = QVNetworkManager::sharedInstance();
+  for (const char* url : {"http://h/0", "http://h/1", "http://h/2", "http://h/3"}) {
+    request({{"url", url}, {"own", Array{1, "x"}}});
+  }
+  request({{"url", "http://h/c"}, {"HTTPURLResponse", "configuration"}});
+  manager->operationQueue()->operationAtIndex(1)->cancel();
+  EXPECT_EQ(printed([] { post(kQVNotification_OnBackground); }), "Saving 3 offline Hits\n");
+  EXPECT_EQ(manager->operationQueue()->operationCount(), 4U);
+  ASSERT_THAT(saved(), SizeIs(3));
+  EXPECT_EQ(saved()[1], Value(Dictionary{{"url", "http://h/2"},
+                                         {"own", Array{1, "x"}},
+                                         {"ID", 2U},
+                                         {"RequestType", kQVNotification_HTTPResponse}}));
+  EXPECT_EQ(std::filesystem::status(path().view()).permissions(),
+            std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+}
+
+TEST_F(QVOfflineHitsTest, ReplacesAnOlderFileByAnEmptyListWithoutAWord) {
+  QVNetworkManager::sharedInstance();
+  request({{"url", "http://h/"}});
+  post(kQVNotification_OnBackground);
+  QVNetworkManager::sharedInstance()->setOperationQueue(
+      std::make_shared<QVPlatform::OperationQueue>());
+  EXPECT_EQ(printed([] { post(kQVNotification_OnBackground); }), "");
+  EXPECT_THAT(saved(), SizeIs(0));
+}
+
+TEST_F(QVOfflineHitsTest, LeavesOutWhatCannotBeSavedAndSavesTheRest) {
+  QVNetworkManager::sharedInstance();
+  request({{"url", "http://h/"}, {"object", QVLogger::sharedInstance()}});
+  testing::internal::CaptureStderr();
+  post(kQVNotification_OnBackground);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("QVLogger"));
+  ASSERT_THAT(saved(), SizeIs(1));
+  EXPECT_EQ(saved()[0].dictionary().get("url"), Value("http://h/"));
+}
+
+TEST_F(QVOfflineHitsTest, RestoresHitsUnderTheirOldNumbersAtTheStartAndRemovesTheFile) {
+  const QVTest::Recorder refused{{kQVNotification_HTTPRequestError}};
+  writeHits({Dictionary{{"url", "http://h/7"}, {"ID", 7U}, {"RequestType", "x"}},
+             Dictionary{{"url", "bare"}, {"ID", 8U}}, Dictionary{{"url", "http://h/9"}, {"ID", 9U}},
+             Dictionary{{"url", "http://h/c"}, {"HTTPURLResponse", "configuration"}}, "no hit"});
+  EXPECT_THAT(printed([] { QVNetworkManager::sharedInstance(); }),
+              HasSubstr("Restoring 5 offline Hits\n"));
+  EXPECT_THAT(queuedIDs(), ElementsAre(Value(7U), Value(9U)));
+  EXPECT_EQ(QVNetworkManager::sharedInstance()->consentQueue()->operationCount(), 1U);
+  EXPECT_EQ(refused.heard().at(0).userInfo().get("ID"), Value(8U));
+  EXPECT_FALSE(FileManager::fileExistsAtPath(path()));
+}
+
+TEST_F(QVOfflineHitsTest, LeavesTheFileWhileHitsAreQueued) {
+  QVNetworkManager::sharedInstance();
+  request({{"url", "http://h/"}});
+  post(kQVNotification_OnBackground);
+  post(kQVNotification_OnForeground);
+  EXPECT_THAT(queuedIDs(), SizeIs(1));
+  EXPECT_TRUE(FileManager::fileExistsAtPath(path()));
+}
+
+TEST_F(QVOfflineHitsTest, RemovesADamagedOrEnormousFileAndRestoresNothing) {
+  const auto manager = QVNetworkManager::sharedInstance();
+  for (const char* bytes : {"", "no archive", "bplist00", "<plist><array>"}) {
+    writeFile(bytes);
+    EXPECT_EQ(printed([&] { manager->restoreStockedHit(); }), "");
+    EXPECT_FALSE(FileManager::fileExistsAtPath(path())) << bytes;
+  }
+  std::ofstream(std::string(path().view())) << "x";
+  std::filesystem::resize_file(path().view(), 300U << 20);  // sparse
+  manager->restoreStockedHit();
+  EXPECT_FALSE(FileManager::fileExistsAtPath(path()));
+  EXPECT_EQ(manager->operationQueue()->operationCount(), 0U);
+}
+
+TEST_F(QVOfflineHitsTest, LeavesQueuesAndFileAloneWhenTheKitRunsInTheBackground) {
+  const auto manager = QVNetworkManager::sharedInstance();
+  QVCoreVariables::sharedInstance()->setEnableSDKInBG(true);
+  manager->consentQueue()->setSuspended(false);
+  post(kQVNotification_OnBackground);
+  EXPECT_FALSE(manager->consentQueue()->isSuspended());
+  EXPECT_FALSE(FileManager::fileExistsAtPath(path()));
+  writeHits({Dictionary{{"url", "http://h/"}}});
+  post(kQVNotification_OnForeground);
+  EXPECT_TRUE(FileManager::fileExistsAtPath(path()));
+}
+
+TEST_F(QVOfflineHitsTest, SavesAtEachChangeOfTheCountOnceAskedTo) {
+  const auto manager = QVNetworkManager::sharedInstance();
+  manager->enableRunningInBackground();
+  for (std::size_t count = 1; count <= 3; ++count) {
+    request({{"url", "http://h/"}});
+    EXPECT_THAT(saved(), SizeIs(count));
+  }
+  int stranger = 0;
+  std::filesystem::remove(path().view());
+  manager->observeValueForKeyPathOfObjectChangeContext("operationCount", manager->operationQueue(),
+                                                       3, &stranger);
+  EXPECT_FALSE(FileManager::fileExistsAtPath(path()));
+}
+
+TEST_F(QVOfflineHitsTest, GoesOnQuietlyWhenTheDirectoryCannotBeMade) {
+  std::ofstream(container.path() / "Library") << "a file where a directory should be";
+  const auto manager = QVNetworkManager::sharedInstance();
+  request({{"url", "http://h/"}});
+  post(kQVNotification_OnBackground);
+  EXPECT_EQ(manager->operationQueue()->operationCount(), 1U);
+}
+
+}  // namespace
