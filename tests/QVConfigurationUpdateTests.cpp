@@ -95,7 +95,9 @@ TEST_F(QVConfigurationUpdateTest, TakesWhatItCannotReadForVersionZeroAndWarns) {
   for (const auto& [before, after, isReplaced, expected, lines] : cases) {
     const auto file = bareFile<SpecialisedFile>("n", "v");
     save("n", before);
-    EXPECT_EQ(printed([&] { file->updateConfigurationFromOldConfToNew(before, after); }),
+    EXPECT_EQ(printed([&, &from = before, &to = after] {
+                file->updateConfigurationFromOldConfToNew(from, to);
+              }),
               lines + warnings(before, after));
     EXPECT_EQ(saved("n"), String(isReplaced ? after : before));
     EXPECT_EQ(file->version(), expected) << before << " " << after;

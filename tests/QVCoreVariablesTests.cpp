@@ -70,7 +70,7 @@ TEST_F(QVCoreVariablesTest, DerivesTheIdentifiersInOrderAndReadsTheAdvertisingOn
   };
   for (const auto& [system, advertising, isStored, isNormalized] : cases) {
     Device::setSystemVersion(system);
-    Device::setAdvertisingIdentifierProvider([advertising] { return advertising; });
+    Device::setAdvertisingIdentifierProvider([given = advertising] { return given; });
     const auto variables = QVCoreVariables::sharedInstance()->reinit();
     std::vector<std::string> expected = {"#QV_IDFV#", "#QV_SDK_ID#", "#QV_NORMALIZED_ID#"};
     if (isStored) expected.insert(expected.begin(), "#QV_IDFA#");

@@ -152,7 +152,7 @@ TEST_F(QVHTTPOperationTest, PostsTextAndGetsOtherwise) {
   run(data);
   const auto requests = server.requests();
   ASSERT_EQ(requests.size(), 4U);
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(requests[i].method + requests[i].body, "GET");
+  for (std::size_t i = 0; i < 3; ++i) EXPECT_EQ(requests[i].method + requests[i].body, "GET");
   EXPECT_EQ(requests[3].method + requests[3].body, "POSTa=\xc3\xa9");
 }
 

@@ -48,7 +48,8 @@ TEST_F(QVLoggerTest, ComparesLevelsAsUnsignedNumbersAndIsSilentAtSix) {
   for (const auto& [setting, level, isPrinted] : cases) {
     QVDebug::setDebugLevel(setting);
     EXPECT_EQ(QVDebug::getLogLevel(), setting);
-    EXPECT_EQ(printed([&] { logger->logMessageWithLevel("x", level); }), isPrinted ? "x\n" : "")
+    EXPECT_EQ(printed([this, at = level] { logger->logMessageWithLevel("x", at); }),
+              isPrinted ? "x\n" : "")
         << setting << " " << level;
   }
 }
