@@ -19,6 +19,11 @@ Entries sortedByKey(Entries entries) {
   std::erase_if(entries, [](const Dictionary::Entry& entry) {
     return entry.first.isNull() || entry.second.isNil();
   });
+  // Entries that were read from a file were mostly written in order.
+  const auto isOutOfOrder = [](const auto& a, const auto& b) { return !(a.first < b.first); };
+  if (std::adjacent_find(entries.begin(), entries.end(), isOutOfOrder) == entries.end()) {
+    return entries;
+  }
   std::stable_sort(entries.begin(), entries.end(),
                    [](const auto& a, const auto& b) { return a.first < b.first; });
   const auto sameKey = [](const auto& a, const auto& b) { return a.first == b.first; };

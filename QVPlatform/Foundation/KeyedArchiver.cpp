@@ -8,6 +8,8 @@
 #include <QVPlatform/Foundation/PropertyList/ObjectMemo.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
@@ -79,17 +81,30 @@ class KeyedArchiver::Implementation {
     bool isBeingAdded = true;
   };
 
+  /// A text that was archived lately.
+  struct Recent {
+    String text;
+    UID uid = kNil;
+  };
+
   UID addPlain(const String& text) {
+    // Keys are mostly one object in all the dictionaries, which is told faster than equal text.
+    const auto address = reinterpret_cast<std::uintptr_t>(text.UTF8String());
+    Recent& recent = recent_[address % recent_.size()];
+    if (!recent.text.isSameObject(text)) recent = {text, addText(text)};
+    return recent.uid;
+  }
+  UID addText(const String& text) {
     if (text.view() != Format::kNull) return leaf(writer_.add(text.view()));
     // Other readers take this text for nil, unless it is inside an object.
-    const Reference keys[] = {writer_.add(Format::kClassKey), writer_.add(Format::kStringKey)};
+    const Reference keys[] = {classKey_, writer_.add(Format::kStringKey)};
     const Reference values[] = {classReference("NSString", {}), writer_.add(text.view())};
     return addObject(writer_.addDictionary(keys, values));
   }
   UID addPlain(const Data& data) { return leaf(writer_.addData(data.view())); }
   UID addPlain(Date date) {
     const double seconds = date.secondsSince1970 - BinaryPropertyListFormat::kReferenceDate;
-    const Reference keys[] = {writer_.add(Format::kClassKey), writer_.add(Format::kTimeKey)};
+    const Reference keys[] = {classKey_, writer_.add(Format::kTimeKey)};
     const Reference values[] = {classReference("NSDate", {}), writer_.add(seconds)};
     return addObject(writer_.addDictionary(keys, values));
   }
@@ -146,7 +161,7 @@ class KeyedArchiver::Implementation {
     for (const Value& element : array.values()) {
       if (const auto uid = add(element)) values_.push_back(reference(*uid));
     }
-    const Reference keys[] = {writer_.add(Format::kClassKey), writer_.add(Format::kElementsKey)};
+    const Reference keys[] = {classKey_, elementsKey_};
     const Reference values[] = {classReference("NSMutableArray", "NSArray"),
                                 listOf(values_, scope_.firstValue)};
     return writer_.addDictionary(keys, values);
@@ -160,8 +175,7 @@ class KeyedArchiver::Implementation {
       keys_.push_back(reference(addPlain(key)));
       values_.push_back(reference(*uid));
     }
-    const Reference keys[] = {writer_.add(Format::kClassKey), writer_.add(Format::kKeysKey),
-                              writer_.add(Format::kElementsKey)};
+    const Reference keys[] = {classKey_, keysKey_, elementsKey_};
     const Reference values[] = {classReference("NSMutableDictionary", "NSDictionary"),
                                 listOf(keys_, scope_.firstKey), listOf(values_, scope_.firstValue)};
     return writer_.addDictionary(keys, values);
@@ -169,7 +183,7 @@ class KeyedArchiver::Implementation {
 
   Reference contentsOf(const Object& object, const Coding& coding) {
     coding.encodeWithCoder(archiver_);
-    keys_.push_back(writer_.add(Format::kClassKey));
+    keys_.push_back(classKey_);
     values_.push_back(classReference(object.className().view(), {}));
     const Reference dictionary = writer_.addDictionary(
         std::span(keys_).subspan(scope_.firstKey), std::span(values_).subspan(scope_.firstValue));
@@ -206,9 +220,9 @@ class KeyedArchiver::Implementation {
   /// The UID object for that number.
   Reference reference(UID uid) {
     if (uid >= uidReferences_.size()) uidReferences_.resize(2 * uid + 64);
-    auto& known = uidReferences_[uid];
-    if (!known) known = writer_.addUID(uid);
-    return *known;
+    Reference& known = uidReferences_[uid];
+    if (known == 0) known = writer_.addUID(uid);
+    return known;
   }
 
   /// The UID object for the class; "NSObject" ends every chain.
@@ -236,11 +250,15 @@ class KeyedArchiver::Implementation {
 
   KeyedArchiver& archiver_;
   BinaryPropertyListWriter writer_;
-  std::vector<Reference> objects_;                       // by UID
-  std::vector<std::optional<Reference>> uidReferences_;  // by UID
-  std::vector<UID> leafUIDs_;                            // by reference
-  std::unordered_map<const void*, Known> known_;         // by identity
+  const Reference classKey_ = writer_.add(Format::kClassKey);
+  const Reference keysKey_ = writer_.add(Format::kKeysKey);
+  const Reference elementsKey_ = writer_.add(Format::kElementsKey);
+  std::vector<Reference> objects_;                // by UID
+  std::vector<Reference> uidReferences_;          // by UID; 0, which is "$null", for none yet
+  std::vector<UID> leafUIDs_;                     // by reference
+  std::unordered_map<const void*, Known> known_;  // by identity
   std::vector<std::pair<std::string, UID>> classes_;
+  std::array<Recent, 61> recent_;  // by address
   std::vector<Reference> keys_;
   std::vector<Reference> values_;
   Scope scope_;

@@ -82,9 +82,14 @@ class KeyedUnarchiver::Implementation {
   using Object = BinaryPropertyListReader::Object;
   using Reference = BinaryPropertyListReader::Reference;
   using Type = BinaryPropertyListReader::Type;
+  using Key = BinaryPropertyListReader::Key;
 
-  /// The value under a dictionary's key; a damaged object when the key is missing.
+  /// The object under a dictionary's key; a damaged object when the key is missing.
   Object child(const Object& dictionary, std::string_view key) const {
+    Key once{key};
+    return child(dictionary, once);
+  }
+  Object child(const Object& dictionary, Key& key) const {
     const auto reference = reader_.valueForKey(dictionary, key);
     return reference ? reader_.object(*reference) : Object();
   }
@@ -135,11 +140,13 @@ class KeyedUnarchiver::Implementation {
   }
 
   /// The values of a list of UIDs that stands under the key.
-  std::optional<std::vector<Value>> valuesForKey(const Object& object, std::string_view key) {
+  std::optional<std::vector<Value>> valuesForKey(const Object& object, Key& key) {
     const Object list = child(object, key);
     memo_.countReading(list);
     if (list.type != Type::kArray) memo_.fail();
+    if (memo_.hasFailed()) return {};
     std::vector<Value> values;
+    values.reserve(list.count);
     for (std::size_t i = 0; i < list.count && !memo_.hasFailed(); ++i) {
       values.push_back(valueOfUID(reader_.object(reader_.reference(list, i))));
     }
@@ -148,13 +155,13 @@ class KeyedUnarchiver::Implementation {
   }
 
   Value makeArray(const Object& object) {
-    auto values = valuesForKey(object, Format::kElementsKey);
+    auto values = valuesForKey(object, elementsKey_);
     return values ? Value(Array(std::move(*values))) : Value();
   }
 
   Value makeDictionary(const Object& object) {
-    const auto keys = valuesForKey(object, Format::kKeysKey);
-    auto values = valuesForKey(object, Format::kElementsKey);
+    const auto keys = valuesForKey(object, keysKey_);
+    auto values = valuesForKey(object, elementsKey_);
     if (!keys || !values || keys->size() != values->size()) return memo_.fail();
     std::vector<Dictionary::Entry> entries;
     entries.reserve(keys->size());
@@ -194,7 +201,7 @@ class KeyedUnarchiver::Implementation {
 
   /// The first class that is known here, from the object's own up to its bases.
   ClassInfo classOf(const Object& object) {
-    const auto uid = reader_.uid(child(object, Format::kClassKey));
+    const auto uid = reader_.uid(child(object, classKey_));
     if (!uid || *uid >= objects_.count) return {};
     const auto [place, isNew] = classes_.try_emplace(*uid);
     if (!isNew) return place->second;
@@ -220,6 +227,9 @@ class KeyedUnarchiver::Implementation {
   const Data archive_;
   const BinaryPropertyListReader reader_;
   ObjectMemo memo_;
+  Key classKey_{Format::kClassKey};
+  Key keysKey_{Format::kKeysKey};
+  Key elementsKey_{Format::kElementsKey};
   Object objects_;
   Object scope_;  // the dictionary whose keys are decoded: the archive's top, or an object
   std::unordered_map<std::uint32_t, ClassInfo> classes_;  // by UID

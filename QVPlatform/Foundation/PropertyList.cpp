@@ -34,6 +34,7 @@ class ValueDecoder {
 
   Value array(const Object& object) {
     std::vector<Value> values;
+    values.reserve(object.count);
     for (std::size_t i = 0; i < object.count && !memo_.hasFailed(); ++i) {
       values.push_back(value(reader_.reference(object, i)));
     }
@@ -42,6 +43,7 @@ class ValueDecoder {
 
   Value dictionary(const Object& object) {
     std::vector<Dictionary::Entry> entries;
+    entries.reserve(object.count);
     for (std::size_t i = 0; i < object.count && !memo_.hasFailed(); ++i) {
       String key = value(reader_.reference(object, i)).string();
       if (key.isNull()) return memo_.fail();

@@ -3,6 +3,7 @@
 #include <QVPlatform/Foundation/PropertyList/BinaryPropertyListReader.h>
 
 #include <bit>
+#include <cstring>
 #include <limits>
 #include <string>
 
@@ -13,11 +14,33 @@ namespace Format = BinaryPropertyListFormat;
 
 constexpr std::uint32_t kReplacementCharacter = 0xFFFD;
 
-/// The last eight bytes count, if there are more.
+template <class Word>
+std::uint64_t load(std::string_view bytes) {
+  Word word;
+  std::memcpy(&word, bytes.data(), sizeof word);
+  if constexpr (std::endian::native == std::endian::big || sizeof word == 1) return word;
+  if constexpr (sizeof word == 2) return __builtin_bswap16(word);
+  if constexpr (sizeof word == 4) return __builtin_bswap32(word);
+  if constexpr (sizeof word == 8) return __builtin_bswap64(word);
+}
+
+/// The last eight bytes count, if there are more. Nearly all the time of reading goes through here,
+/// hence the short cuts for the usual widths.
 std::uint64_t bigEndian(std::string_view bytes) {
-  std::uint64_t number = 0;
-  for (const char byte : bytes) number = number << 8 | static_cast<unsigned char>(byte);
-  return number;
+  switch (bytes.size()) {
+    case 1:
+      return load<std::uint8_t>(bytes);
+    case 2:
+      return load<std::uint16_t>(bytes);
+    case 4:
+      return load<std::uint32_t>(bytes);
+    case 8:
+      return load<std::uint64_t>(bytes);
+    default:
+      std::uint64_t number = 0;
+      for (const char byte : bytes) number = number << 8 | static_cast<unsigned char>(byte);
+      return number;
+  }
 }
 
 void appendUTF8(std::string& text, std::uint32_t character) {
@@ -237,13 +260,19 @@ std::optional<std::uint32_t> BinaryPropertyListReader::uid(const Object& object)
 }
 
 std::optional<BinaryPropertyListReader::Reference> BinaryPropertyListReader::valueForKey(
-    const Object& dictionary, std::string_view key) const {
+    const Object& dictionary, Key& key) const {
   if (dictionary.type != Type::kDictionary) return {};
   for (std::size_t i = 0; i < dictionary.count; ++i) {
-    const Object candidate = object(reference(dictionary, i));
-    if ((candidate.marker & Format::kTypeMask) == Format::kASCIIText && candidate.content == key) {
-      return reference(dictionary, dictionary.count + i);
+    const Reference candidate = reference(dictionary, i);
+    if (candidate >= count_) continue;
+    if (candidate != key.known) {
+      const Object text = object(candidate);
+      if ((text.marker & Format::kTypeMask) != Format::kASCIIText || text.content != key.text) {
+        continue;
+      }
+      key.known = candidate;
     }
+    return reference(dictionary, dictionary.count + i);
   }
   return {};
 }

@@ -3,6 +3,7 @@
 #include <QVPlatform/Foundation/Value.h>
 
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string_view>
 
@@ -42,8 +43,14 @@ class BinaryPropertyListReader {
   Value leaf(const Object& object) const;
   /// Number of the archived object that a UID stands for.
   std::optional<std::uint32_t> uid(const Object& object) const;
-  /// Where the value of a dictionary's ASCII key is; nothing when the key is missing.
-  std::optional<Reference> valueForKey(const Object& dictionary, std::string_view key) const;
+
+  /// An ASCII key of dictionaries, and the object that it was found to be.
+  struct Key {
+    std::string_view text;
+    Reference known = std::numeric_limits<Reference>::max();
+  };
+  /// Where the value of a dictionary's key is; nothing when the key is missing.
+  std::optional<Reference> valueForKey(const Object& dictionary, Key& key) const;
 
  private:
   bool readTrailer();

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <functional>
 #include <limits>
-#include <numeric>
 
 namespace QVPlatform {
 namespace {
@@ -15,6 +14,8 @@ namespace Format = BinaryPropertyListFormat;
 
 /// A list that refers to few objects from many places is allowed, within reason.
 constexpr std::size_t kMaximumReferences = 4 * PropertyList::kMaximumCount;
+
+static_assert(PropertyList::kMaximumSize <= UINT32_MAX, "offsets are kept in 32 bits");
 
 /// Bytes that the format takes for an unsigned number: 1, 2, 4 or 8.
 std::size_t widthOf(std::uint64_t number) {
@@ -62,7 +63,7 @@ std::u16string utf16(std::string_view utf8) {
 
 }  // namespace
 
-BinaryPropertyListWriter::BinaryPropertyListWriter() : buffer_(Format::kMagic), slots_(64) {}
+BinaryPropertyListWriter::BinaryPropertyListWriter() : buffer_(Format::kMagic), slots_(512) {}
 
 void BinaryPropertyListWriter::putBigEndian(std::uint64_t number, std::size_t width) {
   char bytes[sizeof number];
@@ -72,8 +73,7 @@ void BinaryPropertyListWriter::putBigEndian(std::uint64_t number, std::size_t wi
   buffer_.append(bytes, width);
 }
 
-template <class Number>
-void BinaryPropertyListWriter::putAll(std::span<Number> numbers, std::size_t width) {
+void BinaryPropertyListWriter::putAll(std::span<const std::uint32_t> numbers, std::size_t width) {
   std::size_t end = buffer_.size();
   buffer_.resize(end + numbers.size() * width);
   for (const std::uint64_t number : numbers) {
@@ -195,7 +195,7 @@ BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addContainer(std::
 }
 
 BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addObject() {
-  offsets_.push_back(buffer_.size());
+  offsets_.push_back(static_cast<std::uint32_t>(buffer_.size()));
   return static_cast<Reference>(offsets_.size() - 1);
 }
 
@@ -211,7 +211,7 @@ BinaryPropertyListWriter::Reference BinaryPropertyListWriter::uniqued(std::size_
   }
   const auto reference = static_cast<Reference>(offsets_.size());
   slot = {hash, static_cast<std::uint32_t>(bytes.size()), reference};
-  offsets_.push_back(start);
+  offsets_.push_back(static_cast<std::uint32_t>(start));
   if (++usedSlots_ > slots_.size() / 2) growTable();
   return reference;
 }
@@ -249,11 +249,11 @@ bool BinaryPropertyListWriter::isTooLarge() const {
 
 void BinaryPropertyListWriter::putContainers(std::size_t referenceWidth) {
   for (const Container& container : containers_) {
-    offsets_[container.self] = buffer_.size();
+    offsets_[container.self] = static_cast<std::uint32_t>(buffer_.size());
     putHead(container.type, container.count);
     const bool isPairs = container.type == Format::kDictionary;
-    putAll(std::span(references_).subspan(container.firstReference,
-                                          isPairs ? 2 * container.count : container.count),
+    putAll(std::span(references_)
+               .subspan(container.firstReference, isPairs ? 2 * container.count : container.count),
            referenceWidth);
   }
 }
@@ -264,7 +264,7 @@ Data BinaryPropertyListWriter::finish(Reference root) {
   putContainers(referenceWidth);
   const std::size_t table = buffer_.size();
   const std::size_t offsetWidth = widthOf(table);
-  putAll(std::span<const std::size_t>(offsets_), offsetWidth);
+  putAll(std::span(offsets_), offsetWidth);
   buffer_.append(6, '\0');
   putBigEndian(offsetWidth, 1);
   putBigEndian(referenceWidth, 1);

@@ -60,8 +60,7 @@ class BinaryPropertyListWriter {
   };
 
   void putBigEndian(std::uint64_t number, std::size_t width);
-  template <class Number>
-  void putAll(std::span<Number> numbers, std::size_t width);
+  void putAll(std::span<const std::uint32_t> numbers, std::size_t width);
   void putHead(std::uint8_t type, std::size_t count);
   Reference addInteger(bool isNegative, std::uint64_t bits, std::size_t kindMark);
   Reference addContainer(std::uint8_t type, std::size_t count);
@@ -72,7 +71,7 @@ class BinaryPropertyListWriter {
   void putContainers(std::size_t referenceWidth);
 
   std::string buffer_;
-  std::vector<std::size_t> offsets_;  // by object
+  std::vector<std::uint32_t> offsets_;  // by object
   std::vector<Container> containers_;
   std::vector<Reference> references_;  // of all containers
   std::vector<Slot> slots_;            // as many as a power of two
