@@ -53,8 +53,8 @@ void learnUserAgent(Tour& tour) {
   tour.host.manager().waitForUserAgent();
   seekUserAgent(tour);
   const String userAgent = knownUserAgent();
-  tour.narrator.check(userAgent.hasPrefix("Mozilla/5.0"),
-                      "user agent: " + std::string(userAgent.view()));
+  tour.narrator.say("It is \"" + std::string(userAgent.view()) + "\".");
+  tour.narrator.check(userAgent.hasPrefix("Mozilla/5.0"), "that is what a web engine calls itself");
   tour.narrator.check(tour.host.waitForQueue(3), "the hits still wait for consent");
   tour.userAgentText = "&QV_USER_AGENT=" + std::string(QVURLEncodedString(userAgent).view());
 }
