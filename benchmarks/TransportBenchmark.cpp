@@ -35,27 +35,30 @@ using QVPlatform::NotificationCenter;
 constexpr int kHits = 2000;
 const KeepAliveServer* server = nullptr;
 
-/// Counts the answers to hits.
+/// Counts the answers to hits, and wakes who waits for them once, at the last.
 class Answers {
  public:
   Answers() {
     NotificationCenter::defaultCenter()->addObserver(
         this,
         [this](const Notification&) {
-          ++count_;
-          count_.notify_one();
+          if (++count_ == wanted_) count_.notify_one();
         },
         kQVNotification_HTTPResponse);
   }
   ~Answers() { NotificationCenter::defaultCenter()->removeObserver(this); }
 
-  void waitFor(int count) {
-    for (int now; (now = count_) < count;) count_.wait(now);
+  void expect(int count) {
+    count_ = 0;
+    wanted_ = count;
   }
-  void clear() { count_ = 0; }
+  void wait() {
+    for (int now; (now = count_) < wanted_;) count_.wait(now);
+  }
 
  private:
   std::atomic<int> count_{0};
+  std::atomic<int> wanted_{0};
 };
 
 void postHits(int count) {
@@ -70,9 +73,9 @@ void throughCore(benchmark::State& state) {
   Answers answers;
   server->newConnections();
   for (auto _ : state) {
-    answers.clear();
+    answers.expect(kHits);
     postHits(kHits);
-    answers.waitFor(kHits);
+    answers.wait();
   }
   state.counters["connections"] = server->newConnections();
 }
@@ -120,12 +123,12 @@ void postWhileRunning(benchmark::State& state) {
   constexpr int kBatch = 1000;
   Answers answers;
   for (auto _ : state) {
-    answers.clear();
+    answers.expect(kBatch);
     const auto begin = std::chrono::steady_clock::now();
     postHits(kBatch);
     const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
     state.SetIterationTime(time.count() / kBatch);
-    answers.waitFor(kBatch);
+    answers.wait();
   }
 }
 

@@ -156,7 +156,7 @@ TEST(WebEngineLibraryTest, LeavesAProcessWithoutItWithoutAnEngineAndSaysSoOnce) 
   char buffer[4096];
   while (std::fgets(buffer, sizeof buffer, output)) text += buffer;
   EXPECT_EQ(pclose(output), 0) << text;
-  const std::string line = "QVCore: no web engine, hence no user agent: libQVWebKit.so";
+  const std::string line = "QVCore: no web engine, hence no user agent: ";
   const std::size_t first = text.find(line);
   EXPECT_NE(first, std::string::npos) << text;
   EXPECT_EQ(text.find(line, first + 1), std::string::npos) << text;

@@ -19,17 +19,16 @@ Property<SharedEngine>& engineOfApplication() {
   return engine;
 }
 
-/// The library's path beside this one, where it is installed; else its bare name, which the loader
-/// seeks where it seeks every library.
+/// The library's path beside this one, where it is installed. It is sought nowhere else, so that
+/// what is loaded does not hang on the application's search paths.
 std::string pathOfDefaultEngine() {
   Dl_info own{};
-  if (dladdr(reinterpret_cast<const void*>(&pathOfDefaultEngine), &own) != 0) {
-    const auto path =
-        std::filesystem::path(own.dli_fname).replace_filename(QVPLATFORM_WEBKIT_LIBRARY);
-    std::error_code ignored;
-    if (std::filesystem::exists(path, ignored)) return path.string();
-  }
-  return QVPLATFORM_WEBKIT_LIBRARY;
+  if (dladdr(reinterpret_cast<const void*>(&pathOfDefaultEngine), &own) == 0) return "";
+  const std::filesystem::path self(own.dli_fname);
+  std::error_code ignored;
+  return std::filesystem::absolute(self, ignored)
+      .replace_filename(QVPLATFORM_WEBKIT_LIBRARY)
+      .string();
 }
 
 SharedEngine loadDefaultEngine() {
