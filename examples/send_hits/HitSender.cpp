@@ -78,6 +78,8 @@ void HitSender::onOutcome(const Notification& notification) {
   const Dictionary data = notification.userInfo();
   const bool isAnswer = notification.name() == kQVNotification_HTTPResponse;
   const bool isOurs = data.get(kRunKey).string() == run_;
+  // Counted before it is printed, so that no summary knows less than what it stands below.
+  if (isOurs) ++(isAnswer ? answered_ : failed_);
   const std::string what =
       isAnswer ? beginningOf(data.get(kQVUserInfo_ContentKey).string().view()) : whatFailed(data);
   console_.result(
@@ -85,7 +87,6 @@ void HitSender::onOutcome(const Notification& notification) {
       (isOurs ? "line " + std::to_string(data.get(kLineKey).longLongValue()) : "earlier run") +
       (isAnswer ? " answered: " : " failed: ") + what);
   if (!isOurs) return wakeUp();
-  ++(isAnswer ? answered_ : failed_);
   console_.progress(counts());
   const std::uint64_t remaining = --underWay_;
   if (remaining == kLowWater || remaining == 0) wakeUp();

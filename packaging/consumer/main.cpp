@@ -3,9 +3,9 @@
 
 #include <memory>
 
-// Touches each kind of thing that an application takes from the libraries: the core's start, a class
-// to derive from, exported constants and their identity, and the platform's own classes. No network
-// is needed: the hit is one that the core refuses, at once and on this thread.
+// Touches each kind of thing that an application takes from the libraries: the core's start, a
+// class to derive from, exported constants and their identity, and the platform's own classes. No
+// network is needed: the hit is one that the core refuses, at once and on this thread.
 
 namespace {
 
