@@ -6,6 +6,7 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -75,12 +76,13 @@ TEST_F(QVHTTPOperationTest, CarriesItsOwnRequestDataInSentAndACopyInTheAnswer) {
 }
 
 TEST_F(QVHTTPOperationTest, ClassesOnlyThreeStatusesAsFailures) {
-  int status = 0;
-  QVTest::HTTPServer server([&status](const httplib::Request&, httplib::Response& response) {
-    response.status = status;
+  std::atomic<int> current = 0;
+  QVTest::HTTPServer server([&current](const httplib::Request&, httplib::Response& response) {
+    response.status = current;
     response.set_content("body", "text/plain");
   });
-  for (status = 200; status < 600; ++status) {
+  for (int status = 200; status < 600; ++status) {
+    current = status;
     const bool isFailure = status == 403 || status == 404 || status == 500;
     const bool allowsNoBody = status == 204 || status == 205 || status == 304;
     const bool isRedirection = status > 300 && status < 309;
