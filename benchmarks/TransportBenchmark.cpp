@@ -21,6 +21,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <semaphore>
 #include <string>
 #include <thread>
 #include <vector>
@@ -35,30 +36,27 @@ using QVPlatform::NotificationCenter;
 constexpr int kHits = 2000;
 const KeepAliveServer* server = nullptr;
 
-/// Counts the answers to hits, and wakes who waits for them once, at the last.
+/// Counts the answers to hits, and wakes who waits for them once, at the last. The one who waits
+/// must sleep meanwhile: waiting for the counter itself, which always changes, it would take turns
+/// with the transfers on their processor.
 class Answers {
  public:
   Answers() {
     NotificationCenter::defaultCenter()->addObserver(
         this,
         [this](const Notification&) {
-          if (++count_ == wanted_) count_.notify_one();
+          if (--missing_ == 0) areComplete_.release();
         },
         kQVNotification_HTTPResponse);
   }
   ~Answers() { NotificationCenter::defaultCenter()->removeObserver(this); }
 
-  void expect(int count) {
-    count_ = 0;
-    wanted_ = count;
-  }
-  void wait() {
-    for (int now; (now = count_) < wanted_;) count_.wait(now);
-  }
+  void expect(int count) { missing_ = count; }
+  void wait() { areComplete_.acquire(); }
 
  private:
-  std::atomic<int> count_{0};
-  std::atomic<int> wanted_{0};
+  std::atomic<int> missing_{0};
+  std::binary_semaphore areComplete_{0};
 };
 
 void postHits(int count) {

@@ -1,5 +1,8 @@
 # What all targets of the project have in common.
 
+include(CheckIPOSupported)
+check_ipo_supported(RESULT QV_HAS_IPO OUTPUT reason LANGUAGES CXX)
+
 # qv_target(<target>): language level, warnings, hidden visibility.
 function(qv_target target)
   target_compile_features(${target} PUBLIC cxx_std_20)
@@ -26,6 +29,11 @@ function(qv_library target)
     -Wl,--as-needed
     -Wl,-z,nodelete
     -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
+  # A hit passes through much code once: the less of it, and the straighter, the quicker.
+  target_compile_options(${target} PRIVATE -fno-plt -fno-semantic-interposition)
+  set_target_properties(${target} PROPERTIES
+    INTERPROCEDURAL_OPTIMIZATION_RELEASE ${QV_HAS_IPO}
+    INTERPROCEDURAL_OPTIMIZATION_RELWITHDEBINFO ${QV_HAS_IPO})
   # With clang the sanitizers' run time is in the program alone, so that a library refers to symbols
   # that none of its own libraries defines.
   if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize=")

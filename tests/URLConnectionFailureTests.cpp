@@ -79,6 +79,17 @@ TEST_P(BrokenTransfer, FailsWithoutBodyAndLeavesTheNextOneAlone) {
 
 const std::string kOK = "HTTP/1.1 200 OK\r\n";
 
+/// An answer that is whole, with these last bytes of "whole" compressed missing.
+std::string gzipWithout(std::size_t missing) {
+  constexpr std::string_view kWhole(
+      "\x1f\x8b\x08\x00\x00\x00\x00\x00\x02\x03\x2b\xcf\xc8\xcf\x49\x05\x00\x4f\x29\x59\xc4\x05\x00"
+      "\x00\x00",
+      25);
+  const std::size_t size = kWhole.size() - missing;
+  return kOK + "Content-Encoding: gzip\r\nContent-Length: " + std::to_string(size) + "\r\n\r\n" +
+         std::string(kWhole.substr(0, size));
+}
+
 const Failure kFailures[] = {
     {"closesAtOnce", [](Connection&) {}, URLErrorCode::connectionLost, 0},
     {"resets",
@@ -104,6 +115,10 @@ const Failure kFailures[] = {
      URLErrorCode::connectionLost, 200},
     {"isNoHTTP", sends("220 mail.example ready\r\n\r\n"), URLErrorCode::badServerResponse, 0},
     {"breaksGzip", sends(kOK + "Content-Encoding: gzip\r\nContent-Length: 8\r\n\r\nnot gzip"),
+     URLErrorCode::badServerResponse, 200},
+    {"cutsGzipShort", sends(gzipWithout(9)), URLErrorCode::badServerResponse, 200},
+    {"cutsChecksum", sends(gzipWithout(1)), URLErrorCode::badServerResponse, 200},
+    {"sendsUnknownCoding", sends(kOK + "content-encoding: lzw\r\nContent-Length: 2\r\n\r\nab"),
      URLErrorCode::badServerResponse, 200},
     {"sendsEndlessBody", sendsForever(kOK + "\r\n", std::string(65536, 'x')),
      URLErrorCode::responseTooLarge, 200},

@@ -71,11 +71,8 @@ TEST(URLConnection, SendsNothingThatItWasNotAskedTo) {
     connection.send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
   });
   EXPECT_FALSE(get(server.url("/hit?a=b")).body.isNull());
-  const std::string codings = "Accept-Encoding: ";
-  const std::size_t begin = request.find(codings) + codings.size();
-  request.erase(begin, request.find('\r', begin) - begin);  // what libcurl was built to decode
   EXPECT_EQ(request, "GET /hit?a=b HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server.port()) +
-                         "\r\nAccept: */*\r\nAccept-Encoding: \r\n\r\n");
+                         "\r\nAccept: */*\r\nAccept-Encoding: gzip\r\n\r\n");
 }
 
 TEST(URLConnection, SendsTheFieldsOfTheRequestOnce) {

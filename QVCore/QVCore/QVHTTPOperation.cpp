@@ -37,14 +37,21 @@ String lastUpdateKey(const String& requestType) {
                                                 kQVNotification_ConfigurationResponse, "");
 }
 
-void post(const String& name, const Dictionary& userInfo) {
-  QVNetworkManager::sharedInstance()->postNetworkNotificationWithUserInfo(name, userInfo);
+void post(const String& name, Dictionary userInfo) {
+  QVNetworkManager::sharedInstance()->postNetworkNotificationWithUserInfo(name,
+                                                                          std::move(userInfo));
 }
 
 }  // namespace
 
-std::shared_ptr<QVHTTPOperation> QVHTTPOperation::initWithData(const Dictionary& data) {
-  setUserInfo(data.copy());
+std::shared_ptr<QVHTTPOperation> QVHTTPOperation::initWithData(Dictionary data) {
+  return initWithData(std::move(data), std::nullopt);
+}
+
+std::shared_ptr<QVHTTPOperation> QVHTTPOperation::initWithData(Dictionary data,
+                                                               std::optional<URL> url) {
+  url_ = std::move(url);
+  setUserInfo(std::move(data).copy());
   return std::static_pointer_cast<QVHTTPOperation>(self());
 }
 
@@ -55,14 +62,15 @@ void QVHTTPOperation::addPostData(const String& text) {
 
 void QVHTTPOperation::main() {
   if (isCancelled() || QVDebug::areHitBlocked()) return;
-  const String url = userInfo().get(kQVUserInfo_URLKey).string();
-  if (!QVNetworkManager::isValidURL(url)) return sendErrorWithUserInfo(userInfo().copy());
+  const Dictionary data = userInfo();
+  auto url = takeURL(data.get(kQVUserInfo_URLKey).string());
+  if (!QVNetworkManager::isValidURL(url)) return sendErrorWithUserInfo(data);
 
-  const String requestType = userInfo().get(kQVUserInfo_RequestType).string();
+  const String requestType = data.get(kQVUserInfo_RequestType).string();
   if (requestType.hasPrefix(kQVNotification_ConfigurationResponse)) {
     prepareConditionalRequest(lastUpdateKey(requestType));
   }
-  const auto response = sendSynchronousRequestWithResponseWithError(url, nullptr, nullptr);
+  const auto response = sendRequestTo(std::move(url), nullptr, nullptr);
   if (!ifModified().isNull()) {
     if (statusCode(response) == kNotModified) return;
     // An answer that turns out to be a failure counts as a download as well.
@@ -78,6 +86,11 @@ void QVHTTPOperation::main() {
   }
 }
 
+std::optional<URL> QVHTTPOperation::takeURL(const String& text) {
+  const bool isCurrent = url_ && url_->absoluteString().isSameObject(text);
+  return isCurrent ? std::exchange(url_, std::nullopt) : URL::URLWithString(text);
+}
+
 void QVHTTPOperation::prepareConditionalRequest(const String& lastUpdateKey) {
   const QVPlatform::DateFormatter formatter("EEE, dd MMM yyyy HH:mm:ss zzz", "GMT");
   // What is not there, "" included, reads as 0: anything modified since 1970 is wanted.
@@ -89,9 +102,13 @@ void QVHTTPOperation::prepareConditionalRequest(const String& lastUpdateKey) {
 
 QVHTTPOperation::Response QVHTTPOperation::sendSynchronousRequestWithResponseWithError(
     const String& url, Response response, TransportError error) {
-  auto request = std::make_shared<MutableURLRequest>(URL::URLWithString(url),
-                                                     kQVNetworkDefaultRequestCachePolicy.load(),
-                                                     kQVNetworkDefaultTimeout);
+  return sendRequestTo(URL::URLWithString(url), std::move(response), std::move(error));
+}
+
+QVHTTPOperation::Response QVHTTPOperation::sendRequestTo(std::optional<URL> url, Response response,
+                                                         TransportError error) {
+  auto request = std::make_shared<MutableURLRequest>(
+      std::move(url), kQVNetworkDefaultRequestCachePolicy.load(), kQVNetworkDefaultTimeout);
   setRequest(request);
   const String date = ifModified();
   if (!date.isNull()) request->addValueForHTTPHeaderField(date, "If-Modified-Since");
@@ -136,8 +153,8 @@ Dictionary QVHTTPOperation::packErrorWithResponse(const TransportError& error,
   return data.copy();
 }
 
-void QVHTTPOperation::sendErrorWithUserInfo(const Dictionary& userInfo) {
-  post(kQVNotification_HTTPRequestError, userInfo);
+void QVHTTPOperation::sendErrorWithUserInfo(Dictionary userInfo) {
+  post(kQVNotification_HTTPRequestError, std::move(userInfo));
 }
 
 void QVHTTPOperation::sendResponseNotification() {

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 /// One HTTP request: sends it on its queue's thread, tells success from failure, and reports by
 /// notifications that the network manager posts.
@@ -26,7 +27,10 @@ class QVCORE_EXPORT QVHTTPOperation : public QVPlatform::Operation {
   using TransportError = std::shared_ptr<QVPlatform::Error>;
 
   /// Takes a copy of the request data. Returns the receiver.
-  std::shared_ptr<QVHTTPOperation> initWithData(const QVPlatform::Dictionary& data);
+  std::shared_ptr<QVHTTPOperation> initWithData(QVPlatform::Dictionary data);
+  /// The same with the data's URL, for who has parsed it already.
+  std::shared_ptr<QVHTTPOperation> initWithData(QVPlatform::Dictionary data,
+                                                std::optional<QVPlatform::URL> url);
 
   /// Appends to the request's "POSTData", by its text; an absent one counts as "(null)".
   void addPostData(const QVPlatform::String& text);
@@ -54,7 +58,7 @@ class QVCORE_EXPORT QVHTTPOperation : public QVPlatform::Operation {
   /// copy.
   QVPlatform::Dictionary packErrorWithResponse(const TransportError& error,
                                                const Response& response);
-  void sendErrorWithUserInfo(const QVPlatform::Dictionary& userInfo);
+  void sendErrorWithUserInfo(QVPlatform::Dictionary userInfo);
   /// Adds "content" to the request data and posts the answer.
   void sendResponseNotification();
 
@@ -76,11 +80,15 @@ class QVCORE_EXPORT QVHTTPOperation : public QVPlatform::Operation {
   void setTimestamp(std::int32_t seconds) noexcept { timestamp_ = seconds; }
 
  private:
+  std::optional<QVPlatform::URL> takeURL(const QVPlatform::String& text);
   void prepareConditionalRequest(const QVPlatform::String& lastUpdateKey);
+  Response sendRequestTo(std::optional<QVPlatform::URL> url, Response response,
+                         TransportError error);
 
   std::atomic<std::int32_t> timestamp_{0};
   mutable std::mutex mutex_;  // one for all, as thousands of operations may wait
   QVPlatform::Dictionary userInfo_;
+  std::optional<QVPlatform::URL> url_;  // of the data as it was at first
   QVPlatform::String ifModified_;
   std::shared_ptr<QVPlatform::MutableURLRequest> request_;
   QVPlatform::Data result_;

@@ -120,9 +120,10 @@ void QVNetworkManager::startQueues() {
 
 // Requests.
 
-bool QVNetworkManager::isValidURL(const String& url) {
-  const auto parsed = URL::URLWithString(url);
-  return parsed && parsed->hasSchemeAndHost();
+bool QVNetworkManager::isValidURL(const String& url) { return isValidURL(URL::URLWithString(url)); }
+
+bool QVNetworkManager::isValidURL(const std::optional<URL>& url) {
+  return url && url->hasSchemeAndHost();
 }
 
 String QVNetworkManager::requestTypeForNotificationName(const String& name) {
@@ -139,26 +140,28 @@ String QVNetworkManager::requestTypeForNotificationName(const String& name) {
   return "QVUnknownRequestType";
 }
 
-bool QVNetworkManager::queueRequestWithData(const Dictionary& data) {
-  if (!isValidURL(data.get(kQVUserInfo_URLKey).string())) {
-    Dictionary refused = data.copy();
+bool QVNetworkManager::queueRequestWithData(Dictionary data) {
+  auto url = URL::URLWithString(data.get(kQVUserInfo_URLKey).string());
+  if (!isValidURL(url)) {
+    Dictionary refused = std::move(data).copy();
     refused.set(kQVUserInfo_ErrorKey, kQVErrorMessageInvalidURL);
-    postNetworkNotificationWithUserInfo(kQVNotification_HTTPRequestError, refused);
+    postNetworkNotificationWithUserInfo(kQVNotification_HTTPRequestError, std::move(refused));
     return false;
   }
   const auto hits = operationQueue();
   if (hits && hits->operationCount() >= maxRequestsInQueue_) removeOldOperationsInQueue();
   const bool isForConsent = !data.get(kQVUserInfo_ResponseKey).isNil();
   if (const auto queue = isForConsent ? consentQueue() : hits) {
-    queue->addOperation(std::make_shared<QVHTTPOperation>()->initWithData(data));
+    queue->addOperation(
+        std::make_shared<QVHTTPOperation>()->initWithData(std::move(data), std::move(url)));
   }
   return true;
 }
 
 void QVNetworkManager::postNetworkNotificationWithUserInfo(const String& name,
-                                                           const Dictionary& userInfo) {
+                                                           Dictionary userInfo) {
   if (const auto sender = senderDelegate()) {
-    sender->send(Notification(name, self(), userInfo.copy()));
+    sender->send(Notification(name, self(), std::move(userInfo).copy()));
   }
 }
 
@@ -269,7 +272,7 @@ void QVNetworkManager::onHTTPRequestNotification(const Notification& notificatio
   Dictionary data = notification.userInfo().copy();
   data.set(kQVUserInfo_RequestType, requestTypeForNotificationName(notification.name()));
   data.set(kQVUserInfo_RequestID, nextRequestID());
-  queueRequestWithData(data);
+  queueRequestWithData(std::move(data));
 }
 
 void QVNetworkManager::onHTTPResponseNotification(const Notification&) {}

@@ -7,11 +7,13 @@
 #include <QVCore/QVSingleton.h>
 #include <QVPlatform/Foundation/OperationQueue.h>
 #include <QVPlatform/Foundation/Property.h>
+#include <QVPlatform/Foundation/URL.h>
 #include <QVPlatform/Foundation/Value.h>
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 /// What consent allows.
 enum QVManagerState : std::int32_t {
@@ -47,16 +49,17 @@ class QVCORE_EXPORT QVNetworkManager : public QVSingleton,
 
   /// Whether the text parses as a URL with a scheme and a host. False for null.
   static bool isValidURL(const QVPlatform::String& url);
+  static bool isValidURL(const std::optional<QVPlatform::URL>& url);
   /// Name of the notification that answers a request of this name. For plain and segment requests
   /// the name must be the very constant; everything unknown gives "QVUnknownRequestType".
   static QVPlatform::String requestTypeForNotificationName(const QVPlatform::String& name);
   /// Queues one request, by its "url" and the rest of its data. False if the URL is not valid,
   /// which is also reported as HTTPRequestError with "Error : invalid URL" under "error". A full
   /// hit queue first has one of its operations cancelled.
-  bool queueRequestWithData(const QVPlatform::Dictionary& data);
+  bool queueRequestWithData(QVPlatform::Dictionary data);
   /// Posts a notification with a copy of the dictionary and the manager as object.
   void postNetworkNotificationWithUserInfo(const QVPlatform::String& name,
-                                           const QVPlatform::Dictionary& userInfo);
+                                           QVPlatform::Dictionary userInfo);
   /// Appends the text to the body of every request in the hit queue.
   void updateQueueWithCategories(const QVPlatform::String& text);
   /// Appends "&QV_USER_AGENT=" and the user agent, which is percent-encoded already.

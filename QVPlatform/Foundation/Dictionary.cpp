@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <utility>
 
 namespace QVPlatform {
 namespace {
@@ -108,12 +109,20 @@ Entries Dictionary::entries() const {
   return storage_->entries;
 }
 
-Dictionary Dictionary::copy() const {
+Dictionary Dictionary::copy() const& {
   if (isNull()) return nullptr;
+  // A copy is mostly made to be added to: room for what a request gains on its way.
+  constexpr std::size_t kRoom = 3;
+  Dictionary other = dictionary();
   const std::lock_guard lock(storage_->mutex);
-  Dictionary other;
-  other.storage_ = std::make_shared<Storage>(storage_->entries);
+  Entries& entries = other.storage_->entries;
+  entries.reserve(storage_->entries.size() + kRoom);
+  entries.assign(storage_->entries.begin(), storage_->entries.end());
   return other;
+}
+
+Dictionary Dictionary::copy() && {
+  return storage_.use_count() > 1 ? std::as_const(*this).copy() : std::move(*this);
 }
 
 }  // namespace QVPlatform

@@ -50,7 +50,9 @@ class QVPLATFORM_EXPORT Dictionary {
   /// The entries as they stand now, by key.
   std::vector<Entry> entries() const;
   /// Another dictionary with the same entries; null for null.
-  Dictionary copy() const;
+  Dictionary copy() const&;
+  /// The same of a dictionary that is given up: itself, when nobody else has it.
+  Dictionary copy() &&;
 
  private:
   struct Storage;

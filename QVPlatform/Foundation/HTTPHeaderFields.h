@@ -25,6 +25,8 @@ class QVPLATFORM_EXPORT HTTPHeaderFields {
   void add(const String& field, const String& value);
   /// The value, or null.
   String value(const String& field) const;
+  /// All names and values, in the order in which they came.
+  const std::vector<std::pair<String, String>>& entries() const noexcept { return fields_; }
   /// A new dictionary of text by name; empty when there are no fields.
   Dictionary dictionary() const;
 

@@ -1,5 +1,6 @@
 #include <QVPlatform/Foundation/URL.h>
 
+#include <strings.h>
 #include <uriparser/Uri.h>
 
 namespace QVPlatform {
@@ -33,6 +34,11 @@ std::optional<URL> URL::URLWithString(const String& text) {
 
 String URL::scheme() const {
   return schemeSize_ == 0 ? String() : String(text_.view().substr(0, schemeSize_));
+}
+
+bool URL::hasScheme(std::string_view name) const noexcept {
+  return name.size() == schemeSize_ &&
+         strncasecmp(text_.UTF8String(), name.data(), schemeSize_) == 0;
 }
 
 String URL::host() const {

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <string_view>
 
 namespace QVPlatform {
 
@@ -20,6 +21,8 @@ class QVPLATFORM_EXPORT URL {
 
   /// "https" of "https://host/path", as written; null for a relative reference.
   String scheme() const;
+  /// Whether scheme() is this one, whatever the case; asks without making it.
+  bool hasScheme(std::string_view name) const noexcept;
   /// The host as written, an IPv6 address without its brackets; null when there is none or an
   /// empty one.
   String host() const;

@@ -1,7 +1,5 @@
 #include <QVPlatform/Foundation/Internal/HTTPSession.h>
 
-#include <strings.h>
-
 #include <atomic>
 #include <mutex>
 #include <vector>
@@ -58,9 +56,8 @@ std::shared_ptr<Error> refusal(const MutableURLRequest& request) {
     return makeError(URLErrorCode::notCached, "The answer is not cached and must not be loaded.");
   }
   const auto& url = request.url();
-  const String scheme = url && url->hasSchemeAndHost() ? url->scheme() : String("");
-  if (strcasecmp(scheme.UTF8String(), "http") != 0 &&
-      strcasecmp(scheme.UTF8String(), "https") != 0) {
+  const bool isHTTP = url && (url->hasScheme("http") || url->hasScheme("https"));
+  if (!isHTTP || !url->hasSchemeAndHost()) {
     return makeError(URLErrorCode::unsupportedURL, "Not an http or https URL with a host.");
   }
   return nullptr;

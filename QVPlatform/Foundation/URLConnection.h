@@ -40,10 +40,11 @@ enum class URLErrorCode : int {
 /// Connections are kept open and used again, whichever thread asks. Certificates are checked
 /// against the system's store, or that of $SSL_CERT_FILE and $SSL_CERT_DIR; $http_proxy,
 /// $https_proxy, $all_proxy and $no_proxy are honoured. Up to 20 redirections are followed, within
-/// http and https. Compressed answers are decoded. There are no cookies and no cache.
+/// http and https. Answers may be compressed with gzip (RFC 1952). There are no cookies and no
+/// cache.
 ///
-/// Sent along with the request's own fields are Host, Accept, Accept-Encoding and, with a body,
-/// Content-Length and the Content-Type of a form; a field of the request replaces Accept,
+/// Sent along with the request's own fields are Host, Accept, "Accept-Encoding: gzip" and, with a
+/// body, Content-Length and the Content-Type of a form; a field of the request replaces Accept,
 /// Accept-Encoding and Content-Type. Connection, Content-Length, Expect, Host and Transfer-Encoding
 /// are the transfer's to decide: as fields of a request they are not sent.
 ///

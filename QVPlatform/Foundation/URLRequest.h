@@ -65,6 +65,8 @@ class QVPLATFORM_EXPORT MutableURLRequest : public Object {
   String description() const override;
 
  private:
+  friend class HTTPSession;  // sends what there is at one moment
+
   struct Content {
     String method;
     Data body;

@@ -1,5 +1,5 @@
+#include <QVPlatform/Foundation/Internal/Gzip.h>
 #include <QVPlatform/Foundation/Internal/HTTPSession.h>
-#include <QVPlatform/Foundation/Value.h>
 
 #include <openssl/crypto.h>
 #include <strings.h>
@@ -17,6 +17,8 @@ using Seconds = std::chrono::duration<TimeInterval>;
 
 constexpr long kMaximumRedirections = 20;
 constexpr std::size_t kMaximumHeaderSize = 256 * 1024;
+constexpr std::string_view kContentEncoding = "Content-Encoding";
+constinit String::Literal acceptEncodingText{"Accept-Encoding"};
 
 struct FieldListDeleter {
   void operator()(curl_slist* list) const { curl_slist_free_all(list); }
@@ -38,8 +40,8 @@ Clock::duration durationOf(TimeInterval seconds) {
   return std::chrono::duration_cast<Clock::duration>(Seconds(std::min(seconds, kLongest)));
 }
 
-void append(FieldList& list, const std::string& line) {
-  if (curl_slist* grown = curl_slist_append(list.get(), line.c_str())) {
+void append(FieldList& list, const char* line) {
+  if (curl_slist* grown = curl_slist_append(list.get(), line)) {
     static_cast<void>(list.release());
     list.reset(grown);
   }
@@ -52,17 +54,23 @@ bool isDecidedByTransfer(const String& field) {
                      [&](const char* name) { return strcasecmp(field.UTF8String(), name) == 0; });
 }
 
-FieldList fieldList(const MutableURLRequest& request, bool hasBody) {
+FieldList fieldList(const HTTPHeaderFields& fields, bool hasBody) {
   FieldList list;
-  for (const auto& [field, value] : request.allHTTPHeaderFields().entries()) {
+  for (const auto& [field, value] : fields.entries()) {
     if (isDecidedByTransfer(field)) continue;
-    const std::string_view text = value.string().view();
     // "Name:" would mean to libcurl that the field is not wanted, "Name;" that it is empty.
-    append(list, std::string(field.view()).append(text.empty() ? ";" : ": ").append(text));
+    const char* const separator = value.isEmpty() ? ";" : ": ";
+    append(list, std::string(field.view()).append(separator).append(value.view()).c_str());
   }
+  if (fields.value(String(acceptEncodingText)).isNull()) append(list, "Accept-Encoding: gzip");
   // A server that knows nothing of "Expect: 100-continue" would cost every large body a second.
   if (hasBody) append(list, "Expect:");
   return list;
+}
+
+bool isFieldLine(std::string_view line, std::string_view name) {
+  return line.size() > name.size() && line[name.size()] == ':' &&
+         strncasecmp(line.data(), name.data(), name.size()) == 0;
 }
 
 URLErrorCode codeOf(CURLcode result) {
@@ -93,7 +101,7 @@ URLErrorCode codeOf(CURLcode result) {
     case CURLE_HTTP2:
     case CURLE_HTTP2_STREAM:
       return URLErrorCode::badServerResponse;
-    case CURLE_WRITE_ERROR:    // what receiveHeaderLine() and receiveBody() refused
+    case CURLE_WRITE_ERROR:    // what the receiving and decoding functions below refused
     case CURLE_OUT_OF_MEMORY:  // also a line of the header that is beyond libcurl's own limit
       return URLErrorCode::responseTooLarge;
     default:
@@ -124,7 +132,6 @@ void HTTPSession::setConstantOptions() {
   set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
   set(CURLOPT_FOLLOWLOCATION, 1L);
   set(CURLOPT_MAXREDIRS, kMaximumRedirections);
-  set(CURLOPT_ACCEPT_ENCODING, "");  // all that libcurl can decode
   set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
   set(CURLOPT_ERRORBUFFER, message_);
   set(CURLOPT_HEADERFUNCTION, &HTTPSession::onHeaderLine);
@@ -142,16 +149,17 @@ HTTPSession::Outcome HTTPSession::send(const MutableURLRequest& request, Limits 
     curl_easy_reset(easy_);
     setConstantOptions();
   }
-  const Data body = request.HTTPBody();
-  const FieldList fields = fieldList(request, !body.isNull());
+  const MutableURLRequest::Content content = request.content();
+  const FieldList fields = fieldList(content.fields, !content.body.isNull());
   set(CURLOPT_URL, request.url()->absoluteString().UTF8String());
   set(CURLOPT_HTTPHEADER, fields.get());
-  setMethodAndBody(request.HTTPMethod(), body);
+  setMethodAndBody(content.method, content.body);
   body_.clear();
   maximumBodySize_ = limits.responseSize;
   headersSize_ = 0;
   header_.clear();
   headerIsComplete_ = false;
+  bodyIsEncoded_ = false;
   message_[0] = '\0';
 
   CURLcode result = run(request.timeoutInterval(), limits.transferTime);
@@ -162,6 +170,7 @@ HTTPSession::Outcome HTTPSession::send(const MutableURLRequest& request, Limits 
   outcome.response = takeResponse(request.url()->absoluteString());
   // A connection that is closed within the header is the end of the header to libcurl.
   if (result == CURLE_OK && !outcome.response) result = CURLE_GOT_NOTHING;
+  if (result == CURLE_OK && bodyIsEncoded_) result = decodeBody(*outcome.response);
   if (result == CURLE_OK) {
     outcome.body = Data(std::exchange(body_, {}));
   } else {
@@ -226,7 +235,24 @@ std::shared_ptr<HTTPURLResponse> HTTPSession::takeResponse(const String& request
   if (!headerIsComplete_ || status < 200) return nullptr;
   curl_easy_getinfo(easy_, CURLINFO_EFFECTIVE_URL, &url);
   return std::make_shared<HTTPURLResponse>(requestedURL.view() == url ? requestedURL : String(url),
-                                           static_cast<int>(status), std::exchange(header_, {}));
+                                           static_cast<int>(status), header_);
+}
+
+/// Here and not by libcurl, to which compressed data that ends early is whole.
+CURLcode HTTPSession::decodeBody(const HTTPURLResponse& response) {
+  const String coding = response.valueForHTTPHeaderField(String(kContentEncoding));
+  if (body_.empty() || strcasecmp(coding.UTF8String(), "identity") == 0) return CURLE_OK;
+  if (strcasecmp(coding.UTF8String(), "gzip") != 0) return CURLE_BAD_CONTENT_ENCODING;
+  const std::string compressed = std::exchange(body_, {});
+  switch (gunzip(compressed, maximumBodySize_, body_)) {
+    case GzipResult::whole:
+      return CURLE_OK;
+    case GzipResult::tooLarge:
+      return CURLE_WRITE_ERROR;
+    case GzipResult::malformed:
+      break;
+  }
+  return CURLE_BAD_CONTENT_ENCODING;
 }
 
 std::shared_ptr<Error> HTTPSession::errorFor(CURLcode result) const {
@@ -246,9 +272,13 @@ std::size_t HTTPSession::receiveHeaderLine(std::string_view line) try {
   if (line.starts_with("HTTP/")) {
     header_.clear();
     headerIsComplete_ = false;
+    bodyIsEncoded_ = false;
   }
   // What follows a complete header is the trailer of a body.
-  if (!headerIsComplete_) header_.append(line);
+  if (!headerIsComplete_) {
+    header_.append(line);
+    bodyIsEncoded_ = bodyIsEncoded_ || isFieldLine(line, kContentEncoding);
+  }
   if (line == "\r\n" || line == "\n") headerIsComplete_ = true;
   return line.size();
 } catch (const std::bad_alloc&) {

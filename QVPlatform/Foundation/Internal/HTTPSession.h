@@ -41,6 +41,7 @@ class HTTPSession {
   CURLcode run(TimeInterval timeout, TimeInterval transferTime);
   CURLcode waitForResult(TimeInterval timeout, TimeInterval transferTime);
   std::shared_ptr<HTTPURLResponse> takeResponse(const String& requestedURL);
+  CURLcode decodeBody(const HTTPURLResponse& response);
   std::shared_ptr<Error> errorFor(CURLcode result) const;
 
   std::size_t receiveHeaderLine(std::string_view line);
@@ -56,6 +57,7 @@ class HTTPSession {
   std::size_t headersSize_ = 0;  // of all answers of the transfer
   std::string header_;           // of the answer that came last
   bool headerIsComplete_ = false;
+  bool bodyIsEncoded_ = false;
   bool hasConnected_ = false;  // in the last transfer
 };
 
