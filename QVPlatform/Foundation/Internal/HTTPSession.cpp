@@ -54,7 +54,7 @@ bool isDecidedByTransfer(const String& field) {
                      [&](const char* name) { return strcasecmp(field.UTF8String(), name) == 0; });
 }
 
-FieldList fieldList(const HTTPHeaderFields& fields, bool hasBody) {
+FieldList fieldList(const HTTPHeaderFields& fields) {
   FieldList list;
   for (const auto& [field, value] : fields.entries()) {
     if (isDecidedByTransfer(field)) continue;
@@ -64,8 +64,14 @@ FieldList fieldList(const HTTPHeaderFields& fields, bool hasBody) {
   }
   if (fields.value(String(acceptEncodingText)).isNull()) append(list, "Accept-Encoding: gzip");
   // A server that knows nothing of "Expect: 100-continue" would cost every large body a second.
-  if (hasBody) append(list, "Expect:");
+  append(list, "Expect:");
   return list;
+}
+
+/// Those of a request that has none of its own.
+curl_slist* usualFields() {
+  static curl_slist* const fields = fieldList({}).release();
+  return fields;
 }
 
 bool isFieldLine(std::string_view line, std::string_view name) {
@@ -150,9 +156,10 @@ HTTPSession::Outcome HTTPSession::send(const MutableURLRequest& request, Limits 
     setConstantOptions();
   }
   const MutableURLRequest::Content content = request.content();
-  const FieldList fields = fieldList(content.fields, !content.body.isNull());
+  const bool hasFields = !content.fields.entries().empty();
+  const FieldList fields = hasFields ? fieldList(content.fields) : nullptr;
   set(CURLOPT_URL, request.url()->absoluteString().UTF8String());
-  set(CURLOPT_HTTPHEADER, fields.get());
+  set(CURLOPT_HTTPHEADER, hasFields ? fields.get() : usualFields());
   setMethodAndBody(content.method, content.body);
   body_.clear();
   maximumBodySize_ = limits.responseSize;
