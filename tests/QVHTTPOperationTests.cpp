@@ -179,6 +179,16 @@ TEST_F(QVHTTPOperationTest, CopiesTheRequestDataItIsGiven) {
   EXPECT_EQ(operation->timestamp(), 0);
 }
 
+TEST_F(QVHTTPOperationTest, SendsToTheURLThatItsDataHoldsWhenItRuns) {
+  QVTest::HTTPServer server(answering(200));
+  const Dictionary data = requestTo("http://127.0.0.1:1/");
+  const auto parsed = QVPlatform::URL::URLWithString(data.get("url").string());
+  const auto operation = std::make_shared<QVHTTPOperation>()->initWithData(data, parsed);
+  operation->userInfo().set("url", server.url());
+  operation->main();
+  EXPECT_THAT(recorder.names(), ElementsAre(kSent, kAnswer));
+}
+
 TEST_F(QVHTTPOperationTest, ReadsABodyAsTextOrAsNothing) {
   const QVHTTPOperation operation;
   EXPECT_EQ(operation.getContentOfData(nullptr), String(""));
