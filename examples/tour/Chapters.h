@@ -9,6 +9,7 @@ void learnUserAgent(Tour& tour);
 void startWithConsent(Tour& tour);
 void tellFailuresApart(Tour& tour);
 void blockHits(Tour& tour);
+void followConfiguration(Tour& tour);
 void loseNetwork(Tour& tour);
 void waitForUserAgent(Tour& tour);
 void restart(Tour& tour);
@@ -20,6 +21,7 @@ constexpr Chapter kChapters[] = {
     {"The person agrees: hits leave, in order", startWithConsent},
     {"Refused, failed, answered", tellFailuresApart},
     {"The debug switch blocks hits", blockHits},
+    {"A configuration follows the collector", followConfiguration},
     {"The network goes away and comes back", loseNetwork},
     {"Hits that wait for the user agent", waitForUserAgent},
     {"The application ends, and starts again", restart},

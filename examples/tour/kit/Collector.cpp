@@ -16,12 +16,26 @@ constexpr std::size_t kKeepAliveRequests = 100'000;
 }  // namespace
 
 struct Collector::State {
-  void receive(const httplib::Request& request) {
+  void receive(const httplib::Request& request, const std::string& note = "") {
     const std::lock_guard lock(mutex);
-    std::string hit = request.method + " " + request.target;
+    std::string hit = request.method + " " + request.target + note;
     if (!request.body.empty()) hit += " " + request.body;
     hits.push_back(std::move(hit));
     clientPorts.insert(request.remote_port);
+  }
+
+  bool isNewerThan(const std::string& date) {
+    std::tm fields{};
+    const char* const end = strptime(date.c_str(), "%a, %d %b %Y %H:%M:%S GMT", &fields);
+    const std::lock_guard lock(mutex);
+    return end == nullptr || timegm(&fields) < vendorsModified;
+  }
+
+  void answerWithVendors(const httplib::Request& request, httplib::Response& response) {
+    response.status = isNewerThan(request.get_header_value("If-Modified-Since")) ? 200 : 304;
+    receive(request, ": " + std::to_string(response.status));
+    const std::lock_guard lock(mutex);
+    if (response.status == 200) response.set_content(vendors, "application/json");
   }
 
   httplib::Server server;
@@ -29,6 +43,8 @@ struct Collector::State {
   std::mutex mutex;
   std::vector<std::string> hits;
   std::set<int> clientPorts;
+  std::string vendors;
+  std::time_t vendorsModified = kLongAgo;
 };
 
 Collector::Collector() : state_(*new State) {
@@ -38,6 +54,9 @@ Collector::Collector() : state_(*new State) {
     if (request.matches.size() > 1) response.status = std::stoi(request.matches[1]);
     response.set_content("ok", "text/plain");
   };
+  state_.server.Get("/vendors.json", [state = &state_](const auto& request, auto& response) {
+    state->answerWithVendors(request, response);
+  });
   for (const char* place : {R"(/status/(\d{3}))", ".*"}) {
     state_.server.Get(place, answer).Post(place, answer);
   }
@@ -50,6 +69,12 @@ Collector::Collector() : state_(*new State) {
 }
 
 std::string Collector::url() const { return "http://127.0.0.1:" + std::to_string(state_.port); }
+
+void Collector::publish(std::string text, std::time_t modified) {
+  const std::lock_guard lock(state_.mutex);
+  state_.vendors = std::move(text);
+  state_.vendorsModified = modified;
+}
 
 std::vector<std::string> Collector::takeHits() {
   const std::lock_guard lock(state_.mutex);

@@ -36,7 +36,7 @@ std::string numbered(const HitBuilder::Outcome& outcome) {
   return "#" + std::to_string(outcome.id) + " " + textOf(outcome);
 }
 
-/// Lets the main queue take a turn whenever the number of hits in the core's queue has changed.
+/// Lets the main queue take a turn whenever the length of one of the core's queues has changed.
 class QueueWatcher final : public QVPlatform::KeyValueObserver {
  public:
   void observeValueForKeyPathOfObjectChangeContext(const QVPlatform::String&,
@@ -82,6 +82,7 @@ void Host::startCore() {
   std::make_shared<QVCoreInitialisation>()->init();
   QVDebug::setDebugLevel(kSilent);
   manager().operationQueue()->addObserverForOperationCount(queueWatcher_, nullptr);
+  manager().consentQueue()->addObserverForOperationCount(queueWatcher_, nullptr);
 }
 
 void Host::enterBackground() {
@@ -126,6 +127,10 @@ bool Host::runUntil(const std::function<bool()>& condition) {
 
 bool Host::waitForQueue(std::size_t count) {
   return runUntil([&] { return manager().operationQueue()->operationCount() == count; });
+}
+
+bool Host::waitForDownloads() {
+  return runUntil([&] { return manager().consentQueue()->operationCount() == 0; });
 }
 
 std::vector<std::string> Host::waitForOutcomes(std::size_t count) {

@@ -43,6 +43,8 @@ class Host {
   /// Runs the main queue until the core's queue holds so many hits; false if that takes too long. A
   /// hit is in the queue until a moment after its outcome was told.
   bool waitForQueue(std::size_t count);
+  /// Runs the main queue until no configuration is on its way; false if that takes too long.
+  bool waitForDownloads();
   /// What became of the next hits ("home answered: ok"), in the order in which they came back:
   /// `count` of them, fewer if they take too long.
   std::vector<std::string> waitForOutcomes(std::size_t count);
