@@ -23,8 +23,9 @@ inline void readJSON(std::string_view input) {
   using QVPlatform::String;
   std::string_view path = takeField(input);
   String error;
-  auto value = QVPlatform::JSONSerialization::JSONObjectWithText(input, &error);
-  QVPlatform::JSONDocument document(input);
+  const String text(input);
+  auto value = QVPlatform::JSONSerialization::JSONObjectWithText(text, &error);
+  QVPlatform::JSONDocument document(text);
   if (error != document.error() || value.isNil() != !error.isNull()) std::abort();
   while (!path.empty()) {
     const auto key = path.substr(0, path.find('/'));

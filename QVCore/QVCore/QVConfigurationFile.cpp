@@ -167,19 +167,19 @@ String QVConfigurationFile::getFullJSON() const { return savedText(sharedName())
 Value QVConfigurationFile::getJSONDictionary() const {
   const String text = getFullJSON();
   String error;
-  const Value json = JSONSerialization::JSONObjectWithText(text.view(), &error);
+  const Value json = JSONSerialization::JSONObjectWithText(text, &error);
   logIfUnreadable(text, error);
   return json;
 }
 
 Value QVConfigurationFile::getJSONDictionaryFromString(const String& text) const {
   if (text.isEmpty()) log("Error configuration is empty : %@", {text}, kConfigurationLevel);
-  return JSONSerialization::JSONObjectWithText(text.view());
+  return JSONSerialization::JSONObjectWithText(text);
 }
 
 Value QVConfigurationFile::getJsonLeafFromPath(const String& path) const {
   const String text = getFullJSON();
-  JSONDocument document(text.view());
+  JSONDocument document(text);
   logIfUnreadable(text, document.error());
   return leaf(document, path);
 }
@@ -239,7 +239,7 @@ void QVConfigurationFile::onNotificationReceived(const Notification& notificatio
 }
 
 QVConfigurationFile::Reading QVConfigurationFile::readVersion(const String& text) const {
-  JSONDocument document(text.view());
+  JSONDocument document(text);
   return {leaf(document, versionPath()).intValue(), document.error().isNull()};
 }
 

@@ -3,7 +3,7 @@
 
 namespace QVPlatform {
 
-Value JSONSerialization::JSONObjectWithText(std::string_view text, String* error) {
+Value JSONSerialization::JSONObjectWithText(const String& text, String* error) {
   const JSONDocument document(text);
   if (error) *error = document.error();
   return document.value();

@@ -16,7 +16,7 @@ class QVPLATFORM_EXPORT JSONSerialization {
  public:
   /// A new Dictionary or Array with what the text says, null as Null::null(); nil when the text
   /// cannot be read. `error`, when given, is set to the reason then, and to null otherwise.
-  static Value JSONObjectWithText(std::string_view text, String* error = nullptr);
+  static Value JSONObjectWithText(const String& text, String* error = nullptr);
 };
 
 }  // namespace QVPlatform

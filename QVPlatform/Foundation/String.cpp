@@ -1,3 +1,4 @@
+#include <QVPlatform/Foundation/Internal/HexadecimalDigit.h>
 #include <QVPlatform/Foundation/String.h>
 
 #include <cstdint>
@@ -37,13 +38,6 @@ bool isUTF8(std::string_view text) {
     text.remove_prefix(size);
   }
   return true;
-}
-
-int hexadecimalDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
 }
 
 }  // namespace
