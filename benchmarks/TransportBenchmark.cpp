@@ -4,6 +4,7 @@
 //   build/release/benchmarks/TransportBenchmark --benchmark_enable_random_interleaving=true
 //       --benchmark_repetitions=9 --benchmark_report_aggregates_only=true
 
+#include "support/Answers.h"
 #include "support/KeepAliveServer.h"
 #include "support/Network.h"
 
@@ -15,19 +16,18 @@
 #include <curl/curl.h>
 #include <sched.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <map>
 #include <memory>
-#include <semaphore>
 #include <string>
 #include <thread>
 #include <vector>
 
 namespace {
 
+using QVBenchmark::Answers;
 using QVBenchmark::KeepAliveServer;
 using QVPlatform::Dictionary;
 using QVPlatform::Notification;
@@ -35,29 +35,6 @@ using QVPlatform::NotificationCenter;
 
 constexpr int kHits = 2000;
 const KeepAliveServer* server = nullptr;
-
-/// Counts the answers to hits, and wakes who waits for them once, at the last. The one who waits
-/// must sleep meanwhile: waiting for the counter itself, which always changes, it would take turns
-/// with the transfers on their processor.
-class Answers {
- public:
-  Answers() {
-    NotificationCenter::defaultCenter()->addObserver(
-        this,
-        [this](const Notification&) {
-          if (--missing_ == 0) areComplete_.release();
-        },
-        kQVNotification_HTTPResponse);
-  }
-  ~Answers() { NotificationCenter::defaultCenter()->removeObserver(this); }
-
-  void expect(int count) { missing_ = count; }
-  void wait() { areComplete_.acquire(); }
-
- private:
-  std::atomic<int> missing_{0};
-  std::binary_semaphore areComplete_{0};
-};
 
 void postHits(int count) {
   const Dictionary hit{{"url", server->url()}};
