@@ -12,6 +12,7 @@ constexpr String kConstant{constantText};
 TEST(String, ComparesByTextAndKnowsItsIdentity) {
   const String built("QVNotification: Constant");
   EXPECT_EQ(built, kConstant);
+  EXPECT_EQ(built.hash(), kConstant.hash());
   EXPECT_FALSE(built.isSameObject(kConstant));
   const String copy = kConstant;
   EXPECT_TRUE(copy.isSameObject(kConstant));
@@ -32,6 +33,16 @@ TEST(String, RefusesMalformedUTF8) {
     EXPECT_TRUE(String(text).isNull()) << text;
   }
   EXPECT_EQ(String("\xc3\xa9\xf0\x9f\x98\x80").view().size(), 6U);
+}
+
+TEST(String, TellsASCIIWhereverAnotherCharacterStands) {
+  for (std::size_t size = 0; size < 20; ++size) {
+    const std::string text(size, 'a');
+    EXPECT_TRUE(String(text).isASCII()) << size;
+    for (std::size_t place = 0; place <= size; ++place) {
+      EXPECT_FALSE(String(std::string(text).insert(place, "\u00e9")).isASCII()) << place;
+    }
+  }
 }
 
 TEST(String, ReplacesPercentEscapesOrRefusesThem) {

@@ -1,3 +1,4 @@
+#include <QVPlatform/Foundation/Internal/Hash.h>
 #include <QVPlatform/Foundation/Internal/HexadecimalDigit.h>
 #include <QVPlatform/Foundation/String.h>
 
@@ -40,6 +41,25 @@ bool isUTF8(std::string_view text) {
   return true;
 }
 
+bool isASCIIText(std::string_view text) {
+  std::uint64_t seen = 0;
+  for (std::uint64_t eight; text.size() >= sizeof eight; text.remove_prefix(sizeof eight)) {
+    std::memcpy(&eight, text.data(), sizeof eight);
+    seen |= eight;
+  }
+  for (const char c : text) seen |= static_cast<unsigned char>(c);
+  return (seen & 0x8080808080808080U) == 0;
+}
+
+// What is kept about a text: the hash, above two bits.
+constexpr std::uint32_t kIsKnown = 1;
+constexpr std::uint32_t kIsASCII = 2;
+constexpr int kTraitBits = 2;
+
+std::uint32_t traitsOf(std::string_view text) {
+  return Hash::of(text) << kTraitBits | (isASCIIText(text) ? kIsASCII : 0) | kIsKnown;
+}
+
 }  // namespace
 
 String::String(const char* utf8) : String(utf8 ? std::string_view(utf8) : std::string_view()) {}
@@ -59,6 +79,21 @@ void String::releaseOwned() noexcept {
   storage_->~Literal();
   ::operator delete(storage_);
 }
+
+/// Threads that are here at once find the same.
+std::uint32_t String::traits() const noexcept {
+  if (isNull()) return traitsOf({});
+  std::uint32_t traits = storage_->traits_.load(std::memory_order_relaxed);
+  if (traits == 0) {
+    traits = traitsOf(view());
+    storage_->traits_.store(traits, std::memory_order_relaxed);
+  }
+  return traits;
+}
+
+std::uint32_t String::hash() const noexcept { return traits() >> kTraitBits; }
+
+bool String::isASCII() const noexcept { return (traits() & kIsASCII) != 0; }
 
 bool String::hasPrefix(const String& prefix) const noexcept {
   return !isNull() && !prefix.isNull() && view().starts_with(prefix.view());

@@ -43,6 +43,7 @@ class QVPLATFORM_EXPORT String {
 
     static constexpr std::uint32_t kImmortal = UINT32_MAX;
     std::atomic<std::uint32_t> references_;
+    std::atomic<std::uint32_t> traits_{0};  // 0: not known yet
     std::size_t size_;
     const char* text_;
   };
@@ -80,6 +81,11 @@ class QVPLATFORM_EXPORT String {
   /// The text with a terminating zero byte, or nullptr for null. It may hold zero bytes itself.
   const char* UTF8String() const noexcept { return storage_ ? storage_->text_ : nullptr; }
 
+  /// A number that is the same for equal texts, within one process. Found once for each string.
+  std::uint32_t hash() const noexcept;
+  /// Whether there are no characters but ASCII. Found together with the hash.
+  bool isASCII() const noexcept;
+
   /// Whether the text begins with `prefix`. False when either is null, true for an empty prefix.
   bool hasPrefix(const String& prefix) const noexcept;
   /// This text with every occurrence of `target` replaced. Null stays null; an empty or null target
@@ -112,6 +118,7 @@ class QVPLATFORM_EXPORT String {
     }
   }
   void releaseOwned() noexcept;
+  std::uint32_t traits() const noexcept;
 
   Literal* storage_ = nullptr;
 };
@@ -123,7 +130,5 @@ QVPLATFORM_EXPORT String operator+(const String& a, const String& b);
 
 template <>
 struct std::hash<QVPlatform::String> {
-  std::size_t operator()(const QVPlatform::String& text) const noexcept {
-    return std::hash<std::string_view>{}(text.view());
-  }
+  std::size_t operator()(const QVPlatform::String& text) const noexcept { return text.hash(); }
 };
