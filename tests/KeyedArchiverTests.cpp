@@ -193,7 +193,17 @@ TEST(KeyedArchiver, ReadsBackAllThatItArchives) {
   const Dictionary table(std::move(entries));
   std::vector<Value> messages;
   for (int i = 0; i < 5000; ++i) messages.emplace_back(Dictionary({{"ID", i}, {"table", table}}));
-  EXPECT_EQ(throughArchive(Array(std::move(messages))).array().count(), 5000U);
+  EXPECT_EQ(throughArchive(Array(std::exchange(messages, {}))).array().count(), 5000U);
+  // Long lists of keys, each shared by two messages between which there is another list.
+  std::vector<Dictionary::Entry> fields;
+  for (int i = 0; i < 500; ++i) fields.emplace_back(String(std::to_string(i)), "x");
+  const Dictionary message(std::move(fields));
+  for (int i = 0; i < 1000; ++i) {
+    messages.emplace_back(message.copy());
+    if (i % 2 == 0) messages.back().dictionary().set("0", Dictionary({{"ID", i}}));
+  }
+  const Array all(std::move(messages));
+  EXPECT_TRUE(throughArchive(all) == Value(all));
   // What no reader could walk through is not archived at all.
   Value bomb = Array({"x"});
   for (int i = 0; i < 60; ++i) bomb = Array({bomb, bomb});

@@ -102,8 +102,10 @@ void QVNetworkManager::observeValueForKeyPathOfObjectChangeContext(
 void QVNetworkManager::saveAllHits() {
   const auto hits = operationQueue();
   if (!hits) return;
+  const auto operations = hits->operations();
   std::vector<Value> waiting;
-  for (const auto& operation : hits->operations()) {
+  waiting.reserve(operations.size());
+  for (const auto& operation : operations) {
     const auto* hit = dynamic_cast<const QVHTTPOperation*>(operation.get());
     if (hit && !hit->isCancelled()) waiting.emplace_back(hit->userInfo());
   }

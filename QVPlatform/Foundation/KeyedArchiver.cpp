@@ -4,6 +4,7 @@
 #include <QVPlatform/Foundation/PropertyList.h>
 #include <QVPlatform/Foundation/PropertyList/BinaryPropertyListFormat.h>
 #include <QVPlatform/Foundation/PropertyList/BinaryPropertyListWriter.h>
+#include <QVPlatform/Foundation/PropertyList/HashIndex.h>
 #include <QVPlatform/Foundation/PropertyList/KeyedArchiveFormat.h>
 #include <QVPlatform/Foundation/PropertyList/ObjectMemo.h>
 
@@ -14,7 +15,6 @@
 #include <span>
 #include <string>
 #include <type_traits>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -25,21 +25,21 @@ namespace Format = KeyedArchiveFormat;
 class KeyedArchiver::Implementation {
  public:
   explicit Implementation(KeyedArchiver& archiver) : archiver_(archiver) {
-    objects_.push_back(writer_.add(Format::kNull));
+    objects_.push_back(writer_.add(Format::kNull));  // what UID 0 stands for
   }
 
   void encode(const Value& value, const String& key) {
     if (isFinished_ || key.isNull()) return;
-    const auto uid = value.isNil() ? std::optional(kNil) : add(value);
+    const auto uid = value.isNil() ? std::optional(writer_.addUID(0)) : add(value);
     if (!uid) return;
-    const Reference name = writer_.add(Format::escapedKey(key.view()));
+    const Reference name = writer_.add(String(Format::escapedKey(key.view())));
     const auto names = keys_.begin() + static_cast<std::ptrdiff_t>(scope_.firstKey);
     const auto place = std::find(names, keys_.end(), name);
     if (place == keys_.end()) {
       keys_.push_back(name);
-      values_.push_back(reference(*uid));
+      values_.push_back(*uid);
     } else {  // of a key that is used twice, the last value counts
-      values_[scope_.firstValue + static_cast<std::size_t>(place - names)] = reference(*uid);
+      values_[scope_.firstValue + static_cast<std::size_t>(place - names)] = *uid;
     }
   }
 
@@ -57,9 +57,13 @@ class KeyedArchiver::Implementation {
 
  private:
   using Reference = BinaryPropertyListWriter::Reference;
-  /// The number of an object in the archive.
-  using UID = std::uint32_t;
-  static constexpr UID kNil = 0;
+  /// The object that a UID is in the property list.
+  using UID = Reference;
+  /// Texts mostly lie at multiples of this.
+  static constexpr std::size_t kAlignment = 16;
+  /// How many elements of a list are looked at to tell how long the rest will be.
+  static constexpr std::size_t kSample = 16;
+  static constexpr std::size_t kRoom = 64;
 
   /// What the reader will ask of an object: levels below it, and values in it, counted as often as
   /// they are referred to.
@@ -76,70 +80,77 @@ class KeyedArchiver::Implementation {
 
   /// A container or object that has been met before.
   struct Known : Extent {
+    const void* identity = nullptr;
     Value value;  // stays alive, so that no other one gets its address
-    UID uid = kNil;
+    UID uid = 0;
     bool isBeingAdded = true;
   };
 
-  /// A text that was archived lately.
+  /// A text that was archived more than once.
   struct Recent {
     String text;
-    UID uid = kNil;
+    UID uid = 0;
   };
 
   UID addPlain(const String& text) {
     // Keys are mostly one object in all the dictionaries, which is told faster than equal text.
     const auto address = reinterpret_cast<std::uintptr_t>(text.UTF8String());
-    Recent& recent = recent_[address % recent_.size()];
-    if (!recent.text.isSameObject(text)) recent = {text, addText(text)};
-    return recent.uid;
+    Recent& recent = recent_[address / kAlignment % recent_.size()];
+    if (recent.text.isSameObject(text)) return recent.uid;
+    const std::size_t count = objects_.size();
+    const UID uid = addText(text);
+    if (objects_.size() == count) recent = {text, uid};
+    return uid;
   }
   UID addText(const String& text) {
-    if (text.view() != Format::kNull) return leaf(writer_.add(text.view()));
+    if (text.view() != Format::kNull) return uidOf(writer_.add(text));
     // Other readers take this text for nil, unless it is inside an object.
     const Reference keys[] = {classKey_, writer_.add(Format::kStringKey)};
-    const Reference values[] = {classReference("NSString", {}), writer_.add(text.view())};
+    const Reference values[] = {classNamed("NSString", {}), writer_.add(text)};
     return addObject(writer_.addDictionary(keys, values));
   }
-  UID addPlain(const Data& data) { return leaf(writer_.addData(data.view())); }
+  UID addPlain(const Data& data) { return uidOf(writer_.addData(data.view())); }
   UID addPlain(Date date) {
     const double seconds = date.secondsSince1970 - BinaryPropertyListFormat::kReferenceDate;
     const Reference keys[] = {classKey_, writer_.add(Format::kTimeKey)};
-    const Reference values[] = {classReference("NSDate", {}), writer_.add(seconds)};
+    const Reference values[] = {classNamed("NSDate", {}), writer_.add(seconds)};
     return addObject(writer_.addDictionary(keys, values));
   }
   template <class Number>
   UID addPlain(Number number) {
-    return leaf(writer_.add(number));
+    return uidOf(writer_.add(number));
   }
-  UID addPlain(std::monostate) { return kNil; }
+  UID addPlain(std::monostate) { return writer_.addUID(0); }
 
   /// Archives what has an identity, once; `contents` writes it and answers its reference.
   template <class Contents>
   std::optional<UID> addShared(const void* identity, const Value& value, const Contents& contents) {
-    Known& known = known_[identity];
-    const bool isNew = known.uid == kNil;
-    if (!isNew && known.isBeingAdded) return drop(value);
-    if (depth_ + std::max(known.height, 1U) > PropertyList::kMaximumDepth) {
-      if (isNew) known_.erase(identity);
-      return drop(value);
-    }
-    if (isNew) {
-      known.value = value;
-      known.uid = addObject(0);
+    if (depth_ == PropertyList::kMaximumDepth) return drop(value);
+    const auto next = static_cast<std::uint32_t>(known_.size());
+    const auto place = knownPlaces_.findOrAdd(
+        Hash::of(reinterpret_cast<std::uintptr_t>(identity)), next,
+        [&](std::uint32_t known) { return known_[known].identity == identity; });
+    if (place == next) {
+      const std::size_t object = objects_.size();
+      known_.push_back({{}, identity, value, addObject(0)});
       const Scope outer = std::exchange(scope_, {{}, keys_.size(), values_.size()});
       ++depth_;
-      objects_[known.uid] = contents();
+      objects_[object] = contents();
       --depth_;
-      static_cast<Extent&>(known) = scope_;
+      Known& added = known_[place];
+      static_cast<Extent&>(added) = scope_;
+      added.isBeingAdded = false;
       scope_ = outer;
-      known.isBeingAdded = false;
+    }
+    const Known& known = known_[place];
+    if (known.isBeingAdded || depth_ + known.height > PropertyList::kMaximumDepth) {
+      return drop(value);
     }
     contain(known);
     return known.uid;
   }
 
-  /// The number of the value, archived now if it was not before; nothing if it cannot be.
+  /// The UID of the value, archived now if it was not before; nothing if it cannot be.
   std::optional<UID> add(const Value& value) {
     return std::visit(
         [&]<class T>(const T& held) -> std::optional<UID> {
@@ -158,13 +169,25 @@ class KeyedArchiver::Implementation {
   }
 
   Reference contentsOf(const Array& array) {
-    for (const Value& element : array.values()) {
-      if (const auto uid = add(element)) values_.push_back(reference(*uid));
+    const std::vector<Value> elements = array.values();
+    for (std::size_t i = 0; i < elements.size(); ++i) {
+      if (i == kSample && depth_ == 1) reserveFor(elements.size() / kSample + 1);
+      if (const auto uid = add(elements[i])) values_.push_back(*uid);
     }
     const Reference keys[] = {classKey_, elementsKey_};
-    const Reference values[] = {classReference("NSMutableArray", "NSArray"),
+    const Reference values[] = {classNamed("NSMutableArray", "NSArray"),
                                 listOf(values_, scope_.firstValue)};
     return writer_.addDictionary(keys, values);
+  }
+
+  /// The elements of a long list are mostly alike, so that the first ones of the outermost list
+  /// tell how much there will be: so many times what there is.
+  void reserveFor(std::size_t times) {
+    writer_.reserve(times);
+    objects_.reserve(times * objects_.size());
+    plainUIDs_.reserve(times * plainUIDs_.size());
+    known_.reserve(times * known_.size());
+    knownPlaces_.reserve(times * known_.size());
   }
 
   Reference contentsOf(const Dictionary& dictionary) {
@@ -172,19 +195,19 @@ class KeyedArchiver::Implementation {
       const auto uid = add(value);
       if (!uid) continue;
       contain({});
-      keys_.push_back(reference(addPlain(key)));
-      values_.push_back(reference(*uid));
+      keys_.push_back(addPlain(key));
+      values_.push_back(*uid);
     }
     const Reference keys[] = {classKey_, keysKey_, elementsKey_};
-    const Reference values[] = {classReference("NSMutableDictionary", "NSDictionary"),
-                                listOf(keys_, scope_.firstKey), listOf(values_, scope_.firstValue)};
+    const Reference values[] = {classNamed("NSMutableDictionary", "NSDictionary"), listOfKeys(),
+                                listOf(values_, scope_.firstValue)};
     return writer_.addDictionary(keys, values);
   }
 
   Reference contentsOf(const Object& object, const Coding& coding) {
     coding.encodeWithCoder(archiver_);
     keys_.push_back(classKey_);
-    values_.push_back(classReference(object.className().view(), {}));
+    values_.push_back(classNamed(object.className().view(), {}));
     const Reference dictionary = writer_.addDictionary(
         std::span(keys_).subspan(scope_.firstKey), std::span(values_).subspan(scope_.firstValue));
     keys_.resize(scope_.firstKey);
@@ -199,6 +222,18 @@ class KeyedArchiver::Implementation {
     return list;
   }
 
+  /// As listOf(), for the keys of a dictionary. Messages that follow one another mostly have the
+  /// same keys: then they share one list.
+  Reference listOfKeys() {
+    const auto keys = std::span(keys_).subspan(scope_.firstKey);
+    if (!std::ranges::equal(keys, latestKeys_) || latestKeyList_ == 0) {
+      latestKeys_.assign(keys.begin(), keys.end());
+      latestKeyList_ = writer_.addArray(keys);
+    }
+    keys_.resize(scope_.firstKey);
+    return latestKeyList_;
+  }
+
   void contain(const Extent& part) {
     scope_.height = std::max(scope_.height, part.height + 1);
     scope_.expanded += 1 + part.expanded;
@@ -206,29 +241,21 @@ class KeyedArchiver::Implementation {
 
   UID addObject(Reference object) {
     objects_.push_back(object);
-    return static_cast<UID>(objects_.size() - 1);
+    return writer_.addUID(static_cast<std::uint32_t>(objects_.size() - 1));
   }
 
-  /// The number of a plain object; the writer has each of them once.
-  UID leaf(Reference object) {
-    if (object >= leafUIDs_.size()) leafUIDs_.resize(2 * object + 64, kNil);
-    UID& uid = leafUIDs_[object];
-    if (uid == kNil) uid = addObject(object);
+  /// The UID of a plain object; the writer has each of them once.
+  UID uidOf(Reference plain) {
+    if (plain >= plainUIDs_.size()) plainUIDs_.resize(plain + kRoom);
+    UID& uid = plainUIDs_[plain];
+    if (uid == 0) uid = addObject(plain);
     return uid;
   }
 
-  /// The UID object for that number.
-  Reference reference(UID uid) {
-    if (uid >= uidReferences_.size()) uidReferences_.resize(2 * uid + 64);
-    Reference& known = uidReferences_[uid];
-    if (known == 0) known = writer_.addUID(uid);
-    return known;
-  }
-
-  /// The UID object for the class; "NSObject" ends every chain.
-  Reference classReference(std::string_view name, std::string_view base) {
+  /// The UID of the class; "NSObject" ends every chain.
+  UID classNamed(std::string_view name, std::string_view base) {
     for (const auto& [known, uid] : classes_) {
-      if (known == name) return reference(uid);
+      if (known == name) return uid;
     }
     std::vector<Reference> chain{writer_.add(name)};
     if (!base.empty()) chain.push_back(writer_.add(base));
@@ -236,7 +263,7 @@ class KeyedArchiver::Implementation {
     const Reference keys[] = {writer_.add(Format::kClassNameKey), writer_.add(Format::kClassesKey)};
     const Reference values[] = {chain.front(), writer_.addArray(chain)};
     classes_.emplace_back(name, addObject(writer_.addDictionary(keys, values)));
-    return reference(classes_.back().second);
+    return classes_.back().second;
   }
 
   std::nullopt_t drop(const Value& value) {
@@ -253,12 +280,14 @@ class KeyedArchiver::Implementation {
   const Reference classKey_ = writer_.add(Format::kClassKey);
   const Reference keysKey_ = writer_.add(Format::kKeysKey);
   const Reference elementsKey_ = writer_.add(Format::kElementsKey);
-  std::vector<Reference> objects_;                // by UID
-  std::vector<Reference> uidReferences_;          // by UID; 0, which is "$null", for none yet
-  std::vector<UID> leafUIDs_;                     // by reference
-  std::unordered_map<const void*, Known> known_;  // by identity
+  std::vector<Reference> objects_;  // by what UIDs hold
+  std::vector<UID> plainUIDs_;      // by reference; 0, which is "$class", for none yet
+  std::vector<Known> known_;
+  HashIndex knownPlaces_;  // by identity
   std::vector<std::pair<std::string, UID>> classes_;
-  std::array<Recent, 61> recent_;  // by address
+  std::array<Recent, 64> recent_;  // by address
+  std::vector<Reference> latestKeys_;
+  Reference latestKeyList_ = 0;
   std::vector<Reference> keys_;
   std::vector<Reference> values_;
   Scope scope_;

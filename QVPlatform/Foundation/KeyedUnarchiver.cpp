@@ -8,6 +8,7 @@
 #include <QVPlatform/Foundation/PropertyList/ValueEncoder.h>
 #include <QVPlatform/Foundation/PropertyList/XMLPropertyListReader.h>
 
+#include <algorithm>
 #include <optional>
 #include <unordered_map>
 #include <utility>
@@ -59,11 +60,12 @@ class KeyedUnarchiver::Implementation {
       : unarchiver_(unarchiver),
         archive_(binaryArchive(archive)),
         reader_(archive_.view()),
-        memo_(reader_) {
-    const Object root = reader_.object(reader_.root());
-    scope_ = child(root, Format::kTopKey);
-    objects_ = child(root, Format::kObjectsKey);
-    const Value archiver = reader_.leaf(child(root, Format::kArchiverKey));
+        root_(reader_.object(reader_.root())),
+        objects_(child(root_, Format::kObjectsKey)),
+        // There are never more, and a damaged file may claim any number.
+        memo_(reader_.size(), std::min(objects_.count, reader_.count())),
+        scope_(child(root_, Format::kTopKey)) {
+    const Value archiver = reader_.leaf(child(root_, Format::kArchiverKey));
     if (archiver.string().view() != Format::kArchiver || scope_.type != Type::kDictionary ||
         objects_.type != Type::kArray) {
       memo_.fail();
@@ -96,8 +98,11 @@ class KeyedUnarchiver::Implementation {
 
   /// What an object has under a key: another object, or a plain value in place.
   Value entry(const Object& dictionary, std::string_view key) {
-    const Object found = child(dictionary, key);
-    if (found.type == Type::kUID) return valueOfUID(found);
+    Key once{key};
+    const auto reference = reader_.valueForKey(dictionary, once);
+    if (!reference) return nullptr;
+    const Object found = reader_.object(*reference);
+    if (found.type == Type::kUID) return valueOfUID(*reference);
     if (found.type != Type::kLeaf) return nullptr;
     memo_.countReading(found);
     return leaf(found);
@@ -108,12 +113,15 @@ class KeyedUnarchiver::Implementation {
     return value.isNil() ? memo_.fail() : value;
   }
 
-  Value valueOfUID(const Object& object) {
-    const auto uid = reader_.uid(object);
-    if (uid == 0U) return nullptr;
+  const Value& valueOfUID(Reference reference) {
+    const auto uid = reader_.uid(reference);
+    if (uid == 0U) return nil_;
     if (!uid || *uid >= objects_.count) return memo_.fail();
-    return memo_.valueOf(reader_.reference(objects_, *uid),
-                         [this](const Object& archived) { return make(archived); });
+    return memo_.valueOf(*uid, [&] {
+      const Object archived = reader_.object(reader_.reference(objects_, *uid));
+      memo_.countReading(archived);
+      return memo_.hasFailed() ? Value() : make(archived);
+    });
   }
 
   Value make(const Object& object) {
@@ -139,36 +147,49 @@ class KeyedUnarchiver::Implementation {
     return nullptr;
   }
 
-  /// The values of a list of UIDs that stands under the key.
-  std::optional<std::vector<Value>> valuesForKey(const Object& object, Key& key) {
-    const Object list = child(object, key);
-    memo_.countReading(list);
-    if (list.type != Type::kArray) memo_.fail();
-    if (memo_.hasFailed()) return {};
-    std::vector<Value> values;
-    values.reserve(list.count);
-    for (std::size_t i = 0; i < list.count && !memo_.hasFailed(); ++i) {
-      values.push_back(valueOfUID(reader_.object(reader_.reference(list, i))));
-    }
-    if (memo_.hasFailed()) return {};
-    return values;
+  /// The list of UIDs that stands under the key.
+  Object list(const Object& object, Key& key) {
+    const Object found = child(object, key);
+    memo_.countReading(found);
+    if (found.type != Type::kArray) memo_.fail();
+    return found;
   }
 
   Value makeArray(const Object& object) {
-    auto values = valuesForKey(object, elementsKey_);
-    return values ? Value(Array(std::move(*values))) : Value();
+    const Object elements = list(object, elementsKey_);
+    if (memo_.hasFailed()) return nullptr;
+    std::vector<Value> values;
+    values.reserve(elements.count);
+    for (std::size_t i = 0; i < elements.count && !memo_.hasFailed(); ++i) {
+      values.push_back(valueOfUID(reader_.reference(elements, i)));
+    }
+    return memo_.hasFailed() ? Value() : Value(Array(std::move(values)));
   }
 
   Value makeDictionary(const Object& object) {
-    const auto keys = valuesForKey(object, keysKey_);
-    auto values = valuesForKey(object, elementsKey_);
-    if (!keys || !values || keys->size() != values->size()) return memo_.fail();
+    const std::vector<String>& keys = keysOf(object);
+    const Object elements = list(object, elementsKey_);
+    if (keys.size() != elements.count) return memo_.fail();
     std::vector<Dictionary::Entry> entries;
-    entries.reserve(keys->size());
-    for (std::size_t i = 0; i < keys->size(); ++i) {
-      entries.emplace_back((*keys)[i].string(), std::move((*values)[i]));
+    entries.reserve(keys.size());
+    for (std::size_t i = 0; i < keys.size() && !memo_.hasFailed(); ++i) {
+      entries.emplace_back(keys[i], valueOfUID(reader_.reference(elements, i)));
     }
-    return Dictionary(std::move(entries));
+    return memo_.hasFailed() ? Value() : Value(Dictionary(std::move(entries)));
+  }
+
+  /// The keys of a dictionary. Their list is read once, however many dictionaries share it.
+  const std::vector<String>& keysOf(const Object& dictionary) {
+    const auto reference = reader_.valueForKey(dictionary, keysKey_);
+    const auto [place, isNew] = keyLists_.try_emplace(reference.value_or(0));
+    std::vector<String>& keys = place->second;
+    if (!isNew) return keys;
+    const Object keyList = list(dictionary, keysKey_);
+    if (!memo_.hasFailed()) keys.reserve(keyList.count);
+    for (std::size_t i = 0; i < keyList.count && !memo_.hasFailed(); ++i) {
+      keys.push_back(valueOfUID(reader_.reference(keyList, i)).string());
+    }
+    return keys;
   }
 
   Value makeString(const Object& object) {
@@ -201,7 +222,8 @@ class KeyedUnarchiver::Implementation {
 
   /// The first class that is known here, from the object's own up to its bases.
   ClassInfo classOf(const Object& object) {
-    const auto uid = reader_.uid(child(object, classKey_));
+    const auto reference = reader_.valueForKey(object, classKey_);
+    const auto uid = reference ? reader_.uid(*reference) : std::nullopt;
     if (!uid || *uid >= objects_.count) return {};
     const auto [place, isNew] = classes_.try_emplace(*uid);
     if (!isNew) return place->second;
@@ -226,13 +248,16 @@ class KeyedUnarchiver::Implementation {
   KeyedUnarchiver& unarchiver_;
   const Data archive_;
   const BinaryPropertyListReader reader_;
+  const Object root_;
+  const Object objects_;
   ObjectMemo memo_;
+  Object scope_;  // the dictionary whose keys are decoded: the archive's top, or an object
   Key classKey_{Format::kClassKey};
   Key keysKey_{Format::kKeysKey};
   Key elementsKey_{Format::kElementsKey};
-  Object objects_;
-  Object scope_;  // the dictionary whose keys are decoded: the archive's top, or an object
-  std::unordered_map<std::uint32_t, ClassInfo> classes_;  // by UID
+  std::unordered_map<std::uint32_t, ClassInfo> classes_;         // by UID
+  std::unordered_map<Reference, std::vector<String>> keyLists_;  // by their lists
+  const Value nil_;
 };
 
 KeyedUnarchiver::KeyedUnarchiver(const Data& archive)

@@ -15,7 +15,8 @@ namespace {
 /// Turns the objects of a binary property list into values.
 class ValueDecoder {
  public:
-  explicit ValueDecoder(std::string_view bytes) : reader_(bytes), memo_(reader_) {}
+  explicit ValueDecoder(std::string_view bytes)
+      : reader_(bytes), memo_(reader_.size(), reader_.count()) {}
 
   Value decode() { return reader_.isValid() ? value(reader_.root()) : Value(); }
 
@@ -23,8 +24,11 @@ class ValueDecoder {
   using Object = BinaryPropertyListReader::Object;
   using Type = BinaryPropertyListReader::Type;
 
-  Value value(BinaryPropertyListReader::Reference reference) {
-    return memo_.valueOf(reference, [this](const Object& object) {
+  const Value& value(BinaryPropertyListReader::Reference reference) {
+    return memo_.valueOf(reference, [&] {
+      const Object object = reader_.object(reference);
+      memo_.countReading(object);
+      if (memo_.hasFailed()) return Value();
       Value made = object.type == Type::kArray        ? array(object)
                    : object.type == Type::kDictionary ? dictionary(object)
                                                       : reader_.leaf(object);

@@ -184,12 +184,16 @@ std::optional<std::uint64_t> BinaryPropertyListReader::length(std::size_t& posit
   return number;
 }
 
+/// Where the object begins; 0 when there is none.
+std::size_t BinaryPropertyListReader::offset(Reference reference) const {
+  if (reference >= count_) return 0;
+  const std::uint64_t offset = bigEndian(bytesAt(table_ + reference * offsetWidth_, offsetWidth_));
+  return offset < Format::kMagic.size() || offset >= table_ ? 0 : offset;
+}
+
 BinaryPropertyListReader::Object BinaryPropertyListReader::object(Reference reference) const {
-  if (reference >= count_) return {};
-  const std::uint64_t offset =
-      bigEndian(bytes_.substr(table_ + reference * offsetWidth_, offsetWidth_));
-  if (offset < Format::kMagic.size() || offset >= table_) return {};
-  std::size_t position = offset;
+  std::size_t position = offset(reference);
+  if (position == 0) return {};
   const auto marker = static_cast<std::uint8_t>(bytes_[position++]);
   auto [count, unit, canBeLonger] = shapeOf(marker, referenceWidth_);
   if (unit == 0) return {};
@@ -199,13 +203,13 @@ BinaryPropertyListReader::Object BinaryPropertyListReader::object(Reference refe
     count = *longer;
   }
   if (count > (table_ - position) / unit) return {};
-  return {typeOf(marker), marker, count, bytes_.substr(position, count * unit)};
+  return {typeOf(marker), marker, count, bytesAt(position, count * unit)};
 }
 
 BinaryPropertyListReader::Reference BinaryPropertyListReader::reference(const Object& container,
                                                                         std::size_t index) const {
   const std::uint64_t number =
-      bigEndian(container.content.substr(index * referenceWidth_, referenceWidth_));
+      bigEndian({container.content.data() + index * referenceWidth_, referenceWidth_});
   // A number that is too large for a reference is of no object either.
   return number < count_ ? static_cast<Reference>(number) : std::numeric_limits<Reference>::max();
 }
@@ -253,9 +257,15 @@ Value BinaryPropertyListReader::integer(const Object& object) const {
   return number;
 }
 
-std::optional<std::uint32_t> BinaryPropertyListReader::uid(const Object& object) const {
-  const std::uint64_t number = bigEndian(object.content);
-  if (object.type != Type::kUID || object.count > 8 || number > UINT32_MAX) return {};
+std::optional<std::uint32_t> BinaryPropertyListReader::uid(Reference reference) const {
+  const std::size_t position = offset(reference);
+  if (position == 0) return {};
+  const auto marker = static_cast<std::uint8_t>(bytes_[position]);
+  const std::size_t width = (marker & Format::kLengthMask) + std::size_t{1};
+  if ((marker & Format::kTypeMask) != Format::kUID || width > 8) return {};
+  if (width >= table_ - position) return {};
+  const std::uint64_t number = bigEndian(bytesAt(position + 1, width));
+  if (number > UINT32_MAX) return {};
   return static_cast<std::uint32_t>(number);
 }
 

@@ -41,8 +41,8 @@ class BinaryPropertyListReader {
   Reference reference(const Object& container, std::size_t index) const;
   /// Text, bytes, number, boolean or date; nil when it is damaged.
   Value leaf(const Object& object) const;
-  /// Number of the archived object that a UID stands for.
-  std::optional<std::uint32_t> uid(const Object& object) const;
+  /// Number of the archived object that the UID stands for; nothing when this is no UID.
+  std::optional<std::uint32_t> uid(Reference reference) const;
 
   /// An ASCII key of dictionaries, and the object that it was found to be.
   struct Key {
@@ -54,7 +54,10 @@ class BinaryPropertyListReader {
 
  private:
   bool readTrailer();
-  Object damagedOr(Object object, std::size_t position, std::size_t length) const;
+  std::string_view bytesAt(std::size_t position, std::size_t length) const {
+    return {bytes_.data() + position, length};
+  }
+  std::size_t offset(Reference reference) const;
   std::optional<std::uint64_t> length(std::size_t& position) const;
   Value integer(const Object& object) const;
 

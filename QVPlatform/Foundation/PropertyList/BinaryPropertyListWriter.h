@@ -2,6 +2,8 @@
 
 #include <QVPlatform/Foundation/Data.h>
 #include <QVPlatform/Foundation/Date.h>
+#include <QVPlatform/Foundation/PropertyList/HashIndex.h>
+#include <QVPlatform/Foundation/String.h>
 
 #include <concepts>
 #include <cstdint>
@@ -15,8 +17,9 @@ namespace QVPlatform {
 /// Builds a binary property list object by object. Objects that are no containers and no UIDs are
 /// written once and shared from then on.
 ///
-/// Layout: everything but the containers goes into one buffer at once; containers wait as lists of
-/// references, since how many bytes a reference takes is known at the end only.
+/// Layout: everything but containers and UIDs goes into one buffer at once; containers wait as
+/// lists of references, since how many bytes a reference takes is known at the end only, and so do
+/// UIDs, of which there are many and nothing but their number is to be known.
 class BinaryPropertyListWriter {
  public:
   /// The number of an object in the file.
@@ -31,13 +34,17 @@ class BinaryPropertyListWriter {
   Reference add(std::uint64_t value);
   Reference add(double value);
   Reference add(Date value);
-  /// Text, which must be UTF-8.
-  Reference add(std::string_view text);
+  Reference add(const String& text);
   Reference addData(std::string_view bytes);
+  /// UIDs number the objects of an archive: their numbers are below the number of objects here, or
+  /// else there will be no file.
   Reference addUID(std::uint32_t number);
   Reference addArray(std::span<const Reference> elements);
   /// As many keys as values; keys are references to text.
   Reference addDictionary(std::span<const Reference> keys, std::span<const Reference> values);
+
+  /// Makes room for so many times what was added so far, so that it need not be copied as it grows.
+  void reserve(std::size_t times);
 
   /// Whether a limit of PropertyList is exceeded, so that there will be no file.
   bool isTooLarge() const;
@@ -48,34 +55,30 @@ class BinaryPropertyListWriter {
  private:
   struct Container {
     Reference self;
+    std::uint32_t count;
     std::uint8_t type;
-    std::size_t count;
-    std::size_t firstReference;
-  };
-  /// Place of an object in the table that finds equal ones by their bytes.
-  struct Slot {
-    std::uint32_t hash = 0;
-    std::uint32_t length = 0;  // 0: the slot is free
-    Reference reference = 0;
   };
 
-  void putBigEndian(std::uint64_t number, std::size_t width);
-  void putAll(std::span<const std::uint32_t> numbers, std::size_t width);
-  void putHead(std::uint8_t type, std::size_t count);
   Reference addInteger(bool isNegative, std::uint64_t bits, std::size_t kindMark);
+  Reference addReal(std::uint8_t marker, double value);
+  Reference addBytes(std::uint8_t type, std::size_t count, std::string_view content,
+                     Hash::Number hash);
   Reference addContainer(std::uint8_t type, std::size_t count);
   Reference addObject();
-  Reference uniqued(std::size_t start);
-  Slot& slotFor(std::uint32_t hash, std::string_view bytes);
-  void growTable();
-  void putContainers(std::size_t referenceWidth);
+  Reference addPlain(std::string_view bytes);
+  Reference addPlain(std::string_view head, std::string_view content, Hash::Number hash);
+  std::size_t objectCount() const { return offsets_.size() + uidCount_; }
+  Reference resolved(Reference reference) const;
+  std::size_t containersSize(std::size_t referenceWidth) const;
+  char* putContainers(char* to, std::size_t referenceWidth);
+  char* putUIDs(char* to);
 
   std::string buffer_;
-  std::vector<std::uint32_t> offsets_;  // by object
+  std::vector<std::uint32_t> offsets_;  // by object, without UIDs
   std::vector<Container> containers_;
-  std::vector<Reference> references_;  // of all containers
-  std::vector<Slot> slots_;            // as many as a power of two
-  std::size_t usedSlots_ = 0;
+  std::vector<Reference> references_;  // of all containers, one after the other
+  HashIndex plain_;                    // what is written once
+  std::size_t uidCount_ = 0;           // more than the largest UID
 };
 
 }  // namespace QVPlatform

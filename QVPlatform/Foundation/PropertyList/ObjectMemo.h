@@ -14,28 +14,27 @@ namespace QVPlatform {
 /// overlap so that a few bytes are read many times, and multiply by references to references.
 class ObjectMemo {
  public:
-  using Reference = BinaryPropertyListReader::Reference;
-  using Object = BinaryPropertyListReader::Object;
+  using Number = std::uint32_t;
 
-  explicit ObjectMemo(const BinaryPropertyListReader& reader)
-      : reader_(reader),
-        nodes_(reader.count()),
-        readableBytes_(reader.size() + kAllowance),
-        expandedLimit_(expandedLimit(reader.size())) {}
+  /// For a file of that size with so many objects to refer to.
+  ObjectMemo(std::size_t fileSize, std::size_t count)
+      : nodes_(count),
+        readableBytes_(fileSize + kAllowance),
+        expandedLimit_(expandedLimit(fileSize)) {}
 
   /// To how many values a file of that size may expand. That many are there without any sharing;
   /// a file of a few hundred bytes must not expand to millions, and yet a list of thousands of
   /// messages may refer to one table in each of them.
   static std::uint64_t expandedLimit(std::size_t fileSize) { return 8 * fileSize + kAllowance; }
 
-  /// The value that build(object) makes; it is called once for each object and may call this in
-  /// turn. Nil when the file is damaged, which also holds from then on.
+  /// The value of the object of that number, which build() makes; it is called once for each of
+  /// them and may call this in turn. Nil when the file is damaged, which also holds from then on.
   template <class Build>
-  Value valueOf(Reference reference, const Build& build) {
-    if (hasFailed_ || reference >= nodes_.size()) return fail();
+  const Value& valueOf(Number number, const Build& build) {
+    if (hasFailed_ || number >= nodes_.size()) return fail();
     if (depth_ == 0) children_ = height_ = 0;
-    Node& node = nodes_[reference];
-    if (node.state == State::kNew) make(node, reader_.object(reference), build);
+    Node& node = nodes_[number];
+    if (node.state == State::kNew) make(node, build);
     if (node.state != State::kMade || hasFailed_) return fail();
     children_ += 1 + node.expanded;
     height_ = std::max(height_, node.height + 1);
@@ -43,17 +42,17 @@ class ObjectMemo {
     return node.value;
   }
 
-  /// To be called for every object that is read, in valueOf() or aside from it.
-  void countReading(const Object& object) {
+  /// To be called for every object that is read.
+  void countReading(const BinaryPropertyListReader::Object& object) {
     const std::size_t bytes = object.content.size() + 1;
     if (bytes > readableBytes_) fail();
     readableBytes_ -= std::min(bytes, readableBytes_);
   }
 
   bool hasFailed() const { return hasFailed_; }
-  Value fail() {
+  const Value& fail() {
     hasFailed_ = true;
-    return nullptr;
+    return nil_;
   }
 
  private:
@@ -71,15 +70,14 @@ class ObjectMemo {
   static constexpr std::uint32_t kMaximumHeight = PropertyList::kMaximumDepth + 1;
 
   template <class Build>
-  void make(Node& node, const Object& object, const Build& build) {
-    countReading(object);
+  void make(Node& node, const Build& build) {
     if (depth_ == kMaximumHeight) fail();
     if (hasFailed_) return;
     const auto [outerChildren, outerHeight] = std::pair(children_, height_);
     children_ = height_ = 0;
     ++depth_;
     node.state = State::kBeingMade;
-    node.value = build(object);
+    node.value = build();
     node.expanded = children_;
     node.height = height_;
     node.state = State::kMade;
@@ -88,7 +86,7 @@ class ObjectMemo {
     height_ = outerHeight;
   }
 
-  const BinaryPropertyListReader& reader_;
+  const Value nil_;
   std::vector<Node> nodes_;
   std::size_t readableBytes_;
   std::uint64_t expandedLimit_;

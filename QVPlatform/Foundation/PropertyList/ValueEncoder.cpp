@@ -31,11 +31,10 @@ std::optional<ValueEncoder::Reference> ValueEncoder::add(const Value& value) {
           const auto reference = add(held);
           --depth_;
           return reference;
-        } else if constexpr (std::is_same_v<T, String>) {
-          return writer_.add(held.view());
         } else if constexpr (std::is_same_v<T, Data>) {
           return writer_.addData(held.view());
-        } else if constexpr (std::is_arithmetic_v<T> || std::is_same_v<T, Date>) {
+        } else if constexpr (std::is_arithmetic_v<T> || std::is_same_v<T, String> ||
+                             std::is_same_v<T, Date>) {
           return writer_.add(held);
         } else {
           return {};
@@ -68,7 +67,7 @@ std::optional<ValueEncoder::Reference> ValueEncoder::add(const Dictionary& dicti
   const std::size_t keyBase = keys_.size();
   const std::size_t valueBase = values_.size();
   for (const auto& [key, value] : entries) {
-    keys_.push_back(writer_.add(key.view()));
+    keys_.push_back(writer_.add(key));
     if (!push(value, values_)) return {};
   }
   const Reference reference = writer_.addDictionary(std::span(keys_).subspan(keyBase),
