@@ -8,7 +8,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -141,30 +140,6 @@ TEST_F(FileManagerTest, KeepsTheOldFileWhenTheDiskIsFull) {
   });
   if (status == 2) GTEST_SKIP() << "no right to mount a file system";
   EXPECT_EQ(status, 0);
-}
-
-TEST_F(FileManagerTest, LeavesTheOldOrTheNewFileWhenKilled) {
-  int saves[2];
-  ASSERT_EQ(pipe(saves), 0);
-  ASSERT_TRUE(FileManager::writeAtomically(contents(0), path("file")));
-  for (int round = 0; round < 200; ++round) {
-    const pid_t child = QVTest::startChild([&] {
-      for (int number = 0;; ++number) {
-        FileManager::writeAtomically(contents(number), path("file"));
-        if (write(saves[1], "", 1) != 1) return 1;
-      }
-    });
-    char saved;
-    for (int count = 0; count <= round % 3; ++count) ASSERT_EQ(read(saves[0], &saved, 1), 1);
-    for (volatile int spin = 0; spin < round * 997 % 100000;) spin = spin + 1;
-    kill(child, SIGKILL);
-    QVTest::exitStatusOf(child);
-    ASSERT_TRUE(isWhole(contentsOf(path("file").UTF8String()))) << round;
-    ASSERT_LE(fileCount(), 2U) << "left-overs pile up";
-  }
-  EXPECT_TRUE(FileManager::writeAtomically("after", path("file")));
-  EXPECT_EQ(contentsOf(path("file").UTF8String()), "after");
-  EXPECT_EQ(fileCount(), 1U);
 }
 
 TEST_F(FileManagerTest, KeepsAFileWholeThatManyWriteAtOnce) {

@@ -1,4 +1,5 @@
 #include "support/CoreTest.h"
+#include "support/Processes.h"
 
 #include <QVCore/QVCore.h>
 #include <QVPlatform/Foundation/FileManager.h>
@@ -7,12 +8,19 @@
 
 #include <gmock/gmock.h>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
+#include <random>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace {
@@ -23,9 +31,13 @@ using QVPlatform::Dictionary;
 using QVPlatform::FileManager;
 using QVPlatform::String;
 using QVPlatform::Value;
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
 using ::testing::SizeIs;
+using ::testing::Truly;
 
 /// Waiting hits in the file and back. The network is down, so that hits wait.
 class QVOfflineHitsTest : public QVTest::CoreTest {
@@ -56,14 +68,69 @@ class QVOfflineHitsTest : public QVTest::CoreTest {
     archiver.encodeObjectForKey(hits, "offlineHits");
     writeFile(std::string(archiver.finishEncoding().view()));
   }
-  static std::vector<Value> queuedIDs() {
-    std::vector<Value> ids;
+  static std::vector<Value> queued() {
+    std::vector<Value> hits;
     for (const auto& operation :
          QVNetworkManager::sharedInstance()->operationQueue()->operations()) {
-      const auto hit = std::static_pointer_cast<QVHTTPOperation>(operation);
-      ids.push_back(hit->userInfo().get("ID"));
+      hits.emplace_back(std::static_pointer_cast<QVHTTPOperation>(operation)->userInfo());
     }
+    return hits;
+  }
+  static std::vector<Value> queuedIDs() {
+    std::vector<Value> ids;
+    for (const Value& hit : queued()) ids.push_back(hit.dictionary().get("ID"));
     return ids;
+  }
+
+  /// The body of the hit of that number: any length up to a few pages.
+  static std::string bodyOf(std::int64_t number) {
+    const std::string text = std::to_string(number);
+    return text + std::string(static_cast<std::size_t>(number % 7 * 1500), text.back());
+  }
+  /// What a process does that is killed: it saves at each change of a queue that grows and shrinks,
+  /// and tells of each save.
+  static int saveUntilKilled(int progress) {
+    QVDebug::setDebugLevel(6);
+    QVDebug::useCustomWKProcessPool(true);  // no user agent is sought
+    const auto manager = QVNetworkManager::sharedInstance();
+    manager->enableRunningInBackground();
+    for (std::int64_t number = 0;; ++number) {
+      if (manager->operationQueue()->operationCount() > 12) {
+        manager->setOperationQueue(suspendedQueue());
+        manager->enableRunningInBackground();
+      }
+      request({{"url", "http://h/"}, {"POSTData", bodyOf(number)}});
+      if (write(progress, "", 1) != 1) return 1;
+    }
+  }
+  static std::shared_ptr<QVPlatform::OperationQueue> suspendedQueue() {
+    auto queue = std::make_shared<QVPlatform::OperationQueue>();
+    queue->setSuspended(true);
+    return queue;
+  }
+  /// Starts a process that saves, and kills it at some moment after that many saves.
+  static void killWhileSaving(int saveCount, std::chrono::microseconds delay) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const pid_t child = QVTest::startChild([&] { return saveUntilKilled(ends[1]); });
+    char save;
+    for (int count = 0; count < saveCount; ++count) ASSERT_EQ(read(ends[0], &save, 1), 1);
+    const auto moment = std::chrono::steady_clock::now() + delay;
+    while (std::chrono::steady_clock::now() < moment) continue;
+    kill(child, SIGKILL);
+    QVTest::exitStatusOf(child);
+    close(ends[0]);
+    close(ends[1]);
+  }
+  static bool wasQueued(const Value& hit) {
+    const Value number = hit.dictionary().get("ID");
+    return hit.dictionary().get("POSTData") == Value(bodyOf(number.longLongValue()));
+  }
+  /// Names beside the file, its own included.
+  std::ptrdiff_t fileCount() const {
+    std::error_code ignored;  // the directory may not have been made yet
+    const auto directory = std::filesystem::path(path().view()).parent_path();
+    return std::distance(std::filesystem::directory_iterator(directory, ignored), {});
   }
 };
 
@@ -165,6 +232,24 @@ TEST_F(QVOfflineHitsTest, SavesAtEachChangeOfTheCountOnceAskedTo) {
   manager->observeValueForKeyPathOfObjectChangeContext("operationCount", manager->operationQueue(),
                                                        3, &stranger);
   EXPECT_FALSE(FileManager::fileExistsAtPath(path()));
+}
+
+TEST_F(QVOfflineHitsTest, SavesEntirelyOrNotAtAllWhenKilledAndRestoresInTheNextProcess) {
+  std::mt19937 random(2001);
+  std::vector<Value> left;
+  for (int round = 0; round < 200; ++round) {
+    // Some are killed while they start and restore what the one before has left.
+    const int saveCount = round % 4;
+    killWhileSaving(saveCount, std::chrono::microseconds(random() % 4000));
+    const bool isThere = FileManager::fileExistsAtPath(path());
+    ASSERT_TRUE(isThere || saveCount == 0) << round;
+    left = isThere ? saved() : std::vector<Value>();
+    ASSERT_THAT(left, Each(Truly(wasQueued))) << round;
+    ASSERT_LE(fileCount(), 2) << "left-overs pile up";
+  }
+  EXPECT_THAT(left, Not(IsEmpty()));
+  QVNetworkManager::sharedInstance();
+  EXPECT_EQ(queued(), left);
 }
 
 TEST_F(QVOfflineHitsTest, GoesOnQuietlyWhenTheDirectoryCannotBeMade) {
