@@ -13,6 +13,7 @@
 #include <QVCore/QVCore.h>
 #include <QVPlatform/Application.h>
 #include <QVPlatform/Foundation/FileManager.h>
+#include <QVPlatform/Foundation/KeyedUnarchiver.h>
 #include <QVPlatform/Foundation/OperationQueue.h>
 #include <tests/support/TemporaryDirectory.h>
 
@@ -202,6 +203,17 @@ void restore(benchmark::State& state) {
   if (manager()->operationQueue()->operationCount() != kHits) state.SkipWithError("not restored");
 }
 
+/// The part of restore() that reads the file: from its bytes to the requests' data.
+void readArchive(benchmark::State& state) {
+  savedHits();
+  for (auto _ : state) {
+    QVPlatform::KeyedUnarchiver unarchiver(
+        FileManager::contentsAtPath(offlineHitsPath(), kMaximumFileSize));
+    const auto read = unarchiver.decodeObjectForKey(kQVFileOfflineHits).array();
+    if (read.count() != hits.size()) state.SkipWithError("not read");
+  }
+}
+
 /// Opens the file anew, as a process does that starts.
 void readFromSQLite(benchmark::State& state) {
   {
@@ -261,6 +273,7 @@ BENCHMARK(save)->Apply(timed);
 BENCHMARK(savePlainly)->Apply(timed);
 BENCHMARK(saveInSQLite)->Apply(timed);
 BENCHMARK(restore)->Apply(timed);
+BENCHMARK(readArchive)->Apply(timed);
 BENCHMARK(readFromSQLite)->Apply(timed);
 BENCHMARK(restoreFromSQLite)->Apply(timed);
 BENCHMARK(drain)->ArgName("background")->Arg(0)->Arg(1)->Apply(timed)->Iterations(kHits);

@@ -88,25 +88,13 @@ class UnfinishedFile {
   bool isMoved_ = false;
 };
 
-/// Makes the new directory entry last. Some file systems cannot do this by itself; the file is in
-/// its place all the same.
-void flushDirectory(const fs::path& directory) {
-  const int descriptor =
-      open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (descriptor < 0) return;
-  fsync(descriptor);
-  close(descriptor);
-}
-
 }  // namespace
 
 bool FileManager::writeAtomically(std::string_view bytes, const String& path) {
   const fs::path target(path.view());
   if (!target.has_filename() || path.view().find('\0') != std::string_view::npos) return false;
   UnfinishedFile file(target);
-  if (!file.write(bytes) || !file.moveTo(target)) return false;
-  flushDirectory(target.parent_path());
-  return true;
+  return file.write(bytes) && file.moveTo(target);
 }
 
 }  // namespace QVPlatform

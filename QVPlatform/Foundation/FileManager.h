@@ -37,8 +37,9 @@ class QVPLATFORM_EXPORT FileManager {
   /// Replaces the file by a new one, mode 0600, with these bytes. The file is written beside the
   /// old one, flushed to the disk and then moved into its place: whatever happens, and however many
   /// threads and processes write it at once, it holds the old or the new bytes, entire. False when
-  /// the old file stayed. A process that is killed while writing leaves at most its unfinished
-  /// ".<name>.tmp<n>", which a later write of the file takes over.
+  /// the old file stayed. The move itself is flushed by the file system, in its own time: if the
+  /// power fails before, the old file is back. A process that is killed while writing leaves at
+  /// most its unfinished ".<name>.tmp<n>", which a later write of the file takes over.
   static bool writeAtomically(std::string_view bytes, const String& path);
   static bool writeAtomically(const Data& data, const String& path);
 };
