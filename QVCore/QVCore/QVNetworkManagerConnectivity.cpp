@@ -43,6 +43,11 @@ void removeIfEnormous(const String& path) {
   if (!error && size > kMaximumFileSize) FileManager::removeItemAtPath(path);
 }
 
+std::vector<Value> hitsIn(const Data& archive) {
+  QVPlatform::KeyedUnarchiver unarchiver(archive);
+  return unarchiver.decodeObjectForKey(kQVFileOfflineHits).array().values();
+}
+
 void logCount(const char* format, std::size_t count) {
   if (count == 0) return;
   QVLogger::sharedInstance()->logMessageWithLevel(stringWithFormat(format, {count}), 1);
@@ -123,10 +128,12 @@ void QVNetworkManager::restoreStockedHit() {
   const String path = offlineHitsPath();
   const Data archive = FileManager::contentsAtPath(path, kMaximumFileSize);
   if (archive.isNull()) return removeIfEnormous(path);
-  QVPlatform::KeyedUnarchiver unarchiver(archive);
-  const std::vector<Value> stored =
-      unarchiver.decodeObjectForKey(kQVFileOfflineHits).array().values();
+  std::vector<Value> stored = hitsIn(archive);
   logCount("Restoring %@ offline Hits", stored.size());
-  for (const Value& hit : stored) queueRequestWithData(hit.dictionary());
+  for (Value& hit : stored) {
+    Dictionary data = hit.dictionary();
+    hit = nullptr;  // nobody else has the data then, and they need not be copied
+    queueRequestWithData(std::move(data));
+  }
   FileManager::removeItemAtPath(path);
 }
