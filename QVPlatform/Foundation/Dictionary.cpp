@@ -34,90 +34,99 @@ Entries sortedByKey(Entries entries) {
   return entries;
 }
 
+Entries::const_iterator find(const Entries& entries, const String& key) {
+  return std::lower_bound(entries.begin(), entries.end(), key, keyIsLess);
+}
+
+const Dictionary::Snapshot& noEntries() {
+  static const auto& none = *new Dictionary::Snapshot(std::make_shared<const Entries>());
+  return none;
+}
+
 }  // namespace
 
+/// The entries of a moment are never changed: a change makes new ones. So they can be looked
+/// through without the lock, and copies of a dictionary share them.
 struct Dictionary::Storage {
-  explicit Storage(Entries initial) : entries(std::move(initial)) {}
-
-  Entries::iterator find(const String& key) {
-    return std::lower_bound(entries.begin(), entries.end(), key, keyIsLess);
-  }
+  explicit Storage(Snapshot initial) : entries(std::move(initial)) {}
 
   std::mutex mutex;
-  Entries entries;  // sorted by key
+  Snapshot entries;  // sorted by key
 };
 
 Dictionary::Dictionary(std::initializer_list<Entry> entries) : Dictionary(Entries(entries)) {}
 
 Dictionary::Dictionary(std::vector<Entry> entries)
-    : storage_(std::make_shared<Storage>(sortedByKey(std::move(entries)))) {}
+    : storage_(std::make_shared<Storage>(
+          std::make_shared<const Entries>(sortedByKey(std::move(entries))))) {}
 
 Dictionary Dictionary::dictionary() { return Dictionary(Entries()); }
 
-std::size_t Dictionary::count() const {
-  if (isNull()) return 0;
-  const std::lock_guard lock(storage_->mutex);
-  return storage_->entries.size();
-}
+std::size_t Dictionary::count() const { return snapshot()->size(); }
 
 Value Dictionary::get(const String& key) const {
   if (isNull()) return nullptr;
   const std::lock_guard lock(storage_->mutex);
-  const auto place = storage_->find(key);
-  return holdsKey(storage_->entries, place, key) ? place->second : Value();
+  const Entries& entries = *storage_->entries;
+  const auto place = find(entries, key);
+  return holdsKey(entries, place, key) ? place->second : Value();
 }
+
+// What is replaced outlives the lock: destroying it can reach this dictionary again.
 
 void Dictionary::set(String key, Value value) {
   if (value.isNil()) return remove(key);
   if (isNull() || key.isNull()) return;
-  // The replaced value leaves the lock with `value`: destroying it can reach this dictionary again.
+  auto changed = std::make_shared<Entries>();
+  Snapshot replaced;
   const std::lock_guard lock(storage_->mutex);
-  const auto place = storage_->find(key);
-  if (holdsKey(storage_->entries, place, key)) {
-    std::swap(place->second, value);
-  } else {
-    storage_->entries.emplace(place, std::move(key), std::move(value));
-  }
+  const Entries& old = *storage_->entries;
+  const auto place = find(old, key);
+  const auto rest = holdsKey(old, place, key) ? place + 1 : place;
+  changed->reserve(old.size() + 1);
+  changed->insert(changed->end(), old.begin(), place);
+  changed->emplace_back(std::move(key), std::move(value));
+  changed->insert(changed->end(), rest, old.end());
+  replaced = std::exchange(storage_->entries, std::move(changed));
 }
 
 void Dictionary::remove(const String& key) {
   if (isNull()) return;
-  Value removed;
+  Snapshot replaced;
   const std::lock_guard lock(storage_->mutex);
-  const auto place = storage_->find(key);
-  if (!holdsKey(storage_->entries, place, key)) return;
-  std::swap(place->second, removed);
-  storage_->entries.erase(place);
+  const Entries& old = *storage_->entries;
+  const auto place = find(old, key);
+  if (!holdsKey(old, place, key)) return;
+  auto changed = std::make_shared<Entries>(old.begin(), place);
+  changed->insert(changed->end(), place + 1, old.end());
+  replaced = std::exchange(storage_->entries, std::move(changed));
 }
 
 void Dictionary::clear() {
   if (isNull()) return;
-  Entries dropped;
+  Snapshot replaced;
   const std::lock_guard lock(storage_->mutex);
-  storage_->entries.swap(dropped);
+  replaced = std::exchange(storage_->entries, noEntries());
 }
 
 std::vector<String> Dictionary::keys() const {
   std::vector<String> keys;
-  for (auto& entry : entries()) keys.push_back(std::move(entry.first));
+  for (const auto& entry : *snapshot()) keys.push_back(entry.first);
   return keys;
 }
 
-Entries Dictionary::entries() const {
-  if (isNull()) return {};
+Entries Dictionary::entries() const { return *snapshot(); }
+
+Dictionary::Snapshot Dictionary::snapshot() const {
+  if (isNull()) return noEntries();
   const std::lock_guard lock(storage_->mutex);
   return storage_->entries;
 }
 
 Dictionary Dictionary::copy() const& {
   if (isNull()) return nullptr;
-  // A copy is mostly made to be added to: room for what a request gains on its way.
-  constexpr std::size_t kRoom = 3;
-  Dictionary other = dictionary();
-  const std::lock_guard lock(storage_->mutex);
-  Entries& entries = other.storage_->entries;
-  entries.reserve(storage_->entries.size() + kRoom);
-  entries.assign(storage_->entries.begin(), storage_->entries.end());
+  Dictionary other;
+  other.storage_ = std::make_shared<Storage>(snapshot());
   return other;
 }
 

@@ -24,6 +24,7 @@ class Value;
 class QVPLATFORM_EXPORT Dictionary {
  public:
   using Entry = std::pair<String, Value>;
+  using Snapshot = std::shared_ptr<const std::vector<Entry>>;
 
   /// Null. Dictionary::dictionary() makes an empty one.
   Dictionary() noexcept = default;
@@ -49,6 +50,8 @@ class QVPLATFORM_EXPORT Dictionary {
   std::vector<String> keys() const;
   /// The entries as they stand now, by key.
   std::vector<Entry> entries() const;
+  /// The same without a copy; never nullptr. What is done to the dictionary later is not seen here.
+  Snapshot snapshot() const;
   /// Another dictionary with the same entries; null for null.
   Dictionary copy() const&;
   /// The same of a dictionary that is given up: itself, when nobody else has it.

@@ -191,7 +191,8 @@ class KeyedArchiver::Implementation {
   }
 
   Reference contentsOf(const Dictionary& dictionary) {
-    for (const auto& [key, value] : dictionary.entries()) {
+    const auto entries = dictionary.snapshot();
+    for (const auto& [key, value] : *entries) {
       const auto uid = add(value);
       if (!uid) continue;
       contain({});
