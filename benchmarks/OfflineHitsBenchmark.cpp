@@ -33,8 +33,10 @@ namespace {
 
 using QVBenchmark::KeepAliveServer;
 using QVPlatform::Data;
+using QVPlatform::Dictionary;
 using QVPlatform::FileManager;
 using QVPlatform::OperationQueue;
+using QVPlatform::String;
 
 constexpr int kHits = 2000;
 constexpr std::size_t kURLSize = 120;
@@ -146,12 +148,15 @@ class Database {
     sqlite3_finalize(statement);
     run("COMMIT");
   }
-  std::vector<Hit> readHits() {
-    std::vector<Hit> read;
+  /// The data of the requests, as the manager restores them.
+  std::vector<Dictionary> readHits() {
+    std::vector<Dictionary> read;
     sqlite3_stmt* statement = prepared("SELECT id, type, url, body FROM hits");
     while (sqlite3_step(statement) == SQLITE_ROW) {
-      read.push_back({sqlite3_column_int(statement, 0), text(statement, 1), text(statement, 2),
-                      text(statement, 3)});
+      read.push_back({{kQVUserInfo_RequestID, sqlite3_column_int(statement, 0)},
+                      {kQVUserInfo_RequestType, text(statement, 1)},
+                      {kQVUserInfo_URLKey, text(statement, 2)},
+                      {kQVUserInfo_POSTData, text(statement, 3)}});
     }
     sqlite3_finalize(statement);
     return read;
@@ -172,10 +177,10 @@ class Database {
     check(sqlite3_bind_text(statement, place, text.data(), static_cast<int>(text.size()),
                             SQLITE_STATIC));
   }
-  static std::string text(sqlite3_stmt* statement, int column) {
+  static String text(sqlite3_stmt* statement, int column) {
     const void* bytes = sqlite3_column_text(statement, column);
     const int size = sqlite3_column_bytes(statement, column);
-    return {static_cast<const char*>(bytes), static_cast<std::size_t>(size)};
+    return std::string_view(static_cast<const char*>(bytes), static_cast<std::size_t>(size));
   }
 
   sqlite3* database_ = nullptr;
@@ -222,10 +227,7 @@ void readFromSQLite(benchmark::State& state) {
     database.insertHits();
   }
   for (auto _ : state) {
-    const std::vector<Hit> read = Database().readHits();
-    state.PauseTiming();
-    if (read.size() != hits.size()) state.SkipWithError("not read");
-    state.ResumeTiming();
+    if (Database().readHits().size() != hits.size()) state.SkipWithError("not read");
   }
 }
 
@@ -241,12 +243,7 @@ void restoreFromSQLite(benchmark::State& state) {
     emptyQueue();
     state.ResumeTiming();
     Database database;
-    for (const Hit& hit : database.readHits()) {
-      manager()->queueRequestWithData({{kQVUserInfo_RequestID, hit.id},
-                                       {kQVUserInfo_RequestType, hit.type},
-                                       {kQVUserInfo_URLKey, hit.url},
-                                       {kQVUserInfo_POSTData, hit.body}});
-    }
+    for (const Dictionary& hit : database.readHits()) manager()->queueRequestWithData(hit);
     database.run("DELETE FROM hits");
   }
 }
