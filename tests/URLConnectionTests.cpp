@@ -191,6 +191,14 @@ TEST(URLConnection, DecodesCompressedAnswers) {
   const Exchange exchange = get(server.url());
   EXPECT_FALSE(exchange.response->valueForHTTPHeaderField("Content-Encoding").isNull());
   EXPECT_TRUE(exchange.body == Data(text));
+
+  for (const char* coding : {"", "identity"}) {
+    HTTPServer plain([&](const auto&, auto& response) {
+      response.set_header("Content-Encoding", coding);
+      response.set_content("ok", "image/png");  // which the server leaves as it is
+    });
+    EXPECT_EQ(get(plain.url()).body, Data("ok")) << coding;
+  }
 }
 
 TEST(URLConnection, FollowsRedirectionsAsBrowsersDo) {

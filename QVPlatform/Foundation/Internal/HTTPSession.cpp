@@ -248,8 +248,11 @@ std::shared_ptr<HTTPURLResponse> HTTPSession::takeResponse(const String& request
 /// Here and not by libcurl, to which compressed data that ends early is whole.
 CURLcode HTTPSession::decodeBody(const HTTPURLResponse& response) {
   const String coding = response.valueForHTTPHeaderField(String(kContentEncoding));
-  if (body_.empty() || strcasecmp(coding.UTF8String(), "identity") == 0) return CURLE_OK;
-  if (strcasecmp(coding.UTF8String(), "gzip") != 0) return CURLE_BAD_CONTENT_ENCODING;
+  const auto isCoding = [&](const char* name) {
+    return strcasecmp(coding.UTF8String(), name) == 0;
+  };
+  if (body_.empty() || coding.isEmpty() || isCoding("identity")) return CURLE_OK;
+  if (!isCoding("gzip") && !isCoding("x-gzip")) return CURLE_BAD_CONTENT_ENCODING;
   const std::string compressed = std::exchange(body_, {});
   switch (gunzip(compressed, maximumBodySize_, body_)) {
     case GzipResult::whole:
