@@ -128,12 +128,8 @@ void QVNetworkManager::restoreStockedHit() {
   const String path = offlineHitsPath();
   const Data archive = FileManager::contentsAtPath(path, kMaximumFileSize);
   if (archive.isNull()) return removeIfEnormous(path);
-  std::vector<Value> stored = hitsIn(archive);
+  const std::vector<Value> stored = hitsIn(archive);
   logCount("Restoring %@ offline Hits", stored.size());
-  for (Value& hit : stored) {
-    Dictionary data = hit.dictionary();
-    hit = nullptr;  // nobody else has the data then, and they need not be copied
-    queueRequestWithData(std::move(data));
-  }
+  for (const Value& hit : stored) queueRequestWithData(hit.dictionary());
   FileManager::removeItemAtPath(path);
 }

@@ -1,4 +1,5 @@
 #include <QVPlatform/Foundation/HTTPHeaderFields.h>
+#include <QVPlatform/Foundation/Internal/Unicode.h>
 #include <QVPlatform/Foundation/Value.h>
 
 #include <strings.h>
@@ -32,15 +33,7 @@ String textOf(std::string_view bytes) {
   String text(bytes);
   if (!text.isNull()) return text;
   std::string utf8;
-  for (const char byte : bytes) {
-    const auto code = static_cast<unsigned char>(byte);
-    if (code < 0x80) {
-      utf8.push_back(byte);
-    } else {
-      utf8.push_back(static_cast<char>(0xC0 | (code >> 6)));
-      utf8.push_back(static_cast<char>(0x80 | (code & 0x3F)));
-    }
-  }
+  for (const char byte : bytes) appendUTF8(utf8, static_cast<unsigned char>(byte));
   return String(utf8);
 }
 

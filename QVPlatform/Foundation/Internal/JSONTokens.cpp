@@ -1,5 +1,6 @@
 #include <QVPlatform/Foundation/Internal/HexadecimalDigit.h>
 #include <QVPlatform/Foundation/Internal/JSONTokens.h>
+#include <QVPlatform/Foundation/Internal/Unicode.h>
 
 namespace QVPlatform::JSONTokens {
 namespace {
@@ -16,9 +17,6 @@ const char* afterCodeUnit(const char* at, char32_t& unit) {
   return at + 6;
 }
 
-bool isHighSurrogate(char32_t unit) { return unit >= 0xD800 && unit < 0xDC00; }
-bool isLowSurrogate(char32_t unit) { return unit >= 0xDC00 && unit < 0xE000; }
-
 const char* afterUnicodeEscape(const char* at, char32_t& character) {
   at = afterCodeUnit(at, character);
   if (!at || isLowSurrogate(character)) return nullptr;
@@ -26,26 +24,8 @@ const char* afterUnicodeEscape(const char* at, char32_t& character) {
   char32_t low = 0;
   at = afterCodeUnit(at, low);
   if (!at || !isLowSurrogate(low)) return nullptr;
-  character = 0x10000 + ((character - 0xD800) << 10) + (low - 0xDC00);
+  character = characterOfPair(character, low);
   return at;
-}
-
-void append(char32_t character, std::string& text) {
-  const auto push = [&text](char32_t byte) { text.push_back(static_cast<char>(byte)); };
-  const auto pushRest = [&](int shift) { push(0x80 | (character >> shift & 0x3F)); };
-  if (character < 0x80) return push(character);
-  if (character < 0x800) {
-    push(0xC0 | character >> 6);
-    return pushRest(0);
-  }
-  if (character < 0x10000) {
-    push(0xE0 | character >> 12);
-  } else {
-    push(0xF0 | character >> 18);
-    pushRest(12);
-  }
-  pushRest(6);
-  pushRest(0);
 }
 
 }  // namespace
@@ -85,7 +65,7 @@ std::string_view unescaped(std::string_view text, std::string& buffer) {
   for (; escape != text.npos; escape = text.find('\\')) {
     char32_t character = 0;
     const char* const rest = afterEscape(text.data() + escape, character);
-    append(character, buffer.append(text.substr(0, escape)));
+    appendUTF8(buffer.append(text.substr(0, escape)), character);
     text.remove_prefix(static_cast<std::size_t>(rest - text.data()));
   }
   return buffer.append(text);

@@ -1,3 +1,4 @@
+#include <QVPlatform/Foundation/Internal/Unicode.h>
 #include <QVPlatform/Foundation/PropertyList.h>
 #include <QVPlatform/Foundation/PropertyList/BinaryPropertyListFormat.h>
 #include <QVPlatform/Foundation/PropertyList/BinaryPropertyListReader.h>
@@ -12,7 +13,7 @@ namespace {
 
 namespace Format = BinaryPropertyListFormat;
 
-constexpr std::uint32_t kReplacementCharacter = 0xFFFD;
+constexpr char32_t kReplacementCharacter = 0xFFFD;
 
 template <class Word>
 std::uint64_t load(std::string_view bytes) {
@@ -43,41 +44,17 @@ std::uint64_t bigEndian(std::string_view bytes) {
   }
 }
 
-void appendUTF8(std::string& text, std::uint32_t character) {
-  const auto tail = [&](unsigned shift) {
-    text.push_back(static_cast<char>(0x80 | (character >> shift & 0x3F)));
-  };
-  if (character < 0x80) {
-    text.push_back(static_cast<char>(character));
-  } else if (character < 0x800) {
-    text.push_back(static_cast<char>(0xC0 | character >> 6));
-    tail(0);
-  } else if (character < 0x10000) {
-    text.push_back(static_cast<char>(0xE0 | character >> 12));
-    tail(6);
-    tail(0);
-  } else {
-    text.push_back(static_cast<char>(0xF0 | character >> 18));
-    tail(12);
-    tail(6);
-    tail(0);
-  }
-}
-
-bool isHighSurrogate(std::uint64_t unit) { return (unit & 0xFC00) == 0xD800; }
-bool isLowSurrogate(std::uint64_t unit) { return (unit & 0xFC00) == 0xDC00; }
-
 /// A surrogate without its partner, which UTF-8 cannot express, becomes U+FFFD.
 String textOfUTF16(std::string_view bytes) {
   std::string text;
   text.reserve(bytes.size());
   while (!bytes.empty()) {
-    auto character = static_cast<std::uint32_t>(bigEndian(bytes.substr(0, 2)));
+    auto character = static_cast<char32_t>(bigEndian(bytes.substr(0, 2)));
     bytes.remove_prefix(2);
     if (isHighSurrogate(character) || isLowSurrogate(character)) {
-      const auto low = static_cast<std::uint32_t>(bigEndian(bytes.substr(0, 2)));
+      const auto low = static_cast<char32_t>(bigEndian(bytes.substr(0, 2)));
       if (isHighSurrogate(character) && bytes.size() >= 2 && isLowSurrogate(low)) {
-        character = 0x10000 + ((character & 0x3FF) << 10 | (low & 0x3FF));
+        character = characterOfPair(character, low);
         bytes.remove_prefix(2);
       } else {
         character = kReplacementCharacter;
