@@ -17,6 +17,7 @@ namespace fs = std::filesystem;
 
 struct Settings {
   Property<String> identifier;
+  Property<String> version;
   Property<String> containerDirectory;
   Property<String> resourceDirectory;
 };
@@ -73,6 +74,10 @@ String Application::identifier() {
 void Application::setIdentifier(String identifier) {
   settings().identifier.set(std::move(identifier));
 }
+
+String Application::version() { return settings().version.get(); }
+
+void Application::setVersion(String version) { settings().version.set(std::move(version)); }
 
 String Application::containerDirectory() {
   return valueOr(settings().containerDirectory, dataDirectory() / identifier().view());

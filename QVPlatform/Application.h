@@ -16,6 +16,11 @@ class QVPLATFORM_EXPORT Application {
   static String identifier();
   static void setIdentifier(String identifier);
 
+  /// Version of the application ("2.1"), which requests may tell beside its identifier. Default:
+  /// null, for none.
+  static String version();
+  static void setVersion(String version);
+
   /// Directory that holds the application's "Library". Default: the identifier below
   /// $XDG_DATA_HOME, else below ~/.local/share.
   /// It is made, with mode 0700, when the first file in it is wanted.
