@@ -1,3 +1,4 @@
+#include <QVPlatform/Application.h>
 #include <QVPlatform/Foundation/Value.h>
 
 #include <gtest/gtest.h>
@@ -64,15 +65,65 @@ TEST(URLConnection, SendsALargeBodyWithoutAskingFirst) {
   EXPECT_EQ(server.requests().at(0).fields.count("Expect"), 0U);
 }
 
-TEST(URLConnection, SendsNothingThatItWasNotAskedTo) {
-  std::string request;
-  RawServer server([&](auto& connection) {
+/// Reads the request and answers with these bytes; then closes.
+RawServer::Script recordsAndSends(std::string& request, std::string bytes) {
+  return [&request, bytes](auto& connection) {
     request = connection.readRequest();
-    connection.send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
-  });
-  EXPECT_FALSE(get(server.url("/hit?a=b")).body.isNull());
-  EXPECT_EQ(request, "GET /hit?a=b HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server.port()) +
-                         "\r\nAccept: */*\r\nAccept-Encoding: gzip\r\n\r\n");
+    connection.send(bytes);
+  };
+}
+
+const std::string kEmptyAnswer =
+    "HTTP/1.1 200 OK\r\nContent-Length: 0\r\nConnection: close\r\n\r\n";
+
+TEST(URLConnection, SendsNothingThatItWasNotAskedTo) {
+  ASSERT_EQ(setenv("LC_ALL", "fr_CA.UTF-8@euro", 1), 0);
+  Application::setIdentifier("org.example player");
+  Application::setVersion("2.1");
+  const std::string start = "GET /hit?a=b HTTP/1.1\r\nHost: 127.0.0.1:";
+  const std::string rest = "\r\nAccept: */*\r\n";
+  const std::string end = "Accept-Encoding: gzip\r\n\r\n";
+  std::string request;
+  RawServer server(recordsAndSends(request, kEmptyAnswer));
+  const auto fieldsOfNextRequest = [&] {
+    EXPECT_FALSE(get(server.url("/hit?a=b")).body.isNull());
+    const std::string expected = start + std::to_string(server.port()) + rest;
+    EXPECT_TRUE(request.starts_with(expected)) << request;
+    return request.substr(expected.size());
+  };
+  EXPECT_EQ(fieldsOfNextRequest(),
+            "User-Agent: org.example-player/2.1 QVCore/4.7.4\r\n"
+            "Accept-Language: fr-CA,fr;q=0.9\r\n" +
+                end);
+  URLConnection::setUserAgent("Mine");
+  URLConnection::setUserAgent("two\r\nlines");
+  URLConnection::setAcceptLanguage("de");
+  EXPECT_EQ(fieldsOfNextRequest(), "User-Agent: Mine\r\nAccept-Language: de\r\n" + end);
+  URLConnection::setUserAgent("");
+  URLConnection::setAcceptLanguage("");
+  EXPECT_EQ(fieldsOfNextRequest(), end);
+  Application::setVersion(nullptr);
+  URLConnection::setUserAgent(nullptr);
+  URLConnection::setAcceptLanguage(nullptr);
+  for (const auto& [locale, language] :
+       {std::pair("C.UTF-8", "en"), {"POSIX", "en"}, {"de", "de"}, {"../..", "en"}}) {
+    setenv("LC_ALL", locale, 1);
+    EXPECT_EQ(URLConnection::acceptLanguage(), String(language)) << locale;
+  }
+  EXPECT_EQ(URLConnection::userAgent(), String("org.example-player QVCore/4.7.4"));
+}
+
+TEST(URLConnection, SendsURLsAsTheyAreGiven) {
+  std::string request;
+  RawServer server(recordsAndSends(request, kEmptyAnswer));
+  for (const std::string target :
+       {"/a/../b/./c", "/?ids[]=1&c=[x]", "/a?", "//a//b", "/%7euser%2F", "/?a=/../b?c"}) {
+    const Exchange exchange = get(server.url(target + "#fragment"));
+    EXPECT_EQ(request.substr(0, request.find('\r')), "GET " + target + " HTTP/1.1");
+    EXPECT_EQ(exchange.response->URL(), String(server.url(target + "#fragment")));
+  }
+  get(server.url("?query"));
+  EXPECT_TRUE(request.starts_with("GET /?query HTTP/1.1\r\n")) << request;
 }
 
 TEST(URLConnection, SendsTheFieldsOfTheRequestOnce) {
@@ -82,6 +133,7 @@ TEST(URLConnection, SendsTheFieldsOfTheRequestOnce) {
   request.addValueForHTTPHeaderField("a", "X-List");
   request.addValueForHTTPHeaderField("b", "X-List");
   request.addValueForHTTPHeaderField("text/plain", "Accept");
+  request.addValueForHTTPHeaderField("Mine", "user-agent");
   EXPECT_FALSE(send(request).body.isNull());
   get(server.url());
 
@@ -89,16 +141,15 @@ TEST(URLConnection, SendsTheFieldsOfTheRequestOnce) {
   EXPECT_EQ(received[0].field("If-Modified-Since"), "Thu, 01 Jan 1970 00:00:00 GMT");
   EXPECT_EQ(received[0].field("X-List"), "a, b");
   EXPECT_EQ(received[0].field("Accept"), "text/plain");
+  EXPECT_EQ(received[0].field("User-Agent"), "Mine");
+  EXPECT_EQ(received[0].fields.count("User-Agent"), 1U);
   EXPECT_EQ(received[1].fields.count("X-List"), 0U);
   EXPECT_EQ(received[1].field("Accept"), "*/*");
 }
 
 TEST(URLConnection, SendsAFieldWithoutText) {
   std::string received;
-  RawServer server([&](auto& connection) {
-    received = connection.readRequest();
-    connection.send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
-  });
+  RawServer server(recordsAndSends(received, kEmptyAnswer));
   MutableURLRequest request = requestTo(server.url());
   request.addValueForHTTPHeaderField(" ", "X-Empty");
   EXPECT_FALSE(send(request).body.isNull());
@@ -192,12 +243,29 @@ TEST(URLConnection, DecodesCompressedAnswers) {
   EXPECT_FALSE(exchange.response->valueForHTTPHeaderField("Content-Encoding").isNull());
   EXPECT_TRUE(exchange.body == Data(text));
 
-  for (const char* coding : {"", "identity"}) {
+  for (const char* coding : {"", "identity", "utf-8", "none", "deflate", "gzip, identity"}) {
     HTTPServer plain([&](const auto&, auto& response) {
       response.set_header("Content-Encoding", coding);
       response.set_content("ok", "image/png");  // which the server leaves as it is
     });
     EXPECT_EQ(get(plain.url()).body, Data("ok")) << coding;
+  }
+}
+
+TEST(URLConnection, PassesOverZerosBehindCompressedData) {
+  constexpr std::string_view kWhole(
+      "\x1f\x8b\x08\x00\x00\x00\x00\x00\x02\x03\x2b\xcf\xc8\xcf\x49\x05\x00\x4f\x29\x59\xc4\x05\x00"
+      "\x00\x00",
+      25);
+  for (const std::string& rest : {std::string(512, '\0'), std::string(kWhole), std::string("x")}) {
+    RawServer server([&](auto& connection) {
+      connection.readRequest();
+      connection.send("HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nConnection: close\r\n\r\n" +
+                      std::string(kWhole) + rest);
+    });
+    const Data body = get(server.url()).body;
+    EXPECT_EQ(body.view(), rest == "x" ? "" : rest == kWhole ? "wholewhole" : "whole");
+    EXPECT_EQ(body.isNull(), rest == "x");
   }
 }
 
@@ -208,20 +276,54 @@ TEST(URLConnection, FollowsRedirectionsAsBrowsersDo) {
     response.set_header("Location", "/end");
   });
   const struct {
-    const char *status, *method, *followed;
-  } cases[] = {{"301", "GET", "GET"},   {"302", "GET", "GET"},  {"303", "POST", "GET"},
-               {"301", "POST", "GET"},  {"302", "POST", "GET"}, {"307", "POST", "POST"},
-               {"308", "POST", "POST"}, {"307", "GET", "GET"}};
+    const char *status, *method, *followed;  // nullptr: not followed
+  } cases[] = {{"301", "GET", "GET"},   {"302", "GET", "GET"},   {"303", "POST", "GET"},
+               {"301", "POST", "GET"},  {"302", "POST", "GET"},  {"307", "POST", "POST"},
+               {"308", "POST", "POST"}, {"307", "GET", "GET"},   {"301", "PUT", "PUT"},
+               {"303", "PUT", "GET"},   {"300", "GET", nullptr}, {"304", "GET", nullptr},
+               {"305", "GET", nullptr}, {"201", "GET", nullptr}};
   for (const auto& [status, method, followed] : cases) {
     MutableURLRequest request = requestTo(server.url(std::string("/") + status));
     request.setHTTPMethod(method);
-    if (method == std::string("POST")) request.setHTTPBody(Data("body"));
+    request.addValueForHTTPHeaderField("text/plain", "Content-Type");
+    request.addValueForHTTPHeaderField("secret", "Authorization");
+    if (method != std::string("GET")) request.setHTTPBody(Data("body"));
     const Exchange exchange = send(request);
-    EXPECT_EQ(exchange.body, Data(followed)) << status << ' ' << method;
-    EXPECT_EQ(exchange.status(), 200);
+    ASSERT_EQ(exchange.error, nullptr) << status;
+    EXPECT_EQ(exchange.body, Data(followed ? followed : "")) << status << ' ' << method;
+    EXPECT_EQ(exchange.status(), followed ? 200 : std::stoi(status));
+    if (!followed) continue;
     EXPECT_EQ(exchange.response->URL(), String(server.url("/end")));
     EXPECT_TRUE(exchange.response->valueForHTTPHeaderField("Location").isNull());
-    EXPECT_EQ(server.requests().back().body, followed == std::string("POST") ? "body" : "");
+    const auto last = server.requests().back();
+    EXPECT_EQ(last.body, followed == std::string("GET") ? "" : "body");
+    EXPECT_EQ(last.field("Content-Type").empty(), followed != std::string(method)) << status;
+    EXPECT_EQ(last.field("Authorization"), "secret");
+  }
+}
+
+TEST(URLConnection, FindsThePlaceOfARedirection) {
+  HTTPServer other;
+  const struct {
+    std::string place, target;
+  } cases[] = {{"b?c#d", "/x/b?c"},
+               {"../b", "/b"},
+               {"//127.0.0.1:" + std::to_string(other.port()) + "/b", "/b"},
+               {other.url("/a/../b[]"), "/a/../b[]"},
+               {"/b c\xc3\xa9", "/b%20c%c3%a9"}};
+  for (const auto& [place, target] : cases) {
+    HTTPServer server([&](const auto& request, auto& response) {
+      if (request.path != "/x/start") return;
+      response.status = 302;
+      response.set_header("Location", place);
+    });
+    MutableURLRequest request = requestTo(server.url("/x/start?q"));
+    request.addValueForHTTPHeaderField("secret", "Authorization");
+    EXPECT_EQ(send(request).status(), 200) << place;
+    const bool isOther = server.requests().size() == 1;
+    const auto last = (isOther ? other : server).requests().back();
+    EXPECT_STRCASEEQ(last.target.c_str(), target.c_str());
+    EXPECT_EQ(last.field("Authorization"), isOther ? "" : "secret");
   }
 }
 
@@ -241,13 +343,14 @@ TEST(URLConnection, LoadsUnlessTheCachePolicyForbidsIt) {
   using enum URLRequestCachePolicy;
   HTTPServer server;
   for (const auto policy :
-       {useProtocolCachePolicy, reloadIgnoringLocalCacheData, returnCacheDataElseLoad}) {
+       {useProtocolCachePolicy, reloadIgnoringLocalCacheData, returnCacheDataElseLoad,
+        reloadIgnoringLocalAndRemoteCacheData, reloadRevalidatingCacheData}) {
     EXPECT_EQ(send({URL::URLWithString(server.url()), policy, 10}).body, Data("ok"));
   }
   const Exchange refused = send({URL::URLWithString(server.url()), returnCacheDataDontLoad, 10});
   EXPECT_TRUE(refused.body.isNull());
   EXPECT_EQ(refused.code(), URLErrorCode::notCached);
-  EXPECT_EQ(server.requests().size(), 3U);
+  EXPECT_EQ(server.requests().size(), 5U);
 }
 
 TEST(URLConnection, GoesThroughTheProxyOfTheEnvironment) {

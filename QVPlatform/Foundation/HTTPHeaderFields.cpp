@@ -77,6 +77,11 @@ void HTTPHeaderFields::add(const String& field, const String& value) {
   }
 }
 
+void HTTPHeaderFields::remove(const String& field) {
+  const auto place = find(fields_, field);
+  if (place != fields_.end()) fields_.erase(place);
+}
+
 String HTTPHeaderFields::value(const String& field) const {
   const auto place = find(fields_, field);
   return place == fields_.end() ? String() : place->second;

@@ -23,6 +23,7 @@ class QVPLATFORM_EXPORT HTTPHeaderFields {
   /// Adds a value, without the blanks around it, to what the field has, joined by ", ". A field
   /// keeps the spelling that it came with first.
   void add(const String& field, const String& value);
+  void remove(const String& field);
   /// The value, or null.
   String value(const String& field) const;
   /// All names and values, in the order in which they came.

@@ -1,8 +1,16 @@
-#include <QVPlatform/Foundation/Internal/HTTPSession.h>
+#include <QVPlatform/Foundation/URLConnection.h>
 
+#include <QVPlatform/Dispatch/ForkGeneration.h>
+#include <QVPlatform/Foundation/Internal/HTTPSession.h>
+#include <QVPlatform/Foundation/Internal/TransferError.h>
+#include <QVPlatform/Foundation/Internal/UsualFields.h>
+
+#include <array>
 #include <atomic>
+#include <memory>
 #include <mutex>
-#include <vector>
+#include <new>
+#include <ranges>
 
 namespace QVPlatform {
 namespace {
@@ -16,18 +24,21 @@ std::atomic<TimeInterval> transferTimeLimit{600};
 /// after the other share one connection, whichever thread makes them.
 class IdleSessions {
  public:
+  /// In a process that has forked, another one than the parent's, which its own threads may have
+  /// been changing at that moment; what it holds is never touched again.
   static IdleSessions& shared() {
-    static IdleSessions& sessions = *new IdleSessions;
-    return sessions;
+    static std::atomic<IdleSessions*> current{nullptr};
+    IdleSessions* known = current;
+    if (known && known->generation_ == forkGeneration()) return *known;
+    auto fresh = std::make_unique<IdleSessions>();
+    return current.compare_exchange_strong(known, fresh.get()) ? *fresh.release() : *known;
   }
 
   std::unique_ptr<HTTPSession> take() {
     {
       const std::lock_guard lock(mutex_);
-      if (!sessions_.empty()) {
-        auto session = std::move(sessions_.back());
-        sessions_.pop_back();
-        return session;
+      for (auto& session : sessions_ | std::views::reverse) {
+        if (session) return std::move(session);
       }
     }
     return std::make_unique<HTTPSession>();
@@ -36,35 +47,48 @@ class IdleSessions {
   /// One too many is closed with its connections, after the lock is released.
   void give(std::unique_ptr<HTTPSession> session) {
     const std::lock_guard lock(mutex_);
-    if (sessions_.size() < kMaximumCount) sessions_.push_back(std::move(session));
+    for (auto& place : sessions_) {
+      if (!place) return place.swap(session);
+    }
   }
 
  private:
   static constexpr std::size_t kMaximumCount = 4;
 
+  const unsigned generation_ = forkGeneration();
   std::mutex mutex_;
-  std::vector<std::unique_ptr<HTTPSession>> sessions_;
+  std::array<std::unique_ptr<HTTPSession>, kMaximumCount> sessions_;
 };
-
-std::shared_ptr<Error> makeError(URLErrorCode code, const char* text) {
-  return std::make_shared<Error>(kURLErrorDomain, static_cast<int>(code), text);
-}
 
 /// Why the request cannot be sent at all, or null.
 std::shared_ptr<Error> refusal(const MutableURLRequest& request) {
   if (request.cachePolicy() == URLRequestCachePolicy::returnCacheDataDontLoad) {
-    return makeError(URLErrorCode::notCached, "The answer is not cached and must not be loaded.");
+    return makeError(URLErrorCode::notCached);
   }
   const auto& url = request.url();
   const bool isHTTP = url && (url->hasScheme("http") || url->hasScheme("https"));
-  if (!isHTTP || !url->hasSchemeAndHost()) {
-    return makeError(URLErrorCode::unsupportedURL, "Not an http or https URL with a host.");
+  if (!isHTTP || url->hasEmptyHost()) {
+    return makeError(URLErrorCode::unsupportedURL);
   }
   return nullptr;
 }
 
-bool isRedirection(const HTTPURLResponse& response) {
-  return response.statusCode() / 100 == 3 && !response.valueForHTTPHeaderField("Location").isNull();
+/// Of a transfer for which memory ran out; null where there is none left to say so.
+std::shared_ptr<Error> outOfMemory() noexcept try {
+  return makeError(URLErrorCode::outOfMemory);
+} catch (const std::bad_alloc&) {
+  return nullptr;
+}
+
+HTTPSession::Outcome send(const MutableURLRequest& request) try {
+  if (auto error = refusal(request)) return {nullptr, nullptr, std::move(error)};
+  auto session = IdleSessions::shared().take();
+  auto outcome = session->send(
+      request, {URLConnection::maximumResponseSize(), URLConnection::maximumTransferTime()});
+  if (session->isUsable()) IdleSessions::shared().give(std::move(session));
+  return outcome;
+} catch (const std::bad_alloc&) {
+  return {nullptr, nullptr, outOfMemory()};
 }
 
 }  // namespace
@@ -74,16 +98,7 @@ constinit const String kURLErrorDomain{urlErrorDomain};
 Data URLConnection::sendSynchronousRequest(const MutableURLRequest& request,
                                            std::shared_ptr<HTTPURLResponse>& response,
                                            std::shared_ptr<Error>& error) {
-  response = nullptr;
-  error = refusal(request);
-  if (error) return nullptr;
-  auto session = IdleSessions::shared().take();
-  auto outcome = session->send(request, {maximumResponseSize(), maximumTransferTime()});
-  IdleSessions::shared().give(std::move(session));
-  // A redirection that led nowhere is not the answer to the request.
-  if (outcome.error && outcome.response && isRedirection(*outcome.response)) {
-    outcome.response = nullptr;
-  }
+  auto outcome = send(request);
   response = std::move(outcome.response);
   error = std::move(outcome.error);
   return outcome.body;
@@ -93,5 +108,9 @@ std::size_t URLConnection::maximumResponseSize() { return responseSizeLimit; }
 void URLConnection::setMaximumResponseSize(std::size_t bytes) { responseSizeLimit = bytes; }
 TimeInterval URLConnection::maximumTransferTime() { return transferTimeLimit; }
 void URLConnection::setMaximumTransferTime(TimeInterval seconds) { transferTimeLimit = seconds; }
+String URLConnection::userAgent() { return UsualFields::userAgent(); }
+void URLConnection::setUserAgent(const String& text) { UsualFields::setUserAgent(text); }
+String URLConnection::acceptLanguage() { return UsualFields::acceptLanguage(); }
+void URLConnection::setAcceptLanguage(const String& text) { UsualFields::setAcceptLanguage(text); }
 
 }  // namespace QVPlatform

@@ -14,13 +14,15 @@
 
 namespace QVPlatform {
 
-/// Whether a cached answer may or must stand in for a transfer. URLConnection has no cache: the
-/// first three policies load, and the last one, which forbids that, always fails.
+/// Whether a cached answer may or must stand in for a transfer. URLConnection has no cache: all
+/// policies load but returnCacheDataDontLoad, which forbids that and always fails.
 enum class URLRequestCachePolicy : std::uint32_t {
   useProtocolCachePolicy = 0,
   reloadIgnoringLocalCacheData = 1,
   returnCacheDataElseLoad = 2,
   returnCacheDataDontLoad = 3,
+  reloadIgnoringLocalAndRemoteCacheData = 4,
+  reloadRevalidatingCacheData = 5,
 };
 
 /// One HTTP request to be sent: where, how, with which fields and which body.
@@ -59,21 +61,21 @@ class QVPLATFORM_EXPORT MutableURLRequest : public Object {
   /// A new dictionary of all values by field name.
   Dictionary allHTTPHeaderFields() const;
 
+  /// What a request consists of beside its URL.
+  struct Content {
+    String method;
+    Data body;
+    HTTPHeaderFields fields;
+  };
+  /// A copy of all of it as it stands at one moment.
+  Content content() const;
+
   /// Another request with the same content.
   std::shared_ptr<MutableURLRequest> copy() const;
   /// Class, address, method and URL.
   String description() const override;
 
  private:
-  friend class HTTPSession;  // sends what there is at one moment
-
-  struct Content {
-    String method;
-    Data body;
-    HTTPHeaderFields fields;
-  };
-  Content content() const;
-
   const std::optional<URL> url_;
   const URLRequestCachePolicy cachePolicy_;
   const TimeInterval timeoutInterval_;

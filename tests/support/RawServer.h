@@ -26,6 +26,8 @@ class RawServer {
    public:
     explicit Connection(int file) : file_(file) {}
 
+    int file() const { return file_; }
+
     /// The next request, header and body; what has come of it when the connection ends before.
     std::string readRequest() {
       std::string request;

@@ -39,7 +39,10 @@ GzipResult gunzip(std::string_view compressed, std::size_t limit, std::string& t
     if (size > limit - text.size()) return GzipResult::tooLarge;
     text.append(buffer.data(), size);
     if (result == Z_STREAM_END) {
-      if (stream.avail_in == 0 && compressed.empty()) return GzipResult::whole;
+      // The end of some files is filled up with zeros.
+      const std::string_view rest(reinterpret_cast<const char*>(stream.next_in),
+                                  stream.avail_in + compressed.size());
+      if (rest.find_first_not_of('\0') == rest.npos) return GzipResult::whole;
       inflateReset(&stream);
     } else if (result != Z_OK) {
       return GzipResult::malformed;  // of an early end zlib says that it has nothing to go on with

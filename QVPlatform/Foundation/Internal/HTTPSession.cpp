@@ -1,29 +1,29 @@
-#include <QVPlatform/Foundation/Internal/Gzip.h>
 #include <QVPlatform/Foundation/Internal/HTTPSession.h>
 
+#include <QVPlatform/Foundation/Internal/Gzip.h>
+#include <QVPlatform/Foundation/Internal/HTTPRedirection.h>
+#include <QVPlatform/Foundation/Internal/TransferError.h>
+#include <QVPlatform/Foundation/Internal/UsualFields.h>
+
 #include <openssl/crypto.h>
+#include <openssl/ssl.h>
 #include <strings.h>
 
 #include <algorithm>
-#include <array>
-#include <chrono>
 #include <cstdlib>
+#include <new>
 
 namespace QVPlatform {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using SteadyClock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<TimeInterval>;
 
-constexpr long kMaximumRedirections = 20;
+constexpr int kMaximumRedirections = 20;
 constexpr std::size_t kMaximumHeaderSize = 256 * 1024;
 constexpr std::string_view kContentEncoding = "Content-Encoding";
-constinit String::Literal acceptEncodingText{"Accept-Encoding"};
-
-struct FieldListDeleter {
-  void operator()(curl_slist* list) const { curl_slist_free_all(list); }
-};
-using FieldList = std::unique_ptr<curl_slist, FieldListDeleter>;
+constexpr std::string_view kContentLength = "Content-Length";
+constexpr std::string_view kBlanks = " \t\r\n";
 
 /// OpenSSL would tear itself down when the process exits, under transfers that go on meanwhile; so
 /// it is told not to, before anything here sets it up.
@@ -35,43 +35,9 @@ void initializeLibraries() {
 }
 
 /// As a duration that clock arithmetic cannot overflow with.
-Clock::duration durationOf(TimeInterval seconds) {
+SteadyClock::duration durationOf(TimeInterval seconds) {
   constexpr TimeInterval kLongest = 1e8;
-  return std::chrono::duration_cast<Clock::duration>(Seconds(std::min(seconds, kLongest)));
-}
-
-void append(FieldList& list, const char* line) {
-  if (curl_slist* grown = curl_slist_append(list.get(), line)) {
-    static_cast<void>(list.release());
-    list.reset(grown);
-  }
-}
-
-bool isDecidedByTransfer(const String& field) {
-  constexpr std::array kFields{"Connection", "Content-Length", "Expect", "Host",
-                               "Transfer-Encoding"};
-  return std::any_of(kFields.begin(), kFields.end(),
-                     [&](const char* name) { return strcasecmp(field.UTF8String(), name) == 0; });
-}
-
-FieldList fieldList(const HTTPHeaderFields& fields) {
-  FieldList list;
-  for (const auto& [field, value] : fields.entries()) {
-    if (isDecidedByTransfer(field)) continue;
-    // "Name:" would mean to libcurl that the field is not wanted, "Name;" that it is empty.
-    const char* const separator = value.isEmpty() ? ";" : ": ";
-    append(list, std::string(field.view()).append(separator).append(value.view()).c_str());
-  }
-  if (fields.value(String(acceptEncodingText)).isNull()) append(list, "Accept-Encoding: gzip");
-  // A server that knows nothing of "Expect: 100-continue" would cost every large body a second.
-  append(list, "Expect:");
-  return list;
-}
-
-/// Those of a request that has none of its own.
-curl_slist* usualFields() {
-  static curl_slist* const fields = fieldList({}).release();
-  return fields;
+  return std::chrono::duration_cast<SteadyClock::duration>(Seconds(std::min(seconds, kLongest)));
 }
 
 bool isFieldLine(std::string_view line, std::string_view name) {
@@ -79,50 +45,37 @@ bool isFieldLine(std::string_view line, std::string_view name) {
          strncasecmp(line.data(), name.data(), name.size()) == 0;
 }
 
-URLErrorCode codeOf(CURLcode result) {
-  switch (result) {
-    case CURLE_URL_MALFORMAT:
-      return URLErrorCode::unsupportedURL;
-    case CURLE_COULDNT_RESOLVE_HOST:
-    case CURLE_COULDNT_RESOLVE_PROXY:
-      return URLErrorCode::cannotFindHost;
-    case CURLE_COULDNT_CONNECT:
-    case CURLE_PROXY:
-      return URLErrorCode::cannotConnect;
-    case CURLE_SSL_CONNECT_ERROR:
-    case CURLE_SSL_CACERT_BADFILE:
-    case CURLE_PEER_FAILED_VERIFICATION:
-      return URLErrorCode::secureConnectionFailed;
-    case CURLE_OPERATION_TIMEDOUT:
-      return URLErrorCode::timedOut;
-    case CURLE_GOT_NOTHING:
-    case CURLE_PARTIAL_FILE:
-    case CURLE_SEND_ERROR:
-    case CURLE_RECV_ERROR:
-      return URLErrorCode::connectionLost;
-    case CURLE_TOO_MANY_REDIRECTS:
-      return URLErrorCode::tooManyRedirects;
-    case CURLE_WEIRD_SERVER_REPLY:
-    case CURLE_BAD_CONTENT_ENCODING:
-    case CURLE_HTTP2:
-    case CURLE_HTTP2_STREAM:
-      return URLErrorCode::badServerResponse;
-    case CURLE_WRITE_ERROR:    // what the receiving and decoding functions below refused
-    case CURLE_OUT_OF_MEMORY:  // also a line of the header that is beyond libcurl's own limit
-      return URLErrorCode::responseTooLarge;
-    default:
-      return URLErrorCode::unknown;
-  }
+std::string_view withoutBlanks(std::string_view text) {
+  text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
+  return text.substr(0, text.find_last_not_of(kBlanks) + 1);
+}
+
+bool isSet(const char* variable) {
+  const char* const value = std::getenv(variable);
+  return value && *value;
+}
+
+/// Whether libcurl may send the request to a proxy as it is; https goes through a tunnel.
+bool mayGoToProxy(const URL& url) {
+  return url.hasScheme("http") && (isSet("http_proxy") || isSet("all_proxy") || isSet("ALL_PROXY"));
+}
+
+bool isClosureAlert(int what, int alert) {
+  return what == SSL_CB_READ_ALERT && (alert & 0xFF) == SSL_AD_CLOSE_NOTIFY;
 }
 
 }  // namespace
 
 HTTPSession::HTTPSession() {
   initializeLibraries();
-  // Where one is null for want of memory, libcurl refuses to run and the transfer fails.
   easy_ = curl_easy_init();
   multi_ = curl_multi_init();
-  if (easy_) setConstantOptions();
+  if (!easy_ || !multi_) {
+    curl_easy_cleanup(easy_);
+    curl_multi_cleanup(multi_);
+    throw std::bad_alloc();
+  }
+  setConstantOptions();
 }
 
 HTTPSession::~HTTPSession() {
@@ -135,48 +88,72 @@ void HTTPSession::setConstantOptions() {
   // Giving up on a name that does not resolve must not wait for the resolver's own timeout.
   set(CURLOPT_QUICK_EXIT, 1L);
   set(CURLOPT_PROTOCOLS_STR, "http,https");
-  set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
-  set(CURLOPT_FOLLOWLOCATION, 1L);
-  set(CURLOPT_MAXREDIRS, kMaximumRedirections);
+  // On a connection of HTTP/2 the other side may speak unasked.
+  set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+  set(CURLOPT_PATH_AS_IS, 1L);
   set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+  set(CURLOPT_SSL_CTX_FUNCTION, &HTTPSession::onTLSContext);
+  set(CURLOPT_SSL_CTX_DATA, this);
   set(CURLOPT_ERRORBUFFER, message_);
+  set(CURLOPT_PREREQFUNCTION, &HTTPSession::onRequest);
+  set(CURLOPT_PREREQDATA, this);
   set(CURLOPT_HEADERFUNCTION, &HTTPSession::onHeaderLine);
   set(CURLOPT_HEADERDATA, this);
   set(CURLOPT_WRITEFUNCTION, &HTTPSession::onBody);
   set(CURLOPT_WRITEDATA, this);
+  sockets_.attachTo(easy_);
   if (const char* file = std::getenv("SSL_CERT_FILE")) set(CURLOPT_CAINFO, file);
   if (const char* directory = std::getenv("SSL_CERT_DIR")) set(CURLOPT_CAPATH, directory);
 }
 
 HTTPSession::Outcome HTTPSession::send(const MutableURLRequest& request, Limits limits) {
-  if (hasConnected_) {
+  const Clock::time_point end = Clock::now() + durationOf(limits.transferTime);
+  maximumBodySize_ = limits.responseSize;
+  MutableURLRequest::Content content = request.content();
+  URL url = *request.url();
+  for (int left = kMaximumRedirections;; --left) {
+    Outcome outcome = exchange(content, url, request.timeoutInterval(), end);
+    if (!outcome.response || !isRedirection(*outcome.response)) return outcome;
+    // A redirection that leads nowhere is not the answer to the request.
+    if (outcome.error) return {nullptr, nullptr, outcome.error};
+    auto next = redirectedURL(*outcome.response, url);
+    if (!next) {
+      return {nullptr, nullptr, makeError(URLErrorCode::unsupportedURL)};
+    }
+    if (left == 0) {
+      return {nullptr, nullptr, makeError(URLErrorCode::tooManyRedirects)};
+    }
+    redirect(content, outcome.response->statusCode(), url, *next);
+    url = *std::move(next);
+  }
+}
+
+HTTPSession::Outcome HTTPSession::exchange(const MutableURLRequest::Content& content,
+                                           const URL& url, TimeInterval timeout,
+                                           Clock::time_point end) {
+  if (std::exchange(mustForgetFailures_, false)) {
     // libcurl counts how often a kept connection turned out to be dead, and the sixth time fails
     // the transfer instead of connecting again. Only this starts the count anew.
     curl_easy_reset(easy_);
     setConstantOptions();
   }
-  const MutableURLRequest::Content content = request.content();
   const bool hasFields = !content.fields.entries().empty();
   const FieldList fields = hasFields ? fieldList(content.fields) : nullptr;
-  set(CURLOPT_URL, request.url()->absoluteString().UTF8String());
   set(CURLOPT_HTTPHEADER, hasFields ? fields.get() : usualFields());
+  setURL(url);
   setMethodAndBody(content.method, content.body);
-  body_.clear();
-  maximumBodySize_ = limits.responseSize;
-  headersSize_ = 0;
-  header_.clear();
-  headerIsComplete_ = false;
-  bodyIsEncoded_ = false;
-  message_[0] = '\0';
-
-  CURLcode result = run(request.timeoutInterval(), limits.transferTime);
-  long connections = 0;
-  curl_easy_getinfo(easy_, CURLINFO_NUM_CONNECTS, &connections);
-  hasConnected_ = connections > 0;
+  dropDoubtfulConnections();
+  prepareForAnswer();
+  CURLcode result = run(timeout, end);
+  mustForgetFailures_ = result != CURLE_OK || requests_ > 1;
+  isUsable_ = isUsable_ && result != CURLE_OUT_OF_MEMORY && result != CURLE_FAILED_INIT;
   Outcome outcome;
-  outcome.response = takeResponse(request.url()->absoluteString());
+  outcome.response = takeResponse(url.absoluteString());
   // A connection that is closed within the header is the end of the header to libcurl.
   if (result == CURLE_OK && !outcome.response) result = CURLE_GOT_NOTHING;
+  if (result == CURLE_OK && isCutShort(*outcome.response, url, content.method)) {
+    result = CURLE_PARTIAL_FILE;
+  }
   if (result == CURLE_OK && bodyIsEncoded_) result = decodeBody(*outcome.response);
   if (result == CURLE_OK) {
     outcome.body = Data(std::exchange(body_, {}));
@@ -185,6 +162,20 @@ HTTPSession::Outcome HTTPSession::send(const MutableURLRequest& request, Limits 
     body_ = {};
   }
   return outcome;
+}
+
+/// libcurl gets the origin for its URL, and the rest as the request's target: so what was given is
+/// what goes out, and libcurl does not take apart and put together what it need not know.
+void HTTPSession::setURL(const URL& url) {
+  if (mayGoToProxy(url)) {
+    set(CURLOPT_URL, url.absoluteString().UTF8String());
+    set(CURLOPT_REQUEST_TARGET, nullptr);
+    return;
+  }
+  const std::string_view rest = url.pathAndQuery();
+  const std::string target = std::string(rest.starts_with('/') ? "" : "/").append(rest);
+  set(CURLOPT_URL, std::string(url.origin()).c_str());
+  set(CURLOPT_REQUEST_TARGET, target.c_str());
 }
 
 void HTTPSession::setMethodAndBody(const String& method, const Data& body) {
@@ -202,18 +193,50 @@ void HTTPSession::setMethodAndBody(const String& method, const Data& body) {
     set(CURLOPT_HTTPGET, 1L);
   }
   set(CURLOPT_CUSTOMREQUEST, name == usual ? nullptr : method.UTF8String());
+  mayBeRepeated_ = (name == "GET" || name == "HEAD") && body.isNull();
 }
 
-CURLcode HTTPSession::run(TimeInterval timeout, TimeInterval transferTime) {
+/// The fields of a request that has none of its own.
+curl_slist* HTTPSession::usualFields() {
+  const unsigned version = UsualFields::version();
+  if (!usualFields_ || usualFieldsVersion_ != version) {
+    usualFields_ = fieldList({});
+    usualFieldsVersion_ = version;
+  }
+  return usualFields_.get();
+}
+
+/// All of them at once, by way of the handle that keeps them: it is seldom that one is in doubt.
+void HTTPSession::dropDoubtfulConnections() {
+  if (sockets_.areSilent()) return;
+  curl_multi_cleanup(multi_);
+  multi_ = curl_multi_init();
+  if (!multi_) throw std::bad_alloc();
+}
+
+void HTTPSession::prepareForAnswer() {
+  requests_ = 0;
+  failure_.reset();
+  body_.clear();
+  headersSize_ = 0;
+  header_.clear();
+  contentLength_.clear();
+  headerIsComplete_ = false;
+  bodyIsEncoded_ = false;
+  message_[0] = '\0';
+  isEndedByAlert_ = false;
+  sockets_.beginRequest();
+}
+
+CURLcode HTTPSession::run(TimeInterval timeout, Clock::time_point end) {
   if (curl_multi_add_handle(multi_, easy_) != CURLM_OK) return CURLE_FAILED_INIT;
-  const CURLcode result = waitForResult(timeout, transferTime);
+  const CURLcode result = waitForResult(timeout, end);
   // A connection whose transfer is not over is closed here, any other one is kept.
   curl_multi_remove_handle(multi_, easy_);
   return result;
 }
 
-CURLcode HTTPSession::waitForResult(TimeInterval timeout, TimeInterval transferTime) {
-  const Clock::time_point end = Clock::now() + durationOf(transferTime);
+CURLcode HTTPSession::waitForResult(TimeInterval timeout, Clock::time_point end) {
   Clock::time_point progress;
   for (int readySockets = 1;;) {
     int running = 0;
@@ -235,30 +258,38 @@ CURLcode HTTPSession::waitForResult(TimeInterval timeout, TimeInterval transferT
   }
 }
 
-std::shared_ptr<HTTPURLResponse> HTTPSession::takeResponse(const String& requestedURL) {
+std::shared_ptr<HTTPURLResponse> HTTPSession::takeResponse(const String& url) {
   long status = 0;
-  const char* url = "";
   curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &status);
   if (!headerIsComplete_ || status < 200) return nullptr;
-  curl_easy_getinfo(easy_, CURLINFO_EFFECTIVE_URL, &url);
-  return std::make_shared<HTTPURLResponse>(requestedURL.view() == url ? requestedURL : String(url),
-                                           static_cast<int>(status), header_);
+  return std::make_shared<HTTPURLResponse>(url, static_cast<int>(status), header_);
 }
 
-/// Here and not by libcurl, to which compressed data that ends early is whole.
+/// Where only the end of the connection tells the end of a body, one that came over TLS is whole if
+/// the server said that it ends; anybody on the way can bring about the rest. libcurl does without.
+bool HTTPSession::isCutShort(const HTTPURLResponse& response, const URL& url,
+                             const String& method) const {
+  if (!contentLength_.empty() || isEndedByAlert_ || !url.hasScheme("https")) return false;
+  const bool hasBody =
+      method != String("HEAD") && response.statusCode() != 204 && response.statusCode() != 304;
+  return hasBody && response.valueForHTTPHeaderField("Transfer-Encoding").isNull();
+}
+
+/// Here and not by libcurl, to which compressed data that ends early is whole. A coding that was
+/// not asked for is the receiver's: many servers name one that is none.
 CURLcode HTTPSession::decodeBody(const HTTPURLResponse& response) {
   const String coding = response.valueForHTTPHeaderField(String(kContentEncoding));
   const auto isCoding = [&](const char* name) {
     return strcasecmp(coding.UTF8String(), name) == 0;
   };
-  if (body_.empty() || coding.isEmpty() || isCoding("identity")) return CURLE_OK;
-  if (!isCoding("gzip") && !isCoding("x-gzip")) return CURLE_BAD_CONTENT_ENCODING;
+  if (body_.empty() || (!isCoding("gzip") && !isCoding("x-gzip"))) return CURLE_OK;
   const std::string compressed = std::exchange(body_, {});
   switch (gunzip(compressed, maximumBodySize_, body_)) {
     case GzipResult::whole:
       return CURLE_OK;
     case GzipResult::tooLarge:
-      return CURLE_WRITE_ERROR;
+      fail(URLErrorCode::responseTooLarge);
+      break;
     case GzipResult::malformed:
       break;
   }
@@ -266,21 +297,28 @@ CURLcode HTTPSession::decodeBody(const HTTPURLResponse& response) {
 }
 
 std::shared_ptr<Error> HTTPSession::errorFor(CURLcode result) const {
-  URLErrorCode code = codeOf(result);
-  if (result == CURLE_UNSUPPORTED_PROTOCOL) {
-    // Of the server's protocol if there was no header, else of the one that it redirects to.
-    code = headerIsComplete_ ? URLErrorCode::unsupportedURL : URLErrorCode::badServerResponse;
-  }
-  const char* text = message_[0] ? message_ : curl_easy_strerror(result);
-  if (code == URLErrorCode::responseTooLarge) text = "The answer is larger than the limit.";
-  return std::make_shared<Error>(kURLErrorDomain, static_cast<int>(code), text);
+  if (failure_) return makeError(*failure_);
+  return makeError(codeOf(result), message_[0] ? message_ : curl_easy_strerror(result));
+}
+
+/// Called when a connection is there and the request is about to go out; a second time when libcurl
+/// wants to send it again, because the kept connection on which it went out has died.
+bool HTTPSession::allowsRequest() {
+  if (++requests_ == 1) return true;
+  if (requests_ == 2 && mayBeRepeated_ && !sockets_.wasClosedWithinAnswer()) return true;
+  fail(URLErrorCode::connectionLost);
+  return false;
 }
 
 std::size_t HTTPSession::receiveHeaderLine(std::string_view line) try {
   headersSize_ += line.size();
-  if (headersSize_ > kMaximumHeaderSize) return 0;
+  if (headersSize_ > kMaximumHeaderSize) {
+    fail(URLErrorCode::responseTooLarge);
+    return 0;
+  }
   if (line.starts_with("HTTP/")) {
     header_.clear();
+    contentLength_.clear();
     headerIsComplete_ = false;
     bodyIsEncoded_ = false;
   }
@@ -288,19 +326,58 @@ std::size_t HTTPSession::receiveHeaderLine(std::string_view line) try {
   if (!headerIsComplete_) {
     header_.append(line);
     bodyIsEncoded_ = bodyIsEncoded_ || isFieldLine(line, kContentEncoding);
+    if (isFieldLine(line, kContentLength) &&
+        !receiveContentLengths(line.substr(kContentLength.size() + 1))) {
+      fail(URLErrorCode::badServerResponse);
+      return 0;
+    }
   }
   if (line == "\r\n" || line == "\n") headerIsComplete_ = true;
   return line.size();
 } catch (const std::bad_alloc&) {
-  return 0;  // as below
+  fail(URLErrorCode::outOfMemory);  // it must not fly through libcurl
+  return 0;
+}
+
+/// False when they are not all the same: then nobody knows where the next answer begins.
+bool HTTPSession::receiveContentLengths(std::string_view list) {
+  for (bool isMore = true; isMore;) {
+    const std::size_t comma = list.find(',');
+    const std::string_view length = withoutBlanks(list.substr(0, comma));
+    if (contentLength_.empty()) contentLength_ = length;
+    if (length != contentLength_) return false;
+    isMore = comma != list.npos;
+    if (isMore) list.remove_prefix(comma + 1);
+  }
+  return true;
 }
 
 std::size_t HTTPSession::receiveBody(std::string_view bytes) try {
-  if (bytes.size() > maximumBodySize_ - body_.size()) return 0;
+  if (bytes.size() > maximumBodySize_ - body_.size()) {
+    fail(URLErrorCode::responseTooLarge);
+    return 0;
+  }
   body_.append(bytes);
   return bytes.size();
 } catch (const std::bad_alloc&) {
-  return 0;  // it must not fly through libcurl; the transfer fails as if the limit were reached
+  fail(URLErrorCode::outOfMemory);
+  return 0;
+}
+
+CURLcode HTTPSession::onTLSContext(CURL*, void* context, void* session) {
+  auto* const tls = static_cast<SSL_CTX*>(context);
+  SSL_CTX_set_app_data(tls, session);
+  SSL_CTX_set_info_callback(tls, [](const SSL* connection, int what, int alert) {
+    if (!isClosureAlert(what, alert)) return;
+    void* const owner = SSL_CTX_get_app_data(SSL_get_SSL_CTX(connection));
+    static_cast<HTTPSession*>(owner)->isEndedByAlert_ = true;
+  });
+  return CURLE_OK;
+}
+
+int HTTPSession::onRequest(void* session, char*, char*, int, int) {
+  return static_cast<HTTPSession*>(session)->allowsRequest() ? CURL_PREREQFUNC_OK
+                                                             : CURL_PREREQFUNC_ABORT;
 }
 
 std::size_t HTTPSession::onHeaderLine(char* bytes, std::size_t, std::size_t size, void* session) {

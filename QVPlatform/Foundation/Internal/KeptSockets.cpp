@@ -1,0 +1,111 @@
+#include <QVPlatform/Foundation/Internal/KeptSockets.h>
+
+#include <linux/tcp.h>
+#include <netinet/in.h>
+#include <pthread.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <mutex>
+#include <new>
+
+namespace QVPlatform {
+namespace {
+
+/// All objects that have sockets, for the child process that must let go of them. Whoever changes
+/// what is reachable from here holds the mutex, so that a fork finds all of it whole.
+struct Registry {
+  std::mutex mutex;
+  std::vector<KeptSockets*> all;
+};
+
+Registry& registry() {
+  static Registry& registry = *new Registry;  // never destroyed: threads may outlive main
+  return registry;
+}
+
+/// Data alone counts here, not the end of a connection, which is no part of an answer.
+std::uint32_t segmentsOf(curl_socket_t file) {
+  tcp_info info{};
+  socklen_t size = sizeof info;
+  if (getsockopt(file, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) return 0;
+  constexpr std::size_t kEnd = offsetof(tcp_info, tcpi_data_segs_in) + sizeof(std::uint32_t);
+  return size >= kEnd ? info.tcpi_data_segs_in : 0;
+}
+
+bool isSilent(curl_socket_t file) {
+  char byte;
+  return recv(file, &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 &&
+         (errno == EAGAIN || errno == EWOULDBLOCK);
+}
+
+}  // namespace
+
+KeptSockets::KeptSockets() {
+  [[maybe_unused]] static const int isWatched =
+      pthread_atfork([] { registry().mutex.lock(); }, [] { registry().mutex.unlock(); },
+                     [] {
+                       for (KeptSockets* sockets : registry().all) sockets->abandon();
+                       registry().all.clear();
+                       registry().mutex.unlock();
+                     });
+  const std::lock_guard lock(registry().mutex);
+  registry().all.push_back(this);
+}
+
+KeptSockets::~KeptSockets() {
+  const std::lock_guard lock(registry().mutex);
+  std::erase(registry().all, this);
+}
+
+void KeptSockets::attachTo(CURL* easy) {
+  curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, &KeptSockets::open);
+  curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, this);
+  curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, &KeptSockets::close);
+  curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, this);
+}
+
+bool KeptSockets::areSilent() const {
+  return std::ranges::all_of(sockets_, &isSilent, &Socket::file);
+}
+
+void KeptSockets::beginRequest() {
+  wasClosedWithinAnswer_ = false;
+  for (Socket& socket : sockets_) socket.segmentsSeen = segmentsOf(socket.file);
+}
+
+void KeptSockets::abandon() noexcept {
+  for (const Socket& socket : sockets_) ::close(socket.file);
+  sockets_.clear();
+}
+
+curl_socket_t KeptSockets::open(void* sockets, curlsocktype, curl_sockaddr* address) {
+  auto& all = static_cast<KeptSockets*>(sockets)->sockets_;
+  const std::lock_guard lock(registry().mutex);
+  const int file = socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+  if (file < 0) return CURL_SOCKET_BAD;
+  try {
+    all.push_back({file, 0});
+    return file;
+  } catch (const std::bad_alloc&) {
+    ::close(file);
+    errno = ENOMEM;
+    return CURL_SOCKET_BAD;
+  }
+}
+
+int KeptSockets::close(void* sockets, curl_socket_t file) {
+  auto& self = *static_cast<KeptSockets*>(sockets);
+  const std::lock_guard lock(registry().mutex);
+  const auto place = std::ranges::find(self.sockets_, file, &Socket::file);
+  if (place != self.sockets_.end()) {
+    if (segmentsOf(file) != place->segmentsSeen) self.wasClosedWithinAnswer_ = true;
+    self.sockets_.erase(place);
+  }
+  return ::close(file);
+}
+
+}  // namespace QVPlatform

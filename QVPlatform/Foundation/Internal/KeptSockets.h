@@ -1,0 +1,50 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <cstdint>
+#include <vector>
+
+namespace QVPlatform {
+
+/// The sockets of one session's connections, those included that are kept open between transfers.
+///
+/// libcurl takes a kept connection for usable unless it is closed, and sends a request a second
+/// time when the connection breaks before a whole line of the answer has come. What the system
+/// knows of the sockets tells more.
+///
+/// Threads: as HTTPSession. In a child process that fork() makes, all these sockets are closed.
+class KeptSockets {
+ public:
+  KeptSockets();
+  ~KeptSockets();
+  KeptSockets(const KeptSockets&) = delete;
+  KeptSockets& operator=(const KeptSockets&) = delete;
+
+  /// Has the handle open and close its sockets here. This must outlive the connections.
+  void attachTo(CURL* easy);
+
+  /// Whether a request may go out on any of the connections. Not so if the other side has closed
+  /// one of them, or has said what nobody asked for, which would pass for the answer to the
+  /// request.
+  bool areSilent() const;
+  /// Has wasClosedWithinAnswer() begin anew.
+  void beginRequest();
+  /// Whether a connection was closed on which something had come since beginRequest().
+  bool wasClosedWithinAnswer() const noexcept { return wasClosedWithinAnswer_; }
+
+ private:
+  struct Socket {
+    curl_socket_t file;
+    std::uint32_t segmentsSeen;  // with data
+  };
+
+  static curl_socket_t open(void* sockets, curlsocktype purpose, curl_sockaddr* address);
+  static int close(void* sockets, curl_socket_t file);
+  void abandon() noexcept;
+
+  std::vector<Socket> sockets_;
+  bool wasClosedWithinAnswer_ = false;
+};
+
+}  // namespace QVPlatform

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <QVPlatform/Foundation/String.h>
+
+/// Header fields that every request has unless it has its own: the values behind the operations of
+/// URLConnection that have the same names.
+namespace QVPlatform::UsualFields {
+
+String userAgent();
+void setUserAgent(const String& text);
+String acceptLanguage();
+void setAcceptLanguage(const String& text);
+/// Another number after each change, for who keeps what he made of them.
+unsigned version() noexcept;
+
+}  // namespace QVPlatform::UsualFields
