@@ -77,7 +77,7 @@ TEST(URLConnectionReuse, PassesOverConnectionsOnWhichSomethingCameUnasked) {
   for (const auto& [name, first, rest] : cases) {
     const bool isEnd = rest.ends_with('-');
     EchoServer server(
-        [&](Connection& connection) {
+        [&rest = rest, isEnd](Connection& connection) {
           connection.send(isEnd ? rest.substr(0, rest.size() - 1) : rest);
           if (isEnd) connection.finish();
         },
@@ -117,7 +117,7 @@ TEST(URLConnectionReuse, SendsNothingTwiceButAGetOfWhichNothingWasAnswered) {
     for (const bool isReset : {false, true}) {
       std::atomic<int> left{0};
       std::atomic<int> seen{0};
-      RawServer server([&](Connection& connection) {
+      RawServer server([&, &begin = begin](Connection& connection) {
         for (std::string request; !(request = connection.readRequest()).empty();) {
           if (targetOf(request) == "/warm") {
             connection.send(answer("ok"));

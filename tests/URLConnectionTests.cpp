@@ -312,7 +312,7 @@ TEST(URLConnection, FindsThePlaceOfARedirection) {
                {other.url("/a/../b[]"), "/a/../b[]"},
                {"/b c\xc3\xa9", "/b%20c%c3%a9"}};
   for (const auto& [place, target] : cases) {
-    HTTPServer server([&](const auto& request, auto& response) {
+    HTTPServer server([&place = place](const auto& request, auto& response) {
       if (request.path != "/x/start") return;
       response.status = 302;
       response.set_header("Location", place);

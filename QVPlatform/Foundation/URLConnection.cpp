@@ -5,12 +5,12 @@
 #include <QVPlatform/Foundation/Internal/TransferError.h>
 #include <QVPlatform/Foundation/Internal/UsualFields.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <memory>
 #include <mutex>
 #include <new>
-#include <ranges>
 
 namespace QVPlatform {
 namespace {
@@ -37,9 +37,9 @@ class IdleSessions {
   std::unique_ptr<HTTPSession> take() {
     {
       const std::lock_guard lock(mutex_);
-      for (auto& session : sessions_ | std::views::reverse) {
-        if (session) return std::move(session);
-      }
+      const auto isThere = [](const auto& session) { return session != nullptr; };
+      const auto latest = std::find_if(sessions_.rbegin(), sessions_.rend(), isThere);
+      if (latest != sessions_.rend()) return std::move(*latest);
     }
     return std::make_unique<HTTPSession>();
   }
