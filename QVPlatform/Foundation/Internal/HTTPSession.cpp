@@ -225,7 +225,7 @@ void HTTPSession::prepareForAnswer() {
   bodyIsEncoded_ = false;
   message_[0] = '\0';
   isEndedByAlert_ = false;
-  sockets_.beginRequest();
+  if (mayBeRepeated_) sockets_.beginRequest();
 }
 
 CURLcode HTTPSession::run(TimeInterval timeout, Clock::time_point end) {
