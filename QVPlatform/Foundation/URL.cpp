@@ -65,17 +65,17 @@ bool isIPv6Address(std::string_view text) {
 /// "v1.anything", for versions of IP to come.
 bool isFutureAddress(std::string_view text) {
   const std::size_t dot = text.find('.');
-  if (dot == text.npos || dot < 2 || dot + 1 == text.size() || (text[0] | 0x20) != 'v')
+  if (dot == std::string_view::npos || dot < 2 || dot + 1 == text.size() || (text[0] | 0x20) != 'v')
     return false;
   return std::all_of(text.begin() + 1, text.begin() + static_cast<std::ptrdiff_t>(dot),
                      [](char c) { return hexadecimalDigit(c) >= 0; }) &&
-         text.find('%') == text.npos && fits(text.substr(dot + 1), kInUserOrPort);
+         text.find('%') == std::string_view::npos && fits(text.substr(dot + 1), kInUserOrPort);
 }
 
 /// What stands between square brackets.
 bool isAddress(std::string_view text) {
   const std::size_t mark = text.find(kZoneMark);
-  if (mark == text.npos) return isIPv6Address(text) || isFutureAddress(text);
+  if (mark == std::string_view::npos) return isIPv6Address(text) || isFutureAddress(text);
   const std::string_view zone = text.substr(mark + kZoneMark.size());
   return isIPv6Address(text.substr(0, mark)) && !zone.empty() && fits(zone, kInHost);
 }
@@ -109,13 +109,13 @@ bool URL::parseAuthority(std::size_t begin) {
   pathOffset_ = std::min(text.find_first_of("/?#", begin), text.size());
   std::string_view rest = text.substr(begin, pathOffset_ - begin);
   if (rest.empty()) return true;
-  if (const std::size_t at = rest.find('@'); at != rest.npos) {
+  if (const std::size_t at = rest.find('@'); at != std::string_view::npos) {
     if (!fits(rest.substr(0, at), kInUserOrPort)) return false;
     rest.remove_prefix(at + 1);
   }
   const bool isLiteral = rest.starts_with('[');
   const std::size_t end = isLiteral ? rest.find(']') : std::min(rest.find(':'), rest.size());
-  if (end == rest.npos) return false;
+  if (end == std::string_view::npos) return false;
   const std::string_view host = rest.substr(isLiteral, end - isLiteral);
   hostOffset_ = static_cast<std::size_t>(host.data() - text.data());
   hostSize_ = host.size();

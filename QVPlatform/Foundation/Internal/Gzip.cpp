@@ -42,7 +42,7 @@ GzipResult gunzip(std::string_view compressed, std::size_t limit, std::string& t
       // The end of some files is filled up with zeros.
       const std::string_view rest(reinterpret_cast<const char*>(stream.next_in),
                                   stream.avail_in + compressed.size());
-      if (rest.find_first_not_of('\0') == rest.npos) return GzipResult::whole;
+      if (rest.find_first_not_of('\0') == std::string_view::npos) return GzipResult::whole;
       inflateReset(&stream);
     } else if (result != Z_OK) {
       return GzipResult::malformed;  // of an early end zlib says that it has nothing to go on with

@@ -20,7 +20,7 @@ using SteadyClock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<TimeInterval>;
 
 constexpr int kMaximumRedirections = 20;
-constexpr std::size_t kMaximumHeaderSize = 256 * 1024;
+constexpr std::size_t kMaximumHeaderSize = std::size_t{256} << 10;
 constexpr std::string_view kContentEncoding = "Content-Encoding";
 constexpr std::string_view kContentLength = "Content-Length";
 constexpr std::string_view kBlanks = " \t\r\n";
@@ -346,7 +346,7 @@ bool HTTPSession::receiveContentLengths(std::string_view list) {
     const std::string_view length = withoutBlanks(list.substr(0, comma));
     if (contentLength_.empty()) contentLength_ = length;
     if (length != contentLength_) return false;
-    isMore = comma != list.npos;
+    isMore = comma != std::string_view::npos;
     if (isMore) list.remove_prefix(comma + 1);
   }
   return true;
