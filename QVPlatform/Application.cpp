@@ -2,6 +2,7 @@
 
 #include <QVPlatform/Foundation/Property.h>
 
+#include <fcntl.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,6 +10,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <string_view>
+#include <utility>
 
 namespace QVPlatform {
 namespace {
@@ -27,9 +30,13 @@ Settings& settings() {
   return settings;
 }
 
+/// A program whose file was replaced while it ran, as an update does, is marked by the kernel.
 fs::path programPath() {
+  constexpr std::string_view kMark = " (deleted)";
   std::error_code ignored;
-  return fs::read_symlink("/proc/self/exe", ignored);
+  std::string path = fs::read_symlink("/proc/self/exe", ignored).string();
+  if (path.ends_with(kMark) && !fs::exists(path, ignored)) path.resize(path.size() - kMark.size());
+  return path;
 }
 
 std::string environment(const char* name) {
@@ -38,7 +45,7 @@ std::string environment(const char* name) {
 }
 
 std::string homeDirectory() {
-  if (std::string home = environment("HOME"); !home.empty()) return home;
+  if (std::string home = environment("HOME"); home.starts_with('/')) return home;
   passwd entry{};
   passwd* found = nullptr;
   char buffer[4096];
@@ -60,15 +67,81 @@ void makePrivateDirectories(const fs::path& path) {
   }
 }
 
-String valueOr(const Property<String>& property, const fs::path& fallback) {
-  const String value = property.get();
-  return value.isEmpty() ? String(fallback.string()) : value;
+/// The path as text. A directory whose name is not UTF-8 is kept open instead, and what lies below
+/// it is reached by the name that the kernel gives to whatever is open.
+String textOf(const fs::path& path) {
+  fs::path kept;
+  fs::path rest;
+  for (const fs::path& part : path) {
+    rest /= part;
+    if (!String(part.string()).isNull()) continue;
+    kept /= rest;
+    rest.clear();
+  }
+  if (kept.empty()) return String(path.string());
+  makePrivateDirectories(kept);
+  const int descriptor = open(kept.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  return String((fs::path("/proc/self/fd") / std::to_string(descriptor) / rest).string());
+}
+
+/// With what is not ASCII percent-encoded in a name that is not UTF-8.
+String nameOf(const std::string& name) {
+  if (String text = name; !text.isNull()) return text;
+  constexpr char kDigits[] = "0123456789ABCDEF";
+  std::string encoded;
+  for (const char c : name) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x80) {
+      encoded.push_back(c);
+    } else {
+      encoded.append({'%', kDigits[byte >> 4], kDigits[byte & 15]});
+    }
+  }
+  return String(encoded);
+}
+
+String resourcesBeside(const fs::path& program) {
+  std::error_code ignored;
+  const fs::path resources = program.parent_path() / "Resources";
+  return textOf(fs::is_directory(resources, ignored) ? resources : program.parent_path());
+}
+
+/// Found out once: no place may move because an update replaces the program or somebody changes the
+/// environment, since what was saved there would not be found again.
+struct Defaults {
+  const fs::path program = programPath();
+  const String identifier = nameOf(program.filename().string());
+  const String dataDirectory = textOf(QVPlatform::dataDirectory());
+  const String resourceDirectory = resourcesBeside(program);
+};
+
+const Defaults& defaults() {
+  static const Defaults& defaults = *new Defaults;
+  return defaults;
+}
+
+/// The identifier as the name of one directory, which leads nowhere else.
+String directoryName(const String& identifier) {
+  std::string name(identifier.view());
+  for (char& c : name) {
+    if (c == '/' || c == '\0') c = '-';
+  }
+  const bool isName = !name.empty() && name != "." && name != "..";
+  return String(isName ? name : name + "-");
+}
+
+String absolute(String directory) {
+  const fs::path path(directory.view());
+  if (path.empty() || path.is_absolute()) return directory;
+  std::error_code ignored;
+  return textOf(fs::absolute(path, ignored));
 }
 
 }  // namespace
 
 String Application::identifier() {
-  return valueOr(settings().identifier, programPath().filename());
+  String chosen = settings().identifier.get();
+  return chosen.isEmpty() ? defaults().identifier : chosen;
 }
 
 void Application::setIdentifier(String identifier) {
@@ -80,33 +153,32 @@ String Application::version() { return settings().version.get(); }
 void Application::setVersion(String version) { settings().version.set(std::move(version)); }
 
 String Application::containerDirectory() {
-  return valueOr(settings().containerDirectory, dataDirectory() / identifier().view());
+  String chosen = settings().containerDirectory.get();
+  if (!chosen.isEmpty()) return chosen;
+  return defaults().dataDirectory.stringByAppendingPathComponent(directoryName(identifier()));
 }
 
 void Application::setContainerDirectory(String directory) {
-  settings().containerDirectory.set(std::move(directory));
+  settings().containerDirectory.set(absolute(std::move(directory)));
 }
 
 String Application::libraryDirectory() {
-  return String((fs::path(containerDirectory().view()) / "Library").string());
+  return containerDirectory().stringByAppendingPathComponent("Library");
 }
 
 String Application::makeLibraryDirectory() {
-  const String library = libraryDirectory();
+  String library = libraryDirectory();
   makePrivateDirectories(library.view());
   return library;
 }
 
 String Application::resourceDirectory() {
-  const fs::path programDirectory = programPath().parent_path();
-  std::error_code ignored;
-  const fs::path resources = programDirectory / "Resources";
-  return valueOr(settings().resourceDirectory,
-                 fs::is_directory(resources, ignored) ? resources : programDirectory);
+  String chosen = settings().resourceDirectory.get();
+  return chosen.isEmpty() ? defaults().resourceDirectory : chosen;
 }
 
 void Application::setResourceDirectory(String directory) {
-  settings().resourceDirectory.set(std::move(directory));
+  settings().resourceDirectory.set(absolute(std::move(directory)));
 }
 
 }  // namespace QVPlatform

@@ -7,12 +7,19 @@ namespace QVPlatform {
 
 /// The one door through which the embedding application tells the platform about itself.
 ///
-/// Every setting has a working default; what is set, is set before the core starts. All operations
-/// may be called from any thread.
+/// Every setting has a working default; what is set, is set before the core starts. A default is
+/// found out when it is first wanted, and stays for as long as the process runs, whatever happens
+/// to the environment or to the program's file. A null or empty setting brings the default back.
+///
+/// Directories need not have names in UTF-8: one below such a directory, which is kept open then,
+/// is told as "/proc/self/fd/<n>/...". That leads there as long as nobody closes the descriptor.
+///
+/// All operations may be called from any thread.
 class QVPLATFORM_EXPORT Application {
  public:
   /// Reverse-DNS name of the application ("org.example.player"): names its container directory and
-  /// its user defaults. Default: the file name of the program.
+  /// its user defaults. Default: the file name of the program; if that is not UTF-8, with what is
+  /// not ASCII percent-encoded.
   static String identifier();
   static void setIdentifier(String identifier);
 
@@ -21,8 +28,10 @@ class QVPLATFORM_EXPORT Application {
   static String version();
   static void setVersion(String version);
 
-  /// Directory that holds the application's "Library". Default: the identifier below
-  /// $XDG_DATA_HOME, else below ~/.local/share.
+  /// Directory that holds the application's "Library", as an absolute path. Default: the identifier
+  /// below $XDG_DATA_HOME, else below ~/.local/share; there a slash or zero byte in it is a hyphen,
+  /// and "." and ".." get one behind them. A relative one that is set is taken from the directory
+  /// that is the current one at that moment.
   /// It is made, with mode 0700, when the first file in it is wanted.
   static String containerDirectory();
   static void setContainerDirectory(String directory);
@@ -34,7 +43,8 @@ class QVPLATFORM_EXPORT Application {
   static String makeLibraryDirectory();
 
   /// Directory of the files shipped with the application (the main bundle). Default: "Resources"
-  /// beside the program if there is one, else the program's own directory.
+  /// beside the program if there is one, else the program's own directory. A relative one that is
+  /// set is taken as with the container.
   static String resourceDirectory();
   static void setResourceDirectory(String directory);
 };

@@ -53,6 +53,24 @@ TEST(String, ReplacesPercentEscapesOrRefusesThem) {
   }
 }
 
+TEST(String, AppendsAPathComponentWithOneSlash) {
+  const String cases[][3] = {{"a", "b", "a/b"},
+                             {"a/", "b", "a/b"},
+                             {"a", "/b", "a/b"},
+                             {"a//", "//b//", "a/b"},
+                             {"/", "b", "/b"},
+                             {"/", "/", "/"},
+                             {"a/", "", "a"},
+                             {"", "b", "b"},
+                             {nullptr, "b", "b"},
+                             {"a", nullptr, "a"},
+                             {"/a//c", "b/d", "/a/c/b/d"},
+                             {nullptr, nullptr, nullptr}};
+  for (const auto& [directory, component, path] : cases) {
+    EXPECT_EQ(directory.stringByAppendingPathComponent(component), path) << directory.view();
+  }
+}
+
 TEST(String, ReplacesEveryOccurrence) {
   EXPECT_EQ(String("xabxab").stringByReplacingOccurrencesOfString("ab", "-"), String("x-x-"));
   EXPECT_EQ(String("x").stringByReplacingOccurrencesOfString("", "-"), String("x"));

@@ -104,7 +104,7 @@ String QVLogger::getPrivatePathToFile(const String& name) {
     QVPlatform::Application::makeLibraryDirectory();
     FileManager::createDirectoryAtPath(directory);
   }
-  return directory + String("/") + name;
+  return directory.stringByAppendingPathComponent(name);
 }
 
 void QVLogger::changeNotificationCenter(const std::shared_ptr<NotificationCenter>& center) {

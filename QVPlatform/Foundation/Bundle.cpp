@@ -20,7 +20,7 @@ String Bundle::pathForResource(const String& name, const String& type) const {
   // Without a slash, only these two names lead anywhere else.
   const bool leadsOut = file.view().find('/') != std::string_view::npos || file == String(".") ||
                         file == String("..");
-  const String path = directory_ + String("/") + file;
+  const String path = directory_.stringByAppendingPathComponent(file);
   return !leadsOut && FileManager::fileExistsAtPath(path) ? path : String();
 }
 

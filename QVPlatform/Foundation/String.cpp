@@ -2,6 +2,7 @@
 #include <QVPlatform/Foundation/Internal/HexadecimalDigit.h>
 #include <QVPlatform/Foundation/String.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <new>
@@ -131,6 +132,17 @@ String String::stringByReplacingPercentEscapes() const {
     i += 2;
   }
   return String(result);
+}
+
+String String::stringByAppendingPathComponent(const String& component) const {
+  if (isNull() && component.isNull()) return nullptr;
+  std::string path(view());
+  if (!path.empty() && !component.isEmpty()) path.push_back('/');
+  path.append(component.view());
+  const auto isRepeated = [](char a, char b) { return a == '/' && b == '/'; };
+  path.erase(std::unique(path.begin(), path.end(), isRepeated), path.end());
+  if (path.size() > 1 && path.back() == '/') path.pop_back();
+  return String(path);
 }
 
 String operator+(const String& a, const String& b) {

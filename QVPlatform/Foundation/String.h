@@ -95,6 +95,10 @@ class QVPLATFORM_EXPORT String {
   /// This text with every %XX replaced by the byte XX; null when this is null, when a percent sign
   /// is not followed by two hexadecimal digits, or when the result is not UTF-8.
   String stringByReplacingPercentEscapes() const;
+  /// The path of what is called `component` in the directory that this text names. There are never
+  /// two slashes in a row, nor one at the end, but for that of the root. A null or empty component
+  /// adds nothing, and so does a null directory; null for two nulls.
+  String stringByAppendingPathComponent(const String& component) const;
 
   /// Equal text; null equals null only.
   friend bool operator==(const String& a, const String& b) noexcept {
