@@ -1,16 +1,24 @@
 #include "support/CoreTest.h"
+#include "support/Processes.h"
 
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVDebug.h>
 #include <QVCore/QVLogger.h>
 
+#include <QVPlatform/Foundation/FileManager.h>
+
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 
 namespace {
 
@@ -59,6 +67,64 @@ TEST_F(QVLoggerTest, PrintsAnyObjectAsItsDescriptionWithNothingAround) {
   EXPECT_EQ(printed([&] { logger->logToConsole(nullptr); }), "(null)\n");
   EXPECT_EQ(printed([&] { logger->logToConsole(7); }), "7\n");
   EXPECT_EQ(printed([&] { logger->logToConsole(logger); }).rfind("<QVLogger: 0x", 0), 0U);
+}
+
+/// What stands behind standard output is full or gone at once, and nobody reads it.
+enum class Output { UnreadPipe, HeldByTheHost, ClosedPipe, FullFile };
+
+void replaceStandardOutput(Output output, const std::filesystem::path& file) {
+  int ends[2];
+  if (pipe(ends) != 0) std::abort();
+  if (output == Output::ClosedPipe) close(ends[0]);
+  if (output == Output::FullFile) {
+    const rlimit limit{1000, 1000};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    ends[1] = open(file.c_str(), O_WRONLY | O_CREAT, S_IRUSR | S_IWUSR);
+  }
+  dup2(ends[1], STDOUT_FILENO);
+  if (output != Output::HeldByTheHost) return;
+  std::thread([] {
+    for (;;) std::puts("the host's own line");
+  }).detach();
+}
+
+TEST_F(QVLoggerTest, IsNeitherHeldNorEndedByItsOutput) {
+  using enum Output;
+  for (const Output output : {UnreadPipe, HeldByTheHost, ClosedPipe, FullFile}) {
+    const auto printAndExit = [&] {
+      alarm(20);
+      replaceStandardOutput(output, container.path() / "output");
+      for (int i = 0; i < 1000; ++i)
+        post(kQVNotification_HitSent, {{"data", std::string(99, 'd')}});
+      const String file((container.path() / "file").string());
+      const bool isWritten = QVPlatform::FileManager::writeAtomically(std::string(2000, 'x'), file);
+      const int status = isWritten == (output != FullFile) ? 0 : 1;
+      // What the host itself has printed exit() waits for; under ThreadSanitizer _exit() does, too.
+      if (output == HeldByTheHost) syscall(SYS_exit_group, status);
+      std::exit(status);
+      return status;
+    };
+    EXPECT_EQ(QVTest::runInChild(printAndExit), 0) << static_cast<int>(output);
+  }
+}
+
+TEST_F(QVLoggerTest, StandsInOrderWithWhatTheHostPrintsAndTellsWhatWasDropped) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  const std::string longLine(100000, 'l');
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(printed([&] {
+              const int captured = dup(STDOUT_FILENO);
+              dup2(ends[1], STDOUT_FILENO);
+              for (int i = 0; i < 3; ++i) logger->logToConsole(longLine);
+              dup2(captured, STDOUT_FILENO);
+              std::printf("before ");
+              logger->logToConsole(longLine);
+              std::printf("behind");
+            }),
+            "before " + longLine + "\nbehind");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "QVCore: lines that nobody read in time were dropped: 3\n");
 }
 
 TEST_F(QVLoggerTest, LogsHitsByUnescapedAddressOrElseByData) {

@@ -5,8 +5,7 @@
 #include <QVCore/QVSharedService.h>
 #include <QVPlatform/Application.h>
 #include <QVPlatform/Foundation/FileManager.h>
-
-#include <cstdio>
+#include <QVPlatform/Foundation/Log.h>
 
 using QVPlatform::FileManager;
 using QVPlatform::Notification;
@@ -88,10 +87,7 @@ void QVLogger::logMessageWithLevel(const Value& message, std::int32_t level) {
   }
 }
 
-void QVLogger::logToConsole(const Value& message) {
-  const String text = message.description();
-  std::printf("%s\n", text.UTF8String());
-}
+void QVLogger::logToConsole(const Value& message) { QVPlatform::printLine(message.description()); }
 
 String QVLogger::privateQVDirectory() {
   return stringWithFormat("%@/%@",

@@ -30,7 +30,8 @@ class QVCORE_EXPORT QVLogger : public QVSingleton,
 
   /// Prints the message if its level, as an unsigned number, is at least the setting's.
   void logMessageWithLevel(const QVPlatform::Value& message, std::int32_t level);
-  /// Prints the message's description and a line feed, and nothing else.
+  /// Prints the message's description and a line feed, and nothing else, on standard output. An
+  /// output that nobody reads loses lines rather than hold the caller (QVPlatform::printLine).
   void logToConsole(const QVPlatform::Value& message);
 
   /// Path of the private directory: "QVPrivateDocuments" in the Library directory. Does not make

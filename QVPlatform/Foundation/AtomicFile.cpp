@@ -1,4 +1,5 @@
 #include <QVPlatform/Foundation/FileManager.h>
+#include <QVPlatform/Foundation/Internal/SignalShield.h>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -93,6 +94,7 @@ class UnfinishedFile {
 bool FileManager::writeAtomically(std::string_view bytes, const String& path) {
   const fs::path target(path.view());
   if (!target.has_filename() || path.view().find('\0') != std::string_view::npos) return false;
+  const SignalShield shield;
   UnfinishedFile file(target);
   return file.write(bytes) && file.moveTo(target);
 }

@@ -1,12 +1,101 @@
+#include <QVPlatform/Foundation/Internal/SignalShield.h>
 #include <QVPlatform/Foundation/Log.h>
 
+#include <limits.h>
+#include <poll.h>
+#include <stdio_ext.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
 #include <cstdio>
+#include <string>
+#include <string_view>
+#include <thread>
 
 namespace QVPlatform {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds kPatience{200};
+constexpr std::chrono::milliseconds kInterval{1};
+
+/// What a pipe takes without waiting when it takes anything, less some room for what stands around.
+constexpr std::size_t kLargestPiece = PIPE_BUF - 64;
+
+/// A thread of the host may be held while it prints, with the stream's lock in its hand.
+bool lock(std::FILE* stream, Clock::time_point deadline) {
+  while (ftrylockfile(stream) != 0) {
+    if (Clock::now() >= deadline) return false;
+    std::this_thread::sleep_for(kInterval);
+  }
+  return true;
+}
+
+/// Whether a piece can be written without waiting. What is wrong with the output shows then.
+bool waitForRoom(std::FILE* stream, Clock::time_point deadline) {
+  pollfd output{fileno(stream), POLLOUT, 0};
+  if (output.fd < 0) return true;  // a stream of the host's own making
+  int ready = 0;
+  do {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    ready = poll(&output, 1, static_cast<int>(std::max<std::int64_t>(left.count(), 0)));
+  } while (ready < 0 && errno == EINTR);
+  return ready != 0;
+}
+
+/// What the host printed earlier goes first. Nothing of the line stays in the stream's buffer,
+/// where the exit of the process would wait for it or be ended by a signal.
+bool print(std::FILE* stream, const char* prefix, std::string_view text,
+           Clock::time_point deadline) {
+  if (!waitForRoom(stream, deadline) || std::fflush(stream) != 0) return false;
+  for (;;) {
+    const std::string_view piece = text.substr(0, kLargestPiece);
+    text.remove_prefix(piece.size());
+    const bool isPrinted = std::fprintf(stream, "%s%.*s%s", prefix, static_cast<int>(piece.size()),
+                                        piece.data(), text.empty() ? "\n" : "") >= 0;
+    if (!isPrinted || std::fflush(stream) != 0) {
+      __fpurge(stream);
+      return false;
+    }
+    if (text.empty()) return true;
+    if (!waitForRoom(stream, deadline)) return false;
+    prefix = "";
+  }
+}
+
+/// Prints the line or drops it. `dropped` is how many were since the last one that was printed;
+/// once one had to wait in vain, the next ones do not wait.
+void printOrDrop(std::FILE* stream, const char* prefix, const String& text,
+                 std::atomic<std::size_t>& dropped) {
+  const char* const line = text.isNull() ? "(null)" : text.UTF8String();
+  const auto deadline = Clock::now() + (dropped == 0 ? kPatience : kPatience.zero());
+  const SignalShield shield;
+  bool isPrinted = false;
+  if (lock(stream, deadline)) {
+    isPrinted = print(stream, prefix, line, deadline);
+    funlockfile(stream);
+  }
+  if (!isPrinted) {
+    ++dropped;
+  } else if (const std::size_t count = dropped.exchange(0); count > 0) {
+    consoleLog(String("lines that nobody read in time were dropped: ") + std::to_string(count));
+  }
+}
+
+}  // namespace
 
 void consoleLog(const String& message) {
-  const std::string_view text = message.isNull() ? "(null)" : message.view();
-  std::fprintf(stderr, "QVCore: %.*s\n", static_cast<int>(text.size()), text.data());
+  static constinit std::atomic<std::size_t> dropped{0};
+  printOrDrop(stderr, "QVCore: ", message, dropped);
+}
+
+void printLine(const String& text) {
+  static constinit std::atomic<std::size_t> dropped{0};
+  printOrDrop(stdout, "", text, dropped);
 }
 
 }  // namespace QVPlatform
