@@ -1,3 +1,4 @@
+#include <QVPlatform/Foundation/Internal/NestedRelease.h>
 #include <QVPlatform/Foundation/Value.h>
 
 #include <mutex>
@@ -6,6 +7,13 @@ namespace QVPlatform {
 
 struct Array::Storage {
   explicit Storage(std::vector<Value> initial) : values(std::move(initial)) {}
+  ~Storage() {
+    NestedRelease release;
+    for (const Value& value : values) release.keep(value);
+    values.clear();
+  }
+  Storage(const Storage&) = delete;
+  Storage& operator=(const Storage&) = delete;
 
   std::mutex mutex;
   std::vector<Value> values;

@@ -1,3 +1,4 @@
+#include <QVPlatform/Foundation/Internal/NestedRelease.h>
 #include <QVPlatform/Foundation/Value.h>
 
 #include <algorithm>
@@ -49,6 +50,13 @@ const Dictionary::Snapshot& noEntries() {
 /// through without the lock, and copies of a dictionary share them.
 struct Dictionary::Storage {
   explicit Storage(Snapshot initial) : entries(std::move(initial)) {}
+  ~Storage() {
+    NestedRelease release;
+    for (const Entry& entry : *entries) release.keep(entry.second);
+    entries.reset();
+  }
+  Storage(const Storage&) = delete;
+  Storage& operator=(const Storage&) = delete;
 
   std::mutex mutex;
   Snapshot entries;  // sorted by key

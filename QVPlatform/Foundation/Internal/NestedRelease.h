@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QVPlatform/Foundation/Value.h>
+
+#include <vector>
+
+namespace QVPlatform {
+
+/// Lives while a container is destroyed, so that containers in containers, which a thread's stack
+/// has no room to destroy from within each other at any depth, are destroyed one after the other
+/// from some depth on.
+class NestedRelease {
+ public:
+  NestedRelease() noexcept;
+  /// On the outermost level, destroys what was kept on the inner ones.
+  ~NestedRelease();
+  NestedRelease(const NestedRelease&) = delete;
+  NestedRelease& operator=(const NestedRelease&) = delete;
+
+  /// Makes a container that is about to be destroyed outlive the levels that are too deep for it.
+  /// Anything else, and what is not that deep, is left alone.
+  void keep(const Value& value) noexcept {
+    if (isDeep_) keepContainer(value);
+  }
+
+ private:
+  void keepContainer(const Value& value) noexcept;
+
+  bool isDeep_;
+  std::vector<Value> kept_;  // of the outermost level
+};
+
+}  // namespace QVPlatform
