@@ -82,8 +82,15 @@ TEST(DeviceTest, TakesTheVendorsNameFromTheApplicationsIdentifier) {
 
 TEST(DeviceTest, LetsTheApplicationReplaceEachIdentifier) {
   EXPECT_TRUE(Device::advertisingIdentifier().isNull());
-  Device::setAdvertisingIdentifierProvider([] { return String("advertising"); });
-  EXPECT_EQ(Device::advertisingIdentifier(), String("advertising"));
+  const String cases[][2] = {
+      {"advertising", "advertising"},
+      {"", nullptr},
+      {"6e6e3b4c-8f0a-4e5f-b1b7-a1d4c3e2f1ff", "6E6E3B4C-8F0A-4E5F-B1B7-A1D4C3E2F1FF"},
+      {"6e6e3b4c-8f0a-4e5f-b1b7-a1d4c3e2f1fg", "6e6e3b4c-8f0a-4e5f-b1b7-a1d4c3e2f1fg"}};
+  for (const auto& [given, identifier] : cases) {
+    Device::setAdvertisingIdentifierProvider([text = given] { return text; });
+    EXPECT_EQ(Device::advertisingIdentifier(), identifier);
+  }
 
   const String byDefault = Device::identifierForVendor();
   Device::setIdentifierForVendorProvider([] { return String("vendor"); });

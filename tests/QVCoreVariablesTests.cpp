@@ -65,7 +65,7 @@ TEST_F(QVCoreVariablesTest, DerivesTheIdentifiersInOrderAndReadsTheAdvertisingOn
   const String limited = "00000000-0000-0000-0000-000000000000";
   const Case cases[] = {
       {{13, 9, 9}, real, true, true},   {{13, 0, 0}, limited, true, false},
-      {{9, 0, 0}, "", true, true},      {{13, 9, 9}, nullptr, false, false},
+      {{9, 0, 0}, "", false, false},    {{13, 9, 9}, nullptr, false, false},
       {{14, 0, 0}, real, false, false}, {{15, 1, 0}, real, false, false},
   };
   for (const auto& [system, advertising, isStored, isNormalized] : cases) {
@@ -90,7 +90,13 @@ TEST_F(QVCoreVariablesTest, StoresNoIdentifierThatTheDeviceDoesNotHave) {
 }
 
 TEST_F(QVCoreVariablesTest, KeepsTheInstallationsIdentifierInTheUserDefaults) {
-  QVUserDefaults::saveInfoToUserDefaultsForLabel("", kQVPredefinedVariable_SDKID);
+  // Another process of the application leaves an empty one, unseen by this one.
+  EXPECT_TRUE(QVUserDefaults::retrieveInfoFromUserDefaults("#QV_SDK_ID#").isNil());
+  EXPECT_EQ(QVTest::ChildProcess([]() -> std::string {
+              QVUserDefaults::saveInfoToUserDefaultsForLabel("", kQVPredefinedVariable_SDKID);
+              return "";
+            }).text(),
+            "");
   const auto variables = QVCoreVariables::sharedInstance();
   const std::string made = text(*variables, kQVPredefinedVariable_SDKID);
   EXPECT_THAT(made, testing::MatchesRegex(kUUIDPattern)) << "an empty one is replaced";

@@ -88,10 +88,16 @@ void QVCoreVariables::setIDFV() {
 void QVCoreVariables::initSDKID() {
   const String& key = kQVPredefinedVariable_SDKID;
   Value identifier = QVUserDefaults::retrieveInfoFromUserDefaults(key);
-  if (identifier.isNil() || identifier == Value("")) {
-    // In one step with another look, since the application may start twice at the same moment.
-    identifier = UserDefaults::standardUserDefaults().exchangeObjectForKey(identifier,
-                                                                           UUID::UUIDString(), key);
+  const auto isMissing = [&] { return identifier.isNil() || identifier == Value(""); };
+  const Value made = isMissing() ? Value(UUID::UUIDString()) : Value();
+  // In one step with another look, since the application may start twice at the same moment. That
+  // look may find the other kind of a missing one; a second one does not.
+  for (int looks = 0; looks < 2 && isMissing(); ++looks) {
+    identifier = UserDefaults::standardUserDefaults().exchangeObjectForKey(identifier, made, key);
+  }
+  if (isMissing()) {
+    identifier = made;
+    QVUserDefaults::saveInfoToUserDefaultsForLabel(made, key);
   }
   addDataWithValue(key, identifier);
 }

@@ -41,8 +41,9 @@ class QVCORE_EXPORT QVCoreVariables : public QVSingleton,
   void setIDFA();
   /// Stores the device's identifier for vendor, if it has one.
   void setIDFV();
-  /// Stores the identifier of this installation. It is made at the first start and kept in the user
-  /// defaults; processes that share these agree on one, even when they start at the same moment.
+  /// Stores the identifier of this installation, which is never missing or empty. It is made at the
+  /// first start and kept in the user defaults; processes that share these agree on one, even when
+  /// they start at the same moment.
   void initSDKID();
   /// Stores the advertising identifier once more, as the normalised one; the installation's where
   /// the former is unknown or all zeros.

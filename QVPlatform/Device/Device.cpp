@@ -51,7 +51,9 @@ String makeIdentifierForVendor() {
 String ask(const Device::IdentifierProvider& provider) {
   String identifier;
   callOut([&] { identifier = provider(); });
-  return identifier;
+  if (identifier.isEmpty()) return nullptr;
+  const String upperCase = UUID::UUIDStringOfText(identifier);
+  return upperCase.isNull() ? identifier : upperCase;
 }
 
 }  // namespace

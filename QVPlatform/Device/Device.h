@@ -23,8 +23,8 @@ struct SystemVersion {
 /// may be called from any thread.
 class QVPLATFORM_EXPORT Device {
  public:
-  /// Gives an identifier, or null when there is none. Called on the thread that asks, each time
-  /// that somebody asks.
+  /// Gives an identifier, or null when there is none; empty text is none, too, and a UUID is put in
+  /// upper case. Called on the thread that asks, each time that somebody asks.
   using IdentifierProvider = std::function<String()>;
 
   /// Identifies this device to all applications of one vendor: the same in each of them and after

@@ -1,6 +1,8 @@
 #include <QVPlatform/Foundation/UUID.h>
 #include <uuid.h>
 
+#include <string_view>
+
 namespace QVPlatform {
 namespace {
 
@@ -8,6 +10,12 @@ String textOf(const uuid_t identifier) {
   char text[UUID_STR_LEN];
   uuid_unparse_upper(identifier, text);
   return String(text);
+}
+
+bool isParsed(const String& text, uuid_t identifier) {
+  const std::string_view view = text.view();
+  return view.size() == UUID_STR_LEN - 1 &&
+         uuid_parse_range(view.data(), view.data() + view.size(), identifier) == 0;
 }
 
 }  // namespace
@@ -18,12 +26,14 @@ String UUID::UUIDString() {
   return textOf(identifier);
 }
 
+String UUID::UUIDStringOfText(const String& text) {
+  uuid_t identifier;
+  return isParsed(text, identifier) ? textOf(identifier) : nullptr;
+}
+
 String UUID::nameBased(const String& namespaceIdentifier, const String& name) {
   uuid_t space;
-  if (namespaceIdentifier.isNull() || name.isNull() ||
-      uuid_parse(namespaceIdentifier.UTF8String(), space) != 0) {
-    return nullptr;
-  }
+  if (name.isNull() || !isParsed(namespaceIdentifier, space)) return nullptr;
   uuid_t identifier;
   uuid_generate_sha1(identifier, space, name.view().data(), name.view().size());
   return textOf(identifier);

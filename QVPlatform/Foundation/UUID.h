@@ -13,6 +13,8 @@ class QVPLATFORM_EXPORT UUID {
 
   /// A new random identifier (version 4). Never null.
   static String UUIDString();
+  /// The identifier that the text is, in upper case; null for a text that is none, and for null.
+  static String UUIDStringOfText(const String& text);
   /// The identifier that belongs to the name within the namespace, always the same one (version 5,
   /// SHA-1). The namespace is an identifier itself, in either case; null when it is not one, and
   /// for a null name.
