@@ -130,6 +130,12 @@ TEST_F(QVConfigurationUpdateTest, ActsOnItsOwnAnswersOnly) {
   file->onNotificationReceived(Notification("n", nullptr, {{"content", version("1")}}));
   EXPECT_TRUE(saved("n").isNull());
 
+  const std::string overlong((std::size_t{32} << 20) + 1, ' ');
+  EXPECT_EQ(printed([&] {
+              answer("n", {{"content", overlong}});
+            }),
+            "Configuration n is too large to be read\n");
+  EXPECT_TRUE(saved("n").isNull());
   answer("n", {{"content", ""}});
   EXPECT_EQ(saved("n"), String(""));
   answer("n", {{"content", "{ broken"}});

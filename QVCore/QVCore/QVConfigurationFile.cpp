@@ -213,7 +213,15 @@ void QVConfigurationFile::preSaveOfflineJSON() {
   } else if (shipped.isNull()) {
     log("Couldn't find configuration %@ in assets: %@", {offlineName(), error}, kTrafficLevel);
   } else {
-    QVUserDefaults::saveInfoToUserDefaultsForLabel(shipped, sharedName());
+    saveFirstCopy(shipped);
+  }
+}
+
+void QVConfigurationFile::saveFirstCopy(const Value& text) {
+  if (text.string().view().size() > JSONDocument::kMaximumSize) {
+    log("Configuration %@ is too large to be read", {offlineName()}, kConfigurationLevel);
+  } else {
+    QVUserDefaults::saveInfoToUserDefaultsForLabel(text, sharedName());
   }
 }
 
@@ -232,7 +240,7 @@ void QVConfigurationFile::onNotificationReceived(const Notification& notificatio
   const Value content = notification.userInfo().get(kQVUserInfo_ContentKey);
   const String saved = savedText(sharedName());
   if (saved.isEmpty()) {
-    QVUserDefaults::saveInfoToUserDefaultsForLabel(content, sharedName());
+    saveFirstCopy(content);
   } else if (!content.string().isNull()) {
     updateConfigurationFromOldConfToNew(saved, content.string());
   }

@@ -19,6 +19,12 @@
 /// higher. A new object is bare: it is usable after one of those setters. Normally the
 /// QVConfigurationFileFactory makes it.
 ///
+/// Limits: a text of more than 32 MiB or with more than 512 containers in each other is not read
+/// (QVPlatform::JSONDocument); a shipped file may have 64 MiB. A text that cannot be read has no
+/// values and version 0. It becomes the offline copy all the same when there is none yet, and stays
+/// until a text with a higher version comes; only one of more than 32 MiB does not, with a log line
+/// at level 4.
+///
 /// Threads: identity is given on one thread, and before the readers are used; the readers may be
 /// called from any thread. An answer from the network is handled on the network manager's thread.
 /// Lifetime: held by std::shared_ptr. It may be released on any thread, also while an answer is
@@ -129,6 +135,7 @@ class QVCORE_EXPORT QVConfigurationFile : public QVPlatform::Object,
   struct Reading;
 
   void makeDelegates();
+  void saveFirstCopy(const QVPlatform::Value& text);
   void registerListeners();
   Reading readVersion(const QVPlatform::String& text) const;
   void logIfUnreadable(const QVPlatform::String& text, const QVPlatform::String& error) const;
