@@ -2,9 +2,19 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstdint>
+#include <memory>
+#include <utility>
+
+using QVPlatform::Array;
+using QVPlatform::Dictionary;
 using QVPlatform::String;
+using QVPlatform::Value;
 
 namespace {
+
+struct PlainObject : QVPlatform::Object {};
 
 constinit String::Literal constantText{"QVNotification: Constant"};
 constexpr String kConstant{constantText};
@@ -74,6 +84,51 @@ TEST(String, AppendsAPathComponentWithOneSlash) {
 TEST(String, ReplacesEveryOccurrence) {
   EXPECT_EQ(String("xabxab").stringByReplacingOccurrencesOfString("ab", "-"), String("x-x-"));
   EXPECT_EQ(String("x").stringByReplacingOccurrencesOfString("", "-"), String("x"));
+}
+
+TEST(Value, BecomesAnIntegerAndATextByTheKindOfItsNumber) {
+  const struct {
+    Value value;
+    std::int32_t integer;
+    String text;
+  } cases[] = {{std::int64_t{4294967301}, 5, "4294967301"},
+               {std::int64_t{2147483648}, INT32_MIN, "2147483648"},
+               {UINT64_MAX, -1, "18446744073709551615"},
+               {4e9, INT32_MAX, "4000000000"},
+               {-1e300, INT32_MIN, "-1e+300"},
+               {std::nan(""), 0, "nan"},
+               {-1.9, -1, "-1.9"},
+               {100000.0, 100000, "100000"},
+               {0.1, 0, "0.1"},
+               {0.1 + 0.2, 0, "0.30000000000000004"},
+               {0.0001, 0, "0.0001"},
+               {0.00001, 0, "1e-05"},
+               {1e15, INT32_MAX, "1000000000000000"},
+               {1e16, INT32_MAX, "1e+16"},
+               {true, 1, "1"},
+               {" 7x", 7, " 7x"},
+               {"+5", 5, "+5"},
+               {"+-5", 0, "+-5"},
+               {"-4294967301", INT32_MIN, "-4294967301"},
+               {Array({5}), 0, nullptr},
+               {nullptr, 0, nullptr}};
+  for (const auto& [value, integer, text] : cases) {
+    EXPECT_EQ(value.intValue(), integer) << value.description().view();
+    EXPECT_EQ(value.stringValue(), text) << value.description().view();
+  }
+}
+
+TEST(Value, IsDestroyedAtAnyDepthOfContainers) {
+  auto innermost = std::make_shared<PlainObject>();
+  const std::weak_ptr<PlainObject> watch = innermost;
+  Value nested = std::move(innermost);
+  for (int i = 0; i < 100000; ++i) {
+    nested = i % 3 == 0 ? Value(Array({nested, "beside"})) : Value(Dictionary({{"key", nested}}));
+  }
+  EXPECT_EQ(nested, nested);
+  EXPECT_LT(nested.description().view().size(), 100000U);
+  nested = nullptr;
+  EXPECT_TRUE(watch.expired());
 }
 
 }  // namespace

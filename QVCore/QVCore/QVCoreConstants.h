@@ -62,8 +62,8 @@ QVCORE_EXPORT extern const QVPlatform::String kQVNotification_OnForeground;
 QVCORE_EXPORT extern const QVPlatform::String kQVNotification_Unknown;
 /// The consent module asks to stop sending hits.
 QVCORE_EXPORT extern const QVPlatform::String kQVNotification_StoppingTheSDK;
-/// The consent module lets hits go. User info may carry "POSTData": text to append to every
-/// waiting request.
+/// The consent module lets hits go. User info may carry "POSTData": text, or a number for its text,
+/// to append to every waiting request.
 QVCORE_EXPORT extern const QVPlatform::String kQVNotification_StartingTheSDK;
 /// Prefix: a configuration was replaced by a newer one. Two forms are in use: followed by the name,
 /// and followed by "@" and the name.

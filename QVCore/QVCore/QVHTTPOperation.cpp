@@ -9,6 +9,7 @@
 #include <QVPlatform/Foundation/URLConnection.h>
 
 #include <string>
+#include <string_view>
 #include <utility>
 
 using QVPlatform::Data;
@@ -134,7 +135,10 @@ std::shared_ptr<MutableURLRequest> QVHTTPOperation::customizeRequest() {
 String QVHTTPOperation::getContentOfData(const Data& data) const {
   // Text is UTF-8 or else ASCII; all ASCII is UTF-8, so one attempt serves for both.
   const String text = data.string();
-  return text.isNull() ? String("") : text;
+  if (text.isNull()) return "";
+  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+  const bool isMarked = text.view().starts_with(kByteOrderMark);
+  return isMarked ? String(text.view().substr(kByteOrderMark.size())) : text;
 }
 
 bool QVHTTPOperation::checkRequestErrorWithResponse(const TransportError& error,

@@ -48,9 +48,11 @@ class QVCORE_EXPORT QVHTTPOperation : public QVPlatform::Operation {
   /// `response` and `error` only say what to begin with. Returns the response, or null.
   Response sendSynchronousRequestWithResponseWithError(const QVPlatform::String& url,
                                                        Response response, TransportError error);
-  /// Makes a POST of the request if there is "POSTData". Returns the request.
+  /// Makes a POST of the request if there is "POSTData", text that is not empty. Returns the
+  /// request.
   std::shared_ptr<QVPlatform::MutableURLRequest> customizeRequest();
-  /// The bytes as text; "" for null and for what is not text. Never null.
+  /// The bytes as text, without a byte-order mark in front; "" for null and for what is not text.
+  /// Never null.
   QVPlatform::String getContentOfData(const QVPlatform::Data& data) const;
   /// Whether the outcome is a failure.
   bool checkRequestErrorWithResponse(const TransportError& error, const Response& response) const;

@@ -252,7 +252,7 @@ void QVNetworkManager::onConsentNotification(const Notification& notification) {
 }
 
 void QVNetworkManager::onStartingTheSDK(const Notification& notification) {
-  const String categories = notification.userInfo().get(kQVUserInfo_POSTData).string();
+  const String categories = notification.userInfo().get(kQVUserInfo_POSTData).stringValue();
   if (!categories.isNull()) updateQueueWithCategories(categories);
   registerReachabilityChanged();
   suspendHits(shouldWaitForUserAgent_ || !isInternetReachable());

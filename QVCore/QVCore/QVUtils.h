@@ -22,9 +22,10 @@ class QVCORE_EXPORT QVUtils {
  public:
   QVUtils() = delete;
 
-  /// Whether the pattern (ICU syntax) matches anywhere in the text. A pattern that cannot be
-  /// compiled, null included, matches every text; a text that is null matches no other pattern.
-  /// False as well when the search had to be given up (RegularExpression::firstMatchInString).
+  /// Whether the pattern (ICU syntax, see QVPlatform::RegularExpression) matches anywhere in the
+  /// text. A pattern that cannot be compiled, null and one of more than 10000 bytes included,
+  /// matches every text; a text that is null matches no other pattern. False as well when the
+  /// search had to be given up, after a second or with eight megabytes of memory in use.
   static bool doesStringMatchRegexp(const QVPlatform::String& text,
                                     const QVPlatform::String& pattern);
   /// A name between two number signs: "#QV_SDK_ID#".
@@ -44,12 +45,15 @@ class QVCORE_EXPORT QVUtils {
   /// for null.
   static bool isNumeric(const QVPlatform::String& text);
 
-  /// The number that the text stands for in the current locale, as NumberFormatter reads it: a
-  /// 64-bit integer or a double; nil when it is not a number. A text that the formatter refuses to
-  /// judge gives nil, too, and a log line at level 3.
+  /// The number that the text stands for in the current locale, as QVPlatform::NumberFormatter
+  /// reads it: a 64-bit integer when it is one and fits, else a double; nil when it is not a
+  /// number. Blanks in front are passed over, anything behind makes it none. A text that the
+  /// formatter refuses to judge, one of more than 4096 bytes above all, gives nil, too, and a log
+  /// line at level 3.
   static QVPlatform::Value nsNumberFromString(const QVPlatform::String& text);
-  /// nsNumberFromString() as a 32-bit integer: 0 for nil, without its fraction, and the nearest end
-  /// of the range for what does not fit.
+  /// nsNumberFromString() as a 32-bit integer, by the rules of QVPlatform::Value::intValue(): 0 for
+  /// nil, without its fraction; of an integer beyond 32 bits the low 32 bits ("4294967301" gives
+  /// 5), of what only a double holds the nearest end of the range.
   static std::int32_t numberFromNSString(const QVPlatform::String& text);
 };
 

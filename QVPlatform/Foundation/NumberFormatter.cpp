@@ -1,5 +1,6 @@
 #include <QVPlatform/Foundation/NumberFormatter.h>
 #include <unicode/numfmt.h>
+#include <unicode/uchar.h>
 
 #include <cmath>
 #include <cstdint>
@@ -23,6 +24,13 @@ Value numberOf(const icu::Formattable& parsed) {
   return std::isfinite(number) ? Value(number) : Value();
 }
 
+icu::UnicodeString withoutLeadingBlanks(const String& text) {
+  icu::UnicodeString units = icu::UnicodeString::fromUTF8(text.view());
+  std::int32_t blanks = 0;
+  while (blanks < units.length() && u_isblank(units[blanks])) ++blanks;
+  return units.remove(0, blanks);
+}
+
 }  // namespace
 
 NumberFormatter::NumberFormatter(String localeIdentifier) noexcept
@@ -43,7 +51,7 @@ Value NumberFormatter::numberFromString(const String& text, String* failure) con
     return nullptr;
   }
   format->setGroupingUsed(false);
-  const icu::UnicodeString units = icu::UnicodeString::fromUTF8(text.view());
+  const icu::UnicodeString units = withoutLeadingBlanks(text);
   icu::Formattable parsed;
   icu::ParsePosition end;
   format->parse(units, parsed, end);

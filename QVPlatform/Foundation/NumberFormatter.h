@@ -21,8 +21,9 @@ class QVPLATFORM_EXPORT NumberFormatter {
   /// double.
   ///
   /// A number has a minus sign or none, decimal digits of any script, a fraction behind the
-  /// locale's decimal separator, and an exponent ("1.5E3"). Nil for everything else: null, empty
-  /// text, white space at either end, a plus sign, grouping separators, what is infinite or not a
+  /// locale's decimal separator, and an exponent ("1.5E3"). Blanks (tabs and the space characters
+  /// of all scripts) in front of it are passed over. Nil for everything else: null, empty text,
+  /// white space behind, line ends, a plus sign, grouping separators, what is infinite or not a
   /// number at all.
   ///
   /// Nil, too, when the text cannot be judged: it is longer than 4096 bytes, or ICU has no data to

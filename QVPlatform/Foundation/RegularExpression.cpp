@@ -1,8 +1,11 @@
 #include <QVPlatform/Foundation/RegularExpression.h>
 #include <unicode/regex.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <string>
+#include <string_view>
 #include <utility>
 
 namespace QVPlatform {
@@ -24,10 +27,57 @@ bool isBefore(const void* deadline) {
 UBool continueMatch(const void* deadline, std::int32_t) { return isBefore(deadline); }
 UBool continueFind(const void* deadline, std::int64_t) { return isBefore(deadline); }
 
+/// Where the set of characters that begins there ends: sets stand in sets, and a bracket in front
+/// of everything else is a member.
+std::size_t afterSet(std::string_view pattern, std::size_t at) {
+  int depth = 0;
+  do {
+    if (pattern[at] == '\\') {
+      ++at;
+    } else if (pattern[at] == '[') {
+      ++depth;
+      if (pattern.substr(at + 1).starts_with('^')) ++at;
+      if (pattern.substr(at + 1).starts_with(']')) ++at;
+    } else if (pattern[at] == ']') {
+      --depth;
+    }
+    ++at;
+  } while (depth > 0 && at < pattern.size());
+  return at;
+}
+
+/// Whether a group begins there that is a comment or turns on options that change what "$" is: more
+/// lines than one, or comments.
+bool changesMeaning(std::string_view rest) {
+  if (!rest.starts_with("(?")) return false;
+  const std::string_view options = rest.substr(2, rest.find_first_not_of("dimsuwx-", 2) - 2);
+  return rest.substr(2).starts_with('#') || options.find_first_of("mx") != std::string_view::npos;
+}
+
+/// The pattern with "\\z" for each "$", which ICU would let match in front of a line end that ends
+/// the text as well.
+std::string withStrictEnds(std::string_view pattern) {
+  std::string strict;
+  for (std::size_t at = 0, next = 0; at < pattern.size(); at = next) {
+    const std::string_view rest = pattern.substr(at);
+    next = at + 1;
+    if (changesMeaning(rest)) return strict.append(rest);
+    if (rest.starts_with("\\Q")) {
+      next = std::min(pattern.find("\\E", at), pattern.size());
+    } else if (rest.starts_with('\\')) {
+      next = std::min(at + 2, pattern.size());
+    } else if (rest.starts_with('[')) {
+      next = std::min(afterSet(pattern, at), pattern.size());
+    }
+    strict.append(rest.starts_with('$') ? "\\z" : pattern.substr(at, next - at));
+  }
+  return strict;
+}
+
 std::unique_ptr<icu::RegexPattern> compile(const String& pattern) {
   UErrorCode status = U_ZERO_ERROR;
-  std::unique_ptr<icu::RegexPattern> compiled(
-      icu::RegexPattern::compile(icu::UnicodeString::fromUTF8(pattern.view()), 0, status));
+  std::unique_ptr<icu::RegexPattern> compiled(icu::RegexPattern::compile(
+      icu::UnicodeString::fromUTF8(withStrictEnds(pattern.view())), 0, status));
   return U_SUCCESS(status) ? std::move(compiled) : nullptr;
 }
 

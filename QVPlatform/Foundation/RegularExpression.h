@@ -17,7 +17,8 @@ struct Range {
 };
 
 /// A compiled pattern in ICU syntax, without options: case counts, the dot does not match line
-/// ends, and "^" and "$" match only at the ends of the whole text.
+/// ends, and "^" and "$" match only at the very ends of the whole text, "$" not in front of a last
+/// line end either. Behind a "(?m)", "(?x)" or "(?#" in a pattern "$" is what it is to ICU.
 ///
 /// Threads: immutable; any number of threads may search with one expression. Copies share what was
 /// compiled.

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <concepts>
 #include <ctime>
+#include <initializer_list>
 #include <limits>
 #include <string>
 
@@ -26,7 +27,7 @@ std::int64_t leadingInteger(std::string_view text) {
   while (!text.empty() && std::string_view(" \t\n\r\v\f").find(text.front()) != text.npos) {
     text.remove_prefix(1);
   }
-  if (text.starts_with('+')) text.remove_prefix(1);
+  if (text.starts_with('+')) text.remove_prefix(text.starts_with("+-") ? text.size() : 1);
   std::int64_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error != std::errc::result_out_of_range) return number;
@@ -46,11 +47,25 @@ Target clamped(double number) {
   return static_cast<Target>(number);
 }
 
-template <class Number>
-requires std::is_arithmetic_v<Number> std::string decimal(Number number) {
+template <std::integral Number>
+std::string decimal(Number number) {
   char text[32];
   const auto end = std::to_chars(text, text + sizeof text, number).ptr;
   return {text, end};
+}
+
+/// As "%g" with 16 digits, which are the usual ones, or with 17 where those stand for another
+/// number. An exponent is written from 1e+16 on, and below 0.0001.
+std::string decimal(double number) {
+  char text[32];
+  for (const int digits : {16, 17}) {
+    const auto end =
+        std::to_chars(text, text + sizeof text, number, std::chars_format::general, digits).ptr;
+    double read = 0;
+    std::from_chars(text, end, read);
+    if (digits == 17 || read == number) return {text, end};
+  }
+  return {};
 }
 
 std::string decimal(bool flag) { return flag ? "1" : "0"; }
@@ -204,11 +219,23 @@ std::int64_t Value::longLongValue() const {
 
 std::int32_t Value::intValue() const {
   using Limits = std::numeric_limits<std::int32_t>;
-  const std::int64_t number = longLongValue();
-  if (number < Limits::min()) return Limits::min();
-  if (number > Limits::max()) return Limits::max();
-  return static_cast<std::int32_t>(number);
+  const auto convert = []<class Held>(const Held& held) -> std::int32_t {
+    if constexpr (std::same_as<Held, String>) {
+      const std::int64_t number = leadingInteger(held.view());
+      return static_cast<std::int32_t>(
+          std::clamp<std::int64_t>(number, Limits::min(), Limits::max()));
+    } else if constexpr (std::same_as<Held, double>) {
+      return clamped<std::int32_t>(held);
+    } else if constexpr (std::integral<Held>) {
+      return static_cast<std::int32_t>(held);
+    } else {
+      return 0;
+    }
+  };
+  return std::visit(convert, storage_);
 }
+
+String Value::stringValue() const { return isNumber() ? description() : string(); }
 
 String Value::description() const {
   if (const String* text = std::get_if<String>(&storage_)) return *text;

@@ -67,13 +67,19 @@ class QVPLATFORM_EXPORT Value {
   Dictionary dictionary() const { return get<Dictionary>(); }
   ObjectReference object() const { return get<ObjectReference>(); }
 
-  /// As a number: a double loses its fraction, a number out of range is cut to the nearest end, of
-  /// text the leading decimal integer counts (leading blanks skipped). Everything else gives 0.
+  /// As a number: a double loses its fraction, of text the leading decimal integer counts (leading
+  /// blanks skipped, one sign). Text and doubles out of range give the nearest end of it, what is
+  /// not a number 0; of an integer intValue() keeps the low 32 bits, while longLongValue() gives
+  /// the nearest end. Everything else gives 0.
   std::int32_t intValue() const;
   std::int64_t longLongValue() const;
 
-  /// What "%@" prints: text as it is, numbers in decimal, booleans as 1 and 0, containers over
-  /// several lines, objects by their description(), nil as "(null)".
+  /// Text as it is, and of numbers and booleans the description(); null for everything else.
+  String stringValue() const;
+
+  /// What "%@" prints: text as it is, numbers in decimal with as many digits as tell them apart
+  /// ("100000", "0.1", "1e+16"), booleans as 1 and 0, containers over several lines, objects by
+  /// their description(), nil as "(null)".
   String description() const;
 
   /// Equal kind and content; numbers are equal when they stand for the same number; objects when
