@@ -32,7 +32,8 @@ class QVPLATFORM_EXPORT Application {
   /// below $XDG_DATA_HOME, else below ~/.local/share; there a slash or zero byte in it is a hyphen,
   /// and "." and ".." get one behind them. A relative one that is set is taken from the directory
   /// that is the current one at that moment.
-  /// It is made, with mode 0700, when the first file in it is wanted.
+  /// It is made, with mode 0700, when the first file in it is wanted. Processes may share it for
+  /// their user defaults; hits that wait for a restart belong to one process at a time.
   static String containerDirectory();
   static void setContainerDirectory(String directory);
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# lint.sh [format|tidy|fix]: checks the formatting of all sources, or runs clang-tidy over them, or
-# both; "fix" formats them.
+# lint.sh [format|tidy|fix]: checks the formatting of all sources and that the rooms include each
+# other one way, or runs clang-tidy over them, or both; "fix" formats them.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -10,7 +10,28 @@ directories=(QVCore QVPlatform benchmarks examples fuzz packaging tests)
 
 sources() { find "${directories[@]}" \( -name '*.h' -o -name '*.cpp' \) -print0; }
 
-format() { sources | xargs -0 clang-format-14 --dry-run -Werror; }
+format() { sources | xargs -0 clang-format-14 --dry-run -Werror && rooms; }
+
+# A file includes its own room and what lies on lower floors (docs/architecture.md has the table).
+rooms() {
+  grep -rEo '#include <QV(Platform|Core)/[A-Za-z/_.]+' QVPlatform QVCore/QVCore |
+    sed -E 's/:#include </ /; s/^QVCore\/(QVCore\/)/\1/' | awk '
+      function room(path) {
+        if (path ~ /^QVPlatform\/(Export|Foundation\/((String|Property|Log)|Internal\/(Hash|HexadecimalDigit|SignalShield)))\./) return "Floor"
+        if (path ~ /^QVPlatform\/Application\./) return "Application"
+        split(path, parts, "/")
+        return parts[1] == "QVCore" ? "QVCore" : parts[2]
+      }
+      BEGIN {
+        split("Floor 0 Application 1 Dispatch 1 Foundation 2 SystemConfiguration 3 WebKit 3 Device 3 QVCore 4", list)
+        for (i = 1; i in list; i += 2) level[list[i]] = list[i + 1]
+      }
+      { from = room($1); to = room($2); seen++ }
+      !(from in level) || !(to in level) || (from != to && level[to] >= level[from]) {
+        print $1 ": a file of " from " must not include " $2; wrong++
+      }
+      END { exit wrong > 0 || seen < 100 }'
+}
 
 tidy() {
   local log=build/dev/tidy.log findings count

@@ -1,17 +1,19 @@
 #!/usr/bin/env bash
 # test.sh [STEP...]: installs what the tests need and runs these steps, one after the other:
-#   format   the formatting of all sources
+#   format   the formatting of all sources, and which room includes which
 #   tidy     clang-tidy
 #   PRESET   configures, builds and runs the whole suite: dev, asan, tsan, asan-clang, tsan-clang
 #   all      what CI runs: format dev asan tsan-clang
-# Without a step: format dev. Ends with the number of passed and failed tests, in which a step that
-# broke off counts as one that failed.
+# Without a step: format dev. Ends with the number of passed, failed and skipped tests, in which a
+# step that broke off counts as one that failed; above it stands what each skipped test lacks.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 passed=0
 failed=0
+skipped=0
 broken=()
+lacking=()
 
 break_off() {
   echo "test.sh: $1 FAILED" >&2
@@ -25,8 +27,23 @@ run_suite() {
   ctest --preset "$preset" --parallel "$(nproc)" 2>&1 | tee "$log" || broken+=("$preset: tests")
   counts=$(sed -nE 's/^[0-9]+% tests passed, ([0-9]+) tests? failed out of ([0-9]+)$/\1 \2/p' "$log")
   [[ -n $counts ]] || { break_off "$preset: no summary of ctest"; return; }
+  count_skipped "$preset" "$log"
   failed=$((failed + ${counts% *}))
-  passed=$((passed + ${counts#* } - ${counts% *}))
+  passed=$((passed + ${counts#* } - ${counts% *} - skipped_here))
+}
+
+# ctest counts the tests that it skipped among those that passed. Why, is in what they printed: the
+# line behind GoogleTest's mark, or behind that of a program.
+count_skipped() {
+  local names name reasons=build/$1/Testing/Temporary/LastTest.log
+  names=$(sed -nE 's/^[[:space:]]*[0-9]+ - (.*) \(Skipped\)$/\1/p' "$2")
+  skipped_here=$(grep -c . <<<"$names" || true)
+  skipped=$((skipped + skipped_here))
+  while read -r name; do
+    [[ -z $name ]] || lacking+=("$1: $name: $(
+      sed -n "/ Testing: ${name//\//\\/}\$/,/^Test time/p" "$reasons" |
+        sed -nE '/: Skipped$/{n;p}; s/^Skipped: (.*)/\1/p')")
+  done <<<"$names"
 }
 
 run_preset() {
@@ -58,5 +75,10 @@ scripts/setup.sh "${groups[@]}"
 for step in "${steps[@]}"; do run_step "$step"; done
 
 for step in "${broken[@]}"; do echo "FAILED: $step"; done
-echo "$passed passed, $failed failed"
+for test in "${lacking[@]}"; do echo "SKIPPED: $test"; done
+if [[ $skipped -gt 0 ]]; then
+  echo "They run as root or with user namespaces (sysctl kernel.unprivileged_userns_clone=1), with"
+  echo "/dev/net/tun and a default route, and, for the web engine, after: scripts/setup.sh web"
+fi
+echo "$passed passed, $failed failed, $skipped skipped"
 [[ $failed -eq 0 && ${#broken[@]} -eq 0 ]]
