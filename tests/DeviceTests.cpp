@@ -18,7 +18,6 @@ namespace {
 using QVPlatform::Application;
 using QVPlatform::Device;
 using QVPlatform::String;
-using QVPlatform::SystemVersion;
 
 constexpr const char* kNotPermitted = "not permitted";
 
@@ -99,14 +98,6 @@ TEST(DeviceTest, LetsTheApplicationReplaceEachIdentifier) {
   EXPECT_TRUE(Device::identifierForVendor().isNull());
   Device::setIdentifierForVendorProvider(nullptr);
   EXPECT_EQ(Device::identifierForVendor(), byDefault);
-}
-
-TEST(DeviceTest, ComparesSystemVersionsNumberByNumber) {
-  EXPECT_EQ(Device::systemVersion(), (SystemVersion{14, 0, 0}));
-  Device::setSystemVersion({13, 10, 2});
-  EXPECT_LT(Device::systemVersion(), (SystemVersion{14, 0, 0}));
-  EXPECT_LT((SystemVersion{13, 9, 9}), Device::systemVersion());
-  EXPECT_LT(Device::systemVersion(), (SystemVersion{13, 10, 3}));
 }
 
 }  // namespace

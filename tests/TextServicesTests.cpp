@@ -179,30 +179,6 @@ TEST(NumberFormatter, TellsTheTextItCannotJudgeFromTheOneThatIsNoNumber) {
   EXPECT_TRUE(NumberFormatter().numberFromString(overlong).isNil());
 }
 
-TEST(CharacterSet, KnowsTheDecimalDigitsOfAllScripts) {
-  const struct {
-    String text;
-    bool isDigits;
-  } cases[] = {
-      {"", true},
-      {"0123456789", true},
-      {"\xd9\xa0\xd9\xa9", true},  // Arabic-Indic zero and nine
-      {"\xf0\x9d\x9f\x98", true},  // mathematical double-struck zero, beyond 16 bits
-      {nullptr, false},
-      {"12a", false},
-      {"-1", false},
-      {"1.5", false},
-      {" 1", false},
-      {"\xc2\xb2", false},      // superscript two
-      {"\xe2\x85\xa7", false},  // Roman numeral eight
-      {"\xf0\x9f\x98\x80", false},
-      {String(std::string_view("1\0", 2)), false},
-  };
-  for (const auto& [text, isDigits] : cases) {
-    EXPECT_EQ(QVPlatform::consistsOfDecimalDigits(text), isDigits) << text.view();
-  }
-}
-
 constexpr const char* kHeaderPattern = "EEE, dd MMM yyyy HH:mm:ss zzz";
 
 TEST(DateFormatter, WritesDatesForServers) {
@@ -253,26 +229,6 @@ TEST(UUID, IsRandomVersionFourInUpperCase) {
     EXPECT_TRUE(firstMatch(kVersionFour, identifier)) << identifier.view();
     EXPECT_TRUE(seen.insert(identifier).second);
   }
-}
-
-TEST(UUID, OfANameIsTheOneThatTheStandardGives) {
-  constexpr const char* kDNS = "6ba7b810-9dad-11d1-80b4-00c04fd430c8";
-  const struct {
-    String space;
-    String name;
-    String identifier;
-  } cases[] = {
-      {kDNS, "www.example.com", "2ED6657D-E927-568B-95E1-2665A8AEA6A2"},
-      {"6BA7B810-9DAD-11D1-80B4-00C04FD430C8", "www.example.com",
-       "2ED6657D-E927-568B-95E1-2665A8AEA6A2"},
-      {kDNS, nullptr, nullptr},
-      {nullptr, "x", nullptr},
-      {"not an identifier", "x", nullptr},
-  };
-  for (const auto& [space, name, identifier] : cases) {
-    EXPECT_EQ(UUID::nameBased(space, name), identifier) << space.view();
-  }
-  EXPECT_NE(UUID::nameBased(kDNS, String(std::string_view("a\0b", 3))), UUID::nameBased(kDNS, "a"));
 }
 
 // What ICU makes at its first use, in whatever thread that is, must not disturb the others.
