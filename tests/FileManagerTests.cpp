@@ -4,16 +4,19 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "support/LocklessFileSystem.h"
 #include "support/Processes.h"
 #include "support/TemporaryDirectory.h"
 
@@ -164,16 +167,42 @@ TEST_F(FileManagerTest, KeepsAFileWholeThatManyWriteAtOnce) {
 }
 
 TEST_F(FileManagerTest, WritesBesideALeftOverOfAnyKind) {
-  putFile(path(".file.tmp0").UTF8String(), std::string(1000, 'x'));
-  fs::permissions(path(".file.tmp0").UTF8String(), fs::perms::all);
+  const auto temporary = [&](int number) {
+    return std::string(path(".file.tmp" + std::to_string(number)).view());
+  };
+  putFile(temporary(0), std::string(1000, 'x'));
+  fs::permissions(temporary(0), fs::perms::all);
   EXPECT_TRUE(FileManager::writeAtomically("new", path("file")));
   EXPECT_EQ(contentsOf(path("file").UTF8String()), "new");
   EXPECT_EQ(modeOf(path("file").UTF8String()), 0600U);
-  // A link is not followed: what it points to is somebody else's.
+  EXPECT_EQ(fileCount(), 1U);
+  // What is somebody else's is left alone: what a link points to, by either kind of link, too.
   putFile(path("other").UTF8String(), "other");
-  fs::create_symlink(path("other").UTF8String(), path(".file.tmp0").UTF8String());
-  FileManager::writeAtomically("newer", path("file"));
+  fs::create_symlink("other", temporary(0));
+  fs::create_hard_link(path("other").UTF8String(), temporary(1));
+  fs::create_directory(temporary(2));
+  ASSERT_EQ(mkfifo(temporary(3).c_str(), 0600), 0);
+  const int reader = open(temporary(3).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  putFile(temporary(4), "another user's");
+  const bool isForeign = chown(temporary(4).c_str(), 65534, 65534) == 0;  // root alone can
+  const std::size_t before = fileCount() - (isForeign ? 0 : 1);
+  EXPECT_TRUE(FileManager::writeAtomically("newer", path("file")));
+  EXPECT_EQ(contentsOf(path("file").UTF8String()), "newer");
   EXPECT_EQ(contentsOf(path("other").UTF8String()), "other");
+  EXPECT_EQ(fileCount(), before);
+  close(reader);
+}
+
+TEST_F(FileManagerTest, WritesWhereThereAreNoLocks) {
+  const QVTest::LocklessFileSystem lockless;
+  // One of these is being written, as far as can be told; the other one was left long ago.
+  for (const char* name : {".file.tmp0", ".file.tmp1"}) putFile(path(name).UTF8String(), "x");
+  fs::last_write_time(path(".file.tmp1").UTF8String(),
+                      fs::file_time_type::clock::now() - std::chrono::hours(1));
+  EXPECT_TRUE(FileManager::writeAtomically("new", path("file")));
+  EXPECT_EQ(contentsOf(path("file").UTF8String()), "new");
+  EXPECT_EQ(contentsOf(path(".file.tmp0").UTF8String()), "x");
+  EXPECT_EQ(fileCount(), 2U);
 }
 
 TEST_F(FileManagerTest, FindsTheResourcesOfABundle) {

@@ -1,102 +1,114 @@
-#include <QVPlatform/Foundation/FileManager.h>
+#include <QVPlatform/Foundation/AtomicFile.h>
+#include <QVPlatform/Foundation/Internal/FileLock.h>
 #include <QVPlatform/Foundation/Internal/SignalShield.h>
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <filesystem>
-#include <string>
+#include <ctime>
+#include <system_error>
 
 namespace QVPlatform {
 namespace {
 
-namespace fs = std::filesystem;
-
 /// Enough for every writer that may be at work on one file at the same time.
 constexpr int kMaximumWriters = 64;
+/// Where there are no locks: far longer than a writer rests.
+constexpr std::time_t kLeftOverAge = 60;
 
-/// The unfinished new file. Its name is one of a few fixed ones, each belonging to whoever holds
-/// the lock on the file: so a name that a killed process left is used again instead of piling up,
-/// and no writer waits for another one, which may be stopped.
-class UnfinishedFile {
- public:
-  explicit UnfinishedFile(const fs::path& target) {
-    const std::string prefix = "." + target.filename().string() + ".tmp";
-    for (int i = 0; i < kMaximumWriters && descriptor_ < 0; ++i) {
-      path_ = target.parent_path() / (prefix + std::to_string(i));
-      if (!claim()) return;
-    }
-  }
-  ~UnfinishedFile() {
-    if (descriptor_ < 0) return;
-    if (!isMoved_) unlink(path_.c_str());
-    close(descriptor_);
-  }
-  UnfinishedFile(const UnfinishedFile&) = delete;
-  UnfinishedFile& operator=(const UnfinishedFile&) = delete;
+/// What stands in the way of one name and need not stand in the way of the next.
+bool isOfOneName(int error) {
+  static constexpr int kErrors[] = {EISDIR, ELOOP, ENXIO, EACCES, EPERM, ENODEV, EBUSY, ETXTBSY};
+  return std::find(std::begin(kErrors), std::end(kErrors), error) != std::end(kErrors);
+}
 
-  bool write(std::string_view bytes) {
-    // A left-over may hold anything and, made by somebody else, have any mode.
-    if (descriptor_ < 0 || ftruncate(descriptor_, 0) != 0) return false;
-    if (fchmod(descriptor_, S_IRUSR | S_IWUSR) != 0) return false;
-    while (!bytes.empty()) {
-      const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
-      if (written < 0 && errno != EINTR) return false;
-      if (written > 0) bytes.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return fsync(descriptor_) == 0;
-  }
-
-  bool moveTo(const fs::path& target) {
-    isMoved_ = std::rename(path_.c_str(), target.c_str()) == 0;
-    return isMoved_;
-  }
-
- private:
-  /// Opens and locks the file at path_. True when that is done or another writer has it, so that
-  /// the next name is to be tried; false when there is no hope.
-  bool claim() {
-    for (;;) {
-      const int opened =
-          open(path_.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY,
-               S_IRUSR | S_IWUSR);
-      if (opened < 0) return false;
-      const bool isLocked = flock(opened, LOCK_EX | LOCK_NB) == 0;
-      if (isLocked && isStillAtPath(opened)) {
-        descriptor_ = opened;
-        return true;
-      }
-      const bool isTaken = !isLocked && errno == EWOULDBLOCK;
-      close(opened);
-      if (!isLocked) return isTaken;
-      // Between opening and locking, its owner moved it into place or gave it up: once more.
-    }
-  }
-
-  bool isStillAtPath(int opened) const {
-    struct stat held {};
-    struct stat named {};
-    return fstat(opened, &held) == 0 && lstat(path_.c_str(), &named) == 0 &&
-           held.st_dev == named.st_dev && held.st_ino == named.st_ino;
-  }
-
-  fs::path path_;
-  int descriptor_ = -1;
-  bool isMoved_ = false;
-};
+/// Locks the open file. Whether it can be written without harm to anybody else then: it is no pipe
+/// or device, has no other name, is this user's, and nobody else writes it.
+bool isFreeToUse(int opened, bool isNew) {
+  struct stat file {};
+  if (fstat(opened, &file) != 0 || !S_ISREG(file.st_mode)) return false;
+  if (file.st_nlink > 1 || file.st_uid != geteuid()) return false;
+  const FileLock lock = lockFile(opened);
+  if (lock != FileLock::kNotToGet) return lock == FileLock::kHeld;
+  return isNew || std::time(nullptr) - file.st_mtime > kLeftOverAge;
+}
 
 }  // namespace
 
-bool FileManager::writeAtomically(std::string_view bytes, const String& path) {
-  const fs::path target(path.view());
-  if (!target.has_filename() || path.view().find('\0') != std::string_view::npos) return false;
-  const SignalShield shield;
-  UnfinishedFile file(target);
-  return file.write(bytes) && file.moveTo(target);
+AtomicFile::AtomicFile(const String& path) : target_(path.view()) {}
+
+AtomicFile::~AtomicFile() {
+  if (descriptor_ < 0) return;
+  if (!path_.empty()) unlink(path_.c_str());
+  close(descriptor_);
 }
+
+bool AtomicFile::open() {
+  const std::size_t name = target_.rfind('/') + 1;  // 0 where there is no slash
+  if (name == target_.size() || target_.find('\0') != std::string::npos) {
+    error_ = EINVAL;
+    return false;
+  }
+  for (int i = 0; i < kMaximumWriters; ++i) {
+    path_ = target_.substr(0, name) + "." + target_.substr(name) + ".tmp" + std::to_string(i);
+    if (claim()) return true;
+    if (!isOfOneName(error_)) return false;
+  }
+  return false;
+}
+
+/// Opens and locks the file at path_.
+bool AtomicFile::claim() {
+  constexpr int kFlags = O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
+  for (;;) {
+    int opened = ::open(path_.c_str(), kFlags | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR);
+    const bool isNew = opened >= 0;
+    if (!isNew && errno == EEXIST) {
+      opened = ::open(path_.c_str(), kFlags);
+      if (opened < 0 && errno == ENOENT) continue;
+    }
+    error_ = opened < 0 ? errno : EBUSY;
+    if (opened < 0) return false;
+    const bool isFree = isFreeToUse(opened, isNew);
+    if (isFree && isAtPath(opened, path_)) {
+      descriptor_ = opened;
+      return true;
+    }
+    close(opened);
+    if (!isFree) return false;
+    // Between opening and locking, its owner moved it into place or gave it up: once more.
+  }
+}
+
+bool AtomicFile::write(std::string_view bytes) {
+  if (!open()) return false;
+  const SignalShield shield;
+  // A left-over may hold anything and have any mode.
+  bool isWritten = ftruncate(descriptor_, 0) == 0 && fchmod(descriptor_, S_IRUSR | S_IWUSR) == 0;
+  while (isWritten && !bytes.empty()) {
+    const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
+    isWritten = written >= 0 || errno == EINTR;
+    if (written > 0) bytes.remove_prefix(static_cast<std::size_t>(written));
+  }
+  isWritten = isWritten && fsync(descriptor_) == 0;
+  if (!isWritten) error_ = errno;
+  return isWritten;
+}
+
+bool AtomicFile::moveIntoPlace() {
+  const bool isMoved = descriptor_ >= 0 && std::rename(path_.c_str(), target_.c_str()) == 0;
+  if (isMoved) {
+    path_.clear();
+  } else if (descriptor_ >= 0) {
+    error_ = errno;
+  }
+  return isMoved;
+}
+
+String AtomicFile::error() const { return String(std::generic_category().message(error_)); }
 
 }  // namespace QVPlatform

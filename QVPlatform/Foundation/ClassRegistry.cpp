@@ -1,4 +1,5 @@
 #include <QVPlatform/Foundation/ClassRegistry.h>
+#include <QVPlatform/Foundation/Internal/FoundationClasses.h>
 
 #include <mutex>
 #include <unordered_map>
@@ -8,7 +9,7 @@ namespace {
 
 struct Registry {
   std::mutex mutex;
-  std::unordered_map<String, ClassRegistry::Factory> factories;
+  std::unordered_map<String, ClassRegistry::Factory> factories = foundationClasses();
 };
 
 /// Made by whoever comes first, be it a static initialiser, and never destroyed: threads may

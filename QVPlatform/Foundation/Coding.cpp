@@ -4,4 +4,6 @@ namespace QVPlatform {
 
 Coding::~Coding() = default;
 
+String Coding::classNameForCoder() const { return nullptr; }
+
 }  // namespace QVPlatform

@@ -1,9 +1,11 @@
+#include <QVPlatform/Foundation/AtomicFile.h>
 #include <QVPlatform/Foundation/FileManager.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <string>
@@ -12,11 +14,45 @@
 namespace QVPlatform {
 namespace {
 
+constexpr std::size_t kEndSize = 64;
+
 /// The path for system calls, which would take a zero byte for its end; nullptr if it is unusable.
 const char* systemPath(const String& path) {
   const bool isUsable = !path.isEmpty() && path.view().find('\0') == std::string_view::npos;
   return isUsable ? path.UTF8String() : nullptr;
 }
+
+/// A file that is open for reading, for as long as this lives. Closing it leaves errno alone, which
+/// tells why a file is not a regular one that can be read.
+class OpenFile {
+ public:
+  explicit OpenFile(const String& path) {
+    errno = ENOENT;
+    // Without O_NONBLOCK, opening a pipe would wait for a writer.
+    if (const char* name = systemPath(path)) {
+      descriptor_ = open(name, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    }
+    if (descriptor_ < 0 || fstat(descriptor_, &status_) != 0) return;
+    isRegular_ = S_ISREG(status_.st_mode);
+    if (!isRegular_) errno = EINVAL;
+  }
+  ~OpenFile() {
+    const int reason = errno;
+    if (descriptor_ >= 0) close(descriptor_);
+    errno = reason;
+  }
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+
+  bool isRegular() const { return isRegular_; }
+  std::size_t size() const { return static_cast<std::size_t>(status_.st_size); }
+  int descriptor() const { return descriptor_; }
+
+ private:
+  int descriptor_ = -1;
+  struct stat status_ {};
+  bool isRegular_ = false;
+};
 
 /// Reads what there is, also of files that grow meanwhile or do not tell their size. False on an
 /// error and when there is more than `maximumSize`.
@@ -40,24 +76,12 @@ bool readAll(int descriptor, std::size_t expectedSize, std::size_t maximumSize,
 
 /// As contentsAtPath(); where that gives null, errno tells why.
 Data readFile(const String& path, std::size_t maximumSize) {
-  errno = ENOENT;
-  const char* name = systemPath(path);
-  if (!name) return nullptr;
-  // Without O_NONBLOCK, opening a pipe would wait for a writer.
-  const int descriptor = open(name, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
-  if (descriptor < 0) return nullptr;
-  struct stat status {};
+  const OpenFile file(path);
+  if (!file.isRegular()) return nullptr;
   std::string bytes;
-  bool isRead = false;
-  if (fstat(descriptor, &status) == 0) {
-    const auto size = static_cast<std::size_t>(status.st_size);
-    errno = !S_ISREG(status.st_mode) ? EINVAL : EFBIG;
-    isRead = S_ISREG(status.st_mode) && size <= maximumSize &&
-             readAll(descriptor, size, maximumSize, bytes);
-  }
-  const int reason = errno;
-  close(descriptor);
-  errno = reason;
+  errno = EFBIG;
+  const bool isRead =
+      file.size() <= maximumSize && readAll(file.descriptor(), file.size(), maximumSize, bytes);
   return isRead ? Data(std::move(bytes)) : Data();
 }
 
@@ -92,6 +116,28 @@ String FileManager::stringWithContentsOfFile(const String& path, String* error) 
              String(data.isNull() ? std::generic_category().message(reason) : "it is not UTF-8");
   }
   return text;
+}
+
+FileManager::Ends FileManager::endsOfFileAtPath(const String& path) {
+  const OpenFile file(path);
+  Ends ends;
+  if (!file.isRegular()) return ends;
+  ends.size = file.size();
+  const auto bytesAt = [&](std::size_t place) {
+    std::string bytes(std::min(ends.size, kEndSize), '\0');
+    const ssize_t got =
+        pread(file.descriptor(), bytes.data(), bytes.size(), static_cast<off_t>(place));
+    bytes.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
+    return bytes;
+  };
+  ends.beginning = bytesAt(0);
+  ends.end = bytesAt(ends.size - std::min(ends.size, kEndSize));
+  return ends;
+}
+
+bool FileManager::writeAtomically(std::string_view bytes, const String& path) {
+  AtomicFile file(path);
+  return file.write(bytes) && file.moveIntoPlace();
 }
 
 bool FileManager::writeAtomically(const Data& data, const String& path) {

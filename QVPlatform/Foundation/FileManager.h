@@ -5,6 +5,7 @@
 #include <QVPlatform/Foundation/String.h>
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 namespace QVPlatform {
@@ -30,6 +31,14 @@ class QVPLATFORM_EXPORT FileManager {
   /// All bytes of a regular file; null when it is missing, unreadable, larger than `maximumSize`
   /// or no regular file. Never waits for the other end of a pipe.
   static Data contentsAtPath(const String& path, std::size_t maximumSize);
+  /// A quick look at a file.
+  struct Ends {
+    std::size_t size = 0;
+    std::string beginning;  ///< Its first bytes, 64 of them if there are so many.
+    std::string end;        ///< Its last ones, likewise.
+  };
+  /// Of a regular file; empty where contentsAtPath() has nothing.
+  static Ends endsOfFileAtPath(const String& path);
   /// The file's text. Null when contentsAtPath() has none or it is not UTF-8; then `error`, unless
   /// nullptr, receives the reason.
   static String stringWithContentsOfFile(const String& path, String* error = nullptr);
@@ -39,7 +48,8 @@ class QVPLATFORM_EXPORT FileManager {
   /// threads and processes write it at once, it holds the old or the new bytes, entire. False when
   /// the old file stayed. The move itself is flushed by the file system, in its own time: if the
   /// power fails before, the old file is back. A process that is killed while writing leaves at
-  /// most its unfinished ".<name>.tmp<n>", which a later write of the file takes over.
+  /// most its unfinished ".<name>.tmp<n>", which a later write of the file takes over. AtomicFile
+  /// does the same in two steps, and tells why it failed.
   static bool writeAtomically(std::string_view bytes, const String& path);
   static bool writeAtomically(const Data& data, const String& path);
 };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QVPlatform/Export.h>
+#include <QVPlatform/Foundation/Coding.h>
 #include <QVPlatform/Foundation/Dictionary.h>
 #include <QVPlatform/Foundation/Object.h>
 
@@ -11,9 +12,11 @@ namespace QVPlatform {
 
 /// What an HTTP answer says before its body: status, header fields, and where it came from.
 ///
-/// Immutable: safe to read from any thread.
-class QVPLATFORM_EXPORT HTTPURLResponse : public Object {
+/// Immutable once it is set up: safe to read from any thread.
+class QVPLATFORM_EXPORT HTTPURLResponse : public Object, public Coding {
  public:
+  /// A bare one, for initWithCoder().
+  HTTPURLResponse() = default;
   /// `header`: the lines of the header as they were received, with or without the status line.
   HTTPURLResponse(String url, int statusCode, std::string header);
 
@@ -31,10 +34,13 @@ class QVPLATFORM_EXPORT HTTPURLResponse : public Object {
   /// Class, address, status and URL.
   String description() const override;
 
+  void encodeWithCoder(KeyedArchiver& coder) const override;
+  void initWithCoder(KeyedUnarchiver& coder) override;
+
  private:
-  const String url_;
-  const int statusCode_;
-  const std::string header_;  // few ask for a field: it is read when they do
+  String url_;
+  int statusCode_ = 0;
+  std::string header_;  // few ask for a field: it is read when they do
 };
 
 }  // namespace QVPlatform

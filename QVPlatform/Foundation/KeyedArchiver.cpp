@@ -1,6 +1,7 @@
 #include <QVPlatform/Foundation/Coding.h>
 #include <QVPlatform/Foundation/KeyedArchiver.h>
 #include <QVPlatform/Foundation/Log.h>
+#include <QVPlatform/Foundation/Null.h>
 #include <QVPlatform/Foundation/PropertyList.h>
 #include <QVPlatform/Foundation/PropertyList/BinaryPropertyListFormat.h>
 #include <QVPlatform/Foundation/PropertyList/BinaryPropertyListWriter.h>
@@ -11,6 +12,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <new>
 #include <optional>
 #include <span>
 #include <string>
@@ -31,16 +33,11 @@ class KeyedArchiver::Implementation {
   void encode(const Value& value, const String& key) {
     if (isFinished_ || key.isNull()) return;
     const auto uid = value.isNil() ? std::optional(writer_.addUID(0)) : add(value);
-    if (!uid) return;
-    const Reference name = writer_.add(String(Format::escapedKey(key.view())));
-    const auto names = keys_.begin() + static_cast<std::ptrdiff_t>(scope_.firstKey);
-    const auto place = std::find(names, keys_.end(), name);
-    if (place == keys_.end()) {
-      keys_.push_back(name);
-      values_.push_back(*uid);
-    } else {  // of a key that is used twice, the last value counts
-      values_[scope_.firstValue + static_cast<std::size_t>(place - names)] = *uid;
-    }
+    if (uid) put(*uid, key);
+  }
+
+  void encodeInteger(std::int64_t number, const String& key) {
+    if (!isFinished_ && !key.isNull()) put(writer_.add(number), key);
   }
 
   Data finish() {
@@ -50,20 +47,35 @@ class KeyedArchiver::Implementation {
                               writer_.add(Format::kTopKey), writer_.add(Format::kObjectsKey)};
     const Reference values[] = {writer_.add(Format::kArchiver), writer_.add(Format::kVersion), top,
                                 writer_.addArray(objects_)};
-    const Data archive = writer_.finish(writer_.addDictionary(keys, values));
-    const bool isReadable = scope_.expanded <= ObjectMemo::expandedLimit(archive.view().size());
-    return isReadable ? archive : Data();
+    return writer_.finish(writer_.addDictionary(keys, values));
   }
 
  private:
   using Reference = BinaryPropertyListWriter::Reference;
   /// The object that a UID is in the property list.
   using UID = Reference;
+
+  /// Has the key stand for the value, in the archive or the object that is being archived.
+  void put(Reference value, const String& key) {
+    const Reference name = writer_.add(String(Format::escapedKey(key.view())));
+    const auto names = keys_.begin() + static_cast<std::ptrdiff_t>(scope_.firstKey);
+    const auto place = std::find(names, keys_.end(), name);
+    if (place == keys_.end()) {
+      keys_.push_back(name);
+      values_.push_back(value);
+    } else {  // of a key that is used twice, the last value counts
+      values_[scope_.firstValue + static_cast<std::size_t>(place - names)] = value;
+    }
+  }
+
   /// Texts mostly lie at multiples of this.
   static constexpr std::size_t kAlignment = 16;
   /// How many elements of a list are looked at to tell how long the rest will be.
   static constexpr std::size_t kSample = 16;
   static constexpr std::size_t kRoom = 64;
+  /// Texts and bytes from this size on are known by where they lie: comparing them again for each
+  /// message that shares them would take longer than archiving it.
+  static constexpr std::size_t kLongSize = 1024;
 
   /// What the reader will ask of an object: levels below it, and values in it, counted as often as
   /// they are referred to.
@@ -93,6 +105,9 @@ class KeyedArchiver::Implementation {
   };
 
   UID addPlain(const String& text) {
+    if (text.view().size() >= kLongSize) {
+      return addLong(text, [&] { return addText(text); });
+    }
     // Keys are mostly one object in all the dictionaries, which is told faster than equal text.
     const auto address = reinterpret_cast<std::uintptr_t>(text.UTF8String());
     Recent& recent = recent_[address / kAlignment % recent_.size()];
@@ -109,7 +124,21 @@ class KeyedArchiver::Implementation {
     const Reference values[] = {classNamed("NSString", {}), writer_.add(text)};
     return addObject(writer_.addDictionary(keys, values));
   }
-  UID addPlain(const Data& data) { return uidOf(writer_.addData(data.view())); }
+  UID addPlain(const Data& data) {
+    const auto added = [&] { return uidOf(writer_.addData(data.view())); };
+    return data.view().size() >= kLongSize ? addLong(data, added) : added();
+  }
+  template <class Bytes, class Add>
+  UID addLong(const Bytes& bytes, const Add& add) {
+    const void* identity = bytes.view().data();
+    const auto next = static_cast<std::uint32_t>(known_.size());
+    const auto place = placeOf(identity);
+    if (place == next) {
+      known_.push_back({{}, identity, bytes});
+      known_[place].uid = add();
+    }
+    return known_[place].uid;
+  }
   UID addPlain(Date date) {
     const double seconds = date.secondsSince1970 - BinaryPropertyListFormat::kReferenceDate;
     const Reference keys[] = {classKey_, writer_.add(Format::kTimeKey)};
@@ -121,33 +150,66 @@ class KeyedArchiver::Implementation {
     return uidOf(writer_.add(number));
   }
   UID addPlain(std::monostate) { return writer_.addUID(0); }
+  UID addNull() {
+    contain({});
+    if (nullUID_ == 0) {
+      const Reference classUID[] = {classNamed("NSNull", {})};
+      nullUID_ = addObject(writer_.addDictionary({&classKey_, 1}, classUID));
+    }
+    return nullUID_;
+  }
 
   /// Archives what has an identity, once; `contents` writes it and answers its reference.
   template <class Contents>
   std::optional<UID> addShared(const void* identity, const Value& value, const Contents& contents) {
+    if (writer_.isTooLarge()) return std::nullopt;
     if (depth_ == PropertyList::kMaximumDepth) return drop(value);
     const auto next = static_cast<std::uint32_t>(known_.size());
-    const auto place = knownPlaces_.findOrAdd(
-        Hash::of(reinterpret_cast<std::uintptr_t>(identity)), next,
-        [&](std::uint32_t known) { return known_[known].identity == identity; });
+    const auto place = placeOf(identity);
     if (place == next) {
       const std::size_t object = objects_.size();
       known_.push_back({{}, identity, value, addObject(0)});
       const Scope outer = std::exchange(scope_, {{}, keys_.size(), values_.size()});
       ++depth_;
-      objects_[object] = contents();
+      const auto added = tried(contents);
       --depth_;
-      Known& added = known_[place];
-      static_cast<Extent&>(added) = scope_;
-      added.isBeingAdded = false;
+      if (added) {
+        objects_[object] = *added;
+        static_cast<Extent&>(known_[place]) = scope_;
+        known_[place].isBeingAdded = false;
+      }
       scope_ = outer;
     }
     const Known& known = known_[place];
-    if (known.isBeingAdded || depth_ + known.height > PropertyList::kMaximumDepth) {
+    if (known.isBeingAdded || depth_ + known.height > PropertyList::kMaximumDepth ||
+        (depth_ > 0 && known.expanded > ObjectMemo::expandedLimitOfElement(writer_.size()))) {
       return drop(value);
     }
     contain(known);
     return known.uid;
+  }
+
+  /// What `contents` answers; nothing when an object throws.
+  template <class Contents>
+  std::optional<Reference> tried(const Contents& contents) {
+    try {
+      return contents();
+    } catch (const std::bad_alloc&) {
+      isFinished_ = true;  // what was added so far is in no order
+      throw;
+    } catch (...) {
+      keys_.resize(scope_.firstKey);
+      values_.resize(scope_.firstValue);
+      return std::nullopt;
+    }
+  }
+
+  /// Where the thing of that address is among what has been met; the end if it is new.
+  std::uint32_t placeOf(const void* identity) {
+    return knownPlaces_.findOrAdd(
+        Hash::of(reinterpret_cast<std::uintptr_t>(identity)),
+        static_cast<std::uint32_t>(known_.size()),
+        [&](std::uint32_t known) { return known_[known].identity == identity; });
   }
 
   /// The UID of the value, archived now if it was not before; nothing if it cannot be.
@@ -157,6 +219,7 @@ class KeyedArchiver::Implementation {
           if constexpr (std::is_same_v<T, Array> || std::is_same_v<T, Dictionary>) {
             return addShared(held.identity(), value, [&] { return contentsOf(held); });
           } else if constexpr (std::is_same_v<T, Value::ObjectReference>) {
+            if (dynamic_cast<const Null*>(held.get())) return addNull();
             const auto* coding = dynamic_cast<const Coding*>(held.get());
             if (!coding) return drop(value);
             return addShared(held.get(), value, [&] { return contentsOf(*held, *coding); });
@@ -172,7 +235,8 @@ class KeyedArchiver::Implementation {
     const std::vector<Value> elements = array.values();
     for (std::size_t i = 0; i < elements.size(); ++i) {
       if (i == kSample && depth_ == 1) reserveFor(elements.size() / kSample + 1);
-      if (const auto uid = add(elements[i])) values_.push_back(*uid);
+      const auto uid = add(elements[i]);
+      values_.push_back(uid ? *uid : addNull());  // the others keep their places
     }
     const Reference keys[] = {classKey_, elementsKey_};
     const Reference values[] = {classNamed("NSMutableArray", "NSArray"),
@@ -208,7 +272,8 @@ class KeyedArchiver::Implementation {
   Reference contentsOf(const Object& object, const Coding& coding) {
     coding.encodeWithCoder(archiver_);
     keys_.push_back(classKey_);
-    values_.push_back(classNamed(object.className().view(), {}));
+    const String name = coding.classNameForCoder();
+    values_.push_back(classNamed((name.isNull() ? object.className() : name).view(), {}));
     const Reference dictionary = writer_.addDictionary(
         std::span(keys_).subspan(scope_.firstKey), std::span(values_).subspan(scope_.firstValue));
     keys_.resize(scope_.firstKey);
@@ -272,7 +337,8 @@ class KeyedArchiver::Implementation {
     const auto object = value.object();
     consoleLog(String("KeyedArchiver: ") +
                (object ? object->className() + String(" cannot be archived and is left out")
-                       : String("a container within itself or nested too deeply is left out")));
+                       : String("a container within itself, nested too deeply or shared too often "
+                                "is left out")));
     return std::nullopt;
   }
 
@@ -289,6 +355,7 @@ class KeyedArchiver::Implementation {
   std::array<Recent, 64> recent_;  // by address
   std::vector<Reference> latestKeys_;
   Reference latestKeyList_ = 0;
+  UID nullUID_ = 0;
   std::vector<Reference> keys_;
   std::vector<Reference> values_;
   Scope scope_;
@@ -303,6 +370,10 @@ KeyedArchiver::~KeyedArchiver() = default;
 
 void KeyedArchiver::encodeObjectForKey(const Value& value, const String& key) {
   implementation_->encode(value, key);
+}
+
+void KeyedArchiver::encodeIntegerForKey(std::int64_t number, const String& key) {
+  implementation_->encodeInteger(number, key);
 }
 
 Data KeyedArchiver::finishEncoding() { return implementation_->finish(); }

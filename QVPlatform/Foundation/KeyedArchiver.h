@@ -3,6 +3,7 @@
 #include <QVPlatform/Export.h>
 #include <QVPlatform/Foundation/Value.h>
 
+#include <cstdint>
 #include <memory>
 
 namespace QVPlatform {
@@ -10,10 +11,12 @@ namespace QVPlatform {
 /// Writes values into a keyed archive: a binary property list in which every object is stored once
 /// and referred to by number, with its class. Other readers of the format can read it.
 ///
-/// Text, bytes, dates, booleans and all kinds of numbers, arrays and dictionaries are archived as
-/// they are, objects that are Coding by their own parts. What cannot be archived is left out, with
-/// one line on the console log for each archive: any other object, a container within itself,
-/// whatever is nested deeper than 128 levels.
+/// Text, bytes, dates, booleans, Null and all kinds of numbers, arrays and dictionaries are
+/// archived as they are, objects that are Coding by their own parts. What cannot be archived is
+/// left out, with one line on the console log for each archive: any other object, a container
+/// within itself, whatever is nested deeper than 128 levels, and what shared containers multiply to
+/// millions of values below one element of the outermost container. In an array a Null stands in
+/// its place.
 ///
 /// Threads: one archiver is used by one thread; what it archives may change on others meanwhile.
 class QVPLATFORM_EXPORT KeyedArchiver {
@@ -28,8 +31,12 @@ class QVPLATFORM_EXPORT KeyedArchiver {
   /// every call after finishEncoding().
   void encodeObjectForKey(const Value& value, const String& key);
 
-  /// The archive. Null at a second call, and for an archive so large that KeyedUnarchiver would
-  /// refuse it.
+  /// Archives the number under the key in place, as other readers of the format expect the numbers
+  /// of an object's own; it is read by decodeObjectForKey().
+  void encodeIntegerForKey(std::int64_t number, const String& key);
+
+  /// The archive. Null at a second call, and for an archive that would exceed
+  /// PropertyList::kMaximumSize.
   Data finishEncoding();
 
  private:

@@ -1,6 +1,8 @@
 #include <QVPlatform/Foundation/ClassRegistry.h>
 #include <QVPlatform/Foundation/Coding.h>
 #include <QVPlatform/Foundation/KeyedUnarchiver.h>
+#include <QVPlatform/Foundation/Log.h>
+#include <QVPlatform/Foundation/Null.h>
 #include <QVPlatform/Foundation/PropertyList/BinaryPropertyListFormat.h>
 #include <QVPlatform/Foundation/PropertyList/BinaryPropertyListReader.h>
 #include <QVPlatform/Foundation/PropertyList/KeyedArchiveFormat.h>
@@ -9,6 +11,7 @@
 #include <QVPlatform/Foundation/PropertyList/XMLPropertyListReader.h>
 
 #include <algorithm>
+#include <new>
 #include <optional>
 #include <unordered_map>
 #include <utility>
@@ -19,7 +22,7 @@ namespace {
 
 namespace Format = KeyedArchiveFormat;
 
-enum class ClassKind { kUnknown, kArray, kDictionary, kString, kData, kDate, kRegistered };
+enum class ClassKind { kUnknown, kArray, kDictionary, kString, kData, kDate, kNull, kRegistered };
 
 struct ClassInfo {
   ClassKind kind = ClassKind::kUnknown;
@@ -36,6 +39,7 @@ constexpr std::pair<std::string_view, ClassKind> kClasses[] = {
     {"NSData", ClassKind::kData},
     {"NSMutableData", ClassKind::kData},
     {"NSDate", ClassKind::kDate},
+    {"NSNull", ClassKind::kNull},
 };
 
 ClassInfo classNamed(const String& name) {
@@ -63,7 +67,7 @@ class KeyedUnarchiver::Implementation {
         root_(reader_.object(reader_.root())),
         objects_(child(root_, Format::kObjectsKey)),
         // There are never more, and a damaged file may claim any number.
-        memo_(reader_.size(), std::min(objects_.count, reader_.count())),
+        memo_(ObjectMemo::ofArchive(reader_.size(), std::min(objects_.count, reader_.count()))),
         scope_(child(root_, Format::kTopKey)) {
     const Value archiver = reader_.leaf(child(root_, Format::kArchiverKey));
     if (archiver.string().view() != Format::kArchiver || scope_.type != Type::kDictionary ||
@@ -139,6 +143,8 @@ class KeyedUnarchiver::Implementation {
         return makeData(object);
       case ClassKind::kDate:
         return makeDate(object);
+      case ClassKind::kNull:
+        return Null::null();
       case ClassKind::kRegistered:
         return makeRegistered(object, info.name);
       case ClassKind::kUnknown:
@@ -162,6 +168,7 @@ class KeyedUnarchiver::Implementation {
     values.reserve(elements.count);
     for (std::size_t i = 0; i < elements.count && !memo_.hasFailed(); ++i) {
       values.push_back(valueOfUID(reader_.reference(elements, i)));
+      if (values.back().isNil()) values.back() = Null::null();  // the others keep their places
     }
     return memo_.hasFailed() ? Value() : Value(Array(std::move(values)));
   }
@@ -211,13 +218,21 @@ class KeyedUnarchiver::Implementation {
   }
 
   Value makeRegistered(const Object& object, const String& name) {
-    const auto made = ClassRegistry::make(name);
-    auto* coding = dynamic_cast<Coding*>(made.get());
-    if (!coding) return nullptr;
     const Object outer = std::exchange(scope_, object);
-    coding->initWithCoder(unarchiver_);
+    try {
+      const auto made = ClassRegistry::make(name);
+      auto* coding = dynamic_cast<Coding*>(made.get());
+      if (coding) coding->initWithCoder(unarchiver_);
+      scope_ = outer;
+      return coding ? Value(made) : Value();
+    } catch (const std::bad_alloc&) {
+      memo_.fail();  // what is half made must not be met again
+      throw;
+    } catch (...) {
+      consoleLog(String("KeyedUnarchiver: ") + name + String(" cannot be read and is left out"));
+    }
     scope_ = outer;
-    return made;
+    return nullptr;
   }
 
   /// The first class that is known here, from the object's own up to its bases.

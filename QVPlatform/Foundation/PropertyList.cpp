@@ -1,3 +1,4 @@
+#include <QVPlatform/Foundation/FileManager.h>
 #include <QVPlatform/Foundation/PropertyList.h>
 #include <QVPlatform/Foundation/PropertyList/BinaryPropertyListReader.h>
 #include <QVPlatform/Foundation/PropertyList/ObjectMemo.h>
@@ -60,11 +61,11 @@ class ValueDecoder {
   ObjectMemo memo_;
 };
 
-/// Copies containers; `budget` bounds what shared containers multiply to.
+/// Copies containers; the budgets bound what is shared, as it may be counted without end.
 class DeepCopy {
  public:
   Value copy(const Value& value) {
-    if (budget_ == 0) return nullptr;
+    if (budget_ == 0 || !pay(value)) return nullptr;
     --budget_;
     return std::visit(
         [&]<class T>(const T& held) -> Value {
@@ -84,6 +85,14 @@ class DeepCopy {
   }
 
  private:
+  bool pay(const Value& value) {
+    const auto* text = std::get_if<String>(&value.storage());
+    const std::size_t size = text ? text->view().size() : value.data().view().size();
+    if (size > bytes_) return false;
+    bytes_ -= size;
+    return true;
+  }
+
   Value copyOf(const Array& array) {
     std::vector<Value> values = array.values();
     for (Value& value : values) {
@@ -97,12 +106,13 @@ class DeepCopy {
     std::vector<Dictionary::Entry> entries = dictionary.entries();
     for (auto& entry : entries) {
       entry.second = copy(entry.second);
-      if (entry.second.isNil()) return nullptr;
+      if (entry.second.isNil() || !pay(entry.first)) return nullptr;
     }
     return Dictionary(std::move(entries));
   }
 
   std::size_t budget_ = PropertyList::kMaximumCount;
+  std::size_t bytes_ = PropertyList::kMaximumCopySize;
   std::size_t depth_ = 0;
 };
 
@@ -113,6 +123,14 @@ Data PropertyList::dataWithValue(const Value& value) { return ValueEncoder().enc
 Value PropertyList::valueWithData(std::string_view bytes) {
   if (bytes.starts_with("bplist")) return ValueDecoder(bytes).decode();
   return valueWithXMLPropertyList(bytes);
+}
+
+bool PropertyList::canBeAtPath(const String& path) {
+  const FileManager::Ends ends = FileManager::endsOfFileAtPath(path);
+  if (ends.beginning.starts_with("bplist")) {
+    return BinaryPropertyListReader::canBe(ends.beginning, ends.end, ends.size);
+  }
+  return canBeXMLPropertyList(ends.beginning, ends.size);
 }
 
 Value PropertyList::copy(const Value& value) { return DeepCopy().copy(value); }

@@ -4,6 +4,7 @@
 #include <QVPlatform/Foundation/Value.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 
 namespace QVPlatform {
@@ -15,16 +16,19 @@ namespace QVPlatform {
 /// in its ten-millionths of a second, since the format counts from 2001. Numbers that were written
 /// elsewhere are int64_t, beyond its range uint64_t, or double.
 ///
-/// The limits hold in both directions, so that what is written can be read again; within them, time
-/// and memory are in proportion to the size.
+/// The limits hold in both directions, so that what is written can be read again; time and memory
+/// are in proportion to the size.
 ///
 /// Threads: every operation may be called from any thread; a value may change on others meanwhile.
 class QVPLATFORM_EXPORT PropertyList {
  public:
-  /// Bytes.
-  static constexpr std::size_t kMaximumSize = 256U << 20;
-  /// Values in one file.
+  /// Bytes of one file: what offsets and other libraries can count.
+  static constexpr std::size_t kMaximumSize = INT32_MAX;
+  /// Values in one element of the outermost container, counted as often as they are referred to;
+  /// how many elements there are is a matter of the size alone. Of XML, in all.
   static constexpr std::size_t kMaximumCount = 4U << 20;
+  /// Bytes of text and data in one value that is copied, counted likewise.
+  static constexpr std::size_t kMaximumCopySize = 256U << 20;
   /// Containers within containers.
   static constexpr std::size_t kMaximumDepth = 128;
 
@@ -36,6 +40,10 @@ class QVPLATFORM_EXPORT PropertyList {
   /// too, and such a file is refused when walking through the value would take far longer than
   /// reading the file.
   static Value valueWithData(std::string_view bytes);
+
+  /// Whether the file at the path begins and ends as a property list does: a quick look that spares
+  /// the reading of a large file that is none. False when there is no such file.
+  static bool canBeAtPath(const String& path);
 
   /// A deep copy; nil when the value is not a property list or exceeds a limit.
   static Value copy(const Value& value);

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <QVPlatform/Export.h>
+#include <QVPlatform/Foundation/Coding.h>
+#include <QVPlatform/Foundation/Object.h>
 #include <QVPlatform/Foundation/String.h>
 
 #include <cstddef>
@@ -16,8 +18,10 @@ namespace QVPlatform {
 /// ("?ids[]=1"), and a port that is no number. Apart from that the check is strict: blanks, text
 /// that is not ASCII, and characters that the RFC wants escaped are refused, never repaired.
 /// Threads: as String.
-class QVPLATFORM_EXPORT URL {
+class QVPLATFORM_EXPORT URL : public Object, public Coding {
  public:
+  /// A bare one, without text, for initWithCoder().
+  URL() = default;
   /// The URL of this text; none for null, for empty text, for text that is not a URI reference and
   /// for text beyond one mebibyte.
   static std::optional<URL> URLWithString(const String& text);
@@ -35,6 +39,13 @@ class QVPLATFORM_EXPORT URL {
   bool hasEmptyHost() const noexcept { return hostSize_ == 0; }
   /// The text that the URL was made from: the same object, never null.
   const String& absoluteString() const noexcept { return text_; }
+  /// The same as absoluteString().
+  String description() const override { return text_; }
+
+  void encodeWithCoder(KeyedArchiver& coder) const override;
+  /// "NSURL", as the format has it.
+  String classNameForCoder() const override;
+  void initWithCoder(KeyedUnarchiver& coder) override;
 
   /// What stands in front of the path: "https://host:80" of "https://host:80/path?query#fragment".
   std::string_view origin() const noexcept { return text_.view().substr(0, pathOffset_); }
@@ -44,7 +55,6 @@ class QVPLATFORM_EXPORT URL {
   }
 
  private:
-  URL() = default;
   bool parse();
   bool parseAuthority(std::size_t begin);
 

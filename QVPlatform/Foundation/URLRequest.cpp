@@ -16,8 +16,12 @@ MutableURLRequest::MutableURLRequest(std::optional<URL> url, URLRequestCachePoli
       timeoutInterval_(timeoutInterval > 0 ? timeoutInterval : kDefaultTimeoutInterval),
       content_{String(getText), nullptr, {}} {}
 
+MutableURLRequest::MutableURLRequest()
+    : MutableURLRequest(std::nullopt, URLRequestCachePolicy::useProtocolCachePolicy, 0) {}
+
 MutableURLRequest::MutableURLRequest(const MutableURLRequest& other)
     : Object(other),
+      Coding(other),
       url_(other.url_),
       cachePolicy_(other.cachePolicy_),
       timeoutInterval_(other.timeoutInterval_),

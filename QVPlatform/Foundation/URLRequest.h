@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QVPlatform/Export.h>
+#include <QVPlatform/Foundation/Coding.h>
 #include <QVPlatform/Foundation/Data.h>
 #include <QVPlatform/Foundation/Date.h>
 #include <QVPlatform/Foundation/HTTPHeaderFields.h>
@@ -30,8 +31,10 @@ enum class URLRequestCachePolicy : std::uint32_t {
 /// Threads: every operation may be called from any thread and is atomic by itself, so that a
 /// request which is under way or has been posted can be read, and even changed, by whoever has it.
 /// What is sent is what the request held when sending began.
-class QVPLATFORM_EXPORT MutableURLRequest : public Object {
+class QVPLATFORM_EXPORT MutableURLRequest : public Object, public Coding {
  public:
+  /// A bare one, for initWithCoder(): a GET without a URL.
+  MutableURLRequest();
   /// A GET without fields and body. `timeoutInterval`: the seconds without progress after which the
   /// transfer fails; anything but a positive number means 60.
   MutableURLRequest(std::optional<URL> url, URLRequestCachePolicy cachePolicy,
@@ -75,10 +78,14 @@ class QVPLATFORM_EXPORT MutableURLRequest : public Object {
   /// Class, address, method and URL.
   String description() const override;
 
+  void encodeWithCoder(KeyedArchiver& coder) const override;
+  void initWithCoder(KeyedUnarchiver& coder) override;
+
  private:
-  const std::optional<URL> url_;
-  const URLRequestCachePolicy cachePolicy_;
-  const TimeInterval timeoutInterval_;
+  // Never changed but by initWithCoder(), before anybody else has the request.
+  std::optional<URL> url_;
+  URLRequestCachePolicy cachePolicy_;
+  TimeInterval timeoutInterval_;
   mutable std::mutex mutex_;
   Content content_;
 };

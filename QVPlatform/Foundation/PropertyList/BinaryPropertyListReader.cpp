@@ -119,43 +119,42 @@ Shape shapeOf(std::uint8_t marker, std::size_t referenceWidth) {
 
 }  // namespace
 
-BinaryPropertyListReader::BinaryPropertyListReader(std::string_view bytes) : bytes_(bytes) {
-  if (!readTrailer()) count_ = 0;
+BinaryPropertyListReader::BinaryPropertyListReader(std::string_view bytes)
+    : bytes_(bytes), trailer_(trailerOf(bytes, bytes, bytes.size()).value_or(Trailer())) {}
+
+bool BinaryPropertyListReader::canBe(std::string_view beginning, std::string_view end,
+                                     std::size_t size) {
+  return trailerOf(beginning, end, size).has_value();
 }
 
-bool BinaryPropertyListReader::readTrailer() {
+std::optional<BinaryPropertyListReader::Trailer> BinaryPropertyListReader::trailerOf(
+    std::string_view beginning, std::string_view end, std::size_t size) {
   // Other writers may have another digit at the end of the magic; the layout is the same.
-  if (!bytes_.starts_with(Format::kMagic.substr(0, 7))) return false;
-  if (bytes_.size() < Format::kMagic.size() + Format::kTrailerSize) return false;
-  if (bytes_.size() > PropertyList::kMaximumSize) return false;
-  const std::string_view trailer = bytes_.substr(bytes_.size() - Format::kTrailerSize);
-  offsetWidth_ = bigEndian(trailer.substr(6, 1));
-  referenceWidth_ = bigEndian(trailer.substr(7, 1));
-  const std::uint64_t count = bigEndian(trailer.substr(8, 8));
-  const std::uint64_t root = bigEndian(trailer.substr(16, 8));
-  const std::uint64_t table = bigEndian(trailer.substr(24, 8));
-  const std::size_t end = bytes_.size() - Format::kTrailerSize;
-  if (offsetWidth_ < 1 || offsetWidth_ > 8 || referenceWidth_ < 1 || referenceWidth_ > 8) {
-    return false;
-  }
-  if (count > PropertyList::kMaximumCount || root >= count) return false;
-  if (table < Format::kMagic.size() || table > end || count > (end - table) / offsetWidth_) {
-    return false;
-  }
-  table_ = table;
-  count_ = count;
-  root_ = static_cast<Reference>(root);
-  return true;
+  if (!beginning.starts_with(Format::kMagic.substr(0, 7))) return {};
+  if (size < Format::kMagic.size() + Format::kTrailerSize) return {};
+  if (size > PropertyList::kMaximumSize || end.size() < Format::kTrailerSize) return {};
+  const std::string_view bytes = end.substr(end.size() - Format::kTrailerSize);
+  const Trailer trailer{bigEndian(bytes.substr(6, 1)), bigEndian(bytes.substr(7, 1)),
+                        bigEndian(bytes.substr(8, 8)), bigEndian(bytes.substr(16, 8)),
+                        bigEndian(bytes.substr(24, 8))};
+  const auto& [offsetWidth, referenceWidth, count, root, table] = trailer;
+  const std::size_t tableEnd = size - Format::kTrailerSize;
+  if (offsetWidth < 1 || offsetWidth > 8 || referenceWidth < 1 || referenceWidth > 8) return {};
+  if (table < Format::kMagic.size() || table > tableEnd) return {};
+  // Each object takes a byte at least: so what is kept for each is in proportion to the file.
+  if (count > (tableEnd - table) / offsetWidth || count > table - Format::kMagic.size()) return {};
+  if (root >= count) return {};
+  return trailer;
 }
 
 /// The length that follows a marker which has no room for it; moves the position behind it.
 std::optional<std::uint64_t> BinaryPropertyListReader::length(std::size_t& position) const {
-  if (position >= table_) return {};
+  if (position >= trailer_.table) return {};
   const auto marker = static_cast<std::uint8_t>(bytes_[position]);
   const std::size_t exponent = marker & Format::kLengthMask;
   if ((marker & Format::kTypeMask) != Format::kInteger || exponent > 3) return {};
   const std::size_t width = std::size_t{1} << exponent;
-  if (width >= table_ - position) return {};
+  if (width >= trailer_.table - position) return {};
   const std::uint64_t number = bigEndian(bytes_.substr(position + 1, width));
   position += 1 + width;
   return number;
@@ -163,32 +162,34 @@ std::optional<std::uint64_t> BinaryPropertyListReader::length(std::size_t& posit
 
 /// Where the object begins; 0 when there is none.
 std::size_t BinaryPropertyListReader::offset(Reference reference) const {
-  if (reference >= count_) return 0;
-  const std::uint64_t offset = bigEndian(bytesAt(table_ + reference * offsetWidth_, offsetWidth_));
-  return offset < Format::kMagic.size() || offset >= table_ ? 0 : offset;
+  if (reference >= trailer_.count) return 0;
+  const std::uint64_t offset =
+      bigEndian(bytesAt(trailer_.table + reference * trailer_.offsetWidth, trailer_.offsetWidth));
+  return offset < Format::kMagic.size() || offset >= trailer_.table ? 0 : offset;
 }
 
 BinaryPropertyListReader::Object BinaryPropertyListReader::object(Reference reference) const {
   std::size_t position = offset(reference);
   if (position == 0) return {};
   const auto marker = static_cast<std::uint8_t>(bytes_[position++]);
-  auto [count, unit, canBeLonger] = shapeOf(marker, referenceWidth_);
+  auto [count, unit, canBeLonger] = shapeOf(marker, trailer_.referenceWidth);
   if (unit == 0) return {};
   if (canBeLonger && count == Format::kLengthMask) {
     const auto longer = length(position);
     if (!longer) return {};
     count = *longer;
   }
-  if (count > (table_ - position) / unit) return {};
+  if (count > (trailer_.table - position) / unit) return {};
   return {typeOf(marker), marker, count, bytesAt(position, count * unit)};
 }
 
 BinaryPropertyListReader::Reference BinaryPropertyListReader::reference(const Object& container,
                                                                         std::size_t index) const {
-  const std::uint64_t number =
-      bigEndian({container.content.data() + index * referenceWidth_, referenceWidth_});
+  const std::uint64_t number = bigEndian(
+      {container.content.data() + index * trailer_.referenceWidth, trailer_.referenceWidth});
   // A number that is too large for a reference is of no object either.
-  return number < count_ ? static_cast<Reference>(number) : std::numeric_limits<Reference>::max();
+  return number < trailer_.count ? static_cast<Reference>(number)
+                                 : std::numeric_limits<Reference>::max();
 }
 
 Value BinaryPropertyListReader::leaf(const Object& object) const {
@@ -227,7 +228,7 @@ Value BinaryPropertyListReader::integer(const Object& object) const {
   const auto number = static_cast<std::int64_t>(bits);
   const auto end = static_cast<std::size_t>(object.content.data() - bytes_.data()) + object.count;
   std::size_t mark = 0;
-  while (mark < 4 && end + mark < table_ && bytes_[end + mark] == Format::kFill) ++mark;
+  while (mark < 4 && end + mark < trailer_.table && bytes_[end + mark] == Format::kFill) ++mark;
   if (mark == 1 && std::in_range<std::int32_t>(number)) return static_cast<std::int32_t>(number);
   if (mark == 2 && std::in_range<std::uint32_t>(number)) return static_cast<std::uint32_t>(number);
   if (mark == 3 && number >= 0) return bits;
@@ -240,7 +241,7 @@ std::optional<std::uint32_t> BinaryPropertyListReader::uid(Reference reference) 
   const auto marker = static_cast<std::uint8_t>(bytes_[position]);
   const std::size_t width = (marker & Format::kLengthMask) + std::size_t{1};
   if ((marker & Format::kTypeMask) != Format::kUID || width > 8) return {};
-  if (width >= table_ - position) return {};
+  if (width >= trailer_.table - position) return {};
   const std::uint64_t number = bigEndian(bytesAt(position + 1, width));
   if (number > UINT32_MAX) return {};
   return static_cast<std::uint32_t>(number);
@@ -251,7 +252,7 @@ std::optional<BinaryPropertyListReader::Reference> BinaryPropertyListReader::val
   if (dictionary.type != Type::kDictionary) return {};
   for (std::size_t i = 0; i < dictionary.count; ++i) {
     const Reference candidate = reference(dictionary, i);
-    if (candidate >= count_) continue;
+    if (candidate >= trailer_.count) continue;
     if (candidate != key.known) {
       const Object text = object(candidate);
       if ((text.marker & Format::kTypeMask) != Format::kASCIIText || text.content != key.text) {

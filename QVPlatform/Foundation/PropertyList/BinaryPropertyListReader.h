@@ -29,9 +29,12 @@ class BinaryPropertyListReader {
   /// The bytes must outlive the reader.
   explicit BinaryPropertyListReader(std::string_view bytes);
 
-  bool isValid() const { return count_ > 0; }
-  Reference root() const { return root_; }
-  std::size_t count() const { return count_; }
+  bool isValid() const { return trailer_.count > 0; }
+  /// Whether a file of that size can be a binary property list, judged by its first and its last
+  /// bytes.
+  static bool canBe(std::string_view beginning, std::string_view end, std::size_t size);
+  Reference root() const { return static_cast<Reference>(trailer_.root); }
+  std::size_t count() const { return trailer_.count; }
   std::size_t size() const { return bytes_.size(); }
 
   /// A damaged object when there is none of that number.
@@ -53,7 +56,15 @@ class BinaryPropertyListReader {
   std::optional<Reference> valueForKey(const Object& dictionary, Key& key) const;
 
  private:
-  bool readTrailer();
+  struct Trailer {
+    std::size_t offsetWidth = 0;
+    std::size_t referenceWidth = 0;
+    std::uint64_t count = 0;
+    std::uint64_t root = 0;
+    std::uint64_t table = 0;
+  };
+  static std::optional<Trailer> trailerOf(std::string_view beginning, std::string_view end,
+                                          std::size_t size);
   std::string_view bytesAt(std::size_t position, std::size_t length) const {
     return {bytes_.data() + position, length};
   }
@@ -62,11 +73,7 @@ class BinaryPropertyListReader {
   Value integer(const Object& object) const;
 
   std::string_view bytes_;
-  std::size_t table_ = 0;
-  std::size_t offsetWidth_ = 0;
-  std::size_t referenceWidth_ = 0;
-  std::size_t count_ = 0;
-  Reference root_ = 0;
+  Trailer trailer_;
 };
 
 }  // namespace QVPlatform

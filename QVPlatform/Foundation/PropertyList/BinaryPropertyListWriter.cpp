@@ -14,9 +14,6 @@ namespace {
 
 namespace Format = BinaryPropertyListFormat;
 
-/// A list that refers to few objects from many places is allowed, within reason.
-constexpr std::size_t kMaximumReferences = 4 * PropertyList::kMaximumCount;
-
 /// Bytes that a number, a UID or the head of anything takes at most.
 constexpr std::size_t kMaximumPlainSize = 32;
 constexpr std::size_t kMaximumReservation = 16U << 20;
@@ -24,7 +21,7 @@ constexpr std::size_t kMaximumReservation = 16U << 20;
 constexpr std::uint32_t kUIDReference = 1U << 31;
 constexpr std::size_t kUnusedTrailerSize = 6;
 
-static_assert(PropertyList::kMaximumCount < kUIDReference, "UIDs can be told from objects");
+static_assert(PropertyList::kMaximumSize <= kUIDReference, "UIDs can be told from objects");
 static_assert(PropertyList::kMaximumSize <= UINT32_MAX, "offsets are kept in 32 bits");
 
 /// Bytes that the format takes for an unsigned number: 1, 2, 4 or 8.
@@ -260,8 +257,7 @@ void BinaryPropertyListWriter::reserve(std::size_t times) {
 }
 
 bool BinaryPropertyListWriter::isTooLarge() const {
-  return objectCount() > PropertyList::kMaximumCount || references_.size() > kMaximumReferences ||
-         buffer_.size() + references_.size() > PropertyList::kMaximumSize;
+  return buffer_.size() + references_.size() + objectCount() > PropertyList::kMaximumSize;
 }
 
 /// UIDs follow all other objects.

@@ -46,8 +46,10 @@ class BinaryPropertyListWriter {
   /// Makes room for so many times what was added so far, so that it need not be copied as it grows.
   void reserve(std::size_t times);
 
-  /// Whether a limit of PropertyList is exceeded, so that there will be no file.
+  /// Whether PropertyList::kMaximumSize is exceeded already, so that there will be no file.
   bool isTooLarge() const;
+  /// What the file takes at least, so far.
+  std::size_t size() const { return buffer_.size() + references_.size(); }
   /// The file, whose value is the object `root`; null if it is too large. Nothing can be added
   /// then.
   Data finish(Reference root);

@@ -16,16 +16,27 @@ class ObjectMemo {
  public:
   using Number = std::uint32_t;
 
-  /// For a file of that size with so many objects to refer to.
+  /// For a property list of that size with so many objects to refer to. As many values as there can
+  /// be without any sharing, and some more, are all that it may expand to.
   ObjectMemo(std::size_t fileSize, std::size_t count)
       : nodes_(count),
         readableBytes_(fileSize + kAllowance),
-        expandedLimit_(expandedLimit(fileSize)) {}
+        expandedLimit_(8 * std::uint64_t{fileSize} + kAllowance) {}
 
-  /// To how many values a file of that size may expand. That many are there without any sharing;
-  /// a file of a few hundred bytes must not expand to millions, and yet a list of thousands of
-  /// messages may refer to one table in each of them.
-  static std::uint64_t expandedLimit(std::size_t fileSize) { return 8 * fileSize + kAllowance; }
+  /// For a keyed archive. There each element of the outermost container has a limit of its own, and
+  /// all together have none, since any number of messages may refer to one table.
+  static ObjectMemo ofArchive(std::size_t fileSize, std::size_t count) {
+    ObjectMemo memo(fileSize, count);
+    memo.expandedLimit_ = expandedLimitOfElement(fileSize);
+    memo.firstLimitedDepth_ = 2;
+    return memo;
+  }
+
+  /// To how many values an element may expand in an archive of that size. Who walks through one
+  /// must not be kept for ever.
+  static std::uint64_t expandedLimitOfElement(std::size_t fileSize) {
+    return 8 * std::uint64_t{fileSize} + PropertyList::kMaximumCount;
+  }
 
   /// The value of the object of that number, which build() makes; it is called once for each of
   /// them and may call this in turn. Nil when the file is damaged, which also holds from then on.
@@ -38,7 +49,8 @@ class ObjectMemo {
     if (node.state != State::kMade || hasFailed_) return fail();
     children_ += 1 + node.expanded;
     height_ = std::max(height_, node.height + 1);
-    if (children_ > expandedLimit_ || height_ > kMaximumHeight) return fail();
+    const bool isTooMuch = depth_ >= firstLimitedDepth_ && children_ > expandedLimit_;
+    if (isTooMuch || height_ > kMaximumHeight) return fail();
     return node.value;
   }
 
@@ -90,6 +102,7 @@ class ObjectMemo {
   std::vector<Node> nodes_;
   std::size_t readableBytes_;
   std::uint64_t expandedLimit_;
+  std::uint32_t firstLimitedDepth_ = 0;  // of what is counted together
   // Of the object that is being made.
   std::uint64_t children_ = 0;
   std::uint32_t height_ = 0;

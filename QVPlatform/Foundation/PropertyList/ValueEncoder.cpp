@@ -25,7 +25,6 @@ std::optional<ValueEncoder::Reference> ValueEncoder::add(const Value& value) {
   return std::visit(
       [this]<class T>(const T& held) -> std::optional<Reference> {
         if constexpr (std::is_same_v<T, Array> || std::is_same_v<T, Dictionary>) {
-          // The count bounds what containers that are shared multiply to.
           if (depth_ == PropertyList::kMaximumDepth || writer_.isTooLarge()) return {};
           ++depth_;
           const auto reference = add(held);
@@ -44,6 +43,9 @@ std::optional<ValueEncoder::Reference> ValueEncoder::add(const Value& value) {
 }
 
 bool ValueEncoder::push(const Value& value, std::vector<Reference>& stack) {
+  // The count bounds what containers that are shared multiply to.
+  if (depth_ == 1) count_ = 0;
+  if (++count_ > PropertyList::kMaximumCount) return false;
   const auto reference = add(value);
   if (reference) stack.push_back(*reference);
   return reference.has_value();

@@ -31,6 +31,7 @@ class ValueEncoder {
   const UIDs uids_;
   BinaryPropertyListWriter writer_;
   std::size_t depth_ = 0;
+  std::size_t count_ = 0;  // values in the element of the outermost container
   // Contents of the containers that are being written, the innermost last.
   std::vector<Reference> keys_;
   std::vector<Reference> values_;
