@@ -1,10 +1,14 @@
 #include "support/CoreTest.h"
+#include "support/FailingAllocations.h"
 #include "support/Processes.h"
 
 #include <QVCore/QVCore.h>
+#include <QVPlatform/Foundation/Error.h>
 #include <QVPlatform/Foundation/FileManager.h>
+#include <QVPlatform/Foundation/HTTPURLResponse.h>
 #include <QVPlatform/Foundation/KeyedArchiver.h>
 #include <QVPlatform/Foundation/KeyedUnarchiver.h>
+#include <QVPlatform/Foundation/URLRequest.h>
 
 #include <gmock/gmock.h>
 
@@ -18,9 +22,11 @@
 #include <fstream>
 #include <functional>
 #include <memory>
+#include <new>
 #include <random>
 #include <string>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -31,6 +37,7 @@ using QVPlatform::Dictionary;
 using QVPlatform::FileManager;
 using QVPlatform::String;
 using QVPlatform::Value;
+using ::testing::AllOf;
 using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -38,6 +45,12 @@ using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::SizeIs;
 using ::testing::Truly;
+
+/// An object for whose archive there is no memory.
+class TooLarge : public QVPlatform::Object, public QVPlatform::Coding {
+  void encodeWithCoder(QVPlatform::KeyedArchiver&) const override { throw std::bad_alloc(); }
+  void initWithCoder(QVPlatform::KeyedUnarchiver&) override {}
+};
 
 /// Waiting hits in the file and back. The network is down, so that hits wait.
 class QVOfflineHitsTest : public QVTest::CoreTest {
@@ -76,11 +89,21 @@ class QVOfflineHitsTest : public QVTest::CoreTest {
     }
     return hits;
   }
-  static std::vector<Value> queuedIDs() {
+  static std::vector<Value> idsOf(const std::vector<Value>& hits) {
     std::vector<Value> ids;
-    for (const Value& hit : queued()) ids.push_back(hit.dictionary().get("ID"));
+    for (const Value& hit : hits) ids.push_back(hit.dictionary().get("ID"));
     return ids;
   }
+  static std::vector<Value> queuedIDs() { return idsOf(queued()); }
+  static Value hit(const String& url, const Value& id) {
+    return Dictionary{{"url", url}, {"ID", id}};
+  }
+  /// What a listener does at each refused hit, in the middle of a restore.
+  static void atRefusal(const std::function<void()>& action) {
+    QVPlatform::NotificationCenter::defaultCenter()->addObserver(
+        &refusals, [action](const auto&) { action(); }, kQVNotification_HTTPRequestError);
+  }
+  static inline int refusals = 0;
 
   /// The body of the hit of that number: any length up to a few pages.
   static std::string bodyOf(std::int64_t number) {
@@ -165,11 +188,30 @@ TEST_F(QVOfflineHitsTest, ReplacesAnOlderFileByAnEmptyListWithoutAWord) {
 TEST_F(QVOfflineHitsTest, LeavesOutWhatCannotBeSavedAndSavesTheRest) {
   QVNetworkManager::sharedInstance();
   request({{"url", "http://h/"}, {"object", QVLogger::sharedInstance()}});
+  request({{"url", "http://h/large"}, {"object", std::make_shared<TooLarge>()}});
+  request({{"url", "http://h/"}});
   testing::internal::CaptureStderr();
-  post(kQVNotification_OnBackground);
-  EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("QVLogger"));
-  ASSERT_THAT(saved(), SizeIs(1));
-  EXPECT_EQ(saved()[0].dictionary().get("url"), Value("http://h/"));
+  EXPECT_EQ(printed([] { post(kQVNotification_OnBackground); }), "Saving 3 offline Hits\n");
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              AllOf(HasSubstr("QVLogger"), HasSubstr("hit 1 (http://h/large)")));
+  EXPECT_THAT(idsOf(saved()), ElementsAre(Value(0U), Value(2U)));
+}
+
+TEST_F(QVOfflineHitsTest, BringsBackWhatTheCoreItselfPutsIntoTheData) {
+  using namespace QVPlatform;
+  const auto url = URL::URLWithString("http://h/");
+  const auto policy = URLRequestCachePolicy::useProtocolCachePolicy;
+  writeHits(
+      {Dictionary{{"url", "http://h/"},
+                  {"HTTPURLResponse", std::make_shared<HTTPURLResponse>("http://h/", 404, "")},
+                  {"error", std::make_shared<Error>("Domain", 1, "It failed.")},
+                  {"data", std::make_shared<MutableURLRequest>(url, policy, 5)}}});
+  const auto operations = QVNetworkManager::sharedInstance()->consentQueue()->operations();
+  ASSERT_THAT(operations, SizeIs(1));
+  const auto data = std::static_pointer_cast<QVHTTPOperation>(operations[0])->userInfo();
+  EXPECT_EQ(data.get("error").description(), String("Domain 1: It failed."));
+  EXPECT_THAT(std::string(data.get("HTTPURLResponse").description().view()), HasSubstr("404"));
+  EXPECT_THAT(std::string(data.get("data").description().view()), HasSubstr("GET http://h/"));
 }
 
 TEST_F(QVOfflineHitsTest, RestoresHitsUnderTheirOldNumbersAtTheStartAndRemovesTheFile) {
@@ -194,18 +236,73 @@ TEST_F(QVOfflineHitsTest, LeavesTheFileWhileHitsAreQueued) {
   EXPECT_TRUE(FileManager::fileExistsAtPath(path()));
 }
 
-TEST_F(QVOfflineHitsTest, RemovesADamagedOrEnormousFileAndRestoresNothing) {
+TEST_F(QVOfflineHitsTest, LeavesAFileThatCannotBeReadAndRemovesOneThatHoldsNothing) {
   const auto manager = QVNetworkManager::sharedInstance();
-  for (const char* bytes : {"", "no archive", "bplist00", "<plist><array>"}) {
+  writeHits({hit("http://h/", 1U)});
+  const std::string whole = QVTest::contentsOf(path().view());
+  std::string damaged = whole;
+  damaged[whole.find("http://h/")] = '\xff';
+  for (const std::string& bytes :
+       {std::string(), std::string("no archive"), std::string("bplist00"), damaged,
+        std::string("<plist><array>"), whole.substr(0, whole.size() - 1)}) {
     writeFile(bytes);
     EXPECT_EQ(printed([&] { manager->restoreStockedHit(); }), "");
-    EXPECT_FALSE(FileManager::fileExistsAtPath(path())) << bytes;
+    EXPECT_EQ(QVTest::contentsOf(path().view()), bytes);
+    EXPECT_EQ(fileCount(), 1);
   }
-  std::ofstream(std::string(path().view())) << "x";
-  std::filesystem::resize_file(path().view(), 300U << 20);  // sparse
+  std::filesystem::resize_file(path().view(), std::uintmax_t{1} << 40);  // sparse
   manager->restoreStockedHit();
-  EXPECT_FALSE(FileManager::fileExistsAtPath(path()));
+  EXPECT_TRUE(FileManager::fileExistsAtPath(path()));
+  writeFile(std::string(QVPlatform::KeyedArchiver().finishEncoding().view()));
+  EXPECT_EQ(printed([&] { manager->restoreStockedHit(); }), "");
+  EXPECT_EQ(fileCount(), 0);
   EXPECT_EQ(manager->operationQueue()->operationCount(), 0U);
+}
+
+TEST_F(QVOfflineHitsTest, IsRestoredByOneOfManyProcesses) {
+  for (int round = 0; round < 20; ++round) {
+    writeHits({hit("http://h/", 1U), hit("http://h/", 2U), hit("http://h/", 3U)});
+    std::vector<pid_t> children(3);
+    for (pid_t& child : children) {
+      child = QVTest::startChild([] {
+        QVDebug::setDebugLevel(6);
+        QVDebug::useCustomWKProcessPool(true);
+        return static_cast<int>(queued().size());
+      });
+    }
+    int count = 0;
+    for (const pid_t child : children) count += QVTest::exitStatusOf(child);
+    ASSERT_EQ(count, 3) << round;
+    ASSERT_EQ(fileCount(), 0) << round;
+  }
+}
+
+TEST_F(QVOfflineHitsTest, IsRestoredAfterACrashInTheMiddle) {
+  writeHits({hit("http://h/", 1U), hit("bare", 2U), hit("http://h/", 3U)});
+  EXPECT_EQ(QVTest::runInChild([] {
+              QVDebug::useCustomWKProcessPool(true);
+              atRefusal([] { _exit(7); });
+              QVNetworkManager::sharedInstance();
+              return 0;
+            }),
+            7);
+  writeHits({hit("http://h/", 4U)});
+  QVNetworkManager::sharedInstance();
+  EXPECT_THAT(queuedIDs(), ElementsAre(Value(1U), Value(3U), Value(4U)));
+  EXPECT_EQ(fileCount(), 0);
+}
+
+TEST_F(QVOfflineHitsTest, KeepsWhatIsSavedWhileItRestores) {
+  writeHits({hit("http://h/", 1U), hit("bare", 2U), hit("http://h/", 3U)});
+  const auto manager = QVNetworkManager::sharedInstance();
+  EXPECT_THAT(queuedIDs(), SizeIs(2));
+  manager->setOperationQueue(suspendedQueue());
+  writeHits({hit("http://h/", 1U), hit("bare", 2U), hit("http://h/", 3U)});
+  atRefusal([&] { manager->saveAllHits(); });
+  manager->restoreStockedHit();
+  EXPECT_THAT(queuedIDs(), ElementsAre(Value(1U), Value(3U)));
+  EXPECT_EQ(saved(), queued());
+  EXPECT_EQ(fileCount(), 1);
 }
 
 TEST_F(QVOfflineHitsTest, LeavesQueuesAndFileAloneWhenTheKitRunsInTheBackground) {
@@ -234,6 +331,65 @@ TEST_F(QVOfflineHitsTest, SavesAtEachChangeOfTheCountOnceAskedTo) {
   EXPECT_FALSE(FileManager::fileExistsAtPath(path()));
 }
 
+TEST_F(QVOfflineHitsTest, HoldsWhatWaitsAfterManyThreadsHaveSavedAtOnce) {
+  const auto manager = QVNetworkManager::sharedInstance();
+  QVDebug::setDebugLevel(6);
+  QVCoreVariables::sharedInstance();  // made by the main thread
+  for (int round = 0; round < 20; ++round) {
+    manager->setOperationQueue(suspendedQueue());
+    manager->enableRunningInBackground();
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+      threads.emplace_back([] {
+        for (int n = 0; n < 10; ++n) request({{"url", "http://h/"}});
+      });
+    }
+    for (auto& thread : threads) thread.join();
+    ASSERT_EQ(saved(), queued()) << round;
+    ASSERT_EQ(fileCount(), 1);
+  }
+}
+
+TEST_F(QVOfflineHitsTest, LosesAndDoublesNothingWhenMemoryRunsOut) {
+  using QVTest::FailingAllocations;
+  const auto manager = QVNetworkManager::sharedInstance();
+  QVDebug::setDebugLevel(6);
+  testing::internal::CaptureStderr();
+  const std::vector<Value> hits{hit("http://h/1", 1U), hit("http://h/2", 2U)};
+  long count = 0;
+  for (bool hasFailed = true; hasFailed; ++count) {
+    manager->setOperationQueue(suspendedQueue());
+    writeHits(Array(hits));
+    {
+      const FailingAllocations memory(count);
+      manager->restoreStockedHit();
+      hasFailed = memory.hasFailed();
+    }
+    std::vector<Value> found = queued();
+    manager->setOperationQueue(suspendedQueue());
+    manager->restoreStockedHit();
+    for (const Value& more : queued()) found.push_back(more);
+    ASSERT_EQ(found, hits) << count;
+    ASSERT_EQ(fileCount(), 0) << count;
+  }
+  EXPECT_TRUE(count > 50 || !FailingAllocations::kIsPossible);
+  manager->setOperationQueue(suspendedQueue());
+  for (const Value& hit : hits) manager->queueRequestWithData(hit.dictionary());
+  count = 0;
+  for (bool hasFailed = true; hasFailed; ++count) {
+    writeHits({});
+    {
+      const FailingAllocations memory(count);
+      manager->saveAllHits();
+      hasFailed = memory.hasFailed();
+    }
+    ASSERT_TRUE(saved().empty() || saved() == hits) << count;
+    manager->saveAllHits();
+    ASSERT_EQ(saved(), hits) << count;
+    ASSERT_EQ(fileCount(), 1) << count;
+  }
+}
+
 TEST_F(QVOfflineHitsTest, SavesEntirelyOrNotAtAllWhenKilledAndRestoresInTheNextProcess) {
   std::mt19937 random(2001);
   std::vector<Value> left;
@@ -252,11 +408,13 @@ TEST_F(QVOfflineHitsTest, SavesEntirelyOrNotAtAllWhenKilledAndRestoresInTheNextP
   EXPECT_EQ(queued(), left);
 }
 
-TEST_F(QVOfflineHitsTest, GoesOnQuietlyWhenTheDirectoryCannotBeMade) {
+TEST_F(QVOfflineHitsTest, SaysWhyItCannotSaveAndGoesOn) {
   std::ofstream(container.path() / "Library") << "a file where a directory should be";
   const auto manager = QVNetworkManager::sharedInstance();
   request({{"url", "http://h/"}});
+  testing::internal::CaptureStderr();
   post(kQVNotification_OnBackground);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("Not a directory"));
   EXPECT_EQ(manager->operationQueue()->operationCount(), 1U);
 }
 

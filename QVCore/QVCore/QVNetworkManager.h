@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <vector>
 
 /// What consent allows.
 enum QVManagerState : std::int32_t {
@@ -90,10 +91,20 @@ class QVCORE_EXPORT QVNetworkManager : public QVSingleton,
   void observeValueForKeyPathOfObjectChangeContext(
       const QVPlatform::String& keyPath, const std::shared_ptr<QVPlatform::Object>& object,
       const QVPlatform::Value& change, const void* context) override;
-  /// Replaces the offline hits file by the hits that wait now. Failures are silent.
+  /// Replaces the offline hits file by the hits that wait now, of several threads that do so at
+  /// once by the newest state. Whatever is in their data and can be archived (KeyedArchiver) is
+  /// saved; what cannot, a whole hit if need be, is left out with a line on the console log. When
+  /// the file cannot be written, the console log tells why, and the old one stays.
   void saveAllHits();
   /// Queues what the offline hits file holds, under the old numbers, and removes the file; does
-  /// nothing while hits are queued. A file that cannot be read restores nothing.
+  /// nothing while hits are queued. The file is taken out of its place first (TakenFile), so that
+  /// its hits are queued once, however many threads and processes restore, and what is saved
+  /// meanwhile stays. A process that is killed in between leaves it to the next one that restores,
+  /// which queues all of it: hits that were sent already are then sent twice.
+  ///
+  /// A file that is missing, cannot be opened or is no keyed archive, entire and undamaged,
+  /// restores nothing and stays where it is. One that is, but holds nothing under "offlineHits", is
+  /// removed.
   void restoreStockedHit();
 
   // Notifications.
@@ -149,6 +160,8 @@ class QVCORE_EXPORT QVNetworkManager : public QVSingleton,
   void suspendHits(bool isSuspended);
   void suspendConsent(bool isSuspended);
   void appendToWaitingHits(const QVPlatform::String& text);
+  /// What is in the hit queue now.
+  std::vector<std::shared_ptr<QVPlatform::Operation>> operations() const;
 
   static std::atomic<std::int32_t> QV_INIT_STATE;
 

@@ -2,56 +2,22 @@
 
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVCoreVariables.h>
-#include <QVCore/QVHTTPOperation.h>
-#include <QVCore/QVLogger.h>
 #include <QVCore/QVNetworkManager.h>
-#include <QVPlatform/Foundation/FileManager.h>
-#include <QVPlatform/Foundation/KeyedArchiver.h>
-#include <QVPlatform/Foundation/KeyedUnarchiver.h>
+#include <QVCore/QVOfflineHits.h>
 
-#include <filesystem>
-#include <system_error>
-#include <utility>
+#include <memory>
 #include <vector>
 
-using QVPlatform::Array;
-using QVPlatform::Data;
 using QVPlatform::Dictionary;
-using QVPlatform::FileManager;
 using QVPlatform::Notification;
 using QVPlatform::NotificationCenter;
 using QVPlatform::String;
-using QVPlatform::stringWithFormat;
 using QVPlatform::Value;
 
 namespace {
 
-/// Far more than a full queue of large hits takes; a larger file is not one of ours.
-constexpr std::size_t kMaximumFileSize = 256U << 20;
-
 /// Its address tells the manager's own observation of the hit queue from any other.
 constexpr char OperationQueueCountChange = 0;
-
-String offlineHitsPath() {
-  return QVLogger::sharedInstance()->getPrivatePathToFile(kQVFileOfflineHits);
-}
-
-/// A file that is too large to be read would be found again at every start.
-void removeIfEnormous(const String& path) {
-  std::error_code error;
-  const auto size = std::filesystem::file_size(path.view(), error);
-  if (!error && size > kMaximumFileSize) FileManager::removeItemAtPath(path);
-}
-
-std::vector<Value> hitsIn(const Data& archive) {
-  QVPlatform::KeyedUnarchiver unarchiver(archive);
-  return unarchiver.decodeObjectForKey(kQVFileOfflineHits).array().values();
-}
-
-void logCount(const char* format, std::size_t count) {
-  if (count == 0) return;
-  QVLogger::sharedInstance()->logMessageWithLevel(stringWithFormat(format, {count}), 1);
-}
 
 }  // namespace
 
@@ -105,31 +71,17 @@ void QVNetworkManager::observeValueForKeyPathOfObjectChangeContext(
 }
 
 void QVNetworkManager::saveAllHits() {
-  const auto hits = operationQueue();
-  if (!hits) return;
-  const auto operations = hits->operations();
-  std::vector<Value> waiting;
-  waiting.reserve(operations.size());
-  for (const auto& operation : operations) {
-    const auto* hit = dynamic_cast<const QVHTTPOperation*>(operation.get());
-    if (hit && !hit->isCancelled()) waiting.emplace_back(hit->userInfo());
-  }
-  if (!QVCoreVariables::sharedInstance()->enableSDKInBG()) {
-    logCount("Saving %@ offline Hits", waiting.size());
-  }
-  QVPlatform::KeyedArchiver archiver;
-  archiver.encodeObjectForKey(Array(std::move(waiting)), kQVFileOfflineHits);
-  FileManager::writeAtomically(archiver.finishEncoding(), offlineHitsPath());
+  if (operationQueue()) QVOfflineHits::save([this] { return operations(); });
 }
 
 void QVNetworkManager::restoreStockedHit() {
   const auto hits = operationQueue();
   if (!hits || hits->operationCount() > 0) return;
-  const String path = offlineHitsPath();
-  const Data archive = FileManager::contentsAtPath(path, kMaximumFileSize);
-  if (archive.isNull()) return removeIfEnormous(path);
-  const std::vector<Value> stored = hitsIn(archive);
-  logCount("Restoring %@ offline Hits", stored.size());
-  for (const Value& hit : stored) queueRequestWithData(hit.dictionary());
-  FileManager::removeItemAtPath(path);
+  QVOfflineHits::restore([this](const Dictionary& hit) { queueRequestWithData(hit); },
+                         [this] { return operations(); });
+}
+
+std::vector<std::shared_ptr<QVPlatform::Operation>> QVNetworkManager::operations() const {
+  const auto hits = operationQueue();
+  return hits ? hits->operations() : std::vector<std::shared_ptr<QVPlatform::Operation>>();
 }
