@@ -4,9 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <memory>
@@ -14,6 +17,8 @@
 #include <thread>
 #include <vector>
 
+#include "support/FailingAllocations.h"
+#include "support/LocklessFileSystem.h"
 #include "support/Processes.h"
 #include "support/PropertyListValues.h"
 #include "support/TemporaryDirectory.h"
@@ -79,13 +84,14 @@ TEST_F(UserDefaultsTest, NilRemovesAKey) {
   EXPECT_EQ(Value(stored()), Value(Dictionary({{"other", "b"}})));
 }
 
-TEST_F(UserDefaultsTest, RefusesWhatIsNoPropertyList) {
+TEST_F(UserDefaultsTest, RefusesWhatIsNoPropertyListOrTooLarge) {
   class Opaque : public Object {};
   Array cyclic = Array::array();
   cyclic.append(cyclic);
   store("a", "key");
   for (const Value& value : {Value(std::make_shared<Opaque>()), Value(cyclic),
-                             QVTest::nested(1, PropertyList::kMaximumDepth)}) {
+                             QVTest::nested(1, PropertyList::kMaximumDepth),
+                             Value(Data(std::string(PropertyList::kMaximumCopySize, 'x')))}) {
     testing::internal::CaptureStderr();
     defaults().setObjectForKey(value, "key");
     const std::string lines = testing::internal::GetCapturedStderr();
@@ -130,6 +136,8 @@ TEST_F(UserDefaultsTest, LosesNoChangeOfProcessesThatWriteAtOnce) {
     children.push_back(QVTest::startChild([name] {
       int failures = 0;
       for (int i = 0; i < kChanges; ++i) failures += store(i, String(name + std::to_string(i)));
+      // Who finds the lock taken for long goes on, and writes at the next occasion.
+      for (int i = 0; i < kChanges && failures > 0; ++i) failures *= !defaults().synchronize();
       return failures;
     }));
   }
@@ -222,6 +230,58 @@ TEST_F(UserDefaultsTest, LeavesAWholeFileWhenKilledWhileWriting) {
     ASSERT_EQ(stored().get("key0").string().view().size(), 20000U) << round;
   }
   EXPECT_EQ(store("after", "after"), 0);
+}
+
+TEST_F(UserDefaultsTest, WaitsOnceForALockThatSomebodyElseHolds) {
+  ASSERT_EQ(store("a", "before"), 0);
+  const int lock = open((preferences / ".org.example.tests.lock").c_str(), O_RDWR | O_CLOEXEC);
+  ASSERT_EQ(flock(lock, LOCK_EX), 0);
+  const auto start = std::chrono::steady_clock::now();
+  for (int i = 0; i < 20; ++i) EXPECT_EQ(store(i, "key"), 1);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+  EXPECT_EQ(defaults().objectForKey("key"), Value(19));
+  close(lock);
+  EXPECT_TRUE(defaults().synchronize());
+  EXPECT_EQ(Value(stored()), Value(Dictionary({{"before", "a"}, {"key", 19}})));
+}
+
+TEST_F(UserDefaultsTest, WritesWithoutALockWhereThereIsNone) {
+  const fs::path lock = preferences / ".org.example.tests.lock";
+  fs::create_directories(lock);
+  EXPECT_EQ(store(1, "directory"), 0);
+  fs::remove(lock);
+  fs::create_symlink("elsewhere", lock);
+  EXPECT_EQ(store(2, "link"), 0);
+  fs::remove(lock);
+  QVTest::LocklessFileSystem lockless;
+  EXPECT_EQ(store(3, "no locks"), 0);
+  EXPECT_EQ(stored().count(), 3U);
+}
+
+TEST_F(UserDefaultsTest, LosesNoChangeWhenMemoryRunsOut) {
+  using QVTest::FailingAllocations;
+  testing::internal::CaptureStderr();
+  Dictionary expected = Dictionary::dictionary();
+  const Value shared = "shared";
+  long count = 0;
+  for (bool hasFailed = true; hasFailed; ++count) {
+    const String key(std::to_string(count % 4));
+    const Value value = Array({static_cast<std::int64_t>(count)});
+    // The first use of the process is another one in each round.
+    const auto use = [&] {
+      const FailingAllocations memory(count);
+      store(value, key);
+      defaults().exchangeObjectForKey(nullptr, shared, shared.string());
+      return memory.hasFailed() ? 1 : 0;
+    };
+    ASSERT_GE(runInChild(use), 0) << count;
+    hasFailed = use() != 0;
+    expected.set(key, defaults().objectForKey(key));
+  }
+  EXPECT_TRUE(count > 50 || !FailingAllocations::kIsPossible);
+  EXPECT_TRUE(defaults().synchronize());
+  expected.set("shared", shared);
+  EXPECT_EQ(Value(stored()), Value(expected));
 }
 
 TEST_F(UserDefaultsTest, IsReadByOtherReaders) {

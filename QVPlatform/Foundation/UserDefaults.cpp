@@ -1,60 +1,78 @@
 #include <QVPlatform/Application.h>
 #include <QVPlatform/Foundation/FileManager.h>
+#include <QVPlatform/Foundation/Internal/FileLock.h>
 #include <QVPlatform/Foundation/Log.h>
 #include <QVPlatform/Foundation/PropertyList.h>
 #include <QVPlatform/Foundation/UserDefaults.h>
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <chrono>
+#include <cstddef>
+#include <filesystem>
 #include <functional>
+#include <map>
 #include <mutex>
+#include <new>
 #include <string>
+#include <system_error>
 #include <thread>
-#include <unordered_map>
 #include <utility>
+#include <vector>
 
 namespace QVPlatform {
 namespace {
 
 /// Far longer than a file takes to be read and written; whoever holds the lock for longer is
 /// stopped, and no reason to stop this process too.
-constexpr std::chrono::seconds kLockPatience{5};
-constexpr std::chrono::milliseconds kLockInterval{2};
+constexpr std::chrono::milliseconds kLockPatience{200};
+/// Shorter than a busy writer leaves the lock free between two writes.
+constexpr std::chrono::microseconds kLockInterval{50};
+
+constinit String::Literal outOfMemoryText{"UserDefaults: out of memory"};
+constexpr String kOutOfMemory{outOfMemoryText};
+
+/// What the function answers; `otherwise` when memory runs out in it.
+template <class Function, class Result>
+Result withinMemory(const Function& function, Result otherwise) {
+  try {
+    return function();
+  } catch (const std::bad_alloc&) {
+    consoleLog(kOutOfMemory);
+    return otherwise;
+  }
+}
 
 /// Lock between the processes that share a file, held on another file beside it, since the file
-/// itself is replaced by each write.
-class FileLock {
+/// itself is replaced by each write. Where it cannot be opened, because something else is in its
+/// place, or locked, because the file system has no locks, there is none to wait for.
+class SharedLock {
  public:
-  explicit FileLock(const String& path)
+  SharedLock(const String& path, std::chrono::milliseconds patience)
       : descriptor_(open(path.UTF8String(),
                          O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY | O_NONBLOCK,
                          S_IRUSR | S_IWUSR)) {
-    const auto giveUp = std::chrono::steady_clock::now() + kLockPatience;
-    while (descriptor_ >= 0 && std::chrono::steady_clock::now() < giveUp) {
-      isHeld_ = flock(descriptor_, LOCK_EX | LOCK_NB) == 0;
-      if (isHeld_ || (errno != EWOULDBLOCK && errno != EINTR)) break;
+    const auto giveUp = std::chrono::steady_clock::now() + patience;
+    while (descriptor_ >= 0 && (state_ = lockFile(descriptor_)) == FileLock::kTaken) {
+      if (std::chrono::steady_clock::now() >= giveUp) return;
       std::this_thread::sleep_for(kLockInterval);
     }
   }
-  ~FileLock() {
+  ~SharedLock() {
     if (descriptor_ < 0) return;
-    // Closing alone would leave it to a process forked meanwhile, which shares the descriptor.
-    if (isHeld_) flock(descriptor_, LOCK_UN);
+    if (state_ == FileLock::kHeld) unlockFile(descriptor_);
     close(descriptor_);
   }
-  FileLock(const FileLock&) = delete;
-  FileLock& operator=(const FileLock&) = delete;
+  SharedLock(const SharedLock&) = delete;
+  SharedLock& operator=(const SharedLock&) = delete;
 
-  bool isHeld() const { return isHeld_; }
+  bool isTaken() const { return state_ == FileLock::kTaken; }
 
  private:
   int descriptor_;
-  bool isHeld_ = false;
+  FileLock state_ = FileLock::kNotToGet;
 };
 
 struct Paths {
@@ -75,28 +93,74 @@ Paths paths() {
 
 /// What the file holds; null when it is missing or damaged.
 Dictionary readFile(const String& path) {
+  if (!PropertyList::canBeAtPath(path)) return nullptr;
   const Data bytes = FileManager::contentsAtPath(path, PropertyList::kMaximumSize);
   return PropertyList::valueWithData(bytes.view()).dictionary();
+}
+
+std::filesystem::file_time_type timeOfWriting(const String& path) {
+  std::error_code ignored;
+  return std::filesystem::last_write_time(path.view(), ignored);
+}
+
+using Table = std::map<String, Value>;
+
+Table tableOf(const Dictionary& dictionary) {
+  const auto entries = dictionary.snapshot();
+  return {entries->begin(), entries->end()};
+}
+
+/// Lays the entries over those of the table. Needs no memory; what is left in `entries` is what
+/// they replaced.
+void lay(Table& entries, Table& table) noexcept {
+  table.merge(entries);
+  for (auto& [key, value] : entries) std::swap(value, table.find(key)->second);
+}
+
+Data fileOf(const Table& table) {
+  return PropertyList::dataWithValue(
+      Dictionary(std::vector<Dictionary::Entry>(table.begin(), table.end())));
+}
+
+/// The entries without those that no file can hold, and those for which there is no room beside
+/// the others. A file of somebody else may bring such, or many large ones come together.
+Table thoseThatFit(const Table& table) {
+  Table fitting;
+  std::size_t room = PropertyList::kMaximumSize / 2;
+  for (const auto& [key, value] : table) {
+    const std::size_t size = value.isNil() ? 0 : fileOf({{key, value}}).view().size();
+    if (size > 0 && size <= room) {
+      room -= size;
+      fitting.emplace(key, value);
+    } else if (!value.isNil()) {
+      consoleLog(stringWithFormat("UserDefaults: \"%@\" is too large to be written", {key}));
+    }
+  }
+  return fitting;
+}
+
+bool write(const Table& table, const String& path) {
+  const Data whole = fileOf(table);
+  return FileManager::writeAtomically(whole.isNull() ? fileOf(thoseThatFit(table)) : whole, path);
 }
 
 }  // namespace
 
 class UserDefaults::Implementation {
  public:
-  using Table = std::unordered_map<String, Value>;
-
-  Implementation() { lay(readFile(paths().file).entries(), values_); }
-
-  Value get(const String& key) const {
+  Value get(const String& key) {
     const std::lock_guard lock(mutex_);
+    load();
     const auto place = values_.find(key);
     return place == values_.end() ? Value() : place->second;
   }
 
   void set(const String& key, const Value& value) {
+    Table entry{{key, value}};
+    Table change = entry;
     const std::lock_guard lock(mutex_);
-    values_[key] = value;
-    changes_[key] = value;
+    lay(entry, values_);
+    lay(change, changes_);
   }
 
   /// What `amend` changes, having seen the file's contents or null, is written with the rest; it is
@@ -104,90 +168,124 @@ class UserDefaults::Implementation {
   bool synchronize(const std::function<void(const Dictionary& stored)>& amend) {
     const std::lock_guard oneAtATime(synchronizing_);
     const Paths path = paths();
-    const FileLock lock(path.lock);
-    const Dictionary stored = lock.isHeld() ? readFile(path.file) : Dictionary();
+    // A lock that was not to be had once is not waited for again before it is free, unless others
+    // who write the file have passed it on to each other.
+    const auto before = timeOfWriting(path.file);
+    const SharedLock lock(path.lock, isPatient_ ? kLockPatience : kLockPatience * 0);
+    isPatient_ = !lock.isTaken() || timeOfWriting(path.file) != before;
+    const Dictionary stored = lock.isTaken() ? Dictionary() : readFile(path.file);
     amend(stored);
-    if (!lock.isHeld()) return false;
-    const Table changes = takeChanges();
-    Table merged = stored.isNull() ? values() : Table();
-    lay(stored.entries(), merged);
-    lay(changes, merged);
-    const bool isWritten = (changes.empty() && !stored.isNull()) || write(merged, path.file);
-    finish(std::move(merged), isWritten ? Table() : changes);
-    return isWritten;
+    return !lock.isTaken() && mergeInto(stored, path.file);
   }
 
  private:
-  template <class Entries>
-  static void lay(const Entries& entries, Table& table) {
-    for (const auto& [key, value] : entries) table.insert_or_assign(key, value);
+  bool mergeInto(const Dictionary& stored, const String& path) {
+    Table taken = takeChanges();
+    bool isWritten = false;
+    try {
+      Table merged = stored.isNull() ? values() : tableOf(stored);
+      Table changes = taken;
+      lay(changes, merged);
+      isWritten = (taken.empty() && !stored.isNull()) || write(merged, path);
+      finish(std::move(merged));
+    } catch (const std::bad_alloc&) {
+      giveBack(taken);
+      throw;
+    }
+    if (!isWritten) giveBack(taken);
+    return isWritten;
   }
 
-  static bool write(const Table& table, const String& path) {
-    const Value contents = Dictionary(std::vector<Dictionary::Entry>(table.begin(), table.end()));
-    return FileManager::writeAtomically(PropertyList::dataWithValue(contents), path);
+  /// The file is read when it is first asked for. Requires the mutex.
+  void load() {
+    if (isLoaded_) return;
+    Table known = tableOf(readFile(paths().file));
+    values_.merge(known);  // what was set before stays
+    isLoaded_ = true;
   }
 
-  Table values() const {
+  Table values() {
     const std::lock_guard lock(mutex_);
+    load();
     return values_;
   }
 
-  Table takeChanges() {
+  Table takeChanges() noexcept {
     const std::lock_guard lock(mutex_);
-    return std::exchange(changes_, {});
+    Table taken;
+    taken.swap(changes_);
+    return taken;
   }
 
-  /// Changes that were made meanwhile stay on top of the merged values, and of those that could not
-  /// be written.
-  void finish(Table merged, Table unwritten) {
+  /// For the next time; what was changed meanwhile counts.
+  void giveBack(Table& taken) noexcept {
     const std::lock_guard lock(mutex_);
-    lay(changes_, unwritten);
-    lay(changes_, merged);
-    changes_.swap(unwritten);
+    changes_.merge(taken);
+  }
+
+  /// Changes that were made meanwhile stay on top of the merged values.
+  void finish(Table merged) {
+    const std::lock_guard lock(mutex_);
+    Table changes = changes_;
+    lay(changes, merged);
     values_.swap(merged);
+    isLoaded_ = true;
   }
 
   std::mutex synchronizing_;  // taken before mutex_
-  mutable std::mutex mutex_;
+  bool isPatient_ = true;
+  std::mutex mutex_;
   Table values_;   // nil for a key that was removed
   Table changes_;  // not yet in the file; likewise
+  bool isLoaded_ = false;
 };
 
-UserDefaults::UserDefaults() : implementation_(std::make_unique<Implementation>()) {}
+UserDefaults::UserDefaults(Implementation& implementation) noexcept
+    : implementation_(implementation) {}
 
 UserDefaults& UserDefaults::standardUserDefaults() {
-  static UserDefaults& defaults = *new UserDefaults;  // never destroyed: threads may outlive main
+  // Never destroyed, as threads may outlive main, and in memory that is there in any case.
+  alignas(Implementation) static std::byte implementation[sizeof(Implementation)];
+  alignas(UserDefaults) static std::byte place[sizeof(UserDefaults)];
+  static auto& defaults = *new (place) UserDefaults(*new (implementation) Implementation);
   return defaults;
 }
 
 Value UserDefaults::objectForKey(const String& key) const {
-  return PropertyList::copy(implementation_->get(key));
+  return withinMemory([&] { return PropertyList::copy(implementation_.get(key)); }, Value());
 }
 
 void UserDefaults::setObjectForKey(const Value& value, const String& key) {
   if (key.isNull()) return;
-  // Copied in its place, since being in the file's dictionary makes it one level deeper.
-  const Value copy = PropertyList::copy(Dictionary({{key, value}})).dictionary().get(key);
-  if (copy.isNil() && !value.isNil()) {
-    consoleLog(
-        stringWithFormat("UserDefaults: the value for \"%@\" is not a property list", {key}));
-    return;
-  }
-  implementation_->set(key, copy);
+  const auto set = [&] {
+    // Copied in its place, since being in the file's dictionary makes it one level deeper.
+    const Value copy = PropertyList::copy(Dictionary({{key, value}})).dictionary().get(key);
+    const bool isKept = !copy.isNil() || value.isNil();
+    if (isKept) {
+      implementation_.set(key, copy);
+    } else {
+      consoleLog(stringWithFormat(
+          "UserDefaults: the value for \"%@\" is not a property list or too large", {key}));
+    }
+    return isKept;
+  };
+  withinMemory(set, false);
 }
 
 Value UserDefaults::exchangeObjectForKey(const Value& expected, const Value& value,
                                          const String& key) {
-  implementation_->synchronize([&](const Dictionary& stored) {
-    const bool isInFile = stored.isNull() || stored.get(key) == expected;
-    if (isInFile && objectForKey(key) == expected) setObjectForKey(value, key);
-  });
+  const auto exchange = [&] {
+    return implementation_.synchronize([&](const Dictionary& stored) {
+      const bool isInFile = stored.isNull() || stored.get(key) == expected;
+      if (isInFile && implementation_.get(key) == expected) setObjectForKey(value, key);
+    });
+  };
+  withinMemory(exchange, false);
   return objectForKey(key);
 }
 
 bool UserDefaults::synchronize() {
-  return implementation_->synchronize([](const Dictionary&) {});
+  return withinMemory([&] { return implementation_.synchronize([](const Dictionary&) {}); }, false);
 }
 
 }  // namespace QVPlatform

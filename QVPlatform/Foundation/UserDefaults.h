@@ -3,8 +3,6 @@
 #include <QVPlatform/Export.h>
 #include <QVPlatform/Foundation/Value.h>
 
-#include <memory>
-
 namespace QVPlatform {
 
 /// The application's preferences: small values that are kept across launches, in the binary
@@ -15,6 +13,8 @@ namespace QVPlatform {
 /// next synchronize() on.
 ///
 /// Threads: every operation may be called from any thread. The standard one is never destroyed.
+/// Nothing is thrown: when memory runs out, the console log says so, a value that was asked for is
+/// nil, one that was set is not kept, and changes that were made before are kept for the next time.
 class QVPLATFORM_EXPORT UserDefaults {
  public:
   static UserDefaults& standardUserDefaults();
@@ -24,7 +24,8 @@ class QVPLATFORM_EXPORT UserDefaults {
   Value objectForKey(const String& key) const;
 
   /// Keeps a copy of the value under the key; nil removes the key. A value that is not a property
-  /// list (PropertyList::copy) is refused with a line on the console log. A null key is ignored.
+  /// list or exceeds its limits (PropertyList::copy) is refused with a line on the console log, so
+  /// that it does not stand in the way of the others. A null key is ignored.
   void setObjectForKey(const Value& value, const String& key);
 
   /// Sets the value under the key if `expected` (which may be nil) stands there, not only in memory
@@ -36,15 +37,18 @@ class QVPLATFORM_EXPORT UserDefaults {
   /// Reads the file anew, lays the changes of this process over it and writes it whole, all under a
   /// lock between processes: of two processes that change different keys, none loses a change. A
   /// missing or damaged file is replaced by all that this process knows. False when the file could
-  /// not be written, or the lock was not to be had within seconds; the old file stays, and the
-  /// changes are kept for the next time.
+  /// not be written, or somebody else held the lock for 0.2 seconds (once: before the lock was free
+  /// again, nobody waits for it); the old file stays, and the changes are kept for the next time.
+  /// Where there can be no lock, because the file system has none or something else is in the place
+  /// of its file, the file is written without. What no file can hold is left out with a line on the
+  /// console log.
   bool synchronize();
 
  private:
-  UserDefaults();
-
   class Implementation;
-  const std::unique_ptr<Implementation> implementation_;
+  explicit UserDefaults(Implementation& implementation) noexcept;
+
+  Implementation& implementation_;
 };
 
 }  // namespace QVPlatform
