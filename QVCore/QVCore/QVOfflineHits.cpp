@@ -234,6 +234,7 @@ void QVOfflineHits::restore(const std::function<void(const Dictionary&)>& queue,
   std::vector<TakenFile> files;
   std::vector<bool> isDone;
   withinMemory([&] {
+    if (!snapshot().empty()) return;  // somebody else has restored meanwhile
     files = TakenFile::takeAtPath(offlineHitsPath(), &PropertyList::canBeAtPath);
     isDone.resize(files.size());
     for (std::size_t i = 0; i < files.size(); ++i) isDone[i] = restoreFrom(files[i], queue);

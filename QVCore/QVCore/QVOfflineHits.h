@@ -24,9 +24,9 @@ class QVOfflineHits {
   /// left out, and named on the console log; so is the reason why nothing could be written.
   static void save(const std::function<Operations()>& snapshot);
 
-  /// Hands the data of each stored hit to `queue`, in order, and removes the file. What `queue`
-  /// throws is dropped, but for std::bad_alloc: then the hits from that one on are stored again.
-  /// `snapshot` is for the save that was due meanwhile.
+  /// Hands the data of each stored hit to `queue`, in order, and removes the file; does nothing if
+  /// `snapshot` tells of operations. What `queue` throws is dropped, but for std::bad_alloc: then
+  /// the hits from that one on are stored again.
   static void restore(const std::function<void(const QVPlatform::Dictionary&)>& queue,
                       const std::function<Operations()>& snapshot);
 };

@@ -31,7 +31,7 @@ bool isOfOneName(int error) {
 bool isFreeToUse(int opened, bool isNew) {
   struct stat file {};
   if (fstat(opened, &file) != 0 || !S_ISREG(file.st_mode)) return false;
-  if (file.st_nlink > 1 || file.st_uid != geteuid()) return false;
+  if (!isNew && (file.st_nlink > 1 || file.st_uid != geteuid())) return false;
   const FileLock lock = lockFile(opened);
   if (lock != FileLock::kNotToGet) return lock == FileLock::kHeld;
   return isNew || std::time(nullptr) - file.st_mtime > kLeftOverAge;

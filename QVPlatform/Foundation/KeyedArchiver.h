@@ -18,6 +18,8 @@ namespace QVPlatform {
 /// millions of values below one element of the outermost container. In an array a Null stands in
 /// its place.
 ///
+/// When memory runs out, std::bad_alloc passes through, and there is no archive.
+///
 /// Threads: one archiver is used by one thread; what it archives may change on others meanwhile.
 class QVPLATFORM_EXPORT KeyedArchiver {
  public:
