@@ -174,18 +174,16 @@ TEST(KeyedArchiver, BringsBackTheObjectsOfRequests) {
   EXPECT_EQ(read.at(1).description(), String("http://h/"));
   const auto copy = std::dynamic_pointer_cast<MutableURLRequest>(read.at(2).object());
   ASSERT_TRUE(copy);
-  EXPECT_EQ(copy->url()->absoluteString(), String("http://h/"));
+  EXPECT_TRUE(copy->description().view().ends_with("{ POST http://h/ }"));
   EXPECT_EQ(copy->cachePolicy(), request->cachePolicy());
   EXPECT_EQ(copy->timeoutInterval(), 2.5);
-  EXPECT_EQ(copy->HTTPMethod(), String("POST"));
   EXPECT_EQ(copy->HTTPBody(), request->HTTPBody());
-  EXPECT_EQ(copy->valueForHTTPHeaderField("field"), String("x"));
+  EXPECT_EQ(copy->allHTTPHeaderFields().get("Field"), Value("x"));
   EXPECT_EQ(read.at(3).description(), String("Domain -7: It failed."));
   const auto response = std::dynamic_pointer_cast<HTTPURLResponse>(read.at(4).object());
   ASSERT_TRUE(response);
-  EXPECT_EQ(response->statusCode(), 404);
+  EXPECT_TRUE(response->description().view().ends_with("{ 404 http://h/ }"));
   EXPECT_EQ(response->valueForHTTPHeaderField("a"), String("\u00e9"));
-  EXPECT_EQ(response->URL(), String("http://h/"));
 }
 
 TEST(KeyedArchiver, LeavesOutObjectsOfUnknownClasses) {

@@ -13,7 +13,7 @@ class KeyedUnarchiver;
 /// is archived by.
 ///
 /// An object whose operation throws is left out like one that is not Coding, with a line on the
-/// console log; std::bad_alloc alone ends the archiving or unarchiving as a whole.
+/// console log for each archive; std::bad_alloc alone ends the archiving or unarchiving as a whole.
 class QVPLATFORM_EXPORT Coding {
  public:
   virtual ~Coding();

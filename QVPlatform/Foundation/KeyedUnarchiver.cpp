@@ -229,7 +229,9 @@ class KeyedUnarchiver::Implementation {
       memo_.fail();  // what is half made must not be met again
       throw;
     } catch (...) {
-      consoleLog(String("KeyedUnarchiver: ") + name + String(" cannot be read and is left out"));
+      if (!std::exchange(hasReported_, true)) {
+        consoleLog(String("KeyedUnarchiver: ") + name + String(" cannot be read and is left out"));
+      }
     }
     scope_ = outer;
     return nullptr;
@@ -273,6 +275,7 @@ class KeyedUnarchiver::Implementation {
   std::unordered_map<std::uint32_t, ClassInfo> classes_;         // by UID
   std::unordered_map<Reference, std::vector<String>> keyLists_;  // by their lists
   const Value nil_;
+  bool hasReported_ = false;
 };
 
 KeyedUnarchiver::KeyedUnarchiver(const Data& archive)
