@@ -16,6 +16,7 @@
 #include <map>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -24,6 +25,8 @@
 
 namespace QVPlatform {
 namespace {
+
+namespace fs = std::filesystem;
 
 /// Far longer than a file takes to be read and written; whoever holds the lock for longer is
 /// stopped, and no reason to stop this process too.
@@ -98,9 +101,9 @@ Dictionary readFile(const String& path) {
   return PropertyList::valueWithData(bytes.view()).dictionary();
 }
 
-std::filesystem::file_time_type timeOfWriting(const String& path) {
+fs::file_time_type timeOfWriting(const String& path) {
   std::error_code ignored;
-  return std::filesystem::last_write_time(path.view(), ignored);
+  return fs::last_write_time(path.view(), ignored);
 }
 
 using Table = std::map<String, Value>;
@@ -168,11 +171,12 @@ class UserDefaults::Implementation {
   bool synchronize(const std::function<void(const Dictionary& stored)>& amend) {
     const std::lock_guard oneAtATime(synchronizing_);
     const Paths path = paths();
-    // A lock that was not to be had once is not waited for again before it is free, unless others
-    // who write the file have passed it on to each other.
-    const auto before = timeOfWriting(path.file);
-    const SharedLock lock(path.lock, isPatient_ ? kLockPatience : kLockPatience * 0);
-    isPatient_ = !lock.isTaken() || timeOfWriting(path.file) != before;
+    // A lock that was not to be had once is not waited for again before it is free, unless the file
+    // was written since, which shows that others pass it on to each other.
+    const bool isPatient = !stuckSince_ || *stuckSince_ != timeOfWriting(path.file);
+    const SharedLock lock(path.lock, isPatient ? kLockPatience : kLockPatience * 0);
+    stuckSince_.reset();
+    if (lock.isTaken()) stuckSince_ = timeOfWriting(path.file);
     const Dictionary stored = lock.isTaken() ? Dictionary() : readFile(path.file);
     amend(stored);
     return !lock.isTaken() && mergeInto(stored, path.file);
@@ -232,8 +236,8 @@ class UserDefaults::Implementation {
     isLoaded_ = true;
   }
 
-  std::mutex synchronizing_;  // taken before mutex_
-  bool isPatient_ = true;
+  std::mutex synchronizing_;                      // taken before mutex_
+  std::optional<fs::file_time_type> stuckSince_;  // when the file was written last, at a time-out
   std::mutex mutex_;
   Table values_;   // nil for a key that was removed
   Table changes_;  // not yet in the file; likewise
