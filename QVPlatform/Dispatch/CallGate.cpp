@@ -1,11 +1,15 @@
 #include <QVPlatform/Dispatch/CallGate.h>
 
+#include <QVPlatform/Dispatch/ForkGeneration.h>
+
 namespace QVPlatform {
 namespace {
 
 thread_local constinit const void* innermostPassage = nullptr;
 
 }  // namespace
+
+CallGate::CallGate() noexcept : forkGeneration_(forkGeneration()) {}
 
 CallGate::Passage::Passage(CallGate& gate) noexcept
     : gate_(gate), outer_(static_cast<const Passage*>(innermostPassage)) {
@@ -32,6 +36,7 @@ unsigned CallGate::Passage::countOnThisThread(const CallGate& gate) noexcept {
 
 void CallGate::close() {
   isClosed_ = true;
+  if (forkGeneration_ != forkGeneration()) return;
   const unsigned own = Passage::countOnThisThread(*this);
   for (unsigned underWay; (underWay = callsUnderWay_) > own;) callsUnderWay_.wait(underWay);
 }

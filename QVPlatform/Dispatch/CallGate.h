@@ -13,7 +13,7 @@ namespace QVPlatform {
 /// outlive the calls in it.
 class QVPLATFORM_EXPORT CallGate {
  public:
-  CallGate() = default;
+  CallGate() noexcept;
   CallGate(const CallGate&) = delete;
   CallGate& operator=(const CallGate&) = delete;
 
@@ -25,10 +25,13 @@ class QVPLATFORM_EXPORT CallGate {
   }
 
   /// Lets no further call through and returns when none is under way on any other thread. Calls
-  /// that the calling thread is itself in are not waited for.
+  /// that the calling thread is itself in are not waited for. In the child of a fork() a gate that
+  /// was made before it is closed without waiting: of the calls that were under way in the parent
+  /// none will ever end.
   void close();
   /// As close(), without waiting: wait with close() afterwards.
   void beginClosing() noexcept { isClosed_ = true; }
+  bool isClosed() const noexcept { return isClosed_; }
 
  private:
   /// A call under way on this thread. They form a stack, since calls nest.
@@ -46,6 +49,7 @@ class QVPLATFORM_EXPORT CallGate {
     const Passage* const outer_;
   };
 
+  const unsigned forkGeneration_;
   std::atomic<unsigned> callsUnderWay_{0};
   std::atomic<bool> isClosed_{false};
 };

@@ -1,7 +1,9 @@
 #include <QVPlatform/Dispatch/MainQueue.h>
 
-#include <QVPlatform/Dispatch/Thread.h>
+#include <QVPlatform/Dispatch/CallOut.h>
+#include <QVPlatform/Dispatch/ForkMutex.h>
 
+#include <fcntl.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -14,19 +16,57 @@
 namespace QVPlatform {
 
 struct MainQueue::State {
+  /// What the main thread and those that hand in blocks meet in. The child of a fork() gets another
+  /// one and leaves this alone, which is the parent's.
+  struct Shared {
+    std::condition_variable changed;
+    std::deque<std::function<void()>> blocks;
+    bool isStopped = false;
+  };
+
+  static void beginAnew(void* state) {
+    auto& own = *static_cast<State*>(state);
+    [[maybe_unused]] const Shared* const parents = own.shared.release();
+    own.shared = std::make_unique<Shared>();
+    own.replaceDescriptor();
+  }
+
+  /// Requires the mutex. The child has the parent's counter: what it reads, the parent misses.
+  void replaceDescriptor() {
+    if (descriptor < 0) return;
+    const int own = makeCounter();
+    const bool isReplaced = own >= 0 && dup3(own, descriptor, O_CLOEXEC) >= 0;
+    if (own >= 0) close(own);
+    if (isReplaced) return;
+    close(descriptor);
+    descriptor = -1;
+  }
+
+  static int makeCounter() { return eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK); }
+
   /// Requires the mutex: makes the descriptor say whether blocks wait.
   void showWaiting() const {
     std::uint64_t count = 1;
     if (descriptor < 0) return;
     // Neither can fail on a non-blocking counter in a way that matters: it says what it should.
-    [[maybe_unused]] const ssize_t done = blocks.empty() ? read(descriptor, &count, sizeof count)
-                                                         : write(descriptor, &count, sizeof count);
+    [[maybe_unused]] const ssize_t done = shared->blocks.empty()
+                                              ? read(descriptor, &count, sizeof count)
+                                              : write(descriptor, &count, sizeof count);
   }
 
-  std::mutex mutex;
-  std::condition_variable changed;
-  std::deque<std::function<void()>> blocks;
-  bool isStopped = false;
+  /// Requires the mutex, which it releases while the block runs.
+  void runFirst(std::unique_lock<std::mutex>& lock) {
+    auto block = std::move(shared->blocks.front());
+    shared->blocks.pop_front();
+    if (shared->blocks.empty()) showWaiting();
+    lock.unlock();
+    callOut(block);
+    block = nullptr;  // what it captured may call out when it is destroyed
+    lock.lock();
+  }
+
+  ForkMutex mutex{beginAnew, this};
+  std::unique_ptr<Shared> shared = std::make_unique<Shared>();
   int descriptor = -1;
 };
 
@@ -37,73 +77,81 @@ MainQueue& MainQueue::mainQueue() {
   return queue;
 }
 
+namespace {
+
+/// Made when the library is loaded: who hands in a block later meets no want of memory here.
+[[maybe_unused]] const MainQueue& madeEarly = MainQueue::mainQueue();
+
+}  // namespace
+
 bool MainQueue::isMainThread() noexcept { return gettid() == getpid(); }
 
-void MainQueue::async(std::function<void()> block) {
+bool MainQueue::async(std::function<void()> block) {
   const std::lock_guard lock(state_->mutex);
-  state_->blocks.push_back(std::move(block));
-  if (state_->blocks.size() == 1) state_->showWaiting();
-  state_->changed.notify_one();
+  State::Shared& shared = *state_->shared;
+  if (!callOut([&] { shared.blocks.push_back(std::move(block)); })) return false;
+  if (shared.blocks.size() == 1) state_->showWaiting();
+  shared.changed.notify_one();
+  return true;
 }
 
-void MainQueue::sync(std::function<void()> block) {
-  if (isMainThread()) return callOut(block);
+bool MainQueue::sync(std::function<void()> block) {
+  if (isMainThread()) {
+    callOut(block);
+    return true;
+  }
   struct Ticket {
     std::mutex mutex;
     std::condition_variable done;
     bool hasRun = false;
   };
-  const auto ticket = std::make_shared<Ticket>();
-  async([ticket, &block] {
-    callOut(block);
-    const std::lock_guard lock(ticket->mutex);
-    ticket->hasRun = true;
-    ticket->done.notify_one();
+  bool isWaiting = false;
+  std::shared_ptr<Ticket> ticket;
+  callOut([&] {
+    ticket = std::make_shared<Ticket>();
+    isWaiting = async([ticket, &block] {
+      callOut(block);
+      const std::lock_guard lock(ticket->mutex);
+      ticket->hasRun = true;
+      ticket->done.notify_one();
+    });
   });
+  if (!isWaiting) return false;
   std::unique_lock lock(ticket->mutex);
   ticket->done.wait(lock, [&ticket] { return ticket->hasRun; });
+  return true;
 }
 
 void MainQueue::run() {
-  std::unique_lock lock(state_->mutex);
+  std::unique_lock<std::mutex> lock(state_->mutex);
   for (;;) {
-    state_->changed.wait(lock, [this] { return state_->isStopped || !state_->blocks.empty(); });
-    if (std::exchange(state_->isStopped, false)) return;
-    auto block = std::move(state_->blocks.front());
-    state_->blocks.pop_front();
-    if (state_->blocks.empty()) state_->showWaiting();
-    lock.unlock();
-    callOut(block);
-    block = nullptr;
-    lock.lock();
+    auto& shared = state_->shared;  // another one after a fork() that a block made
+    shared->changed.wait(lock, [&] { return shared->isStopped || !shared->blocks.empty(); });
+    if (std::exchange(shared->isStopped, false)) return;
+    state_->runFirst(lock);
   }
 }
 
 void MainQueue::stop() {
   const std::lock_guard lock(state_->mutex);
-  state_->isStopped = true;
-  state_->changed.notify_one();
+  state_->shared->isStopped = true;
+  state_->shared->changed.notify_one();
 }
 
 int MainQueue::fileDescriptor() {
   const std::lock_guard lock(state_->mutex);
   if (state_->descriptor < 0) {
-    state_->descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    state_->showWaiting();
+    state_->descriptor = State::makeCounter();
+    if (!state_->shared->blocks.empty()) state_->showWaiting();
   }
   return state_->descriptor;
 }
 
 void MainQueue::drain() {
-  std::deque<std::function<void()>> blocks;
-  {
-    const std::lock_guard lock(state_->mutex);
-    blocks.swap(state_->blocks);
-    state_->showWaiting();
-  }
-  for (auto& block : blocks) {
-    callOut(block);
-    block = nullptr;
+  std::unique_lock<std::mutex> lock(state_->mutex);
+  for (auto left = state_->shared->blocks.size(); left > 0; --left) {
+    if (state_->shared->blocks.empty()) return;  // a block drained the queue, or forked
+    state_->runFirst(lock);
   }
 }
 

@@ -1,5 +1,6 @@
 #include <QVPlatform/Dispatch/SerialQueue.h>
 
+#include <QVPlatform/Dispatch/ForkMutex.h>
 #include <QVPlatform/Dispatch/Thread.h>
 
 #include <condition_variable>
@@ -10,13 +11,27 @@
 namespace QVPlatform {
 
 struct SerialQueue::State {
+  /// What the queue's thread and those that hand in blocks meet in. The child of a fork() gets
+  /// another one and leaves this alone, which the parent's thread waits in.
+  struct Shared {
+    std::condition_variable changed;
+    std::deque<std::function<void()>> blocks;
+    bool hasThread = false;
+  };
+
+  static void beginAnew(void* state) {
+    auto& shared = static_cast<State*>(state)->shared;
+    [[maybe_unused]] const Shared* const parents = shared.release();
+    shared = std::make_unique<Shared>();
+  }
+
   void run() {
-    std::unique_lock lock(mutex);
+    std::unique_lock<std::mutex> lock(mutex);
     for (;;) {
-      changed.wait(lock, [this] { return isClosed || !blocks.empty(); });
-      if (blocks.empty()) return;
-      auto block = std::move(blocks.front());
-      blocks.pop_front();
+      shared->changed.wait(lock, [this] { return isClosed || !shared->blocks.empty(); });
+      if (shared->blocks.empty()) return;
+      auto block = std::move(shared->blocks.front());
+      shared->blocks.pop_front();
       lock.unlock();
       callOut(block);
       block = nullptr;  // what it captured may call out when it is destroyed
@@ -24,10 +39,8 @@ struct SerialQueue::State {
     }
   }
 
-  std::mutex mutex;
-  std::condition_variable changed;
-  std::deque<std::function<void()>> blocks;
-  bool hasThread = false;
+  ForkMutex mutex{beginAnew, this};
+  std::unique_ptr<Shared> shared = std::make_unique<Shared>();
   bool isClosed = false;
 };
 
@@ -37,16 +50,18 @@ SerialQueue::SerialQueue(String label)
 SerialQueue::~SerialQueue() {
   const std::lock_guard lock(state_->mutex);
   state_->isClosed = true;
-  state_->changed.notify_one();
+  state_->shared->changed.notify_one();
 }
 
-void SerialQueue::async(std::function<void()> block) {
+bool SerialQueue::async(std::function<void()> block) {
   const std::lock_guard lock(state_->mutex);
-  state_->blocks.push_back(std::move(block));
-  if (!state_->hasThread) {
-    state_->hasThread = startThread("QVSerialQueue", [state = state_] { state->run(); });
+  State::Shared& shared = *state_->shared;
+  if (!callOut([&] { shared.blocks.push_back(std::move(block)); })) return false;
+  if (!shared.hasThread) {
+    shared.hasThread = startThread("QVSerialQueue", [state = state_] { state->run(); });
   }
-  state_->changed.notify_one();
+  shared.changed.notify_one();
+  return true;
 }
 
 }  // namespace QVPlatform

@@ -12,8 +12,9 @@ namespace QVPlatform {
 /// own.
 ///
 /// Threads: async() may be called from any thread, blocks included. The thread starts with the
-/// first block. Lifetime: the destructor returns at once; blocks that wait still run, then the
-/// thread ends.
+/// first block, or with a later one if the system has no thread to give yet. Lifetime: the
+/// destructor returns at once; blocks that wait still run, then the thread ends. In the child of a
+/// fork() the queue is empty, and its thread starts with the next block.
 class QVPLATFORM_EXPORT SerialQueue {
  public:
   /// The label names the queue in debuggers.
@@ -25,7 +26,8 @@ class QVPLATFORM_EXPORT SerialQueue {
   const String& label() const noexcept { return label_; }
 
   /// Hands in a block and returns at once. What the block throws is reported on the console log.
-  void async(std::function<void()> block);
+  /// False, with a line there, when memory is too short to keep the block, which is dropped then.
+  bool async(std::function<void()> block);
 
  private:
   struct State;

@@ -5,8 +5,6 @@
 #include <pthread.h>
 #include <signal.h>
 
-#include <exception>
-#include <string>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -32,7 +30,7 @@ class AllSignalsBlocked {
 
 }  // namespace
 
-bool startThread(const char* name, std::function<void()> body) {
+bool startDetachedThread(const char* name, std::function<void()> body) {
   const AllSignalsBlocked blocked;
   try {
     std::thread thread([body = std::move(body)] { callOut(body); });
@@ -42,16 +40,6 @@ bool startThread(const char* name, std::function<void()> body) {
   } catch (const std::system_error& error) {
     consoleLog(String("no thread to be had: ") + String(error.what()));
     return false;
-  }
-}
-
-void callOut(const std::function<void()>& body) {
-  try {
-    body();
-  } catch (const std::exception& error) {
-    consoleLog(String("an exception was stopped: ") + String(error.what()));
-  } catch (...) {
-    consoleLog(String("an exception of unknown type was stopped"));
   }
 }
 

@@ -1,4 +1,6 @@
 #include <QVPlatform/Foundation/ClassRegistry.h>
+
+#include <QVPlatform/Dispatch/ForkMutex.h>
 #include <QVPlatform/Foundation/Internal/FoundationClasses.h>
 
 #include <mutex>
@@ -8,7 +10,7 @@ namespace QVPlatform {
 namespace {
 
 struct Registry {
-  std::mutex mutex;
+  ForkMutex mutex;
   std::unordered_map<String, ClassRegistry::Factory> factories = foundationClasses();
 };
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QVPlatform/Dispatch/ForkMutex.h>
+
 #include <mutex>
 #include <utility>
 
@@ -23,7 +25,7 @@ class Property {
   }
 
  private:
-  mutable std::mutex mutex_;
+  mutable ForkMutex mutex_;
   T value_{};
 };
 

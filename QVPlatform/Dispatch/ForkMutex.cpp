@@ -1,0 +1,50 @@
+#include <QVPlatform/Dispatch/ForkMutex.h>
+
+#include <pthread.h>
+
+namespace QVPlatform {
+namespace {
+
+constinit std::mutex listMutex;  // taken before the mutexes of the list
+constinit ForkMutex* first = nullptr;
+
+}  // namespace
+
+ForkMutex::ForkMutex(ChildHandler inChild, void* owner) : inChild_(inChild), owner_(owner) {
+  const std::lock_guard lock(listMutex);
+  next_ = first;
+  if (next_) next_->previous_ = this;
+  first = this;
+}
+
+ForkMutex::~ForkMutex() {
+  const std::lock_guard lock(listMutex);
+  (previous_ ? previous_->next_ : first) = next_;
+  if (next_) next_->previous_ = previous_;
+}
+
+void ForkMutex::beforeFork() {
+  listMutex.lock();
+  for (ForkMutex* mutex = first; mutex; mutex = mutex->next_) mutex->lock();
+}
+
+void ForkMutex::afterForkInParent() {
+  for (ForkMutex* mutex = first; mutex; mutex = mutex->next_) mutex->unlock();
+  listMutex.unlock();
+}
+
+void ForkMutex::afterForkInChild() {
+  for (ForkMutex* mutex = first; mutex; mutex = mutex->next_) {
+    if (mutex->inChild_) mutex->inChild_(mutex->owner_);
+  }
+  afterForkInParent();
+}
+
+int ForkMutex::watchForks() {
+  return pthread_atfork(beforeFork, afterForkInParent, afterForkInChild);
+}
+
+/// From the moment that the library is loaded.
+const int ForkMutex::isWatching_ = watchForks();
+
+}  // namespace QVPlatform

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QVPlatform/Export.h>
+
+#include <mutex>
+
+namespace QVPlatform {
+
+/// A mutex that no other thread holds at the moment of a fork(), so that the child, which has none
+/// of those threads, finds it free and what it guards whole.
+///
+/// For the few long-lived things that a child goes on to use: a fork takes each of them for a
+/// moment. So none is made, destroyed or taken while another one is held, and no fork() is made
+/// while one is.
+class QVPLATFORM_EXPORT ForkMutex : public std::mutex {
+ public:
+  /// Called in the child, with the mutex held, before fork() returns there: puts what `owner` had
+  /// of the parent's threads into a state to begin anew from.
+  using ChildHandler = void (*)(void* owner);
+
+  explicit ForkMutex(ChildHandler inChild = nullptr, void* owner = nullptr);
+  ~ForkMutex();
+  ForkMutex(const ForkMutex&) = delete;
+  ForkMutex& operator=(const ForkMutex&) = delete;
+
+ private:
+  static void beforeFork();
+  static void afterForkInParent();
+  static void afterForkInChild();
+  static int watchForks();
+
+  static const int isWatching_;
+
+  const ChildHandler inChild_;
+  void* const owner_;
+  ForkMutex* previous_ = nullptr;
+  ForkMutex* next_ = nullptr;
+};
+
+}  // namespace QVPlatform
