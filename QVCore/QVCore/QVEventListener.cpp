@@ -1,9 +1,14 @@
 #include <QVCore/QVEventListener.h>
 
+#include <QVPlatform/Dispatch/CallGate.h>
+#include <QVPlatform/Dispatch/CallOut.h>
+#include <QVPlatform/Dispatch/ForkMutex.h>
+
 #include <algorithm>
 #include <utility>
 
 using QVPlatform::CallGate;
+using QVPlatform::callOut;
 using QVPlatform::Notification;
 using QVPlatform::NotificationCenter;
 using QVPlatform::Object;
@@ -11,23 +16,61 @@ using QVPlatform::String;
 
 /// The way to one parent. It outlives the listener while a delivery is on it.
 struct QVEventListener::Forwarding {
-  explicit Forwarding(IQVEventListenerDelegate* itsParent) : parent(itsParent) {
-    if (const auto* object = dynamic_cast<const Object*>(parent)) owner = object->weak_from_this();
-    isOwned = !owner.expired();
+  void setParent(IQVEventListenerDelegate* itsParent) {
+    parent = itsParent;
+    object = dynamic_cast<const Object*>(parent);
   }
 
-  IQVEventListenerDelegate* const parent;
-  std::weak_ptr<const Object> owner;  // the parent, if a std::shared_ptr holds it
-  bool isOwned;
+  void deliver(const Notification& notification) {
+    // Keeps the parent until the gate is left.
+    std::shared_ptr<const Object> owner;
+    gate.enter([&] {
+      if (!holdOwner(owner)) return;
+      parent->onNotificationReceived(notification);
+    });
+  }
+
+  /// False when the parent is being destroyed: what a derived class added may be gone already.
+  /// Asked at each delivery, since a parent in its constructor has no owner yet.
+  bool holdOwner(std::shared_ptr<const Object>& owner) const {
+    if (!object) return true;
+    const std::weak_ptr<const Object> weakOwner = object->weak_from_this();
+    owner = weakOwner.lock();
+    const std::weak_ptr<const Object> nobody;
+    const bool hasNoOwner = !weakOwner.owner_before(nobody) && !nobody.owner_before(weakOwner);
+    return owner || hasNoOwner;
+  }
+
+  // Set once, before they can be seen.
+  IQVEventListenerDelegate* parent = nullptr;
+  const Object* object = nullptr;  // the same, if it is one
   CallGate gate;
 };
 
-QVEventListener::QVEventListener() : forwarding_(std::make_shared<Forwarding>(nullptr)) {}
+/// What the registrations hold. It outlives the listener while a delivery is on it.
+struct QVEventListener::Line {
+  std::shared_ptr<Forwarding> forwarding() const {
+    const std::lock_guard lock(mutex);
+    return current;
+  }
+  void deliver(const Notification& notification) const {
+    // The parent's handler may destroy the listener: nothing of it is touched here.
+    if (const auto way = forwarding()) way->deliver(notification);
+  }
+
+  mutable QVPlatform::ForkMutex mutex;
+  std::shared_ptr<Forwarding> current;  // null without a parent
+  /// For the first parent, who then meets no want of memory.
+  std::shared_ptr<Forwarding> spare = std::make_shared<Forwarding>();
+};
+
+QVEventListener::QVEventListener() : line_(std::make_shared<Line>()) {}
 
 QVEventListener::~QVEventListener() {
   for (const auto& used : usedCenters_) {
-    if (const auto center = used.lock()) center->removeObserver(this);
+    if (const auto center = used.lock()) center->removeObserverWithoutWaiting(this);
   }
+  setParent(nullptr);  // this waits for the deliveries under way
 }
 
 std::shared_ptr<QVEventListener> QVEventListener::init() {
@@ -35,60 +78,63 @@ std::shared_ptr<QVEventListener> QVEventListener::init() {
   return std::static_pointer_cast<QVEventListener>(self());
 }
 
-void QVEventListener::listen(const String& name) {
-  std::shared_ptr<NotificationCenter> center;
-  {
-    const std::lock_guard lock(mutex_);
-    center = notificationCenter_;
+bool QVEventListener::listen(const String& name) {
+  bool isListening = false;
+  callOut([&] {
+    const auto center = notificationCenter();
     if (!center) return;
-    const auto isCenter = [&center](const auto& used) { return used.lock() == center; };
-    if (std::none_of(usedCenters_.begin(), usedCenters_.end(), isCenter)) {
-      usedCenters_.push_back(center);
-    }
+    rememberCenter(center);
+    isListening = center->addObserver(
+        this, [line = line_](const Notification& heard) { line->deliver(heard); }, name);
+  });
+  return isListening;
+}
+
+void QVEventListener::rememberCenter(const std::shared_ptr<NotificationCenter>& center) {
+  const std::lock_guard lock(line_->mutex);
+  const auto isCenter = [&center](const auto& used) { return used.lock() == center; };
+  if (std::none_of(usedCenters_.begin(), usedCenters_.end(), isCenter)) {
+    usedCenters_.push_back(center);
   }
-  center->addObserver(
-      this, [this](const Notification& notification) { onNotification(notification); }, name);
 }
 
 void QVEventListener::onNotification(const Notification& notification) {
-  // The parent's handler may destroy this listener: nothing of it is touched after the call.
-  const auto way = forwarding();
-  if (!way->parent) return;
-  // Keeps the parent until the gate is left. Once the parent's destructor has begun, what a derived
-  // class added may be gone already: then there is no owner any more, and nobody is called.
-  std::shared_ptr<const Object> owner;
-  way->gate.enter([&] {
-    if (way->isOwned && !(owner = way->owner.lock())) return;
-    way->parent->onNotificationReceived(notification);
-  });
+  const auto line = line_;
+  line->deliver(notification);
 }
 
 void QVEventListener::stopListening() {
-  if (const auto center = notificationCenter()) center->removeObserver(this);
+  if (const auto center = notificationCenter()) center->removeObserverWithoutWaiting(this);
 }
 
-IQVEventListenerDelegate* QVEventListener::parent() const { return forwarding()->parent; }
+IQVEventListenerDelegate* QVEventListener::parent() const {
+  const auto way = line_->forwarding();
+  return way ? way->parent : nullptr;
+}
 
 void QVEventListener::setParent(IQVEventListenerDelegate* parent) {
-  auto way = std::make_shared<Forwarding>(parent);
-  {
-    const std::lock_guard lock(mutex_);
-    forwarding_.swap(way);
+  std::shared_ptr<Forwarding> way;
+  if (parent) {
+    {
+      const std::lock_guard lock(line_->mutex);
+      way.swap(line_->spare);
+    }
+    if (!way) way = std::make_shared<Forwarding>();
+    way->setParent(parent);
   }
-  way->gate.close();
+  {
+    const std::lock_guard lock(line_->mutex);
+    line_->current.swap(way);
+  }
+  if (way) way->gate.close();
 }
 
 std::shared_ptr<NotificationCenter> QVEventListener::notificationCenter() const {
-  const std::lock_guard lock(mutex_);
+  const std::lock_guard lock(line_->mutex);
   return notificationCenter_;
 }
 
 void QVEventListener::setNotificationCenter(std::shared_ptr<NotificationCenter> center) {
-  const std::lock_guard lock(mutex_);
+  const std::lock_guard lock(line_->mutex);
   notificationCenter_.swap(center);
-}
-
-std::shared_ptr<QVEventListener::Forwarding> QVEventListener::forwarding() const {
-  const std::lock_guard lock(mutex_);
-  return forwarding_;
 }

@@ -1,5 +1,7 @@
 #include <QVCore/QVEventSender.h>
 
+#include <QVPlatform/Dispatch/CallOut.h>
+
 using QVPlatform::NotificationCenter;
 
 std::shared_ptr<QVEventSender> QVEventSender::init() {
@@ -8,6 +10,7 @@ std::shared_ptr<QVEventSender> QVEventSender::init() {
 }
 
 bool QVEventSender::send(const QVPlatform::Notification& notification) {
-  if (const auto center = notificationCenter()) center->postNotification(notification);
+  const auto center = notificationCenter();
+  if (center) QVPlatform::callOut([&] { center->postNotification(notification); });
   return true;
 }

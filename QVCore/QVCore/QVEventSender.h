@@ -28,7 +28,8 @@ class QVCORE_EXPORT QVEventSender : public QVPlatform::Object {
   std::shared_ptr<QVEventSender> init();
 
   /// Posts the notification unchanged, on the calling thread, and always returns true. A sender
-  /// without a center posts nothing.
+  /// without a center posts nothing. What a receiver throws is stopped with a line on the console
+  /// log, when all have received.
   bool send(const QVPlatform::Notification& notification);
 
   /// The owner, or null; not kept alive by the sender.

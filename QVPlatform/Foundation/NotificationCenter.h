@@ -27,20 +27,25 @@ class QVPLATFORM_EXPORT NotificationCenter {
 
   /// Registers a callback for one name, from `object` only or, when that is null, from any object.
   /// `observer` is only a key for removeObserver(). Registering twice delivers twice. A null name
-  /// registers nothing.
-  void addObserver(const void* observer, Callback callback, const String& name,
+  /// registers nothing. False, with a line on the console log when memory is short, if nothing was
+  /// registered.
+  bool addObserver(const void* observer, Callback callback, const String& name,
                    const Object* object = nullptr);
 
   /// Drops every registration of the observer. When this returns, none of its callbacks will start
   /// any more and none is running on another thread: it waits for those under way (not for one that
   /// the caller itself is in). So an observer that calls this first may be destroyed. Two callbacks
-  /// on two threads that each remove the other's observer wait for each other: do not.
+  /// on two threads that each remove the other's observer wait for each other: do not. Nor does the
+  /// child of a fork() wait for callbacks that were under way before it.
   void removeObserver(const void* observer);
+  /// As removeObserver(), but returns at once: a callback that is under way on another thread goes
+  /// on. So the caller may hold a lock that this callback waits for, but what it uses must not go.
+  void removeObserverWithoutWaiting(const void* observer);
 
   /// Calls every callback registered for the notification's name, in the order of registration,
   /// and returns. Registrations that are added meanwhile wait for the next notification, and those
-  /// removed meanwhile are passed over. What a callback throws reaches the poster. A null name
-  /// reaches nobody.
+  /// removed meanwhile are passed over. What a callback throws reaches the poster when all have
+  /// been called, and of several exceptions the first. A null name reaches nobody.
   void postNotification(const Notification& notification);
 
  private:
