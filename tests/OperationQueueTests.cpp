@@ -123,20 +123,34 @@ TEST(OperationQueue, KeepsTheIdentityOfACancelledOperationThatSomebodyHolds) {
   EXPECT_EQ(queue.operations().front(), held);
 }
 
-// What a cancelled operation held is gone although it still counts.
+// What a cancelled operation held is gone although it still counts; one of them stands for all.
 TEST(OperationQueue, ReleasesCancelledOperationsAtItsHeadWhileItIsSuspended) {
+  class Holder : public Operation {
+   public:
+    void releaseWork() override { work.reset(); }
+    std::shared_ptr<int> work = std::make_shared<int>();
+  };
   OperationQueue queue;
   queue.setSuspended(true);
   std::vector<std::weak_ptr<Operation>> all;
+  std::vector<std::weak_ptr<int>> works;
   for (int i = 0; i < 1000; ++i) {
-    auto added = operation();
+    auto added = std::make_shared<Holder>();
     all.push_back(added);
+    works.push_back(added->work);
     queue.addOperation(std::move(added));
     queue.firstOperationPassingTest(kAny)->cancel();
   }
-  queue.addOperation(operation());
+  queue.addOperation(std::make_shared<Holder>());
   EXPECT_EQ(queue.operationCount(), 1001U);
-  EXPECT_THAT(all, Each(::testing::Property(&std::weak_ptr<Operation>::expired, true)));
+  EXPECT_EQ(std::erase_if(all, [](const auto& each) { return each.expired(); }), 999U);
+  EXPECT_THAT(works, Each(::testing::Property(&std::weak_ptr<int>::expired, true)));
+  for (const auto& each : queue.operations()) EXPECT_TRUE(dynamic_cast<Holder*>(each.get()));
+  EXPECT_EQ(queue.operationAtIndex(999), all.front().lock());
+  // One of another kind keeps its place.
+  queue.addOperation(operation());
+  queue.cancelAllOperations();
+  EXPECT_TRUE(dynamic_cast<BlockOperation*>(queue.operations().back().get()));
 }
 
 class Watcher : public KeyValueObserver {

@@ -5,6 +5,7 @@
 #include <QVCore/QVLogger.h>
 #include <QVCore/QVNetworkManager.h>
 #include <QVCore/QVUserDefaults.h>
+#include <QVPlatform/Dispatch/CallOut.h>
 #include <QVPlatform/Foundation/DateFormatter.h>
 #include <QVPlatform/Foundation/URLConnection.h>
 
@@ -63,6 +64,13 @@ void QVHTTPOperation::addPostData(const String& text) {
 
 void QVHTTPOperation::main() {
   if (isCancelled() || QVDebug::areHitBlocked()) return;
+  // Whoever asked waits for an answer, also when memory is too short for the right one.
+  if (!QVPlatform::callOut([this] { perform(); })) sendErrorWithUserInfo(userInfo());
+}
+
+void QVHTTPOperation::releaseWork() { setUserInfo(nullptr); }
+
+void QVHTTPOperation::perform() {
   const Dictionary data = userInfo();
   auto url = takeURL(data.get(kQVUserInfo_URLKey).string());
   if (!QVNetworkManager::isValidURL(url)) return sendErrorWithUserInfo(data);

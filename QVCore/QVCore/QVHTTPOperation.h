@@ -41,8 +41,12 @@ class QVCORE_EXPORT QVHTTPOperation : public QVPlatform::Operation {
   /// - 304 to a conditional request: HTTPRequestSent;
   /// - no body, or status 403, 404 or 500: HTTPRequestSent, HTTPRequestError;
   /// - else: HTTPRequestSent, and the notification that "RequestType" names.
-  /// A request for a configuration is conditional on the time of its last download.
+  /// A request for a configuration is conditional on the time of its last download. Memory that
+  /// runs out before an answer is posted makes it HTTPRequestError, with the request data as it
+  /// stands.
   void main() override;
+  /// Forgets the request data: what is done to it from now on has no effect.
+  void releaseWork() override;
 
   /// Builds the request, sends it and waits; keeps the body in result(), posts HTTPRequestSent.
   /// `response` and `error` only say what to begin with. Returns the response, or null.
@@ -64,7 +68,8 @@ class QVCORE_EXPORT QVHTTPOperation : public QVPlatform::Operation {
   /// Adds "content" to the request data and posts the answer.
   void sendResponseNotification();
 
-  /// The request data. Null in an operation without initWithData().
+  /// The request data. Null in an operation without initWithData(), and in a cancelled one that
+  /// stands for others in its queue's list.
   QVPlatform::Dictionary userInfo() const;
   void setUserInfo(QVPlatform::Dictionary userInfo);
   /// Value of "If-Modified-Since", or null for a request that is not conditional.
@@ -82,6 +87,7 @@ class QVCORE_EXPORT QVHTTPOperation : public QVPlatform::Operation {
   void setTimestamp(std::int32_t seconds) noexcept { timestamp_ = seconds; }
 
  private:
+  void perform();
   std::optional<QVPlatform::URL> takeURL(const QVPlatform::String& text);
   void prepareConditionalRequest(const QVPlatform::String& lastUpdateKey);
   Response sendRequestTo(std::optional<QVPlatform::URL> url, Response response,

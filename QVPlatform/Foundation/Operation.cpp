@@ -4,4 +4,6 @@ namespace QVPlatform {
 
 void Operation::main() {}
 
+void Operation::releaseWork() {}
+
 }  // namespace QVPlatform

@@ -16,6 +16,10 @@ class QVPLATFORM_EXPORT Operation : public Object {
   /// comes; what a cancellation after that means is for main() to say.
   virtual void main();
 
+  /// Gives up what only main() would have needed. A queue calls it, on any thread, when the
+  /// operation was cancelled and nobody else holds it; by default there is nothing to give up.
+  virtual void releaseWork();
+
   /// Marks the operation as cancelled, for ever. It stays in its queue until its turn comes.
   void cancel() noexcept { isCancelled_ = true; }
   bool isCancelled() const noexcept { return isCancelled_; }

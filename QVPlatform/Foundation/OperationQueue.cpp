@@ -1,10 +1,14 @@
 #include <QVPlatform/Foundation/OperationQueue.h>
 
+#include <QVPlatform/Dispatch/ForkMutex.h>
 #include <QVPlatform/Dispatch/Thread.h>
 
+#include <array>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <optional>
+#include <typeinfo>
 #include <utility>
 
 namespace QVPlatform {
@@ -21,69 +25,127 @@ struct Observation {
   const void* context;
 };
 
-const OperationReference& cancelledStandIn() {
-  static const auto& standIn = *new OperationReference([] {
-    auto operation = std::make_shared<Operation>();
-    operation->cancel();
-    return operation;
-  }());
-  return standIn;
+/// Never changed once it can be seen, so that telling of a change takes no memory.
+using Observations = std::shared_ptr<const std::vector<Observation>>;
+
+/// A new count and who is to be told of it; told without the mutex.
+struct CountChange {
+  Observations observations;
+  std::size_t count;
+
+  void tell() const {
+    if (!observations) return;
+    for (const Observation& observation : *observations) {
+      const auto observer = observation.observer.lock();
+      const auto queue = observation.queue.lock();
+      if (!observer || !queue) continue;
+      callOut([&] {
+        observer->observeValueForKeyPathOfObjectChangeContext(kOperationCount, queue, count,
+                                                              observation.context);
+      });
+    }
+  }
+};
+
+bool isSameKind(const Operation& one, const Operation& other) {
+  return typeid(one) == typeid(other);
 }
+
+/// The operations of a queue, and what its thread and its users meet in.
+struct Work {
+  /// Some operations that were cancelled and leave the list: a few at a time, since there may be no
+  /// memory for a list of them. To be destroyed without the mutex.
+  struct Dropped {
+    Dropped() = default;
+    Dropped(Dropped&&) = default;
+    Dropped& operator=(Dropped&&) = delete;
+    ~Dropped() {
+      for (const OperationReference& operation : operations) {
+        if (operation) operation->releaseWork();
+      }
+    }
+
+    std::array<OperationReference, 4> operations;
+  };
+
+  std::size_t count() const { return (running ? 1 : 0) + cancelledAtHead + waiting.size(); }
+
+  bool hasCancelledAtHead() const {
+    if (waiting.empty()) return false;
+    // One that somebody holds keeps its identity, and one of another kind its place.
+    const Operation& first = *waiting.front();
+    if (!first.isCancelled() || waiting.front().use_count() > 1) return false;
+    return !standIn || isSameKind(*standIn, first);
+  }
+
+  /// Turns cancelled operations at the head into a number; the caller destroys what it gets.
+  [[nodiscard]] Dropped compact() {
+    Dropped dropped;
+    for (OperationReference& place : dropped.operations) {
+      if (!hasCancelledAtHead()) break;
+      place = std::move(waiting.front());
+      waiting.pop_front();
+      ++cancelledAtHead;
+      if (!standIn) standIn = place;
+    }
+    return dropped;
+  }
+
+  std::condition_variable changed;
+  OperationReference running;
+  OperationReference standIn;  // one that was cancelled, in the place of all those in the number
+  std::size_t cancelledAtHead = 0;
+  std::deque<OperationReference> waiting;
+  bool hasThread = false;
+  bool isIdle = false;
+};
 
 }  // namespace
 
 /// What the queue shares with its thread, which may outlive it while an operation runs. Operations
 /// are never destroyed under the mutex, since what they hold may call out when it goes.
 struct OperationQueue::State {
-  /// A new count and who is to be told of it; told without the mutex.
-  struct CountChange {
-    std::vector<Observation> observations;
-    std::size_t count;
-
-    void tell() const {
-      for (const Observation& observation : observations) {
-        const auto observer = observation.observer.lock();
-        const auto queue = observation.queue.lock();
-        if (!observer || !queue) continue;
-        observer->observeValueForKeyPathOfObjectChangeContext(kOperationCount, queue, count,
-                                                              observation.context);
-      }
-    }
-  };
+  /// The child of a fork() has a queue of its own to fill. It leaves the parent's operations alone:
+  /// the parent runs them, and destroying the copies might call out.
+  static void beginAnew(void* state) {
+    auto& work = static_cast<State*>(state)->work;
+    [[maybe_unused]] const Work* const parents = work.release();
+    work = std::make_unique<Work>();
+  }
 
   // The following require the mutex.
 
-  std::size_t count() const { return (running ? 1 : 0) + cancelledAtHead + waiting.size(); }
+  CountChange countChange() const { return {observations, work->count()}; }
 
-  CountChange countChange() const { return {observations, count()}; }
-
-  /// Turns cancelled operations at the head into a number; the caller destroys what it gets.
-  [[nodiscard]] std::vector<OperationReference> compact() {
-    std::vector<OperationReference> dropped;
-    while (!waiting.empty() && waiting.front()->isCancelled() && waiting.front().use_count() == 1) {
-      dropped.push_back(std::move(waiting.front()));
-      waiting.pop_front();
-      ++cancelledAtHead;
+  void compactAll(std::unique_lock<std::mutex>& lock) {
+    while (work->hasCancelledAtHead()) {
+      auto dropped = std::make_optional(work->compact());
+      lock.unlock();
+      dropped.reset();
+      lock.lock();
     }
-    return dropped;
   }
 
-  bool canStart() const { return !isSuspended && (cancelledAtHead > 0 || !waiting.empty()); }
+  bool canStart() const {
+    return !isSuspended && (work->cancelledAtHead > 0 || !work->waiting.empty());
+  }
 
   void wakeThread(const std::shared_ptr<State>& self) {
     if (!canStart()) return;
-    if (!hasThread) hasThread = startThread("QVOperations", [self] { self->run(); });
-    if (isIdle) changed.notify_one();
+    if (!work->hasThread) {
+      work->hasThread = startThread("QVOperations", [self] { self->run(); });
+    }
+    if (work->isIdle) work->changed.notify_one();
   }
 
-  // The thread.
+  // The thread. Nothing that it does here takes memory: an exception would be its end.
 
   void run() {
-    std::unique_lock lock(mutex);
+    std::unique_lock<std::mutex> lock(mutex);
     for (;;) {
-      isIdle = true;
-      changed.wait(lock, [this] { return isClosed || canStart(); });
-      isIdle = false;
+      work->isIdle = true;
+      work->changed.wait(lock, [this] { return isClosed || canStart(); });
+      work->isIdle = false;
       if (isClosed) return;
       dropCancelled(lock);
       if (canStart()) runFirst(lock);
@@ -91,86 +153,93 @@ struct OperationQueue::State {
   }
 
   void dropCancelled(std::unique_lock<std::mutex>& lock) {
-    auto dropped = compact();
-    if (cancelledAtHead == 0) return;
-    cancelledAtHead = 0;
-    const CountChange change = countChange();
-    lock.unlock();
-    dropped.clear();
-    callOut([&change] { change.tell(); });
-    lock.lock();
+    compactAll(lock);
+    if (work->cancelledAtHead == 0) return;
+    work->cancelledAtHead = 0;
+    tell(lock);
   }
 
   void runFirst(std::unique_lock<std::mutex>& lock) {
-    running = std::move(waiting.front());
-    waiting.pop_front();
-    OperationReference operation = running;
+    if (work->waiting.empty()) return;
+    work->running = std::move(work->waiting.front());
+    work->waiting.pop_front();
+    OperationReference operation = work->running;
     lock.unlock();
     if (!operation->isCancelled()) callOut([&operation] { operation->main(); });
     lock.lock();
-    running.reset();
-    const CountChange change = countChange();
+    work->running.reset();
     lock.unlock();
     operation.reset();
-    callOut([&change] { change.tell(); });
+    lock.lock();
+    tell(lock);
+  }
+
+  void tell(std::unique_lock<std::mutex>& lock) const {
+    const CountChange change = countChange();
+    lock.unlock();
+    change.tell();
     lock.lock();
   }
 
-  mutable std::mutex mutex;
-  std::condition_variable changed;
-  OperationReference running;
-  std::size_t cancelledAtHead = 0;
-  std::deque<OperationReference> waiting;
-  std::vector<Observation> observations;
+  mutable ForkMutex mutex{beginAnew, this};
+  std::unique_ptr<Work> work = std::make_unique<Work>();
+  Observations observations;
   bool isSuspended = false;
   bool isClosed = false;
-  bool hasThread = false;
-  bool isIdle = false;
 };
 
 OperationQueue::OperationQueue() : state_(std::make_shared<State>()) {}
 
 OperationQueue::~OperationQueue() {
-  std::deque<OperationReference> dropped;
-  const std::lock_guard lock(state_->mutex);
-  dropped.swap(state_->waiting);
+  std::unique_lock<std::mutex> lock(state_->mutex);
   state_->isClosed = true;
-  state_->changed.notify_one();
+  state_->work->changed.notify_one();
+  while (!state_->work->waiting.empty()) {
+    OperationReference operation = std::move(state_->work->waiting.front());
+    state_->work->waiting.pop_front();
+    lock.unlock();
+    operation.reset();
+    lock.lock();
+  }
 }
 
-void OperationQueue::addOperation(OperationReference operation) {
-  if (!operation) return;
-  std::vector<OperationReference> dropped;
-  std::unique_lock lock(state_->mutex);
-  dropped = state_->compact();
-  state_->waiting.push_back(std::move(operation));
+bool OperationQueue::addOperation(OperationReference operation) {
+  if (!operation) return false;
+  std::optional<Work::Dropped> dropped;
+  std::unique_lock<std::mutex> lock(state_->mutex);
+  dropped.emplace(state_->work->compact());
+  const auto add = [&] { state_->work->waiting.push_back(std::move(operation)); };
+  if (!callOut(add)) return false;
   state_->wakeThread(state_);
-  const State::CountChange change = state_->countChange();
+  const CountChange change = state_->countChange();
   lock.unlock();
   change.tell();
+  return true;
 }
 
 std::vector<OperationReference> OperationQueue::operations() const {
   std::vector<OperationReference> list;
   const std::lock_guard lock(state_->mutex);
-  list.reserve(state_->count());
-  if (state_->running) list.push_back(state_->running);
-  list.insert(list.end(), state_->cancelledAtHead, cancelledStandIn());
-  list.insert(list.end(), state_->waiting.begin(), state_->waiting.end());
+  const Work& work = *state_->work;
+  list.reserve(work.count());
+  if (work.running) list.push_back(work.running);
+  list.insert(list.end(), work.cancelledAtHead, work.standIn);
+  list.insert(list.end(), work.waiting.begin(), work.waiting.end());
   return list;
 }
 
 std::size_t OperationQueue::operationCount() const {
   const std::lock_guard lock(state_->mutex);
-  return state_->count();
+  return state_->work->count();
 }
 
 OperationReference OperationQueue::operationAtIndex(std::size_t index) const {
   const std::lock_guard lock(state_->mutex);
-  if (state_->running && index-- == 0) return state_->running;
-  if (index < state_->cancelledAtHead) return cancelledStandIn();
-  index -= state_->cancelledAtHead;
-  return index < state_->waiting.size() ? state_->waiting[index] : nullptr;
+  const Work& work = *state_->work;
+  if (work.running && index-- == 0) return work.running;
+  if (index < work.cancelledAtHead) return work.standIn;
+  index -= work.cancelledAtHead;
+  return index < work.waiting.size() ? work.waiting[index] : nullptr;
 }
 
 OperationReference OperationQueue::firstOperationPassingTest(
@@ -178,22 +247,22 @@ OperationReference OperationQueue::firstOperationPassingTest(
   const auto passes = [&test](const OperationReference& operation) {
     return !operation->isCancelled() && test(*operation);
   };
-  std::vector<OperationReference> dropped;
+  std::optional<Work::Dropped> dropped;
   const std::lock_guard lock(state_->mutex);
-  dropped = state_->compact();
-  if (state_->running && passes(state_->running)) return state_->running;
-  for (const OperationReference& operation : state_->waiting) {
+  Work& work = *state_->work;
+  dropped.emplace(work.compact());
+  if (work.running && passes(work.running)) return work.running;
+  for (const OperationReference& operation : work.waiting) {
     if (passes(operation)) return operation;
   }
   return nullptr;
 }
 
 void OperationQueue::cancelAllOperations() {
-  std::vector<OperationReference> dropped;
-  const std::lock_guard lock(state_->mutex);
-  if (state_->running) state_->running->cancel();
-  for (const OperationReference& operation : state_->waiting) operation->cancel();
-  dropped = state_->compact();
+  std::unique_lock<std::mutex> lock(state_->mutex);
+  if (state_->work->running) state_->work->running->cancel();
+  for (const OperationReference& operation : state_->work->waiting) operation->cancel();
+  state_->compactAll(lock);
 }
 
 void OperationQueue::setSuspended(bool isSuspended) {
@@ -209,8 +278,15 @@ bool OperationQueue::isSuspended() const {
 
 void OperationQueue::addObserverForOperationCount(std::weak_ptr<KeyValueObserver> observer,
                                                   const void* context) {
+  Observations replaced;
   const std::lock_guard lock(state_->mutex);
-  state_->observations.push_back({std::move(observer), weak_from_this(), context});
+  callOut([&] {
+    auto extended = state_->observations
+                        ? std::make_shared<std::vector<Observation>>(*state_->observations)
+                        : std::make_shared<std::vector<Observation>>();
+    extended->push_back({std::move(observer), weak_from_this(), context});
+    replaced = std::exchange(state_->observations, std::move(extended));
+  });
 }
 
 }  // namespace QVPlatform
