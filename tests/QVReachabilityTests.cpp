@@ -169,7 +169,10 @@ TEST_F(QVReachabilityTest, SaysNoToEverythingWhenTheFlagsCannotBeRead) {
     EXPECT_EQ(monitor->currentReachabilityStatus(), QVNetworkStatusNotReachable);
     EXPECT_EQ(monitor->reachabilityFlags(), 0U);
   }
+  testing::internal::CaptureStderr();
   EXPECT_FALSE(bare->startNotifier());
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              HasSubstr("SCNetworkReachabilitySetCallback() failed: Invalid argument\n"));
 }
 
 TEST_F(QVReachabilityTest, AimsAtWhatItWasMadeFor) {

@@ -1,16 +1,20 @@
 #include <QVCore/QVReachability.h>
 
 #include <QVCore/QVCoreConstants.h>
+#include <QVPlatform/Dispatch/CallOut.h>
 #include <QVPlatform/Dispatch/MainQueue.h>
 #include <QVPlatform/Foundation/Log.h>
 #include <QVPlatform/Foundation/NotificationCenter.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <system_error>
 #include <utility>
 
+using QVPlatform::callOut;
 using QVPlatform::NetworkReachability;
 using QVPlatform::SerialQueue;
 using QVPlatform::SocketAddress;
@@ -72,11 +76,22 @@ std::shared_ptr<QVReachability> QVReachability::initWithReachabilityRef(
 QVReachability::~QVReachability() { stopNotifier(); }
 
 bool QVReachability::startNotifier() {
+  bool isStarted = false;
+  const auto watch = [&] { isStarted = watchTarget(); };
+  if (!callOut(watch) && !callOut(watch)) stopNotifier();
+  return isStarted;
+}
+
+bool QVReachability::watchTarget() {
+  constexpr const char* kSetCallback = "SCNetworkReachabilitySetCallback";
   const std::weak_ptr<Object> weakMonitor = weak_from_this();
   const auto monitor = weakMonitor.lock();
   const auto target = reachabilityRef();
-  if (!monitor || !target) return false;
-
+  // Without a target the platform's operation has an argument that is not valid; nor can a monitor
+  // hold itself that no std::shared_ptr holds.
+  if (!monitor || !target) {
+    return failToStart(kSetCallback, String(std::generic_category().message(EINVAL)));
+  }
   reachabilityObject_.set(std::static_pointer_cast<QVReachability>(monitor));
   const auto queue = std::make_shared<SerialQueue>(String(kQueueLabel));
   reachabilitySerialQueue_.set(queue);
@@ -86,17 +101,17 @@ bool QVReachability::startNotifier() {
     if (info) info->reachabilityChanged(flags);
   };
   if (!target->setCallback(reachabilityCallback)) {
-    return failToStart("SCNetworkReachabilitySetCallback");
+    return failToStart(kSetCallback, NetworkReachability::lastErrorString());
   }
   if (!target->setDispatchQueue(queue)) {
-    return failToStart("SCNetworkReachabilitySetDispatchQueue");
+    return failToStart("SCNetworkReachabilitySetDispatchQueue",
+                       NetworkReachability::lastErrorString());
   }
   return true;
 }
 
-bool QVReachability::failToStart(const char* operation) {
-  QVPlatform::consoleLog(String(operation) +
-                         "() failed: " + NetworkReachability::lastErrorString());
+bool QVReachability::failToStart(const char* operation, const String& reason) {
+  QVPlatform::consoleLog(String(operation) + "() failed: " + reason);
   stopNotifier();
   return false;
 }
@@ -185,12 +200,16 @@ String QVReachability::currentReachabilityFlags() const {
 
 void QVReachability::reachabilityChanged(Flags flags) {
   const auto monitor = std::static_pointer_cast<QVReachability>(self());
-  const Block block = isReachableWithFlags(flags) ? reachableBlock() : unreachableBlock();
-  if (block) block(monitor);
-  QVPlatform::MainQueue::mainQueue().async([monitor] {
+  callOut([&] {
+    const Block block = isReachableWithFlags(flags) ? reachableBlock() : unreachableBlock();
+    if (block) block(monitor);
+  });
+  const auto notify = [monitor] {
     QVPlatform::NotificationCenter::defaultCenter()->postNotification(
         QVPlatform::Notification(kQVReachabilityChangedNotification, monitor));
-  });
+  };
+  // The queues of the kit stay held until it hears of the network, so it is tried once more.
+  QVPlatform::tryTwice([&] { return QVPlatform::MainQueue::mainQueue().async(notify); });
 }
 
 String QVReachability::description() const {

@@ -60,8 +60,10 @@ class QVCORE_EXPORT QVReachability : public QVPlatform::Object {
 
   /// Begins to signal changes. Changes count from the flags of this moment. On a monitor that
   /// notifies already, a new serial queue takes the place of the earlier one.
-  /// False, with one line on the console log, and the monitor does not notify, when its target
-  /// cannot be watched; false as well when no std::shared_ptr holds it.
+  /// False, with one line on the console log, and the monitor does not notify, when it has no
+  /// target or one that cannot be watched, when no std::shared_ptr holds it, and when memory is
+  /// short. While the process has no file descriptor left, it starts all the same, and the flags
+  /// count as 0 until there is one again.
   bool startNotifier();
   /// Ends the signals, except for a block or notification that is under way. On a monitor that does
   /// not notify nothing happens. The caller must hold a reference if it goes on to use the monitor.
@@ -123,7 +125,8 @@ class QVCORE_EXPORT QVReachability : public QVPlatform::Object {
   std::shared_ptr<QVReachability> reachabilityObject() const { return reachabilityObject_.get(); }
 
  private:
-  bool failToStart(const char* operation);
+  bool watchTarget();
+  bool failToStart(const char* operation, const QVPlatform::String& reason);
 
   std::atomic<bool> reachableOnWWAN_ = false;
   QVPlatform::Property<std::shared_ptr<QVPlatform::NetworkReachability>> reachabilityRef_;

@@ -64,6 +64,14 @@ HostResolver& HostResolver::shared() {
   return resolver;
 }
 
+void HostResolver::beginAnew(void* resolver) {
+  auto& own = *static_cast<HostResolver*>(resolver);
+  own.isRunning_ = false;
+  // The parent's thread waits in the earlier one, which can therefore not be destroyed.
+  [[maybe_unused]] const auto* const parents = own.changed_.release();
+  own.changed_ = std::make_unique<std::condition_variable>();
+}
+
 std::vector<NetworkAddress> HostResolver::addresses(const String& name) {
   const std::lock_guard lock(mutex_);
   Host& known = host(name);
@@ -101,17 +109,17 @@ void HostResolver::schedule(Host& host) {
   host.failures = 0;
   host.nextLookup = Clock::now();
   if (!isRunning_) isRunning_ = startThread("QVHostResolver", [this] { run(); });
-  changed_.notify_one();
+  changed_->notify_one();
 }
 
 void HostResolver::run() {
-  std::unique_lock lock(mutex_);
+  std::unique_lock<std::mutex> lock(mutex_);
   for (;;) {
     const auto next = nextDue();
     if (next == hosts_.end()) {
-      changed_.wait(lock);
+      changed_->wait(lock);
     } else if (*next->second.nextLookup > Clock::now()) {
-      changed_.wait_until(lock, *next->second.nextLookup);
+      changed_->wait_until(lock, *next->second.nextLookup);
     } else {
       lookUp(lock, String(next->first));
     }
@@ -130,7 +138,8 @@ HostResolver::Hosts::iterator HostResolver::nextDue() {
 void HostResolver::lookUp(std::unique_lock<std::mutex>& lock, const String& name) {
   hosts_[name].nextLookup.reset();  // set meanwhile, it asks for one more lookup
   lock.unlock();
-  Found found = find(name);
+  Found found;
+  callOut([&] { found = find(name); });
   lock.lock();
   Host& host = hosts_[name];
   if (!found.addresses.empty()) {
@@ -139,11 +148,15 @@ void HostResolver::lookUp(std::unique_lock<std::mutex>& lock, const String& name
     host.nextLookup = Clock::now() + std::chrono::seconds(1 << host.failures++);
   }
   if (!found.isCertain || found.addresses == host.addresses) return;
+  decltype(host.subscribers) subscribers;
+  if (!callOut([&] { subscribers = host.subscribers; })) {
+    host.nextLookup = Clock::now() + std::chrono::seconds(1);
+    return;
+  }
   host.addresses = std::move(found.addresses);
-  const auto subscribers = host.subscribers;
   lock.unlock();
   for (const auto& subscriber : subscribers) {
-    if (const auto changed = subscriber.lock()) (*changed)();
+    if (const auto changed = subscriber.lock()) callOut(*changed);
   }
   lock.lock();
 }

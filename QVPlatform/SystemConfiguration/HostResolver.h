@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QVPlatform/Dispatch/ForkMutex.h>
 #include <QVPlatform/Foundation/String.h>
 #include <QVPlatform/SystemConfiguration/NetworkAddress.h>
 
@@ -21,7 +22,7 @@ namespace QVPlatform {
 /// like. A lookup that fails is tried again after 1, 2, 4, ... 32 seconds, since a network that
 /// just came up often has no name server yet; then it rests until the next question, so an idle
 /// process has no timer. One for the process, never destroyed. Every operation may be called from
-/// any thread.
+/// any thread. In the child of a fork() the next question starts the thread anew.
 class HostResolver {
  public:
   using Changed = std::function<void()>;
@@ -47,14 +48,15 @@ class HostResolver {
   };
   using Hosts = std::map<String, Host>;
 
+  static void beginAnew(void* resolver);
   Host& host(const String& name);
   void schedule(Host& host);
   void run();
   Hosts::iterator nextDue();
   void lookUp(std::unique_lock<std::mutex>& lock, const String& name);
 
-  std::mutex mutex_;
-  std::condition_variable changed_;
+  ForkMutex mutex_{beginAnew, this};
+  std::unique_ptr<std::condition_variable> changed_ = std::make_unique<std::condition_variable>();
   bool isRunning_ = false;
   Hosts hosts_;
 };

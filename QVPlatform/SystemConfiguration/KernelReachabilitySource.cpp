@@ -1,10 +1,12 @@
 #include <QVPlatform/SystemConfiguration/KernelReachabilitySource.h>
 
+#include <QVPlatform/Dispatch/ForkMutex.h>
 #include <QVPlatform/SystemConfiguration/HostResolver.h>
 #include <QVPlatform/SystemConfiguration/RouteMonitor.h>
 #include <QVPlatform/SystemConfiguration/RouteQuery.h>
 
 #include <array>
+#include <cerrno>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -117,7 +119,7 @@ class PathWatch {
     return interface && interface->carriesTraffic() ? route : std::nullopt;
   }
 
-  std::mutex mutex_;
+  ForkMutex mutex_;
   Path path_;
 };
 
@@ -128,7 +130,12 @@ class KernelReachabilitySource final : public ReachabilitySource {
     const Flags found = target.hostName.isNull()
                             ? flagsOfAddress(query, NetworkAddress::v4(target.address.address))
                             : flagsOfName(query, target.hostName);
-    if (query.hasFailed()) return false;
+    if (query.hasFailed()) {
+      const int error = errno;
+      RouteMonitor::shared().callWhenKernelAnswers(error);
+      errno = error;
+      return false;
+    }
     *flags = found;
     return true;
   }

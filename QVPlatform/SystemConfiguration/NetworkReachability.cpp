@@ -1,5 +1,6 @@
 #include <QVPlatform/SystemConfiguration/NetworkReachability.h>
 
+#include <QVPlatform/Dispatch/CallOut.h>
 #include <QVPlatform/Foundation/Property.h>
 #include <QVPlatform/SystemConfiguration/KernelReachabilitySource.h>
 
@@ -25,11 +26,17 @@ int& lastErrorOfThread() {
   return error;
 }
 
-/// Calls the source and, where it answers with nothing, keeps the reason.
+bool isShortOfFiles(int error) { return error == EMFILE || error == ENFILE; }
+
+/// Calls the source, which may be the host's, and where it answers with nothing keeps the reason.
 template <class Operation>
 auto askSource(const Operation& operation) {
-  errno = 0;
-  auto answer = operation();
+  decltype(operation()) answer{};
+  const auto ask = [&] {
+    errno = 0;
+    answer = operation();
+  };
+  if (!callOut(ask) && !callOut(ask)) errno = ENOMEM;
   if (!answer) lastErrorOfThread() = errno != 0 ? errno : EOPNOTSUPP;
   return answer;
 }
@@ -72,8 +79,9 @@ bool NetworkReachability::getFlags(NetworkReachabilityFlags* flags) const {
   return askSource([&] { return source_->getFlags(target_, flags); });
 }
 
-bool NetworkReachability::setCallback(Callback callback) {
-  const bool isRemoval = !callback;
+bool NetworkReachability::setCallback(Callback newCallback) {
+  const bool isRemoval = !newCallback;
+  auto callback = isRemoval ? nullptr : std::make_shared<const Callback>(std::move(newCallback));
   std::shared_ptr<void> subscription;
   if (!isRemoval) {
     subscription = askSource([&] {
@@ -96,7 +104,8 @@ bool NetworkReachability::setCallback(Callback callback) {
 
 bool NetworkReachability::setDispatchQueue(std::shared_ptr<SerialQueue> queue) {
   NetworkReachabilityFlags flags = 0;
-  if (queue && !getFlags(&flags)) return false;
+  // Without a file descriptor to ask with, the flags count as 0 until there is one again.
+  if (queue && !getFlags(&flags) && !isShortOfFiles(lastErrorOfThread())) return false;
   {
     const std::lock_guard lock(mutex_);
     if (!queue_) knownFlags_ = flags;
@@ -119,10 +128,14 @@ void NetworkReachability::scheduleEvaluation() {
     queue = queue_;
     attachment = attachment_;
   }
-  queue->async([weakTarget = weak_from_this(), attachment] {
-    const auto target = weakTarget.lock();
-    if (target) static_cast<NetworkReachability&>(*target).evaluate(attachment);
+  const bool isScheduled = tryTwice([&] {
+    return queue->async([weakTarget = weak_from_this(), attachment] {
+      const auto target = weakTarget.lock();
+      if (target) static_cast<NetworkReachability&>(*target).evaluate(attachment);
+    });
   });
+  const std::lock_guard lock(mutex_);
+  if (!isScheduled && attachment == attachment_) isEvaluationPending_ = false;
 }
 
 /// Runs on the queue. An attachment that is not the present one belongs to an earlier queue.
@@ -134,14 +147,14 @@ void NetworkReachability::evaluate(std::uint64_t attachment) {
   }
   NetworkReachabilityFlags flags = 0;
   if (!getFlags(&flags)) return;
-  Callback callback;
+  std::shared_ptr<const Callback> callback;
   {
     const std::lock_guard lock(mutex_);
     if (attachment != attachment_ || flags == knownFlags_) return;
     knownFlags_ = flags;
     callback = callback_;
   }
-  if (callback) callback(flags);
+  if (callback) (*callback)(flags);
 }
 
 int NetworkReachability::lastError() noexcept { return lastErrorOfThread(); }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QVPlatform/Dispatch/ForkMutex.h>
 #include <QVPlatform/Dispatch/SerialQueue.h>
 #include <QVPlatform/Export.h>
 #include <QVPlatform/Foundation/Object.h>
@@ -9,7 +10,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 
 namespace QVPlatform {
 
@@ -42,11 +42,13 @@ class QVPLATFORM_EXPORT NetworkReachability final : public Object {
   /// The callback receives the flags after each change of them, once both it and a queue are set;
   /// it replaces an earlier one. An empty one removes it, which always succeeds; a call under way
   /// on the queue still ends. False, and no callback is set, when changes cannot be watched.
-  bool setCallback(Callback callback);
+  bool setCallback(Callback newCallback);
 
   /// The queue that callbacks run on, in the order of the changes; it replaces an earlier one, and
   /// no change is lost then. Null detaches, which always succeeds. False, and the target is as it
-  /// was, when the flags of this moment, from which changes count, cannot be told.
+  /// was, when the flags of this moment, from which changes count, cannot be told; but while the
+  /// process has no file descriptor left to ask with, they count as 0, and what they are is a
+  /// change as soon as it has one.
   bool setDispatchQueue(std::shared_ptr<SerialQueue> queue);
 
   /// Why the last operation of the calling thread that answered false did so: an errno value and
@@ -63,8 +65,8 @@ class QVPLATFORM_EXPORT NetworkReachability final : public Object {
   const ReachabilityTarget target_;
   const std::shared_ptr<ReachabilitySource> source_;
 
-  std::mutex mutex_;  // guards what follows; never held while calling out
-  Callback callback_;
+  ForkMutex mutex_;  // guards what follows; never held while calling out
+  std::shared_ptr<const Callback> callback_;
   std::shared_ptr<void> subscription_;
   std::shared_ptr<SerialQueue> queue_;
   std::uint64_t attachment_ =

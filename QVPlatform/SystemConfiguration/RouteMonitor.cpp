@@ -7,9 +7,14 @@
 #include <linux/rtnetlink.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
+#include <mutex>
+#include <thread>
 #include <utility>
 
 namespace QVPlatform {
@@ -23,6 +28,15 @@ constexpr unsigned kGroups = groupBit(RTNLGRP_LINK) | groupBit(RTNLGRP_IPV4_IFAD
                              groupBit(RTNLGRP_IPV6_RULE);
 
 constexpr unsigned kLoopbackIndex = 1;
+
+constexpr std::chrono::milliseconds kFirstPause{100};
+constexpr std::chrono::milliseconds kLongestPause{60'000};
+
+/// Whether what was missing may be there again without the kernel's saying so.
+bool isShortage(int error) {
+  return error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOBUFS ||
+         error == EAGAIN;
+}
 
 /// A socket that hears the kernel's events; null, with errno, when there is none to be had.
 mnl_socket* openSocket() {
@@ -58,43 +72,105 @@ RouteMonitor& RouteMonitor::shared() {
   return monitor;
 }
 
+void RouteMonitor::beginAnew(void* monitor) {
+  auto& own = *static_cast<RouteMonitor*>(monitor);
+  if (own.socket_ >= 0) close(own.socket_);
+  own.socket_ = -1;
+  own.isRetrying_ = false;
+}
+
 std::shared_ptr<void> RouteMonitor::subscribe(Changed changed) {
   auto subscriber = std::make_shared<const Changed>(std::move(changed));
   const std::lock_guard lock(mutex_);
-  if (!isRunning_ && !start()) return nullptr;
-  std::erase_if(subscribers_, [](const auto& other) { return other.expired(); });
-  subscribers_.push_back(subscriber);
+  auto extended = std::make_shared<Subscribers>();
+  if (subscribers_) *extended = *subscribers_;
+  std::erase_if(*extended, [](const auto& other) { return other.expired(); });
+  extended->push_back(subscriber);
+  if (socket_ < 0 && !start() && !startRetrying(errno)) return nullptr;
+  subscribers_ = std::move(extended);
   return std::const_pointer_cast<Changed>(subscriber);
 }
+
+void RouteMonitor::callWhenKernelAnswers(int error) {
+  const std::lock_guard lock(mutex_);
+  if (hasSubscribers()) startRetrying(error);
+}
+
+// The following require the mutex.
 
 bool RouteMonitor::start() {
   mnl_socket* socket = openSocket();
   if (!socket) return false;
-  isRunning_ = startThread("QVRouteMonitor", [this, socket] { run(mnl_socket_get_fd(socket)); });
-  if (!isRunning_) {
-    mnl_socket_close(socket);
-    errno = EAGAIN;
+  if (startThread("QVRouteMonitor", [this, socket] { run(socket); })) {
+    socket_ = mnl_socket_get_fd(socket);
+    return true;
   }
-  return isRunning_;
+  mnl_socket_close(socket);
+  errno = EAGAIN;
+  return false;
 }
 
-void RouteMonitor::run(int socket) {
-  pollfd events{socket, POLLIN, 0};
+bool RouteMonitor::startRetrying(int error) {
+  if (!isShortage(error)) return false;
+  if (!isRetrying_) isRetrying_ = startThread("QVRouteRetry", [this] { retry(); });
+  errno = error;
+  return isRetrying_;
+}
+
+bool RouteMonitor::isRetryOver() {
+  if (hasSubscribers()) {
+    if (socket_ < 0 && !start()) return false;
+    RouteQuery query;
+    query.interface(kLoopbackIndex);
+    if (query.hasFailed()) return false;
+  }
+  isRetrying_ = false;
+  return true;
+}
+
+bool RouteMonitor::hasSubscribers() const {
+  return subscribers_ && std::ranges::any_of(*subscribers_, [](const auto& subscriber) {
+           return !subscriber.expired();
+         });
+}
+
+// The threads.
+
+void RouteMonitor::run(mnl_socket* socket) {
+  pollfd events{mnl_socket_get_fd(socket), POLLIN, 0};
   while (poll(&events, 1, -1) >= 0 || errno == EINTR) {
-    if (!takeEvents(socket)) break;
-    waitForChangeToComplete();
+    if (!takeEvents(events.fd)) break;
+    callOut(waitForChangeToComplete);
     callSubscribers();
   }
+  {
+    const std::lock_guard lock(mutex_);
+    socket_ = -1;
+  }
+  mnl_socket_close(socket);
+}
+
+void RouteMonitor::retry() {
+  bool isOver = false;
+  for (auto pause = kFirstPause; !isOver; pause = std::min(2 * pause, kLongestPause)) {
+    std::this_thread::sleep_for(pause);
+    callOut([&] {
+      const std::lock_guard lock(mutex_);
+      isOver = isRetryOver();
+    });
+  }
+  callSubscribers();
 }
 
 void RouteMonitor::callSubscribers() {
-  std::vector<std::weak_ptr<const Changed>> subscribers;
+  std::shared_ptr<const Subscribers> subscribers;
   {
     const std::lock_guard lock(mutex_);
     subscribers = subscribers_;
   }
-  for (const auto& subscriber : subscribers) {
-    if (const auto changed = subscriber.lock()) (*changed)();
+  if (!subscribers) return;
+  for (const auto& subscriber : *subscribers) {
+    if (const auto changed = subscriber.lock()) callOut(*changed);
   }
 }
 
