@@ -6,6 +6,7 @@
 
 #include <string>
 #include <utility>
+#include <vector>
 
 using QVPlatform::Array;
 using QVPlatform::Dictionary;
@@ -35,20 +36,34 @@ std::shared_ptr<QVDynamicStore> QVDynamicStore::init() {
   return std::static_pointer_cast<QVDynamicStore>(self());
 }
 
+QVDynamicStore::Content QVDynamicStore::content() const {
+  const std::lock_guard lock(mutex_);
+  return {dynamicStore_.copy(), orderedKeys_.copy()};
+}
+
 void QVDynamicStore::addData(const std::shared_ptr<QVDynamicStore>& other) {
   if (!other) return;
-  for (const Value& key : other->orderedKeys().values()) {
-    addDataWithValue(key.string(), other->getData(key.string()));
+  // One lock after the other: two stores may be merged into each other at once.
+  const auto [values, keys] = other->content();
+  std::vector<Value> replaced;  // destroyed after the lock, as they may be any objects
+  const std::lock_guard lock(mutex_);
+  for (const Value& key : keys.values()) {
+    replaced.push_back(replace(key.string(), values.get(key.string())));
   }
 }
 
 void QVDynamicStore::addDataWithValue(const String& key, const Value& value) {
-  if (key.isNull() || value.isNil()) return;
-  Value earlier;  // destroyed after the lock: it may be any object
+  Value earlier;  // destroyed after the lock, as above
   const std::lock_guard lock(mutex_);
-  earlier = dynamicStore_.get(key);
+  earlier = replace(key, value);
+}
+
+Value QVDynamicStore::replace(const String& key, const Value& value) {
+  if (key.isNull() || value.isNil()) return nullptr;
+  Value earlier = dynamicStore_.get(key);
   if (earlier.isNil()) orderedKeys_.append(key);
   dynamicStore_.set(key, value);
+  return earlier;
 }
 
 Value QVDynamicStore::getData(const String& key) const { return dynamicStore().get(key); }
@@ -72,14 +87,8 @@ void QVDynamicStore::clearData() {
 }
 
 void QVDynamicStore::encodeWithCoder(QVPlatform::KeyedArchiver& coder) const {
-  Dictionary store;
-  Array keys;
-  {
-    const std::lock_guard lock(mutex_);
-    store = dynamicStore_.copy();
-    keys = orderedKeys_.copy();
-  }
-  coder.encodeObjectForKey(store, kDynamicStore);
+  const auto [values, keys] = content();
+  coder.encodeObjectForKey(values, kDynamicStore);
   coder.encodeObjectForKey(keys, kOrderedKeys);
 }
 
@@ -90,8 +99,9 @@ void QVDynamicStore::initWithCoder(QVPlatform::KeyedUnarchiver& coder) {
 
 String QVDynamicStore::debugDescription() const {
   std::string lines;
-  for (const Value& key : orderedKeys().values()) {
-    lines.append(stringWithFormat("%@ : %@\n", {key, getData(key.string())}).view());
+  const auto [values, keys] = content();
+  for (const Value& key : keys.values()) {
+    lines.append(stringWithFormat("%@ : %@\n", {key, values.get(key.string())}).view());
   }
   return String(lines);
 }

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <QVCore/Export.h>
+#include <QVPlatform/Dispatch/ForkMutex.h>
 #include <QVPlatform/Foundation/Coding.h>
 #include <QVPlatform/Foundation/Value.h>
 
 #include <memory>
-#include <mutex>
 
 class QVDynamicStore;
 
@@ -29,7 +29,8 @@ class QVCORE_EXPORT IQVDynamicStore {
 /// Variables in the order in which their keys were first added; a value that is replaced keeps its
 /// place. It can be archived ("QVDynamicStore" in the class registry).
 ///
-/// Threads: every operation may be called from any thread and is atomic by itself.
+/// Threads: every operation may be called from any thread and is atomic by itself: a merge reads
+/// the other store at one moment, and adds all of it at another.
 class QVCORE_EXPORT QVDynamicStore : public QVPlatform::Object,
                                      public QVPlatform::Coding,
                                      public IQVDynamicStore {
@@ -60,7 +61,16 @@ class QVCORE_EXPORT QVDynamicStore : public QVPlatform::Object,
   void setOrderedKeys(QVPlatform::Array keys);
 
  private:
-  mutable std::mutex mutex_;
+  struct Content {
+    QVPlatform::Dictionary values;
+    QVPlatform::Array keys;
+  };
+
+  Content content() const;
+  /// Requires the mutex. Returns the earlier value, or nil.
+  QVPlatform::Value replace(const QVPlatform::String& key, const QVPlatform::Value& value);
+
+  mutable QVPlatform::ForkMutex mutex_;
   QVPlatform::Dictionary dynamicStore_;
   QVPlatform::Array orderedKeys_;
 };
