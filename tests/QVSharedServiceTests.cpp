@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <string>
 #include <thread>
 #include <utility>
@@ -59,15 +60,34 @@ TEST_F(QVSharedServiceTest, ReleasesAWaitingThreadExactlyWhenTheMarkIsStored) {
   waiting.join();
 }
 
-TEST_F(QVSharedServiceTest, LetsInitialisationAskForTheInstance) {
-  class Service : public QVSingleton {
-   public:
-    void init() { seen = QVSharedInstance<Service>::get(); }
-    std::shared_ptr<Service> seen;
-  };
-  const auto service = QVSharedInstance<Service>::get();
-  EXPECT_EQ(service->seen, service);
-  service->seen = nullptr;  // it held itself
+/// A service whose initialisation asks for the instance, and fails as often as is wanted.
+class Service : public QVSingleton {
+ public:
+  void init() {
+    QVGuardedInit(state, [this] {
+      seen = QVSharedInstance<Service>::get(state).get();
+      ++runs;
+      if (failures-- > 0) throw std::bad_alloc();
+      state = QVInitStateDone;
+    });
+  }
+  static inline std::atomic<std::int32_t> state{QVInitStateNever};
+  static inline int failures = 0;
+  static inline int runs = 0;
+  Service* seen = nullptr;
+};
+
+TEST_F(QVSharedServiceTest, LetsInitialisationAskForTheInstanceAndFail) {
+  Service::failures = 3;
+  const auto service = QVSharedInstance<Service>::get(Service::state);
+  EXPECT_EQ(service->seen, service.get());
+  EXPECT_EQ(Service::runs, 2);  // a second attempt came at once
+  EXPECT_EQ(Service::state, QVInitStateNever);
+  EXPECT_EQ(QVSharedInstance<Service>::get(Service::state), service);
+  EXPECT_EQ(Service::runs, 4);
+  EXPECT_EQ(Service::state, QVInitStateDone);
+  QVSharedInstance<Service>::get(Service::state);
+  EXPECT_EQ(Service::runs, 4);
 }
 
 TEST_F(QVSharedServiceTest, StartsTheCoreInOrder) {

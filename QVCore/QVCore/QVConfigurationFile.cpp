@@ -4,6 +4,7 @@
 #include <QVCore/QVLogger.h>
 #include <QVCore/QVNetworkManager.h>
 #include <QVCore/QVUserDefaults.h>
+#include <QVPlatform/Dispatch/CallOut.h>
 #include <QVPlatform/Foundation/FileManager.h>
 #include <QVPlatform/Foundation/JSONDocument.h>
 #include <QVPlatform/Foundation/JSONSerialization.h>
@@ -236,6 +237,10 @@ void QVConfigurationFile::downloadConfigurationUpdate() {
 }
 
 void QVConfigurationFile::onNotificationReceived(const Notification& notification) {
+  QVPlatform::callOut([&] { handle(notification); });
+}
+
+void QVConfigurationFile::handle(const Notification& notification) {
   if (notification.name() != nameFor(kQVNotification_ConfigurationResponse, offlineName())) return;
   const Value content = notification.userInfo().get(kQVUserInfo_ContentKey);
   const String saved = savedText(sharedName());

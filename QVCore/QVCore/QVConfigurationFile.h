@@ -132,6 +132,7 @@ class QVCORE_EXPORT QVConfigurationFile : public QVPlatform::Object,
   void setListenerDelegate(std::shared_ptr<QVEventListener> listener);
 
  private:
+  void handle(const QVPlatform::Notification& notification);
   struct Reading;
 
   void makeDelegates();

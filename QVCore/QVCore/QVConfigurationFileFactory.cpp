@@ -2,12 +2,14 @@
 
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVSharedService.h>
+#include <QVPlatform/Dispatch/CallOut.h>
 #include <QVPlatform/Foundation/Value.h>
 
 #include <typeinfo>
 #include <utility>
 
 using QVPlatform::Bundle;
+using QVPlatform::callOut;
 using QVPlatform::Dictionary;
 using QVPlatform::String;
 using QVPlatform::stringWithFormat;
@@ -15,21 +17,27 @@ using QVPlatform::stringWithFormat;
 std::atomic<std::int32_t> QVConfigurationFileFactory::QV_INIT_STATE = QVInitStateNever;
 
 std::shared_ptr<QVConfigurationFileFactory> QVConfigurationFileFactory::sharedInstance() {
-  return QVSharedInstance<QVConfigurationFileFactory>::get();
+  return QVSharedInstance<QVConfigurationFileFactory>::get(QV_INIT_STATE);
 }
 
 std::shared_ptr<QVConfigurationFileFactory> QVConfigurationFileFactory::init() {
   // QVInitStateDone is never stored: modules rely on nothing but reinit() after the first time.
-  QVGuardedInit(QV_INIT_STATE, [this] {
-    setConfigurations(Dictionary::dictionary());
-    setBundles(Dictionary::dictionary());
-  });
+  QVGuardedInit(QV_INIT_STATE, [this] { forgetAll(); });
   return std::static_pointer_cast<QVConfigurationFileFactory>(self());
 }
 
 std::shared_ptr<QVConfigurationFileFactory> QVConfigurationFileFactory::reinit() {
-  QV_INIT_STATE = QVInitStateRequestedAgain;
-  return init();
+  // Of two threads that ask at once, none waits for the other: the mark would never come.
+  QV_INIT_STATE = QVInitStateInProgress;
+  if (!callOut([this] { forgetAll(); })) QV_INIT_STATE = QVInitStateRequestedAgain;
+  return std::static_pointer_cast<QVConfigurationFileFactory>(self());
+}
+
+void QVConfigurationFileFactory::forgetAll() {
+  auto configurations = Dictionary::dictionary();
+  auto bundles = Dictionary::dictionary();
+  setConfigurations(std::move(configurations));
+  setBundles(std::move(bundles));
 }
 
 void QVConfigurationFileFactory::initWithSiteIDAndContainerID(std::int32_t site,
@@ -45,18 +53,22 @@ void QVConfigurationFileFactory::addConfigurationFile(const String& name) {
 void QVConfigurationFileFactory::addConfigurationFileForListener(
     const String& name, const std::shared_ptr<QVEventListener>& listener) {
   if (name.isEmpty()) return;
-  addConfigurationFileFromFileForListener(name, makeFile(name, nullptr, nullptr), listener);
+  callOut([&] {
+    addConfigurationFileFromFileForListener(name, makeFile(name, nullptr, nullptr), listener);
+  });
 }
 
 void QVConfigurationFileFactory::addConfigurationFileFromFileForListener(
     const String& name, const std::shared_ptr<QVConfigurationFile>& file,
     const std::shared_ptr<QVEventListener>& listener) {
   if (name.isEmpty() || !file) return;
-  if (const QVEventListener* given = listener.get();
-      given && typeid(*given) == typeid(QVEventListener)) {
-    listener->listen(stringWithFormat("%@@%@", {kQVNotification_ConfigurationChanged, name}));
-  }
-  configurations().set(name, file);
+  callOut([&] {
+    if (const QVEventListener* given = listener.get();
+        given && typeid(*given) == typeid(QVEventListener)) {
+      listener->listen(stringWithFormat("%@@%@", {kQVNotification_ConfigurationChanged, name}));
+    }
+    configurations().set(name, file);
+  });
 }
 
 void QVConfigurationFileFactory::addConfigurationFileWithVersionPath(const String& name,
@@ -76,7 +88,7 @@ std::shared_ptr<QVConfigurationFile> QVConfigurationFileFactory::getConfiguratio
 
 void QVConfigurationFileFactory::setBundleForConfiguration(const std::shared_ptr<Bundle>& bundle,
                                                            const String& name) {
-  if (bundle) bundles().set(name, bundle);
+  if (bundle) callOut([&] { bundles().set(name, bundle); });
 }
 
 void QVConfigurationFileFactory::setConfigurations(Dictionary configurations) {
@@ -98,5 +110,6 @@ std::shared_ptr<QVConfigurationFile> QVConfigurationFileFactory::makeFile(const 
 
 void QVConfigurationFileFactory::addFile(const String& name, const String& versionPath,
                                          const String& url) {
-  if (!name.isEmpty()) configurations().set(name, makeFile(name, versionPath, url));
+  if (name.isEmpty()) return;
+  callOut([&] { configurations().set(name, makeFile(name, versionPath, url)); });
 }

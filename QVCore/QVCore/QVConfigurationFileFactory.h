@@ -29,12 +29,14 @@ class QVCORE_EXPORT QVConfigurationFileFactory : public QVSingleton {
   /// plain init() after the first one, on whatever instance, never returns. Both return the
   /// receiver.
   std::shared_ptr<QVConfigurationFileFactory> init();
-  /// Forgets all configurations and bundles; the numbers stay.
+  /// Forgets all configurations and bundles; the numbers stay. Returns also when another thread
+  /// does the same at once.
   std::shared_ptr<QVConfigurationFileFactory> reinit();
   /// Sets both numbers for the files made from now on; initialises nothing.
   void initWithSiteIDAndContainerID(std::int32_t site, std::int32_t container);
 
-  // Registration. A null or empty name does nothing.
+  // Registration. A null or empty name does nothing. When memory is short, the console log says so,
+  // and nothing is registered.
 
   /// Makes a file without a version path and registers it, in place of an earlier one of that name.
   void addConfigurationFile(const QVPlatform::String& name);
@@ -76,6 +78,7 @@ class QVCORE_EXPORT QVConfigurationFileFactory : public QVSingleton {
   void setBundles(QVPlatform::Dictionary bundles);
 
  private:
+  void forgetAll();
   std::shared_ptr<QVConfigurationFile> makeFile(const QVPlatform::String& name,
                                                 const QVPlatform::String& versionPath,
                                                 const QVPlatform::String& url) const;

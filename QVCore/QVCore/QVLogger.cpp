@@ -4,8 +4,11 @@
 #include <QVCore/QVDebug.h>
 #include <QVCore/QVSharedService.h>
 #include <QVPlatform/Application.h>
+#include <QVPlatform/Dispatch/CallOut.h>
 #include <QVPlatform/Foundation/FileManager.h>
 #include <QVPlatform/Foundation/Log.h>
+
+#include <new>
 
 using QVPlatform::FileManager;
 using QVPlatform::Notification;
@@ -43,7 +46,9 @@ const String* const kLoggedNames[] = {
 
 std::atomic<std::int32_t> QVLogger::QV_INIT_STATE = QVInitStateNever;
 
-std::shared_ptr<QVLogger> QVLogger::sharedInstance() { return QVSharedInstance<QVLogger>::get(); }
+std::shared_ptr<QVLogger> QVLogger::sharedInstance() {
+  return QVSharedInstance<QVLogger>::get(QV_INIT_STATE);
+}
 
 QVLogger::~QVLogger() {
   if (const auto listener = listenerDelegate()) listener->setParent(nullptr);
@@ -67,7 +72,9 @@ void QVLogger::initialise() {
   listener->setParent(this);
   setListenerDelegate(listener);
   setDebugVerboseNotificationLog(false);
-  for (const String* name : kLoggedNames) listener->listen(*name);
+  for (const String* name : kLoggedNames) {
+    if (!listener->listen(*name)) throw std::bad_alloc();
+  }
   QV_INIT_STATE = QVInitStateDone;
 }
 
@@ -109,6 +116,10 @@ void QVLogger::changeNotificationCenter(const std::shared_ptr<NotificationCenter
 }
 
 void QVLogger::onNotificationReceived(const Notification& notification) {
+  QVPlatform::callOut([&] { handle(notification); });
+}
+
+void QVLogger::handle(const Notification& notification) {
   verboseNotificationLog(notification);
   const String& name = notification.name();
   if (name == kQVNotification_StoppingTheSDK) {

@@ -59,6 +59,7 @@ class QVCORE_EXPORT QVLogger : public QVSingleton,
   void setListenerDelegate(std::shared_ptr<QVEventListener> listener);
 
  private:
+  void handle(const QVPlatform::Notification& notification);
   void initialise();
   void logRequestError(const QVPlatform::Notification& notification);
 

@@ -5,13 +5,16 @@
 #include <QVCore/QVHTTPOperation.h>
 #include <QVCore/QVSharedService.h>
 #include <QVCore/QVUtils.h>
+#include <QVPlatform/Dispatch/CallOut.h>
 #include <QVPlatform/Foundation/ClassRegistry.h>
 #include <QVPlatform/Foundation/Log.h>
 #include <QVPlatform/Foundation/URL.h>
 
+#include <new>
 #include <string>
 #include <utility>
 
+using QVPlatform::callOut;
 using QVPlatform::Date;
 using QVPlatform::Dictionary;
 using QVPlatform::Notification;
@@ -48,20 +51,28 @@ bool isRequest(const String& name) {
          name.hasPrefix(kQVNotification_HTTPPartnerRequest);
 }
 
-std::shared_ptr<OperationQueue> makeQueue() { return std::make_shared<OperationQueue>(); }
+void require(bool isDone) {
+  if (!isDone) throw std::bad_alloc();
+}
 
 }  // namespace
 
 std::atomic<std::int32_t> QVNetworkManager::QV_INIT_STATE = QVInitStateNever;
 
 std::shared_ptr<QVNetworkManager> QVNetworkManager::sharedInstance() {
-  return QVSharedInstance<QVNetworkManager>::get();
+  return QVSharedInstance<QVNetworkManager>::get(QV_INIT_STATE);
 }
 
 QVNetworkManager::~QVNetworkManager() {
   NotificationCenter::defaultCenter()->removeObserver(this);
+  setOperationQueue(nullptr);
+  setConsentQueue(nullptr);
+  if (const auto sender = senderDelegate()) sender->setParent(nullptr);
+  setSenderDelegate(nullptr);
   if (const auto listener = listenerDelegate()) listener->setParent(nullptr);
+  setListenerDelegate(nullptr);
   if (const auto monitor = reachability()) monitor->stopNotifier();
+  setReachability(nullptr);
 }
 
 std::shared_ptr<QVNetworkManager> QVNetworkManager::init() {
@@ -74,48 +85,56 @@ std::shared_ptr<QVNetworkManager> QVNetworkManager::reinit() {
   return init();
 }
 
+/// What the initialisation makes before it changes anything, so that a want of memory leaves the
+/// manager as it was.
+struct QVNetworkManager::Parts {
+  std::shared_ptr<QVEventSender> sender = std::make_shared<QVEventSender>()->init();
+  std::shared_ptr<QVEventListener> listener = std::make_shared<QVEventListener>()->init();
+  std::shared_ptr<QVReachability> monitor = QVReachability::reachabilityForInternetConnection();
+  std::shared_ptr<OperationQueue> hits = std::make_shared<OperationQueue>();
+  std::shared_ptr<OperationQueue> consent = std::make_shared<OperationQueue>();
+  bool hasConsentModule = QVPlatform::ClassRegistry::isRegistered("QVMobilePrivacy");
+};
+
 void QVNetworkManager::initialise() {
-  startListening();
-  registerReachabilityChanged();
+  const Parts parts;
+  for (const String* name : kHandledNames) require(parts.listener->listen(*name));
+  require(registerReachability());
+
+  startListening(parts);
   nextRequestID_ = 0;
   nextRequestIDToCancel_ = 0;
   maxRequestsInQueue_ = kDefaultMaxRequestsInQueue;
   maxRequestLifetime_ = kDefaultMaxRequestLifetime;
-  startReachability();
+  startReachability(parts.monitor);
   shouldWaitForUserAgent_ = false;
-  startQueues();
-  restoreStockedHit();
+  startQueues(parts);
+  callOut([this] { restoreStockedHit(); });
   QV_INIT_STATE = QVInitStateDone;
 }
 
-void QVNetworkManager::startListening() {
-  auto sender = std::make_shared<QVEventSender>()->init();
-  auto listener = std::make_shared<QVEventListener>()->init();
-  sender->setParent(this);
-  listener->setParent(this);
-  setSenderDelegate(std::move(sender));
-  setListenerDelegate(listener);
-  for (const String* name : kHandledNames) listener->listen(*name);
+void QVNetworkManager::startListening(const Parts& parts) {
+  if (const auto earlier = listenerDelegate()) earlier->setParent(nullptr);
+  parts.sender->setParent(this);
+  parts.listener->setParent(this);
+  setSenderDelegate(parts.sender);
+  setListenerDelegate(parts.listener);
 }
 
-void QVNetworkManager::startReachability() {
+void QVNetworkManager::startReachability(const std::shared_ptr<QVReachability>& monitor) {
   const auto earlier = reachability();
-  const auto monitor = QVReachability::reachabilityForInternetConnection();
   setReachability(monitor);
   if (monitor) monitor->startNotifier();
   if (earlier) earlier->stopNotifier();
 }
 
-void QVNetworkManager::startQueues() {
-  const auto hits = makeQueue();
-  const auto consent = makeQueue();
+void QVNetworkManager::startQueues(const Parts& parts) {
   const bool isUnreachable = !isInternetReachable();
-  const bool hasConsentModule = QVPlatform::ClassRegistry::isRegistered("QVMobilePrivacy");
-  managerState_ = hasConsentModule ? QVManagerStateWaitingForStart : QVManagerStateStarted;
-  hits->setSuspended(hasConsentModule || isUnreachable);
-  consent->setSuspended(isUnreachable);
-  setOperationQueue(hits);
-  setConsentQueue(consent);
+  managerState_ = parts.hasConsentModule ? QVManagerStateWaitingForStart : QVManagerStateStarted;
+  parts.hits->setSuspended(parts.hasConsentModule || isUnreachable);
+  parts.consent->setSuspended(isUnreachable);
+  setOperationQueue(parts.hits);
+  setConsentQueue(parts.consent);
 }
 
 // Requests.
@@ -141,49 +160,77 @@ String QVNetworkManager::requestTypeForNotificationName(const String& name) {
 }
 
 bool QVNetworkManager::queueRequestWithData(Dictionary data) {
+  bool isQueued = false;
+  // Whoever asked waits for an answer, and to give this one takes no memory.
+  if (!callOut([&] { isQueued = queueOrRefuse(data); })) {
+    postWithUserInfo(kQVNotification_HTTPRequestError, data);
+  }
+  return isQueued;
+}
+
+/// Takes the data only when nothing can go wrong any more.
+bool QVNetworkManager::queueOrRefuse(Dictionary& data) {
   auto url = URL::URLWithString(data.get(kQVUserInfo_URLKey).string());
   if (!isValidURL(url)) {
-    Dictionary refused = std::move(data).copy();
+    Dictionary refused = data.copy();
     refused.set(kQVUserInfo_ErrorKey, kQVErrorMessageInvalidURL);
-    postNetworkNotificationWithUserInfo(kQVNotification_HTTPRequestError, std::move(refused));
+    postWithUserInfo(kQVNotification_HTTPRequestError, refused);
     return false;
   }
   const auto hits = operationQueue();
-  if (hits && hits->operationCount() >= maxRequestsInQueue_) removeOldOperationsInQueue();
-  const bool isForConsent = !data.get(kQVUserInfo_ResponseKey).isNil();
-  if (const auto queue = isForConsent ? consentQueue() : hits) {
-    queue->addOperation(
-        std::make_shared<QVHTTPOperation>()->initWithData(std::move(data), std::move(url)));
+  if (hits && hits->operationCount() >= maxRequestsInQueue_) {
+    callOut([this] { removeOldOperationsInQueue(); });
   }
-  return true;
+  const bool isForConsent = !data.get(kQVUserInfo_ResponseKey).isNil();
+  const auto queue = isForConsent ? consentQueue() : hits;
+  if (!queue) return true;
+  const auto operation = std::make_shared<QVHTTPOperation>();
+  data = std::move(data).copy();
+  operation->initWithData(std::move(data), std::move(url));
+  if (queue->addOperation(operation)) return true;
+  data = operation->userInfo();
+  throw std::bad_alloc();
 }
 
 void QVNetworkManager::postNetworkNotificationWithUserInfo(const String& name,
                                                            Dictionary userInfo) {
-  if (const auto sender = senderDelegate()) {
-    sender->send(Notification(name, self(), std::move(userInfo).copy()));
-  }
+  // An answer without a copy is better than none.
+  callOut([&] { userInfo = std::move(userInfo).copy(); });
+  postWithUserInfo(name, userInfo);
+}
+
+void QVNetworkManager::postWithUserInfo(const String& name, const Dictionary& userInfo) {
+  if (const auto sender = senderDelegate()) sender->send(Notification(name, self(), userInfo));
 }
 
 void QVNetworkManager::appendToWaitingHits(const String& text) {
   const auto hits = operationQueue();
   if (!hits) return;
   for (const auto& operation : hits->operations()) {
-    if (auto* hit = dynamic_cast<QVHTTPOperation*>(operation.get())) hit->addPostData(text);
+    auto* hit = dynamic_cast<QVHTTPOperation*>(operation.get());
+    if (hit) callOut([&] { hit->addPostData(text); });
   }
 }
 
-void QVNetworkManager::updateQueueWithCategories(const String& text) { appendToWaitingHits(text); }
+void QVNetworkManager::updateQueueWithCategories(const String& text) {
+  callOut([&] { appendToWaitingHits(text); });
+}
 
 void QVNetworkManager::updateQueueWithUserAgent(const String& userAgent) {
-  appendToWaitingHits(stringWithFormat("&QV_USER_AGENT=%@", {userAgent}));
+  callOut([&] { appendToWaitingHits(stringWithFormat("&QV_USER_AGENT=%@", {userAgent})); });
 }
 
 void QVNetworkManager::waitForUserAgent() {
-  const auto variables = QVCoreVariables::sharedInstance();
-  if (!variables->getData(kQVPredefinedVariable_UserAgent).isNil()) return;
+  const auto userAgent = [] {
+    return QVCoreVariables::sharedInstance()->getData(kQVPredefinedVariable_UserAgent);
+  };
+  if (!userAgent().isNil()) return;
   shouldWaitForUserAgent_ = true;
   suspendHits(true);
+  // It may have come since the first look: its notification went by, or was handled before the hits
+  // were held.
+  const Value known = userAgent();
+  if (!known.isNil()) onAwaitedUserAgent(known);
 }
 
 void QVNetworkManager::changeOfflineConfigurationsForMaxLifetimeAndMaxOperationsInQueue(
@@ -222,10 +269,14 @@ void QVNetworkManager::removeOldestRequestOperation() {
 // Dispatch.
 
 void QVNetworkManager::onNotificationReceived(const Notification& notification) {
+  callOut([&] { dispatch(notification); });
+}
+
+void QVNetworkManager::dispatch(const Notification& notification) {
   const String& name = notification.name();
   onConsentNotification(notification);
   if (name == kQVNotification_UserAgentAvailable && shouldWaitForUserAgent_) {
-    onAwaitedUserAgent(notification);
+    onAwaitedUserAgent(notification.userInfo().get(kQVUserInfo_DataKey));
   } else if (isRequest(name)) {
     onHTTPRequestNotification(notification);
   } else if (name == kQVNotification_HTTPResponse) {
@@ -259,19 +310,23 @@ void QVNetworkManager::onStartingTheSDK(const Notification& notification) {
   managerState_ = QVManagerStateStarted;
 }
 
-void QVNetworkManager::onAwaitedUserAgent(const Notification& notification) {
-  shouldWaitForUserAgent_ = false;
-  const String userAgent = notification.userInfo().get(kQVUserInfo_DataKey).string();
-  if (managerState_ == QVManagerStateWaitingForStart && !userAgent.isNull()) {
-    updateQueueWithUserAgent(QVURLEncodedString(userAgent));
+void QVNetworkManager::onAwaitedUserAgent(const Value& userAgent) {
+  const bool isAwaited = shouldWaitForUserAgent_.exchange(false);
+  const String text = userAgent.string();
+  if (isAwaited && managerState_ == QVManagerStateWaitingForStart && !text.isNull()) {
+    callOut([&] { updateQueueWithUserAgent(QVURLEncodedString(text)); });
   }
   if (managerState_ == QVManagerStateStarted) suspendHits(!isInternetReachable());
 }
 
 void QVNetworkManager::onHTTPRequestNotification(const Notification& notification) {
-  Dictionary data = notification.userInfo().copy();
-  data.set(kQVUserInfo_RequestType, requestTypeForNotificationName(notification.name()));
-  data.set(kQVUserInfo_RequestID, nextRequestID());
+  Dictionary data = notification.userInfo();
+  const bool isComplete = callOut([&] {
+    data = data.copy();
+    data.set(kQVUserInfo_RequestType, requestTypeForNotificationName(notification.name()));
+    data.set(kQVUserInfo_RequestID, nextRequestID());
+  });
+  if (!isComplete) return postWithUserInfo(kQVNotification_HTTPRequestError, data);
   queueRequestWithData(std::move(data));
 }
 

@@ -146,13 +146,19 @@ class QVCORE_EXPORT QVNetworkManager : public QVSingleton,
   void setConsentQueue(std::shared_ptr<QVPlatform::OperationQueue> queue);
 
  private:
+  struct Parts;
+
   void initialise();
-  void startListening();
-  void startReachability();
-  void startQueues();
+  void startListening(const Parts& parts);
+  void startReachability(const std::shared_ptr<QVReachability>& monitor);
+  void startQueues(const Parts& parts);
+  bool registerReachability();
+  bool queueOrRefuse(QVPlatform::Dictionary& data);
+  void postWithUserInfo(const QVPlatform::String& name, const QVPlatform::Dictionary& userInfo);
+  void dispatch(const QVPlatform::Notification& notification);
   void onConsentNotification(const QVPlatform::Notification& notification);
   void onStartingTheSDK(const QVPlatform::Notification& notification);
-  void onAwaitedUserAgent(const QVPlatform::Notification& notification);
+  void onAwaitedUserAgent(const QVPlatform::Value& userAgent);
   void onInternetDown();
   void onInternetUp();
   void onForeground();

@@ -4,6 +4,7 @@
 #include <QVCore/QVCoreVariables.h>
 #include <QVCore/QVNetworkManager.h>
 #include <QVCore/QVOfflineHits.h>
+#include <QVPlatform/Dispatch/CallOut.h>
 
 #include <memory>
 #include <vector>
@@ -21,8 +22,10 @@ constexpr char OperationQueueCountChange = 0;
 
 }  // namespace
 
-void QVNetworkManager::registerReachabilityChanged() {
-  NotificationCenter::defaultCenter()->addObserver(
+void QVNetworkManager::registerReachabilityChanged() { registerReachability(); }
+
+bool QVNetworkManager::registerReachability() {
+  return NotificationCenter::defaultCenter()->addObserver(
       this, [this](const Notification& notification) { reachabilityChanged(notification); },
       kQVReachabilityChangedNotification);
 }
@@ -30,8 +33,10 @@ void QVNetworkManager::registerReachabilityChanged() {
 void QVNetworkManager::reachabilityChanged(const Notification& notification) {
   const auto monitor = std::dynamic_pointer_cast<QVReachability>(notification.object());
   if (!monitor) return;
-  QVCoreVariables::sharedInstance()->addDataWithValue(kQVPredefinedVariable_Connexion,
-                                                      monitor->currentReachabilityString());
+  QVPlatform::callOut([&] {
+    QVCoreVariables::sharedInstance()->addDataWithValue(kQVPredefinedVariable_Connexion,
+                                                        monitor->currentReachabilityString());
+  });
   switch (monitor->currentReachabilityStatus()) {
     case QVNetworkStatusNotReachable:
       return sentReachabilityChanged(kQVNotification_InternetDown);

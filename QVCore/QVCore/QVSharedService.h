@@ -1,9 +1,10 @@
 #pragma once
 
+#include <QVPlatform/Dispatch/CallOut.h>
+
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <thread>
 
 // The pattern of creation and initialisation that the shared services have in common. Not part of
@@ -19,53 +20,62 @@ enum QVInitState : std::int32_t {
 
 /// Runs `initialise` if the class was never initialised or is asked to be again; it stores
 /// QVInitStateDone where the class's own order wants it. If that is under way already, waits until
-/// it has been stored.
+/// it has been stored. What `initialise` throws is stopped, with a line on the console log, and the
+/// state is again what it was: the initialisation is still due.
 template <class Initialise>
 void QVGuardedInit(std::atomic<std::int32_t>& state, Initialise&& initialise) {
-  std::int32_t current = state;
-  const bool isDue = current == QVInitStateNever || current == QVInitStateRequestedAgain;
-  if (isDue && state.compare_exchange_strong(current, QVInitStateInProgress)) return initialise();
-  while (state != QVInitStateDone) std::this_thread::yield();
+  for (std::int32_t current; (current = state) != QVInitStateDone;) {
+    if (current == QVInitStateInProgress) {
+      std::this_thread::yield();
+    } else if (state.compare_exchange_strong(current, QVInitStateInProgress)) {
+      if (!QVPlatform::callOut(initialise)) state = current;
+      return;
+    }
+  }
 }
 
-/// Holds the shared instance of a service class.
+/// Holds the shared instance of a service class, whose QV_INIT_STATE is `state`.
 template <class Service>
 class QVSharedInstance {
  public:
-  /// Made and initialised by the first call. What initialisation calls may ask for the instance on
-  /// the same thread and gets it as it is then; other threads wait until it is ready.
-  static const std::shared_ptr<Service>& get() {
-    QVSharedInstance& shared = holder();
-    if (!shared.isReady_ && shared.creator_ != std::this_thread::get_id()) {
-      std::call_once(shared.once_, [&shared] { shared.create(); });
-    }
-    return shared.instance_;
-  }
-  /// The same for a class that stores QVInitStateDone in `state` before the end of its
-  /// initialisation: from then on other threads get the instance too.
+  /// Initialised by the first call, or when that failed by the next one. What initialisation calls
+  /// may ask for the instance on the same thread and gets it as it is then; other threads wait
+  /// until it is over, or until the class says QVInitStateDone before that.
   static const std::shared_ptr<Service>& get(const std::atomic<std::int32_t>& state) {
-    QVSharedInstance& shared = holder();
-    return shared.isMade_ && state == QVInitStateDone ? shared.instance_ : get();
+    QVSharedInstance& shared = holder_;
+    const std::int32_t current = state;
+    const bool isUnderWayAgain = current == QVInitStateInProgress && shared.isReady_;
+    if (current != QVInitStateDone && !isUnderWayAgain) shared.initialise(state);
+    return shared.instance_;
   }
 
  private:
-  static QVSharedInstance& holder() {
-    static QVSharedInstance& holder = *new QVSharedInstance;  // never destroyed, as its threads
-    return holder;
+  static bool isDue(std::int32_t state) {
+    return state == QVInitStateNever || state == QVInitStateRequestedAgain;
   }
 
-  void create() {
-    instance_ = std::make_shared<Service>();
-    creator_ = std::this_thread::get_id();
-    isMade_ = true;
-    instance_->init();
-    isReady_ = true;
-    creator_ = std::thread::id();
+  void initialise(const std::atomic<std::int32_t>& state) {
+    const auto self = std::this_thread::get_id();
+    for (std::thread::id other; !isReady_ || isDue(state); other = {}) {
+      if (creator_.compare_exchange_strong(other, self)) {
+        instance_->init();
+        // A failure gives back what the attempt took, so another one may well succeed.
+        if (isDue(state)) instance_->init();
+        isReady_ = !isDue(state);
+        creator_ = std::thread::id();
+        creator_.notify_all();
+        return;
+      }
+      if (other == self) return;
+      creator_.wait(other);
+    }
   }
 
-  std::once_flag once_;
-  std::shared_ptr<Service> instance_;
+  /// Made when the library is loaded, so that there is always an instance to give, and never
+  /// destroyed, as its threads are not.
+  static inline QVSharedInstance& holder_ = *new QVSharedInstance;
+
+  const std::shared_ptr<Service> instance_ = std::make_shared<Service>();
   std::atomic<std::thread::id> creator_{};
-  std::atomic<bool> isMade_{false};
   std::atomic<bool> isReady_{false};
 };

@@ -1,0 +1,195 @@
+#include "support/CoreTest.h"
+#include "support/FailingAllocations.h"
+#include "support/Processes.h"
+#include "support/ServerProcess.h"
+
+#include <QVCore/QVCore.h>
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <thread>
+
+namespace {
+
+using QVPlatform::Dictionary;
+using QVPlatform::Notification;
+using QVPlatform::NotificationCenter;
+using QVPlatform::Operation;
+using QVPlatform::OperationQueue;
+using QVTest::FailingAllocations;
+
+/// Counts notifications of one name, and takes no memory for it.
+class Tally {
+ public:
+  explicit Tally(const QVPlatform::String& name) {
+    center_->addObserver(
+        this, [this](const Notification&) { ++count_; }, name);
+  }
+  ~Tally() { center_->removeObserver(this); }
+  Tally(const Tally&) = delete;
+  Tally& operator=(const Tally&) = delete;
+
+  int count() const { return count_; }
+
+ private:
+  const std::shared_ptr<NotificationCenter> center_ = NotificationCenter::defaultCenter();
+  std::atomic<int> count_{0};
+};
+
+class MemoryShortageTest : public QVTest::CoreTest {
+ protected:
+  MemoryShortageTest() {
+    QVDebug::setDebugLevel(6);
+    QVDebug::useCustomWKProcessPool(true);
+  }
+  void SetUp() override {
+    if (!FailingAllocations::kIsPossible) GTEST_SKIP() << "no allocation can be made to fail";
+  }
+
+  /// Runs the operation with its first allocation failing, with its second, and so on until all
+  /// that it wants succeed; what holds after each run is for `check` to say.
+  static void failEach(FailingAllocations::Threads threads, const std::function<void()>& operation,
+                       const std::function<bool()>& check) {
+    for (long count = 0, hasFailed = true; hasFailed; ++count) {
+      bool isAsItShouldBe = false;
+      {
+        const FailingAllocations failing(count, threads);
+        EXPECT_NO_THROW(operation()) << "allocation " << count;
+        isAsItShouldBe = threads == FailingAllocations::Threads::kThis || check();
+        hasFailed = failing.hasFailed();
+      }
+      ASSERT_TRUE(isAsItShouldBe && check()) << "allocation " << count;
+    }
+  }
+  static bool waitUntil(const std::function<bool()>& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!condition() && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+    return condition();
+  }
+};
+
+TEST_F(MemoryShortageTest, LeavesTheCoreStarted) {
+  network->change(0);
+  enum Outcome { kUntouched, kStarted, kBroken };
+  int outcome = kStarted;
+  for (long count = 0; outcome == kStarted; ++count) {
+    outcome = QVTest::runInChild([&]() -> int {
+      const auto core = std::make_shared<QVCoreInitialisation>();
+      const Notification hit(kQVNotification_HTTPRequest, nullptr,
+                             Dictionary{{"url", "http://h/"}});
+      bool hasFailed = false;
+      try {
+        const FailingAllocations failing(count);
+        core->init();
+        hasFailed = failing.hasFailed();
+      } catch (...) {
+        return kBroken;
+      }
+      NotificationCenter::defaultCenter()->postNotification(hit);
+      const auto manager = QVNetworkManager::sharedInstance();
+      const bool isQueued = manager->operationQueue()->operationCount() == 1;
+      const bool isWatching = manager->reachability()->reachabilityObject() != nullptr;
+      const bool isKnown = !QVCoreVariables::sharedInstance()->getData("#QV_SDK_ID#").isNil();
+      if (!isQueued || !isWatching || !isKnown) return kBroken;
+      return hasFailed ? kStarted : kUntouched;
+    });
+    ASSERT_NE(outcome, kBroken) << "allocation " << count;
+  }
+  EXPECT_EQ(outcome, kUntouched);
+}
+
+TEST_F(MemoryShortageTest, QueuesAHitOrAnswersIt) {
+  network->change(0);
+  const auto hits = QVNetworkManager::sharedInstance()->operationQueue();
+  const Tally errors(kQVNotification_HTTPRequestError);
+  const Notification hit(kQVNotification_HTTPRequest, nullptr, Dictionary{{"url", "http://h/"}});
+  const Notification bad(kQVNotification_HTTPRequest, nullptr, Dictionary{{"url", "bare"}});
+  std::size_t handled = 0;
+  const auto post = [&](const Notification& request) {
+    ++handled;
+    NotificationCenter::defaultCenter()->postNotification(request);
+  };
+  const auto isHandledOnce = [&] {
+    return hits->operationCount() + static_cast<std::size_t>(errors.count()) == handled;
+  };
+  failEach(
+      FailingAllocations::Threads::kThis, [&] { post(hit); }, isHandledOnce);
+  failEach(
+      FailingAllocations::Threads::kThis, [&] { post(bad); }, isHandledOnce);
+}
+
+TEST_F(MemoryShortageTest, AnswersEachHitThatIsSent) {
+  const QVTest::ServerProcess server;
+  QVLogger::sharedInstance();
+  QVNetworkManager::sharedInstance();
+  const Tally errors(kQVNotification_HTTPRequestError);
+  const Tally answers(kQVNotification_HTTPResponse);
+  const Notification hit(kQVNotification_HTTPRequest, nullptr, Dictionary{{"url", server.url()}});
+  int posted = 0;
+  failEach(
+      FailingAllocations::Threads::kAll,
+      [&] {
+        ++posted;
+        NotificationCenter::defaultCenter()->postNotification(hit);
+      },
+      [&] { return waitUntil([&] { return errors.count() + answers.count() == posted; }); });
+  EXPECT_GT(answers.count(), 0);
+  EXPECT_GT(errors.count(), 0);
+}
+
+TEST_F(MemoryShortageTest, ReachesNoSenderListenerOrQueue) {
+  class Owner : public IQVEventListenerDelegate {
+   public:
+    ~Owner() override { listener->setParent(nullptr); }
+    void changeNotificationCenter(const std::shared_ptr<NotificationCenter>&) override {}
+    void onNotificationReceived(const Notification&) override {
+      ++heard;
+      delete new int(heard);  // what a module does may fail as well
+    }
+    const std::shared_ptr<QVEventListener> listener = std::make_shared<QVEventListener>()->init();
+    int heard = 0;
+  };
+  const auto sender = std::make_shared<QVEventSender>()->init();
+  const QVPlatform::String name("name");
+  Owner owner;
+  owner.listener->setParent(&owner);
+  const Notification notification(name);
+  int listening = 0;
+  const auto hearsEach = [&] {
+    owner.heard = 0;
+    sender->send(notification);
+    return owner.heard == listening;
+  };
+  const auto one = FailingAllocations::Threads::kThis;
+  failEach(
+      one, [&] { listening += owner.listener->listen(name) ? 1 : 0; }, hearsEach);
+  failEach(
+      one, [&] { EXPECT_TRUE(sender->send(notification)); }, hearsEach);
+  failEach(
+      one,
+      [&] {
+        owner.listener->stopListening();
+        listening = 0;
+      },
+      hearsEach);
+
+  OperationQueue queue;
+  queue.setSuspended(true);
+  std::size_t added = 0;
+  const auto operation = std::make_shared<Operation>();
+  failEach(
+      one, [&] { added += queue.addOperation(operation) ? 1 : 0; },
+      [&] { return queue.operationCount() == added; });
+  failEach(
+      one, [&] { queue.setSuspended(false); },
+      [&] {
+        queue.addOperation(operation);
+        return waitUntil([&] { return queue.operationCount() == 0; });
+      });
+}
+
+}  // namespace
