@@ -175,7 +175,10 @@ TEST_F(QVConfigurationFileFactoryTest, ForgetsFilesAndBundlesButNotNumbersWhenIn
   EXPECT_EQ(factory->bundles().count(), 0U);
   EXPECT_EQ(factory->siteID(), 7);
   EXPECT_EQ(factory->containerID(), 8);
-  factory->reinit();
+  {
+    const auto reinit = [&] { factory->reinit(); };
+    const std::jthread one(reinit), other(reinit);  // neither waits for the other for ever
+  }
   factory->addConfigurationFile("dropped");
   EXPECT_NE(factory->getConfigurationFile("dropped"), nullptr);
 }

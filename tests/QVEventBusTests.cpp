@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <latch>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -114,6 +116,58 @@ TEST(QVEventBus, LetsAHandlerDestroyItsOwnListener) {
   participant.listener->listen("a");
   participant.sender->send(Notification("a"));
   EXPECT_THAT(participant.heard, ElementsAre("a"));
+}
+
+TEST(QVEventBus, StopsListeningUnderALockThatItsHandlerTakes) {
+  class Locking : public Participant {
+   public:
+    void onNotificationReceived(const Notification& notification) override {
+      entered.count_down();
+      const std::lock_guard lock(mutex);
+      Participant::onNotificationReceived(notification);
+    }
+    std::latch entered{1};
+    std::mutex mutex;
+  };
+  Locking participant;
+  participant.listener->listen("a");
+  std::unique_lock lock(participant.mutex);
+  std::thread poster([&] { participant.sender->send(Notification("a")); });
+  participant.entered.wait();
+  participant.listener->stopListening();
+  lock.unlock();
+  poster.join();
+  participant.sender->send(Notification("a"));
+  EXPECT_THAT(participant.heard, ElementsAre("a"));
+}
+
+/// Sets itself as the parent in its constructor, when no std::shared_ptr holds it yet.
+class EarlyOwner : public QVPlatform::Object, public Participant {
+ public:
+  explicit EarlyOwner(std::vector<std::string>& itsEvents) : events(itsEvents) {
+    listener->listen("a");
+    sender->send(Notification("a"));
+  }
+  ~EarlyOwner() override {
+    events.push_back("end");
+    sender->send(Notification("a"));
+  }
+  void onNotificationReceived(const Notification&) override {
+    held = nullptr;
+    events.push_back(weak_from_this().expired() ? "not held" : "held");
+  }
+  std::vector<std::string>& events;
+  std::shared_ptr<EarlyOwner> held;
+};
+
+TEST(QVEventBus, KeepsAnOwnerDuringDeliveryWheneverItBecameTheParent) {
+  std::vector<std::string> events;
+  auto owner = std::make_shared<EarlyOwner>(events);
+  const auto sender = owner->sender;
+  owner->held = owner;
+  owner.reset();
+  sender->send(Notification("a"));  // its handler gives up the last reference but the delivery's
+  EXPECT_THAT(events, ElementsAre("not held", "held", "end"));
 }
 
 // Owners come and go while another thread posts; the sanitizers judge what a delivery touches.

@@ -168,6 +168,13 @@ TEST_F(QVNetworkManagerTest, CancelsTheFirstLiveOperationOfAFullQueueForEachNewO
     EXPECT_TRUE(manager->operationQueue()->operationAtIndex(extra - 1)->isCancelled());
   }
   EXPECT_EQ(manager->nextRequestIDToCancel(), 0U);
+  // Modules cast what they find, and use it.
+  for (const auto& operation : manager->operationQueue()->operations()) {
+    const auto hit = std::dynamic_pointer_cast<QVHTTPOperation>(operation);
+    ASSERT_NE(hit, nullptr);
+    hit->addPostData("x");
+    EXPECT_EQ(hit->userInfo().isNull(), hit->isCancelled());
+  }
 }
 
 TEST_F(QVNetworkManagerTest, CountsTheHitQueueEvenForARequestThatGoesElsewhere) {
@@ -296,6 +303,22 @@ TEST_F(QVNetworkManagerTest, DoesNotWaitForAUserAgentThatIsKnown) {
   EXPECT_FALSE(hitsAreHeld());
 }
 
+TEST_F(QVNetworkManagerTest, MissesNoUserAgentThatComesWhileItBeginsToWait) {
+  manager = QVNetworkManager::sharedInstance();
+  const auto variables = QVCoreVariables::sharedInstance();
+  for (int i = 0; i < 300; ++i) {
+    variables->removeData(kQVPredefinedVariable_UserAgent);
+    {
+      const std::jthread announcer([&] {
+        variables->addDataWithValue(kQVPredefinedVariable_UserAgent, "x");
+        post(kQVNotification_UserAgentAvailable, {{"data", "x"}});
+      });
+      manager->waitForUserAgent();
+    }
+    ASSERT_FALSE(hitsAreHeld() || manager->shouldWaitForUserAgent()) << i;
+  }
+}
+
 TEST_F(QVNetworkManagerTest, AppendsToWaitingHitsInTheHitQueueOnly) {
   offlineManager();
   request({{"url", "http://h/"}, {"POSTData", "a"}});
@@ -376,6 +399,31 @@ TEST_F(QVNetworkManagerTest, LeavesASecondInstanceBareAndHarmless) {
   second->enableRunningInBackground();
   EXPECT_FALSE(second->isInternetReachable());
   EXPECT_EQ(second->description(), String("QVNetworkManager"));
+}
+
+/// Notes when it is destroyed.
+template <class Base>
+class Noted : public Base {
+ public:
+  Noted(const char* itsName, std::vector<std::string>& itsEvents)
+      : name(itsName), events(itsEvents) {}
+  ~Noted() override { events.push_back(name); }
+
+  const std::string name;
+  std::vector<std::string>& events;
+};
+
+TEST_F(QVNetworkManagerTest, ReleasesItsPartsInOrder) {
+  using QVPlatform::OperationQueue;
+  std::vector<std::string> events;
+  auto instance = std::make_shared<QVNetworkManager>();
+  instance->setReachability(std::make_shared<Noted<QVReachability>>("monitor", events));
+  instance->setListenerDelegate(std::make_shared<Noted<QVEventListener>>("listener", events));
+  instance->setSenderDelegate(std::make_shared<Noted<QVEventSender>>("sender", events));
+  instance->setConsentQueue(std::make_shared<Noted<OperationQueue>>("consent", events));
+  instance->setOperationQueue(std::make_shared<Noted<OperationQueue>>("hits", events));
+  instance.reset();
+  EXPECT_THAT(events, ElementsAre("hits", "consent", "sender", "listener", "monitor"));
 }
 
 TEST_F(QVNetworkManagerTest, GivesOneInstanceToThreadsThatAskAtOnce) {

@@ -143,6 +143,27 @@ TEST_F(QVDynamicStoreTest, MergesInTheOtherStoresOrderAndIntoItselfHarmlessly) {
   EXPECT_EQ(store->debugDescription(), String("y : new\nz : 1\nx : 2\n"));
 }
 
+TEST_F(QVDynamicStoreTest, IsMergedAndDescribedAtOneMoment) {
+  const auto both = storeOf({{"x", "1"}, {"y", "2"}});
+  const auto store = storeOf({});
+  {
+    const std::jthread writer([&] {
+      for (int i = 0; i < 1000; ++i) {
+        store->addData(both);
+        store->addData(store);
+        store->clearData();
+      }
+    });
+    const std::jthread mirror([&] {
+      for (int i = 0; i < 1000; ++i) both->addData(store);
+    });
+    for (int i = 0; i < 1000; ++i) {
+      const auto lines = store->debugDescription();
+      EXPECT_TRUE(lines.isEmpty() || lines == both->debugDescription()) << lines.view();
+    }
+  }
+}
+
 TEST_F(QVDynamicStoreTest, ComesBackFromAnArchiveWithWhatWasInIt) {
   QVPlatform::KeyedArchiver archiver;
   archiver.encodeObjectForKey(storeOf({{"b", "1"}, {"a", "2"}}), "store");

@@ -5,6 +5,7 @@
 #include <QVPlatform/Dispatch/ForkMutex.h>
 
 #include <algorithm>
+#include <atomic>
 #include <utility>
 
 using QVPlatform::CallGate;
@@ -16,11 +17,6 @@ using QVPlatform::String;
 
 /// The way to one parent. It outlives the listener while a delivery is on it.
 struct QVEventListener::Forwarding {
-  void setParent(IQVEventListenerDelegate* itsParent) {
-    parent = itsParent;
-    object = dynamic_cast<const Object*>(parent);
-  }
-
   void deliver(const Notification& notification) {
     // Keeps the parent until the gate is left.
     std::shared_ptr<const Object> owner;
@@ -31,19 +27,20 @@ struct QVEventListener::Forwarding {
   }
 
   /// False when the parent is being destroyed: what a derived class added may be gone already.
-  /// Asked at each delivery, since a parent in its constructor has no owner yet.
-  bool holdOwner(std::shared_ptr<const Object>& owner) const {
+  /// Asked at each delivery, since a parent in its constructor has no owner yet, and in the
+  /// constructor of a base class is no object yet.
+  bool holdOwner(std::shared_ptr<const Object>& owner) {
+    if (!object) object = dynamic_cast<const Object*>(parent);
     if (!object) return true;
-    const std::weak_ptr<const Object> weakOwner = object->weak_from_this();
+    const std::weak_ptr<const Object> weakOwner = object.load()->weak_from_this();
     owner = weakOwner.lock();
     const std::weak_ptr<const Object> nobody;
     const bool hasNoOwner = !weakOwner.owner_before(nobody) && !nobody.owner_before(weakOwner);
     return owner || hasNoOwner;
   }
 
-  // Set once, before they can be seen.
-  IQVEventListenerDelegate* parent = nullptr;
-  const Object* object = nullptr;  // the same, if it is one
+  IQVEventListenerDelegate* parent = nullptr;  // set before it can be seen
+  std::atomic<const Object*> object{nullptr};  // the same, if it is one
   CallGate gate;
 };
 
@@ -120,7 +117,8 @@ void QVEventListener::setParent(IQVEventListenerDelegate* parent) {
       way.swap(line_->spare);
     }
     if (!way) way = std::make_shared<Forwarding>();
-    way->setParent(parent);
+    way->parent = parent;
+    way->object = dynamic_cast<const Object*>(parent);
   }
   {
     const std::lock_guard lock(line_->mutex);

@@ -1,0 +1,121 @@
+#include "support/CoreTest.h"
+#include "support/Processes.h"
+#include "support/ServerProcess.h"
+
+#include <QVCore/QVCore.h>
+#include <QVPlatform/Dispatch/SerialQueue.h>
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <future>
+#include <memory>
+#include <thread>
+
+namespace {
+
+using QVPlatform::MainQueue;
+using QVPlatform::SerialQueue;
+
+#if defined(__SANITIZE_THREAD__)
+constexpr bool kHasThreadSanitizer = true;
+#elif defined(__has_feature)
+constexpr bool kHasThreadSanitizer = __has_feature(thread_sanitizer);
+#else
+constexpr bool kHasThreadSanitizer = false;
+#endif
+
+bool isReadable(int descriptor) {
+  pollfd waiting{descriptor, POLLIN, 0};
+  return poll(&waiting, 1, 0) == 1;
+}
+
+class ForkTest : public QVTest::CoreTest {
+ protected:
+  ForkTest() { QVDebug::setDebugLevel(6); }
+  void SetUp() override {
+    if (kHasThreadSanitizer) GTEST_SKIP() << "ThreadSanitizer lets no child start threads";
+  }
+
+  /// What the child's function answers, or false when it hangs.
+  static bool childSays(const std::function<bool()>& function) {
+    return QVTest::runInChild([&] {
+             alarm(20);
+             return function() ? 0 : 1;
+           }) == 0;
+  }
+  static bool sendsAHit(const std::string& url) {
+    const QVTest::Recorder answers{{kQVNotification_HTTPResponse}};
+    post(kQVNotification_HTTPRequest, {{"url", url}});
+    const auto heard = answers.waitFor(1);
+    return heard.size() == 1 && heard[0].userInfo().get("content") == QVPlatform::Value("ok");
+  }
+};
+
+TEST_F(ForkTest, LeavesTheChildAKitThatSends) {
+  const QVTest::ServerProcess server;
+  const auto manager = QVNetworkManager::sharedInstance();
+  ASSERT_TRUE(sendsAHit(server.url()));
+  std::atomic<bool> isOver = false;
+  std::thread poster([&] {  // keeps both threads of the parent in the kit at each fork
+    while (!isOver) post(kQVNotification_HTTPRequest, {{"url", server.url()}});
+  });
+  for (int i = 0; i < 40; ++i) {
+    EXPECT_TRUE(childSays([&] {
+      if (i % 2 == 0) manager->reinit();
+      return sendsAHit(server.url());
+    })) << i;
+  }
+  isOver = true;
+  poster.join();
+  while (manager->operationQueue()->operationCount() > 0) std::this_thread::yield();
+  EXPECT_TRUE(sendsAHit(server.url()));
+}
+
+TEST_F(ForkTest, LeavesWhatWaitsToTheParent) {
+  network->change(0);
+  const auto manager = QVNetworkManager::sharedInstance();
+  const auto hits = manager->operationQueue();
+  post(kQVNotification_HTTPRequest, {{"url", "http://h/"}});
+  std::atomic<int> runs = 0;
+  SerialQueue serial("test");
+  std::promise<void> mayEnd;
+  serial.async([&] { mayEnd.get_future().wait(); });
+  serial.async([&] { ++runs; });
+  auto& mainQueue = MainQueue::mainQueue();
+  const int descriptor = mainQueue.fileDescriptor();
+  mainQueue.async([&] { ++runs; });
+
+  EXPECT_TRUE(childSays([&] {
+    const bool isFree = hits->operationCount() == 0 && hits->isSuspended() &&
+                        mainQueue.fileDescriptor() == descriptor && !isReadable(descriptor);
+    mainQueue.drain();
+    mainQueue.async([&] { runs += 10; });
+    const bool isTold = isReadable(descriptor);
+    mainQueue.drain();
+    std::promise<void> reached;
+    serial.async([&] { reached.set_value(); });
+    reached.get_future().wait();
+    return isFree && isTold && MainQueue::isMainThread() && runs == 10;
+  }));
+  EXPECT_EQ(hits->operationCount(), 1U);
+  EXPECT_TRUE(isReadable(descriptor));
+  mainQueue.drain();
+  mayEnd.set_value();
+  while (runs != 2) std::this_thread::yield();
+}
+
+TEST_F(ForkTest, LetsTheChildWatchTheNetworkAnew) {
+  QVPlatform::NetworkReachability::setSource(nullptr);
+  const auto byName = QVReachability::reachabilityWithHostname("localhost");
+  ASSERT_TRUE(byName->startNotifier());
+  ASSERT_TRUE(runMainQueueUntil([&] { return byName->isReachable(); }));
+  EXPECT_TRUE(childSays([] {
+    const auto other = QVReachability::reachabilityWithHostname("LOCALHOST");  // not looked up yet
+    return other->startNotifier() && runMainQueueUntil([&] { return other->isReachable(); });
+  }));
+  byName->stopNotifier();
+}
+
+}  // namespace
