@@ -18,14 +18,6 @@ namespace {
 using QVPlatform::MainQueue;
 using QVPlatform::SerialQueue;
 
-#if defined(__SANITIZE_THREAD__)
-constexpr bool kHasThreadSanitizer = true;
-#elif defined(__has_feature)
-constexpr bool kHasThreadSanitizer = __has_feature(thread_sanitizer);
-#else
-constexpr bool kHasThreadSanitizer = false;
-#endif
-
 bool isReadable(int descriptor) {
   pollfd waiting{descriptor, POLLIN, 0};
   return poll(&waiting, 1, 0) == 1;
@@ -35,7 +27,7 @@ class ForkTest : public QVTest::CoreTest {
  protected:
   ForkTest() { QVDebug::setDebugLevel(6); }
   void SetUp() override {
-    if (kHasThreadSanitizer) GTEST_SKIP() << "ThreadSanitizer lets no child start threads";
+    if (!QVTest::kChildrenMayHaveThreads) GTEST_SKIP() << "no child may start threads";
   }
 
   /// What the child's function answers, or false when it hangs.
@@ -61,7 +53,7 @@ TEST_F(ForkTest, LeavesTheChildAKitThatSends) {
   std::thread poster([&] {  // keeps both threads of the parent in the kit at each fork
     while (!isOver) post(kQVNotification_HTTPRequest, {{"url", server.url()}});
   });
-  for (int i = 0; i < 40; ++i) {
+  for (int i = 0; i < 20; ++i) {
     EXPECT_TRUE(childSays([&] {
       if (i % 2 == 0) manager->reinit();
       return sendsAHit(server.url());

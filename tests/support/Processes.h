@@ -18,6 +18,16 @@
 
 namespace QVTest {
 
+/// Whether a child of a process with several threads may start some of its own: ThreadSanitizer
+/// ends it.
+#if defined(__SANITIZE_THREAD__)
+inline constexpr bool kChildrenMayHaveThreads = false;
+#elif defined(__has_feature)
+inline constexpr bool kChildrenMayHaveThreads = !__has_feature(thread_sanitizer);
+#else
+inline constexpr bool kChildrenMayHaveThreads = true;
+#endif
+
 /// Starts a copy of this process that runs the function and ends with its result.
 inline pid_t startChild(const std::function<int()>& function) {
   const pid_t child = fork();
