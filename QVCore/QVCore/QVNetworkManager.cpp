@@ -391,16 +391,8 @@ void QVNetworkManager::setListenerDelegate(std::shared_ptr<QVEventListener> list
   listenerDelegate_.set(std::move(listener));
 }
 
-std::shared_ptr<OperationQueue> QVNetworkManager::operationQueue() const {
-  return operationQueue_.get();
-}
-
 void QVNetworkManager::setOperationQueue(std::shared_ptr<OperationQueue> queue) {
   operationQueue_.set(std::move(queue));
-}
-
-std::shared_ptr<OperationQueue> QVNetworkManager::consentQueue() const {
-  return consentQueue_.get();
 }
 
 void QVNetworkManager::setConsentQueue(std::shared_ptr<OperationQueue> queue) {

@@ -140,9 +140,11 @@ class QVCORE_EXPORT QVNetworkManager : public QVSingleton,
   void setSenderDelegate(std::shared_ptr<QVEventSender> sender);
   std::shared_ptr<QVEventListener> listenerDelegate() const { return listenerDelegate_.get(); }
   void setListenerDelegate(std::shared_ptr<QVEventListener> listener);
-  std::shared_ptr<QVPlatform::OperationQueue> operationQueue() const;
+  std::shared_ptr<QVPlatform::OperationQueue> operationQueue() const {
+    return operationQueue_.get();
+  }
   void setOperationQueue(std::shared_ptr<QVPlatform::OperationQueue> queue);
-  std::shared_ptr<QVPlatform::OperationQueue> consentQueue() const;
+  std::shared_ptr<QVPlatform::OperationQueue> consentQueue() const { return consentQueue_.get(); }
   void setConsentQueue(std::shared_ptr<QVPlatform::OperationQueue> queue);
 
  private:

@@ -2,12 +2,11 @@
 
 #include <QVPlatform/Export.h>
 
-#include <cxxabi.h>
-
 namespace QVPlatform {
 
-/// Tells the console log of the exception that is being handled; throws nothing itself.
-QVPLATFORM_EXPORT void logStoppedException() noexcept;
+/// Tells the console log of the exception that is being handled. Throws nothing, but goes on with
+/// the end of a thread that the host cancels, which cannot be stopped.
+QVPLATFORM_EXPORT void logStoppedException();
 
 /// Calls `body`, which may be the host's code or run out of memory, and stops what it throws with a
 /// line on the console log: where the library was called by a thread of its own, an exception would
@@ -18,8 +17,6 @@ bool callOut(Body&& body) {
   try {
     body();
     return true;
-  } catch (const abi::__forced_unwind&) {
-    throw;  // the host cancels this thread, which cannot be stopped
   } catch (...) {
     logStoppedException();
     return false;
