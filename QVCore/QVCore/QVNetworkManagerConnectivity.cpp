@@ -82,7 +82,8 @@ void QVNetworkManager::saveAllHits() {
 void QVNetworkManager::restoreStockedHit() {
   const auto hits = operationQueue();
   if (!hits || hits->operationCount() > 0) return;
-  QVOfflineHits::restore([this](const Dictionary& hit) { queueRequestWithData(hit); },
+  // One for which memory is short stays stored rather than be answered by an error.
+  QVOfflineHits::restore([this](Dictionary hit) { queueOrRefuse(hit); },
                          [this] { return operations(); });
 }
 
