@@ -4,6 +4,7 @@
 #include <QVCore/QVCoreVariables.h>
 #include <QVCore/QVHTTPOperation.h>
 #include <QVCore/QVLogger.h>
+#include <QVPlatform/Dispatch/ForkMutex.h>
 #include <QVPlatform/Foundation/AtomicFile.h>
 #include <QVPlatform/Foundation/KeyedArchiver.h>
 #include <QVPlatform/Foundation/KeyedUnarchiver.h>
@@ -21,6 +22,7 @@ using QVPlatform::AtomicFile;
 using QVPlatform::consoleLog;
 using QVPlatform::Data;
 using QVPlatform::Dictionary;
+using QVPlatform::ForkMutex;
 using QVPlatform::PropertyList;
 using QVPlatform::String;
 using QVPlatform::stringWithFormat;
@@ -89,6 +91,10 @@ class Order {
 };
 
 constinit Order order;
+
+/// What the parent of a fork() was at then is none of the child's business.
+[[maybe_unused]] const ForkMutex& forkWatch =
+    *new ForkMutex([](void* known) { new (known) Order; }, &order);
 
 String offlineHitsPath() {
   return QVLogger::sharedInstance()->getPrivatePathToFile(kQVFileOfflineHits);

@@ -1,6 +1,6 @@
 #include <QVPlatform/Foundation/URLConnection.h>
 
-#include <QVPlatform/Dispatch/ForkGeneration.h>
+#include <QVPlatform/Dispatch/ForkMutex.h>
 #include <QVPlatform/Foundation/Internal/HTTPSession.h>
 #include <QVPlatform/Foundation/Internal/TransferError.h>
 #include <QVPlatform/Foundation/Internal/UsualFields.h>
@@ -24,14 +24,9 @@ std::atomic<TimeInterval> transferTimeLimit{600};
 /// after the other share one connection, whichever thread makes them.
 class IdleSessions {
  public:
-  /// In a process that has forked, another one than the parent's, which its own threads may have
-  /// been changing at that moment; what it holds is never touched again.
   static IdleSessions& shared() {
-    static std::atomic<IdleSessions*> current{nullptr};
-    IdleSessions* known = current;
-    if (known && known->generation_ == forkGeneration()) return *known;
-    auto fresh = std::make_unique<IdleSessions>();
-    return current.compare_exchange_strong(known, fresh.get()) ? *fresh.release() : *known;
+    static IdleSessions& sessions = *new IdleSessions;  // never destroyed: threads may outlive main
+    return sessions;
   }
 
   std::unique_ptr<HTTPSession> take() {
@@ -55,8 +50,15 @@ class IdleSessions {
  private:
   static constexpr std::size_t kMaximumCount = 4;
 
-  const unsigned generation_ = forkGeneration();
-  std::mutex mutex_;
+  /// The child of a fork() begins without any. The parent's are not destroyed there, which would
+  /// say good-bye to the servers in the parent's name.
+  static void forgetAll(void* pool) {
+    for (auto& session : static_cast<IdleSessions*>(pool)->sessions_) {
+      [[maybe_unused]] const HTTPSession* const parents = session.release();
+    }
+  }
+
+  ForkMutex mutex_{forgetAll, this};
   std::array<std::unique_ptr<HTTPSession>, kMaximumCount> sessions_;
 };
 

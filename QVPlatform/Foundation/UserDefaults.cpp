@@ -1,4 +1,5 @@
 #include <QVPlatform/Application.h>
+#include <QVPlatform/Dispatch/ForkMutex.h>
 #include <QVPlatform/Foundation/FileManager.h>
 #include <QVPlatform/Foundation/Internal/FileLock.h>
 #include <QVPlatform/Foundation/Log.h>
@@ -248,11 +249,16 @@ UserDefaults::UserDefaults(Implementation& implementation) noexcept
     : implementation_(implementation) {}
 
 UserDefaults& UserDefaults::standardUserDefaults() {
+  struct Place {
+    Implementation implementation;
+    // The child of a fork() begins with what the file holds: another thread may have been in here.
+    ForkMutex forkWatch{[](void* known) { new (known) Implementation; }, &implementation};
+    UserDefaults defaults{implementation};
+  };
   // Never destroyed, as threads may outlive main, and in memory that is there in any case.
-  alignas(Implementation) static std::byte implementation[sizeof(Implementation)];
-  alignas(UserDefaults) static std::byte place[sizeof(UserDefaults)];
-  static auto& defaults = *new (place) UserDefaults(*new (implementation) Implementation);
-  return defaults;
+  alignas(Place) static std::byte memory[sizeof(Place)];
+  static auto& place = *new (memory) Place;
+  return place.defaults;
 }
 
 Value UserDefaults::objectForKey(const String& key) const {

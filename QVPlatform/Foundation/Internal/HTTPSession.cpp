@@ -1,5 +1,6 @@
 #include <QVPlatform/Foundation/Internal/HTTPSession.h>
 
+#include <QVPlatform/Dispatch/ForkMutex.h>
 #include <QVPlatform/Foundation/Internal/Gzip.h>
 #include <QVPlatform/Foundation/Internal/HTTPRedirection.h>
 #include <QVPlatform/Foundation/Internal/TransferError.h>
@@ -11,6 +12,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <mutex>
 #include <new>
 
 namespace QVPlatform {
@@ -26,12 +28,15 @@ constexpr std::string_view kContentLength = "Content-Length";
 constexpr std::string_view kBlanks = " \t\r\n";
 
 /// OpenSSL would tear itself down when the process exits, under transfers that go on meanwhile; so
-/// it is told not to, before anything here sets it up.
+/// it is told not to, before anything here sets it up. That takes milliseconds, so a fork must not
+/// come in between.
 void initializeLibraries() {
-  [[maybe_unused]] static const bool initialized = [] {
-    OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
-    return curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
-  }();
+  static ForkMutex& mutex = *new ForkMutex;  // never destroyed: threads may outlive main
+  static bool isInitialized = false;
+  const std::lock_guard lock(mutex);
+  if (std::exchange(isInitialized, true)) return;
+  OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
+  curl_global_init(CURL_GLOBAL_DEFAULT);
 }
 
 /// As a duration that clock arithmetic cannot overflow with.

@@ -1,8 +1,9 @@
 #include <QVPlatform/Foundation/Internal/KeptSockets.h>
 
+#include <QVPlatform/Dispatch/ForkMutex.h>
+
 #include <linux/tcp.h>
 #include <netinet/in.h>
-#include <pthread.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -14,18 +15,6 @@
 
 namespace QVPlatform {
 namespace {
-
-/// All objects that have sockets, for the child process that must let go of them. Whoever changes
-/// what is reachable from here holds the mutex, so that a fork finds all of it whole.
-struct Registry {
-  std::mutex mutex;
-  std::vector<KeptSockets*> all;
-};
-
-Registry& registry() {
-  static Registry& registry = *new Registry;  // never destroyed: threads may outlive main
-  return registry;
-}
 
 /// Data alone counts here, not the end of a connection, which is no part of an answer.
 std::uint32_t segmentsOf(curl_socket_t file) {
@@ -44,21 +33,32 @@ bool isSilent(curl_socket_t file) {
 
 }  // namespace
 
+/// All objects that have sockets, for the child of a fork(), which must let go of them. Whoever
+/// changes what is reachable from here holds the mutex.
+struct KeptSockets::Registry {
+  static Registry& shared() {
+    static Registry& registry = *new Registry;  // never destroyed: threads may outlive main
+    return registry;
+  }
+  static void abandonAll(void* registry) {
+    for (KeptSockets* sockets : static_cast<Registry*>(registry)->all) {
+      for (const Socket& socket : sockets->sockets_) ::close(socket.file);
+      sockets->sockets_.clear();
+    }
+  }
+
+  ForkMutex mutex{abandonAll, this};
+  std::vector<KeptSockets*> all;
+};
+
 KeptSockets::KeptSockets() {
-  [[maybe_unused]] static const int isWatched =
-      pthread_atfork([] { registry().mutex.lock(); }, [] { registry().mutex.unlock(); },
-                     [] {
-                       for (KeptSockets* sockets : registry().all) sockets->abandon();
-                       registry().all.clear();
-                       registry().mutex.unlock();
-                     });
-  const std::lock_guard lock(registry().mutex);
-  registry().all.push_back(this);
+  const std::lock_guard lock(Registry::shared().mutex);
+  Registry::shared().all.push_back(this);
 }
 
 KeptSockets::~KeptSockets() {
-  const std::lock_guard lock(registry().mutex);
-  std::erase(registry().all, this);
+  const std::lock_guard lock(Registry::shared().mutex);
+  std::erase(Registry::shared().all, this);
 }
 
 void KeptSockets::attachTo(CURL* easy) {
@@ -77,14 +77,9 @@ void KeptSockets::beginRequest() {
   for (Socket& socket : sockets_) socket.segmentsSeen = segmentsOf(socket.file);
 }
 
-void KeptSockets::abandon() noexcept {
-  for (const Socket& socket : sockets_) ::close(socket.file);
-  sockets_.clear();
-}
-
 curl_socket_t KeptSockets::open(void* sockets, curlsocktype, curl_sockaddr* address) {
   auto& all = static_cast<KeptSockets*>(sockets)->sockets_;
-  const std::lock_guard lock(registry().mutex);
+  const std::lock_guard lock(Registry::shared().mutex);
   const int file = socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
   if (file < 0) return CURL_SOCKET_BAD;
   try {
@@ -99,7 +94,7 @@ curl_socket_t KeptSockets::open(void* sockets, curlsocktype, curl_sockaddr* addr
 
 int KeptSockets::close(void* sockets, curl_socket_t file) {
   auto& self = *static_cast<KeptSockets*>(sockets);
-  const std::lock_guard lock(registry().mutex);
+  const std::lock_guard lock(Registry::shared().mutex);
   const auto place = std::ranges::find(self.sockets_, file, &Socket::file);
   if (place != self.sockets_.end()) {
     if (segmentsOf(file) != place->segmentsSeen) self.wasClosedWithinAnswer_ = true;

@@ -34,6 +34,7 @@ class KeptSockets {
   bool wasClosedWithinAnswer() const noexcept { return wasClosedWithinAnswer_; }
 
  private:
+  struct Registry;
   struct Socket {
     curl_socket_t file;
     std::uint32_t segmentsSeen;  // with data
@@ -41,7 +42,6 @@ class KeptSockets {
 
   static curl_socket_t open(void* sockets, curlsocktype purpose, curl_sockaddr* address);
   static int close(void* sockets, curl_socket_t file);
-  void abandon() noexcept;
 
   std::vector<Socket> sockets_;
   bool wasClosedWithinAnswer_ = false;
