@@ -1,0 +1,308 @@
+#include "soak/Host.h"
+
+#include <QVPlatform/Application.h>
+#include <QVPlatform/Dispatch/MainQueue.h>
+#include <QVPlatform/SystemConfiguration/NetworkReachability.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "soak/OfflineFile.h"
+#include "soak/Server.h"
+
+using QVPlatform::Dictionary;
+using QVPlatform::MainQueue;
+using QVPlatform::Notification;
+using QVPlatform::NotificationCenter;
+using QVPlatform::String;
+
+namespace {
+
+constexpr int kSilent = 6;
+constexpr std::int32_t kSmallQueue = 20;
+constexpr std::int32_t kUsualLifetime = 200'000;
+constexpr std::uint32_t kLargestBurst = 40;
+constexpr std::uint32_t kLastBurst = 10;
+constexpr int kPosters = 3;
+constexpr auto kPatience = std::chrono::seconds(40);  // longer than a few time-outs
+constexpr unsigned kForkedPatience = 20;              // seconds
+constexpr int kStuck = 3;
+constexpr int kShortPause = 3000;  // microseconds
+
+using OperationList = std::vector<std::shared_ptr<QVPlatform::Operation>>;
+
+QVNetworkManager& manager() { return *QVNetworkManager::sharedInstance(); }
+
+void announce(const String& name) {
+  NotificationCenter::defaultCenter()->postNotification(Notification(name));
+}
+
+HitID hitIn(const QVPlatform::Operation& operation) {
+  const auto* hit = dynamic_cast<const QVHTTPOperation*>(&operation);
+  return hit ? hitOf(hit->userInfo().get(kQVUserInfo_URLKey).string().view()) : 0;
+}
+
+}  // namespace
+
+Host::Host(const Errand& errand)
+    : errand_(errand),
+      ledger_(std::make_unique<Ledger>(errand.ledger)),
+      random_(static_cast<std::uint32_t>(errand.seed)),
+      savesAlways_(chance(30)),
+      runsInBackground_(savesAlways_ && chance(50)),
+      hasSmallQueue_(!savesAlways_ && chance(15)),
+      forks_(!savesAlways_ && chance(15)),
+      isUp_(chance(70)),
+      network_(std::make_shared<ScriptedNetwork>(isUp_)),
+      next_(errand.firstHit),
+      left_(errand.hitCount) {}
+
+int Host::run() {
+  if (errand_.ending == Ending::killed) killLater();
+  start();
+  sendBursts();
+  end();
+  return 0;
+}
+
+void Host::start() {
+  QVPlatform::Application::setIdentifier("soak");
+  QVPlatform::Application::setContainerDirectory(errand_.container);
+  QVPlatform::NetworkReachability::setSource(network_);
+  QVDebug::setDebugLevel(kSilent);
+  QVDebug::useCustomWKProcessPool(true);  // nobody here asks for a user agent
+  const auto center = NotificationCenter::defaultCenter();
+  const auto onOutcome = [this](const Notification& outcome) { this->onOutcome(outcome); };
+  center->addObserver(this, onOutcome, kQVNotification_HTTPResponse);
+  center->addObserver(this, onOutcome, kQVNotification_HTTPRequestError);
+  ledger_->write(What::starting);
+  std::make_shared<QVCoreInitialisation>()->init();
+  ledger_->write(What::started);
+  if (savesAlways_) {
+    QVCoreVariables::sharedInstance()->setEnableSDKInBG(runsInBackground_);
+    manager().enableRunningInBackground();
+    ledger_->write(What::savesAlways);
+  }
+  if (hasSmallQueue_) {
+    manager().changeOfflineConfigurationsForMaxLifetimeAndMaxOperationsInQueue(kUsualLifetime,
+                                                                               kSmallQueue);
+  }
+}
+
+void Host::sendBursts() {
+  if (forks_) sendFromFork();
+  while (left_ > kLastBurst) {
+    sendBurst();
+    if (chance(30)) visitBackground();
+    if (chance(70)) drain();
+    if (chance(50)) sendLastOfBurst();
+  }
+}
+
+void Host::sendBurst() {
+  setNetworkUp(chance(70));
+  const std::uint32_t count = upTo(kLargestBurst);
+  if (!hasSmallQueue_ && chance(30)) {
+    postFromThreads(count);
+  } else {
+    postSome(count);
+  }
+  setNetworkUp(true);
+}
+
+/// After it the client is idle, so that it can only learn from a look at its connection what the
+/// server did to that meanwhile.
+void Host::sendLastOfBurst() {
+  drain();
+  std::uint32_t count = 1;
+  const HitID hit = take(&count);
+  if (count == 0) return;
+  post(hit, "/last/");
+  drain();
+  Server::settle(errand_.port, hit);
+}
+
+void Host::visitBackground() {
+  enterBackground();
+  pauseUpTo(kShortPause);
+  if (chance(30)) postSome(upTo(kLastBurst));
+  ledger_->write(What::foregrounding);
+  announce(kQVNotification_OnForeground);
+  ledger_->write(What::foregrounded);
+}
+
+void Host::enterBackground() {
+  ledger_->write(What::backgrounding);
+  announce(kQVNotification_OnBackground);
+  if (!savesAlways_) {
+    for (const HitID hit : hitsOnFile(errand_.container)) ledger_->write(What::filed, hit);
+  }
+  ledger_->write(What::backgrounded);
+}
+
+void Host::end() {
+  setNetworkUp(errand_.ending == Ending::drained || chance(50));
+  postSome(left_);
+  switch (errand_.ending) {
+    case Ending::drained:
+      return drain();
+    case Ending::saved:
+      return enterBackground();
+    case Ending::exits:
+      return;
+    case Ending::killedInBackground:
+      enterBackground();
+      pauseUpTo(kShortPause);
+      kill(getpid(), SIGKILL);
+      return;
+    case Ending::killed:
+      for (;;) pause();
+  }
+}
+
+// Posting.
+
+HitID Host::take(std::uint32_t* count) {
+  *count = std::min(*count, left_);
+  left_ -= *count;
+  return std::exchange(next_, next_ + *count);
+}
+
+void Host::postSome(std::uint32_t count) {
+  const HitID first = take(&count);
+  for (HitID hit = first; hit < first + count; ++hit) post(hit, "/flow/");
+}
+
+void Host::postFromThreads(std::uint32_t count) {
+  const HitID first = take(&count);
+  std::vector<std::thread> posters;
+  for (HitID place = 0; place < kPosters; ++place) {
+    posters.emplace_back([=, this] {
+      for (HitID hit = first + place; hit < first + count; hit += kPosters) post(hit, "/flow/");
+    });
+  }
+  for (auto& poster : posters) poster.join();
+}
+
+void Host::post(HitID hit, const char* place) {
+  const auto queue = manager().operationQueue();
+  const bool isFull = hasSmallQueue_ && queue->operationCount() >= kSmallQueue;
+  auto waiting = isFull ? queue->operations() : OperationList();
+  std::erase_if(waiting, [](const auto& operation) { return operation->isCancelled(); });
+
+  const std::string url = "http://127.0.0.1:" + std::to_string(errand_.port) + place;
+  const std::string body = hit % 2 == 0 ? "hit=" + std::to_string(hit) : "";
+  ledger_->write(What::posting, hit);
+  NotificationCenter::defaultCenter()->postNotification(Notification(
+      kQVNotification_HTTPRequest, nullptr,
+      {{kQVUserInfo_URLKey, url + std::to_string(hit)}, {kQVUserInfo_POSTData, body}}));
+  ledger_->write(What::posted, hit);
+  for (const auto& operation : waiting) {
+    if (operation->isCancelled()) ledger_->write(What::dropped, hitIn(*operation));
+  }
+}
+
+void Host::onOutcome(const Notification& outcome) {
+  const Dictionary data = outcome.userInfo();
+  const HitID hit = hitOf(data.get(kQVUserInfo_URLKey).string().view());
+  if (outcome.name() == kQVNotification_HTTPRequestError) return ledger_->write(What::failed, hit);
+  const String content = data.get(kQVUserInfo_ContentKey).string();
+  const bool isOwn = content.view() == std::to_string(hit);
+  ledger_->write(isOwn               ? What::answered
+                 : content.isEmpty() ? What::answeredEmpty
+                                     : What::answeredWrong,
+                 hit);
+}
+
+// A forked process.
+
+/// Parent and child must not meet on a connection, so hits are under way when it is made. It is
+/// made before there can be a file, which the child would restore while the parent has the same
+/// hits.
+void Host::sendFromFork() {
+  postSome(upTo(kLargestBurst));
+  std::uint32_t count = upTo(kLastBurst);
+  const HitID first = take(&count);
+  const pid_t child = fork();
+  if (child == 0) runForked(first, count);
+  int status = 0;
+  waitpid(child, &status, 0);
+  const bool isGood = WIFSIGNALED(status) ? WTERMSIG(status) == SIGKILL : status == 0;
+  if (!isGood) ledger_->write(What::stuck);
+}
+
+void Host::runForked(HitID first, std::uint32_t count) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  alarm(kForkedPatience);
+  ledger_ = std::make_unique<Ledger>(errand_.ledger + kForkedSuffix);
+  ledger_->write(What::starting);
+  manager().reinit();
+  ledger_->write(What::started);
+  for (HitID hit = first; hit < first + count; ++hit) post(hit, "/flow/");
+  if (chance(70)) drain();
+  if (chance(30)) kill(getpid(), SIGKILL);
+  std::exit(0);
+}
+
+// Time and chance.
+
+void Host::setNetworkUp(bool isUp) {
+  if (std::exchange(isUp_, isUp) == isUp) return;
+  bool isKnown = false;
+  const auto center = NotificationCenter::defaultCenter();
+  center->addObserver(
+      &isKnown, [&isKnown](const Notification&) { isKnown = true; },
+      kQVNotification_InternetChanged);
+  network_->setUp(isUp);
+  runUntil([&isKnown] { return isKnown; });
+  center->removeObserver(&isKnown);
+}
+
+void Host::drain() {
+  runUntil([] { return manager().operationQueue()->operationCount() == 0; });
+  ledger_->write(What::drained);
+}
+
+void Host::runUntil(const std::function<bool()>& condition) {
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  auto& queue = MainQueue::mainQueue();
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      ledger_->write(What::stuck);
+      _exit(kStuck);
+    }
+    pollfd file{queue.fileDescriptor(), POLLIN, 0};
+    poll(&file, 1, 1);
+    queue.drain();
+  }
+}
+
+void Host::pauseUpTo(int microseconds) {
+  std::this_thread::sleep_for(
+      std::chrono::microseconds(upTo(static_cast<std::uint32_t>(microseconds))));
+}
+
+/// Some die while the core starts, some later.
+void Host::killLater() {
+  const std::chrono::microseconds time(upTo(chance(40) ? 30'000 : 400'000));
+  std::thread([time] {
+    std::this_thread::sleep_for(time);
+    kill(getpid(), SIGKILL);
+  }).detach();
+}
+
+std::uint32_t Host::upTo(std::uint32_t most) {
+  return std::uniform_int_distribution<std::uint32_t>(1, most)(random_);
+}
+
+bool Host::chance(unsigned percent) { return upTo(100) <= percent; }

@@ -1,0 +1,291 @@
+#include "soak/Judge.h"
+
+#include <algorithm>
+
+namespace {
+
+bool isOutcome(What what) { return what >= What::answered && what <= What::failed; }
+
+bool isWithoutBody(Deed deed) {
+  return deed == Deed::answerEmpty || deed == Deed::strayBehind204 || deed == Deed::lateBehind204;
+}
+
+/// Time of the first event of that kind; null if there is none.
+std::optional<Time> timeOf(const std::vector<Event>& events, What what) {
+  const auto event = std::find_if(events.begin(), events.end(), [what](const Event& candidate) {
+    return candidate.what == what;
+  });
+  return event == events.end() ? std::nullopt : std::optional(event->time);
+}
+
+bool happensBetween(const std::vector<Event>& events, What what, Time begin, Time end) {
+  return std::any_of(events.begin(), events.end(), [=](const Event& event) {
+    return event.what == what && event.time > begin && event.time < end;
+  });
+}
+
+}  // namespace
+
+const char* textOf(Rule rule) {
+  constexpr const char* kTexts[] = {
+      "cancelled by the full queue, which makes room for a new hit",
+      "the process ended while the hit was being posted",
+      "the process ended before a save: hits are saved on going to the background",
+      "restored, and the process ended before the next save",
+      "a GET goes once more when a kept connection dies before a byte of an answer",
+      "in flight when the queue was saved, and restored later",
+      "sent after the return from the background, whose file stays until a restore",
+      "saved at each change, and the process ended before the save without the hit",
+      "the process ended while it restored, before it removed the file",
+      "in flight when the process ended"};
+  static_assert(std::size(kTexts) == kRuleCount);
+  return kTexts[static_cast<std::size_t>(rule)];
+}
+
+Judge::Judge(const History& history) : history_(history) {
+  for (const auto& [id, hit] : history.hits) {
+    for (const Reception& reception : hit.receptions) {
+      receptionsOfLife_[reception.life].push_back(reception.time);
+    }
+    if (const auto time = timeOf(hit.events, What::posted)) {
+      const auto [first, isNew] = firstPostOfLife_.try_emplace(hit.life, *time);
+      if (!isNew) first->second = std::min(first->second, *time);
+    }
+  }
+  for (auto& [life, times] : receptionsOfLife_) std::sort(times.begin(), times.end());
+}
+
+Judge::Verdict Judge::judge(HitID id, const Hit& hit) const {
+  Verdict verdict;
+  const bool isTold = std::any_of(hit.events.begin(), hit.events.end(),
+                                  [](const Event& event) { return isOutcome(event.what); });
+  if (!isTold && hit.receptions.empty() && !isWaiting(id)) {
+    add(ruleForLoss(id, hit), "lost", verdict);
+  }
+  for (std::size_t second = 1; second < hit.receptions.size(); ++second) {
+    add(ruleForDouble(id, hit, second), "doubled", verdict);
+  }
+  checkReceptions(hit, isTold, verdict);
+  checkAnswers(hit, verdict);
+  return verdict;
+}
+
+bool Judge::isWaiting(HitID id) const {
+  const auto last = std::find_if(history_.lives.rbegin(), history_.lives.rend(),
+                                 [](const Life& life) { return life.parent < 0; });
+  return last != history_.lives.rend() && last->fileAtEnd.contains(id);
+}
+
+void Judge::add(std::optional<Rule> rule, const char* what, Verdict& verdict) {
+  if (rule) {
+    verdict.rules.push_back(*rule);
+  } else {
+    verdict.faults.emplace_back(what);
+  }
+}
+
+// Lost hits.
+
+std::optional<Rule> Judge::ruleForLoss(HitID id, const Hit& hit) const {
+  if (timeOf(hit.events, What::dropped)) return Rule::droppedByFullQueue;
+  // The life in which it was seen last.
+  int number = hit.life;
+  for (int later = number + 1; later < static_cast<int>(history_.lives.size()); ++later) {
+    if (life(later).fileAtStart.contains(id)) number = later;
+  }
+  const bool isRestored = number != hit.life;
+  const auto posted = timeOf(hit.events, What::posted);
+  if (!isRestored && !posted) return Rule::endedWhilePosting;
+  const Time since = isRestored ? 0 : *posted;
+  if (isSaved(number, since, isRestored)) return std::nullopt;
+  return isRestored ? Rule::restoredAndEndedBeforeSave : Rule::endedBeforeSave;
+}
+
+/// Whether a hit that was queued at that time must have been saved, or else sent.
+bool Judge::isSaved(int number, Time since, bool isRestored) const {
+  const auto& events = life(number).events;
+  if (happensBetween(events, What::drained, since, kNever)) return true;
+  const auto visits = visitsOf(number);
+  const bool hasSaved = std::any_of(visits.begin(), visits.end(), [since](const Visit& visit) {
+    return visit.begin > since && visit.end != kNever;
+  });
+  if (hasSaved) return true;
+  if (!timeOf(events, What::savesAlways)) return false;
+  // Restored hits are saved with the first one that is posted.
+  return !isRestored || firstPostOfLife_.contains(number);
+}
+
+// Hits that came twice.
+
+std::optional<Rule> Judge::ruleForDouble(HitID id, const Hit& hit, std::size_t second) const {
+  const Reception& first = hit.receptions[second - 1];
+  const Reception& next = hit.receptions[second];
+  if (first.life == next.life) {
+    if (isSentOnceMore(hit, first, next)) return Rule::sentOnceMore;
+    if (isInFlightWhenSaved(hit, first, next)) return Rule::inFlightWhenSaved;
+    return std::nullopt;
+  }
+  if (!life(first.life).fileAtEnd.contains(id)) return std::nullopt;
+  if (isRestoring(first)) return Rule::endedWhileRestoring;
+  if (timeOf(life(first.life).events, What::savesAlways)) {
+    return isLastOfLife(first) ? std::optional(Rule::endedBeforeNextSave) : std::nullopt;
+  }
+  if (isInFlightWhenSaved(hit, first, next)) return Rule::inFlightWhenSaved;
+  if (isOnStayingFile(hit, first)) return Rule::fileOfBackgroundStays;
+  return std::nullopt;
+}
+
+bool Judge::isSentOnceMore(const Hit& hit, const Reception& first, const Reception& next) {
+  const bool isTold = std::any_of(hit.events.begin(), hit.events.end(), [&](const Event& event) {
+    return isOutcome(event.what) && event.time > first.time && event.time < next.time;
+  });
+  return !first.isPost && isSilentDeath(first.deed) && first.place > 0 && next.place == 0 &&
+         first.connection != next.connection && !isTold;
+}
+
+/// The transfer that runs when the queues are suspended goes on, and what is saved holds it.
+bool Judge::isInFlightWhenSaved(const Hit& hit, const Reception& first,
+                                const Reception& next) const {
+  const auto visits = visitsOf(first.life);
+  return std::any_of(visits.begin(), visits.end(), [&](const Visit& visit) {
+    const bool isSaved = visit.end == kNever || isFiledIn(hit, visit);
+    const bool isRestoredLater = next.life != first.life || next.time > visit.back;
+    return isSaved && isRestoredLater && first.time < visit.back &&
+           isLastOfLife(first, visit.back) && !hasSavedAfter(visits, visit);
+  });
+}
+
+bool Judge::isOnStayingFile(const Hit& hit, const Reception& first) const {
+  const auto visits = visitsOf(first.life);
+  return std::any_of(visits.begin(), visits.end(), [&](const Visit& visit) {
+    return isFiledIn(hit, visit) && first.time > visit.back && !hasSavedAfter(visits, visit);
+  });
+}
+
+bool Judge::isFiledIn(const Hit& hit, const Visit& visit) {
+  return happensBetween(hit.events, What::filed, visit.begin, visit.end);
+}
+
+bool Judge::hasSavedAfter(const std::vector<Visit>& visits, const Visit& visit) {
+  return std::any_of(visits.begin(), visits.end(), [&visit](const Visit& later) {
+    return later.begin > visit.begin && later.end != kNever;
+  });
+}
+
+std::vector<Judge::Visit> Judge::visitsOf(int number) const {
+  std::vector<Visit> visits;
+  for (const Event& event : life(number).events) {
+    if (event.what == What::backgrounding) visits.push_back({event.time, kNever, kNever});
+    if (event.what == What::backgrounded) visits.back().end = event.time;
+    if (event.what == What::foregrounding) visits.back().back = event.time;
+  }
+  return visits;
+}
+
+/// Whether the process was within a restore, from which it did not return.
+bool Judge::isRestoring(const Reception& reception) const {
+  bool isOpen = false;
+  Time begin = kNever;
+  for (const Event& event : life(reception.life).events) {
+    const bool begins = event.what == What::starting || event.what == What::foregrounding;
+    const bool ends = event.what == What::started || event.what == What::foregrounded;
+    if (begins) begin = event.time;
+    if (begins || ends) isOpen = begins;
+  }
+  return isOpen && reception.time > begin;
+}
+
+bool Judge::isLastOfLife(const Reception& reception, Time before) const {
+  const auto& times = receptionsOfLife_.at(reception.life);
+  const auto next = std::upper_bound(times.begin(), times.end(), reception.time);
+  return next == times.end() || *next >= before;
+}
+
+// Answers and errors.
+
+void Judge::checkReceptions(const Hit& hit, bool isTold, Verdict& verdict) const {
+  for (const Reception& reception : hit.receptions) {
+    if (!reception.hasOwnBody) verdict.faults.emplace_back("came with another hit's body");
+    const bool isToldHere =
+        std::any_of(hit.events.begin(), hit.events.end(), [&](const Event& event) {
+          return isOutcome(event.what) && event.life == reception.life &&
+                 event.time > reception.time;
+        });
+    if (isToldHere || &reception != &hit.receptions.back()) continue;
+    if (!isLastOfLife(reception)) {
+      verdict.faults.emplace_back("came, and the application was told nothing");
+    } else if (!isTold) {
+      verdict.rules.push_back(Rule::inFlightAtTheEnd);
+    }
+  }
+}
+
+/// Each answer that an application got is one that the server gave to this very hit.
+void Judge::checkAnswers(const Hit& hit, Verdict& verdict) {
+  auto given = hit.receptions;
+  for (const Event& event : hit.events) {
+    if (event.what == What::answeredWrong) {
+      verdict.faults.emplace_back("answered by what is not its answer");
+    }
+    if (event.what == What::failed && isAnsweredBefore(given, event)) {
+      verdict.faults.emplace_back("an error was told although it was answered");
+    }
+    if (event.what != What::answered && event.what != What::answeredEmpty) continue;
+    const auto answer = std::find_if(given.begin(), given.end(), [&](const Reception& reception) {
+      return reception.life == event.life && reception.time < event.time &&
+             isAnswer(reception.deed) &&
+             isWithoutBody(reception.deed) == (event.what == What::answeredEmpty);
+    });
+    if (answer == given.end()) {
+      verdict.faults.emplace_back("answered though the server did not");
+    } else {
+      given.erase(answer);
+    }
+  }
+}
+
+/// Whether the last that the server did to the hit before an event of its life is an answer.
+bool Judge::isAnsweredBefore(const std::vector<Reception>& receptions, const Event& event) {
+  bool isAnswered = false;
+  for (const Reception& reception : receptions) {
+    if (reception.life != event.life || reception.time > event.time) continue;
+    isAnswered = isAnswer(reception.deed);
+  }
+  return isAnswered;
+}
+
+std::vector<std::string> Judge::faultsOfLives() const {
+  std::vector<std::string> faults;
+  for (std::size_t number = 0; number < history_.lives.size(); ++number) {
+    const Life& process = history_.lives[number];
+    const auto add = [&](const std::string& what) {
+      faults.push_back("process " + std::to_string(number) + " (" + process.ending + "): " + what);
+    };
+    if (!process.endedAsPlanned) add("ended otherwise than planned: " + process.log);
+    if (timeOf(process.events, What::stuck)) add("hits, or a forked process, came to no end");
+    for (const HitID hit : process.twiceInFile) {
+      add("its file held hit " + std::to_string(hit) + " twice");
+    }
+  }
+  return faults;
+}
+
+std::string Judge::historyOf(const Hit& hit) {
+  std::multimap<Time, std::string> lines;
+  for (const Event& event : hit.events) {
+    lines.emplace(event.time, "process " + std::to_string(event.life) + ": " + nameOf(event.what));
+  }
+  for (const Reception& reception : hit.receptions) {
+    lines.emplace(reception.time, "server, from process " + std::to_string(reception.life) + ": " +
+                                      (reception.isPost ? "POST" : "GET") + " on connection " +
+                                      std::to_string(reception.connection) + ", its request " +
+                                      std::to_string(reception.place) + ": " +
+                                      nameOf(reception.deed));
+  }
+  std::string text;
+  const Time begin = lines.empty() ? 0 : lines.begin()->first;
+  for (const auto& [time, line] : lines) {
+    text += "    " + std::to_string((time - begin) / 1000) + " us  " + line + "\n";
+  }
+  return text;
+}

@@ -1,0 +1,190 @@
+#include "soak/Lane.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+
+#include "soak/Ledger.h"
+#include "soak/OfflineFile.h"
+
+extern char** environ;
+
+namespace {
+
+constexpr std::uint32_t kMostHitsOfHost = 200;
+constexpr int kLongestLife = 120'000;  // milliseconds
+constexpr int kLifeline = 3;           // the hosts' descriptor
+constexpr int kLastTries = 3;
+
+// Of 20 hosts.
+constexpr Ending kEndings[] = {Ending::killed,
+                               Ending::killed,
+                               Ending::killed,
+                               Ending::killed,
+                               Ending::killed,
+                               Ending::killed,
+                               Ending::killed,
+                               Ending::killed,
+                               Ending::killedInBackground,
+                               Ending::killedInBackground,
+                               Ending::killedInBackground,
+                               Ending::exits,
+                               Ending::exits,
+                               Ending::exits,
+                               Ending::saved,
+                               Ending::saved,
+                               Ending::saved,
+                               Ending::saved,
+                               Ending::drained,
+                               Ending::drained};
+
+/// The program again, as a host. It and what it forks hold the pipe's end for as long as they live.
+pid_t start(const Errand& errand, int lifeline) {
+  std::vector<std::string> texts = errand.arguments();
+  texts.insert(texts.begin(), {"soak", "--host"});
+  std::vector<char*> arguments;
+  for (auto& text : texts) arguments.push_back(text.data());
+  arguments.push_back(nullptr);
+  posix_spawn_file_actions_t files;
+  posix_spawn_file_actions_init(&files);
+  posix_spawn_file_actions_adddup2(&files, lifeline, kLifeline);
+  posix_spawn_file_actions_addopen(&files, STDERR_FILENO, errand.log().c_str(),
+                                   O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600);
+  pid_t host = 0;
+  const int error =
+      posix_spawn(&host, "/proc/self/exe", &files, nullptr, arguments.data(), environ);
+  posix_spawn_file_actions_destroy(&files);
+  if (error != 0) throw std::runtime_error("cannot start a host");
+  return host;
+}
+
+/// Waits until the host and what it forked are gone. Returns the host's wait status.
+int runHost(const Errand& errand) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+  const pid_t host = start(errand, ends[1]);
+  close(ends[1]);
+  pollfd lifeline{ends[0], POLLIN, 0};
+  if (poll(&lifeline, 1, kLongestLife) == 0) kill(host, SIGABRT);
+  close(ends[0]);
+  int status = 0;
+  waitpid(host, &status, 0);
+  return status;
+}
+
+std::string textOf(const std::string& path) {
+  std::ifstream file(path);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+bool isKilled(Ending ending) {
+  return ending == Ending::killed || ending == Ending::killedInBackground;
+}
+
+}  // namespace
+
+Lane::Lane(const Options& options, std::uint64_t seed, std::string directory)
+    : options_(options),
+      directory_(std::move(directory)),
+      container_(directory_ + "/container"),
+      random_(seed),
+      server_(seed) {}
+
+void Lane::run(const std::atomic<bool>& isStopped) {
+  const auto begin = std::chrono::steady_clock::now();
+  const auto end = begin + 2 * std::chrono::seconds(options_.seconds);
+  while (history_.hits.size() < options_.hits && !isStopped &&
+         std::chrono::steady_clock::now() < end) {
+    waitForTurn(begin);
+    live(nextErrand());
+  }
+  // What waits is sent, so that all that is missing is lost.
+  for (int i = 0; i < kLastTries && (i == 0 || !hitsOnFile(container_).empty()); ++i) {
+    Errand errand = nextErrand();
+    errand.hitCount = 0;
+    errand.ending = Ending::drained;
+    live(errand);
+  }
+}
+
+void Lane::waitForTurn(std::chrono::steady_clock::time_point begin) const {
+  const double share = static_cast<double>(history_.hits.size()) / options_.hits;
+  const std::chrono::duration<double> time(share * options_.seconds);
+  std::this_thread::sleep_until(begin +
+                                std::chrono::duration_cast<std::chrono::milliseconds>(time));
+}
+
+Errand Lane::nextErrand() {
+  const auto pick = [this](std::size_t count) { return random_() % count; };
+  Errand errand;
+  errand.container = container_;
+  errand.ledger = directory_ + "/ledger";
+  errand.port = server_.port();
+  errand.seed = random_();
+  errand.firstHit = next_;
+  errand.hitCount = static_cast<std::uint32_t>(1 + pick(kMostHitsOfHost));
+  errand.ending = kEndings[pick(std::size(kEndings))];
+  next_ += errand.hitCount;
+  return errand;
+}
+
+void Lane::live(const Errand& errand) {
+  const int number = static_cast<int>(history_.lives.size());
+  Life life;
+  life.fileAtStart = readFile(life);
+  server_.setLife(number);
+  const int status = runHost(errand);
+  life.ending = nameOf(errand.ending);
+  life.endedAsPlanned =
+      isKilled(errand.ending) ? WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL : status == 0;
+  if (!life.endedAsPlanned) {
+    life.log = "wait status " + std::to_string(status) + ", log:\n" + textOf(errand.log());
+  }
+  server_.waitForSilence();
+  life.fileAtEnd = readFile(life);
+  history_.lives.push_back(std::move(life));
+  readLedgers(errand.ledger, number);
+  addReceptions();
+}
+
+void Lane::readLedgers(const std::string& ledger, int number) {
+  Ledger::read(ledger, number, history_);
+  std::filesystem::remove(ledger);
+  const std::string forked = ledger + kForkedSuffix;
+  if (!std::filesystem::exists(forked)) return;
+  const int child = static_cast<int>(history_.lives.size());
+  history_.lives.emplace_back();
+  history_.lives.back().parent = number;
+  history_.lives.back().ending = "forked";
+  Ledger::read(forked, child, history_);
+  std::filesystem::remove(forked);
+}
+
+void Lane::addReceptions() {
+  for (Reception reception : server_.takeReceptions()) {
+    Hit& hit = history_.hits[reception.hit];
+    // To the server, a process and its fork are one.
+    const bool isForked =
+        hit.life >= 0 && history_.lives[std::size_t(hit.life)].parent == reception.life;
+    if (isForked) reception.life = hit.life;
+    hit.receptions.push_back(reception);
+  }
+}
+
+std::set<HitID> Lane::readFile(Life& life) const {
+  std::set<HitID> hits;
+  for (const HitID hit : hitsOnFile(container_)) {
+    if (!hits.insert(hit).second) life.twiceInFile.insert(hit);
+  }
+  return hits;
+}
