@@ -204,20 +204,24 @@ bool Judge::isLastOfLife(const Reception& reception, Time before) const {
 // Answers and errors.
 
 void Judge::checkReceptions(const Hit& hit, bool isTold, Verdict& verdict) const {
-  for (const Reception& reception : hit.receptions) {
+  for (std::size_t place = 0; place < hit.receptions.size(); ++place) {
+    const Reception& reception = hit.receptions[place];
+    const bool isLast = place + 1 == hit.receptions.size();
+    const bool isFollowed = !isLast && hit.receptions[place + 1].life == reception.life;
     if (!reception.hasOwnBody) verdict.faults.emplace_back("came with another hit's body");
-    const bool isToldHere =
-        std::any_of(hit.events.begin(), hit.events.end(), [&](const Event& event) {
-          return isOutcome(event.what) && event.life == reception.life &&
-                 event.time > reception.time;
-        });
-    if (isToldHere || &reception != &hit.receptions.back()) continue;
+    if (isFollowed || isToldAfter(hit, reception)) continue;
     if (!isLastOfLife(reception)) {
       verdict.faults.emplace_back("came, and the application was told nothing");
-    } else if (!isTold) {
+    } else if (isLast && !isTold) {
       verdict.rules.push_back(Rule::inFlightAtTheEnd);
     }
   }
+}
+
+bool Judge::isToldAfter(const Hit& hit, const Reception& reception) {
+  return std::any_of(hit.events.begin(), hit.events.end(), [&](const Event& event) {
+    return isOutcome(event.what) && event.life == reception.life && event.time > reception.time;
+  });
 }
 
 /// Each answer that an application got is one that the server gave to this very hit.

@@ -66,6 +66,7 @@ class Judge {
   bool isLastOfLife(const Reception& reception, Time before = kNever) const;
 
   void checkReceptions(const Hit& hit, bool isTold, Verdict& verdict) const;
+  static bool isToldAfter(const Hit& hit, const Reception& reception);
   static void checkAnswers(const Hit& hit, Verdict& verdict);
   static bool isAnsweredBefore(const std::vector<Reception>& receptions, const Event& event);
   static void add(std::optional<Rule> rule, const char* what, Verdict& verdict);
