@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -26,27 +27,8 @@ constexpr int kLongestLife = 120'000;  // milliseconds
 constexpr int kLifeline = 3;           // the hosts' descriptor
 constexpr int kLastTries = 3;
 
-// Of 20 hosts.
-constexpr Ending kEndings[] = {Ending::killed,
-                               Ending::killed,
-                               Ending::killed,
-                               Ending::killed,
-                               Ending::killed,
-                               Ending::killed,
-                               Ending::killed,
-                               Ending::killed,
-                               Ending::killedInBackground,
-                               Ending::killedInBackground,
-                               Ending::killedInBackground,
-                               Ending::exits,
-                               Ending::exits,
-                               Ending::exits,
-                               Ending::saved,
-                               Ending::saved,
-                               Ending::saved,
-                               Ending::saved,
-                               Ending::drained,
-                               Ending::drained};
+// How many end in each way, of 20: drained, saved, exits, killed, killed in the background.
+constexpr std::array kEndings{2.0, 4.0, 3.0, 8.0, 3.0};
 
 /// The program again, as a host. It and what it forks hold the pipe's end for as long as they live.
 pid_t start(const Errand& errand, int lifeline) {
@@ -60,9 +42,14 @@ pid_t start(const Errand& errand, int lifeline) {
   posix_spawn_file_actions_adddup2(&files, lifeline, kLifeline);
   posix_spawn_file_actions_addopen(&files, STDERR_FILENO, errand.log().c_str(),
                                    O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600);
+  // In a group of its own, so that Ctrl-C lets it come to its planned end.
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
   pid_t host = 0;
   const int error =
-      posix_spawn(&host, "/proc/self/exe", &files, nullptr, arguments.data(), environ);
+      posix_spawn(&host, "/proc/self/exe", &files, &attributes, arguments.data(), environ);
+  posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&files);
   if (error != 0) throw std::runtime_error("cannot start a host");
   return host;
@@ -125,15 +112,16 @@ void Lane::waitForTurn(std::chrono::steady_clock::time_point begin) const {
 }
 
 Errand Lane::nextErrand() {
-  const auto pick = [this](std::size_t count) { return random_() % count; };
+  std::uniform_int_distribution<std::uint32_t> hitCount(1, kMostHitsOfHost);
+  std::discrete_distribution<int> ending(kEndings.begin(), kEndings.end());
   Errand errand;
   errand.container = container_;
   errand.ledger = directory_ + "/ledger";
   errand.port = server_.port();
   errand.seed = random_();
   errand.firstHit = next_;
-  errand.hitCount = static_cast<std::uint32_t>(1 + pick(kMostHitsOfHost));
-  errand.ending = kEndings[pick(std::size(kEndings))];
+  errand.hitCount = hitCount(random_);
+  errand.ending = static_cast<Ending>(ending(random_));
   next_ += errand.hitCount;
   return errand;
 }
