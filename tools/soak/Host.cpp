@@ -8,19 +8,16 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <string>
 #include <thread>
 #include <utility>
-#include <vector>
 
 #include "soak/OfflineFile.h"
 #include "soak/Server.h"
 
-using QVPlatform::Dictionary;
 using QVPlatform::MainQueue;
 using QVPlatform::Notification;
 using QVPlatform::NotificationCenter;
@@ -29,27 +26,18 @@ using QVPlatform::String;
 namespace {
 
 constexpr int kSilent = 6;
-constexpr std::int32_t kSmallQueue = 20;
 constexpr std::int32_t kUsualLifetime = 200'000;
 constexpr std::uint32_t kLargestBurst = 40;
 constexpr std::uint32_t kLastBurst = 10;
-constexpr int kPosters = 3;
 constexpr auto kPatience = std::chrono::seconds(40);  // longer than a few time-outs
 constexpr unsigned kForkedPatience = 20;              // seconds
 constexpr int kStuck = 3;
 constexpr int kShortPause = 3000;  // microseconds
 
-using OperationList = std::vector<std::shared_ptr<QVPlatform::Operation>>;
-
 QVNetworkManager& manager() { return *QVNetworkManager::sharedInstance(); }
 
 void announce(const String& name) {
   NotificationCenter::defaultCenter()->postNotification(Notification(name));
-}
-
-HitID hitIn(const QVPlatform::Operation& operation) {
-  const auto* hit = dynamic_cast<const QVHTTPOperation*>(&operation);
-  return hit ? hitOf(hit->userInfo().get(kQVUserInfo_URLKey).string().view()) : 0;
 }
 
 }  // namespace
@@ -168,60 +156,6 @@ void Host::end() {
     case Ending::killed:
       for (;;) pause();
   }
-}
-
-// Posting.
-
-HitID Host::take(std::uint32_t* count) {
-  *count = std::min(*count, left_);
-  left_ -= *count;
-  return std::exchange(next_, next_ + *count);
-}
-
-void Host::postSome(std::uint32_t count) {
-  const HitID first = take(&count);
-  for (HitID hit = first; hit < first + count; ++hit) post(hit, "/flow/");
-}
-
-void Host::postFromThreads(std::uint32_t count) {
-  const HitID first = take(&count);
-  std::vector<std::thread> posters;
-  for (HitID place = 0; place < kPosters; ++place) {
-    posters.emplace_back([=, this] {
-      for (HitID hit = first + place; hit < first + count; hit += kPosters) post(hit, "/flow/");
-    });
-  }
-  for (auto& poster : posters) poster.join();
-}
-
-void Host::post(HitID hit, const char* place) {
-  const auto queue = manager().operationQueue();
-  const bool isFull = hasSmallQueue_ && queue->operationCount() >= kSmallQueue;
-  auto waiting = isFull ? queue->operations() : OperationList();
-  std::erase_if(waiting, [](const auto& operation) { return operation->isCancelled(); });
-
-  const std::string url = "http://127.0.0.1:" + std::to_string(errand_.port) + place;
-  const std::string body = hit % 2 == 0 ? "hit=" + std::to_string(hit) : "";
-  ledger_->write(What::posting, hit);
-  NotificationCenter::defaultCenter()->postNotification(Notification(
-      kQVNotification_HTTPRequest, nullptr,
-      {{kQVUserInfo_URLKey, url + std::to_string(hit)}, {kQVUserInfo_POSTData, body}}));
-  ledger_->write(What::posted, hit);
-  for (const auto& operation : waiting) {
-    if (operation->isCancelled()) ledger_->write(What::dropped, hitIn(*operation));
-  }
-}
-
-void Host::onOutcome(const Notification& outcome) {
-  const Dictionary data = outcome.userInfo();
-  const HitID hit = hitOf(data.get(kQVUserInfo_URLKey).string().view());
-  if (outcome.name() == kQVNotification_HTTPRequestError) return ledger_->write(What::failed, hit);
-  const String content = data.get(kQVUserInfo_ContentKey).string();
-  const bool isOwn = content.view() == std::to_string(hit);
-  ledger_->write(isOwn               ? What::answered
-                 : content.isEmpty() ? What::answeredEmpty
-                                     : What::answeredWrong,
-                 hit);
 }
 
 // A forked process.

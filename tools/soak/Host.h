@@ -50,6 +50,8 @@ class Host {
   std::uint32_t upTo(std::uint32_t most);  // from 1
   bool chance(unsigned percent);
 
+  static constexpr std::int32_t kSmallQueue = 20;
+
   const Errand errand_;
   std::unique_ptr<Ledger> ledger_;
   std::mt19937 random_;
