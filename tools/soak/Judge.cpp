@@ -147,18 +147,19 @@ bool Judge::isSentOnceMore(const Hit& hit, const Reception& first, const Recepti
 bool Judge::isInFlightWhenSaved(const Hit& hit, const Reception& first,
                                 const Reception& next) const {
   const auto visits = visitsOf(first.life);
+  const Time restored = next.life == first.life ? next.time : kNever;
   return std::any_of(visits.begin(), visits.end(), [&](const Visit& visit) {
     const bool isSaved = visit.end == kNever || isFiledIn(hit, visit);
     const bool isRestoredLater = next.life != first.life || next.time > visit.back;
     return isSaved && isRestoredLater && first.time < visit.back &&
-           isLastOfLife(first, visit.back) && !hasSavedAfter(visits, visit);
+           isLastOfLife(first, visit.back) && !isSavedAfter(visits, visit, restored);
   });
 }
 
 bool Judge::isOnStayingFile(const Hit& hit, const Reception& first) const {
   const auto visits = visitsOf(first.life);
   return std::any_of(visits.begin(), visits.end(), [&](const Visit& visit) {
-    return isFiledIn(hit, visit) && first.time > visit.back && !hasSavedAfter(visits, visit);
+    return isFiledIn(hit, visit) && first.time > visit.back && !isSavedAfter(visits, visit, kNever);
   });
 }
 
@@ -166,9 +167,10 @@ bool Judge::isFiledIn(const Hit& hit, const Visit& visit) {
   return happensBetween(hit.events, What::filed, visit.begin, visit.end);
 }
 
-bool Judge::hasSavedAfter(const std::vector<Visit>& visits, const Visit& visit) {
-  return std::any_of(visits.begin(), visits.end(), [&visit](const Visit& later) {
-    return later.begin > visit.begin && later.end != kNever;
+/// Whether the file of a visit was replaced by a later one's, before that time.
+bool Judge::isSavedAfter(const std::vector<Visit>& visits, const Visit& visit, Time before) {
+  return std::any_of(visits.begin(), visits.end(), [&](const Visit& later) {
+    return later.begin > visit.begin && later.end != kNever && later.begin < before;
   });
 }
 

@@ -60,7 +60,7 @@ class Judge {
   bool isInFlightWhenSaved(const Hit& hit, const Reception& first, const Reception& next) const;
   bool isOnStayingFile(const Hit& hit, const Reception& first) const;
   static bool isFiledIn(const Hit& hit, const Visit& visit);
-  static bool hasSavedAfter(const std::vector<Visit>& visits, const Visit& visit);
+  static bool isSavedAfter(const std::vector<Visit>& visits, const Visit& visit, Time before);
   std::vector<Visit> visitsOf(int number) const;
   bool isRestoring(const Reception& reception) const;
   bool isLastOfLife(const Reception& reception, Time before = kNever) const;
