@@ -74,8 +74,9 @@ std::string textOf(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-bool isKilled(Ending ending) {
-  return ending == Ending::killed || ending == Ending::killedInBackground;
+bool isAsPlanned(Ending ending, int status) {
+  const bool isKilled = ending == Ending::killed || ending == Ending::killedInBackground;
+  return isKilled ? WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL : status == 0;
 }
 
 }  // namespace
@@ -133,11 +134,11 @@ void Lane::live(const Errand& errand) {
   server_.setLife(number);
   const int status = runHost(errand);
   life.ending = nameOf(errand.ending);
+  const std::string log = textOf(errand.log());
+  // What a sanitizer found counts in a host that was killed, too.
   life.endedAsPlanned =
-      isKilled(errand.ending) ? WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL : status == 0;
-  if (!life.endedAsPlanned) {
-    life.log = "wait status " + std::to_string(status) + ", log:\n" + textOf(errand.log());
-  }
+      isAsPlanned(errand.ending, status) && log.find("Sanitizer") == std::string::npos;
+  if (!life.endedAsPlanned) life.log = "wait status " + std::to_string(status) + ", log:\n" + log;
   server_.waitForSilence();
   life.fileAtEnd = readFile(life);
   history_.lives.push_back(std::move(life));
