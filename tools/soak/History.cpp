@@ -1,5 +1,16 @@
 #include "soak/History.h"
 
+namespace {
+
+std::string describe(const Reception& reception) {
+  return "server, from process " + std::to_string(reception.life) + ": " +
+         (reception.isPost ? "POST" : "GET") + " on connection " +
+         std::to_string(reception.connection) + ", its request " + std::to_string(reception.place) +
+         ": " + nameOf(reception.deed);
+}
+
+}  // namespace
+
 const char* nameOf(What what) {
   constexpr const char* kNames[] = {
       "posting",      "posted",        "answered",     "answered-empty", "answered-wrong",
@@ -36,4 +47,28 @@ bool isAnswer(Deed deed) { return deed <= Deed::strayBehind204 || deed >= Deed::
 
 bool isSilentDeath(Deed deed) {
   return deed == Deed::resetAfterRead || deed == Deed::closeAfterRead;
+}
+
+std::string historyOf(const Hit& hit, const History& history) {
+  std::multimap<Time, std::string> lines;
+  std::set<int> lives;
+  for (const Event& event : hit.events) {
+    lines.emplace(event.time, "process " + std::to_string(event.life) + ": " + nameOf(event.what));
+    lives.insert(event.life);
+  }
+  for (const Reception& reception : hit.receptions) {
+    lines.emplace(reception.time, describe(reception));
+  }
+  const Time begin = lines.empty() ? 0 : lines.begin()->first;
+  for (const int number : lives) {
+    const std::string name = "process " + std::to_string(number) + " itself";
+    for (const Event& event : history.lives[static_cast<std::size_t>(number)].events) {
+      lines.emplace(event.time, name + ": " + nameOf(event.what));
+    }
+  }
+  std::string text;
+  for (const auto& [time, line] : lines) {
+    text += "    " + std::to_string((time - begin) / 1000) + " us  " + line + "\n";
+  }
+  return text;
 }

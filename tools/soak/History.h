@@ -108,3 +108,6 @@ struct History {
   std::map<HitID, Hit> hits;
   std::vector<Life> lives;
 };
+
+/// All that is known of a hit and its processes, one event a line.
+std::string historyOf(const Hit& hit, const History& history);

@@ -275,23 +275,3 @@ std::vector<std::string> Judge::faultsOfLives() const {
   }
   return faults;
 }
-
-std::string Judge::historyOf(const Hit& hit) {
-  std::multimap<Time, std::string> lines;
-  for (const Event& event : hit.events) {
-    lines.emplace(event.time, "process " + std::to_string(event.life) + ": " + nameOf(event.what));
-  }
-  for (const Reception& reception : hit.receptions) {
-    lines.emplace(reception.time, "server, from process " + std::to_string(reception.life) + ": " +
-                                      (reception.isPost ? "POST" : "GET") + " on connection " +
-                                      std::to_string(reception.connection) + ", its request " +
-                                      std::to_string(reception.place) + ": " +
-                                      nameOf(reception.deed));
-  }
-  std::string text;
-  const Time begin = lines.empty() ? 0 : lines.begin()->first;
-  for (const auto& [time, line] : lines) {
-    text += "    " + std::to_string((time - begin) / 1000) + " us  " + line + "\n";
-  }
-  return text;
-}

@@ -41,8 +41,6 @@ class Judge {
   bool isWaiting(HitID id) const;
   /// What is wrong with processes, not with hits.
   std::vector<std::string> faultsOfLives() const;
-  /// All that is known of a hit, one event a line.
-  static std::string historyOf(const Hit& hit);
 
  private:
   /// One visit to the background. `end` and `back` are kNever when the process ended before.

@@ -22,11 +22,11 @@ bool has(const Hit& hit, What what) {
 void Report::add(const History& history) {
   const Judge judge(history);
   processes_ += history.lives.size();
-  for (const auto& [id, hit] : history.hits) addHit(judge, id, hit);
+  for (const auto& [id, hit] : history.hits) addHit(judge, history, id, hit);
   for (const std::string& fault : judge.faultsOfLives()) addFault(fault, "");
 }
 
-void Report::addHit(const Judge& judge, HitID id, const Hit& hit) {
+void Report::addHit(const Judge& judge, const History& history, HitID id, const Hit& hit) {
   const bool isAnswered = has(hit, What::answered) || has(hit, What::answeredEmpty);
   const bool isFailed = !isAnswered && has(hit, What::failed);
   ++posted_;
@@ -42,7 +42,7 @@ void Report::addHit(const Judge& judge, HitID id, const Hit& hit) {
     lost_ += rule <= Rule::restoredAndEndedBeforeSave;
   }
   for (const std::string& fault : verdict.faults) {
-    addFault(fault, "hit " + std::to_string(id) + " " + fault + ":\n" + Judge::historyOf(hit));
+    addFault(fault, "hit " + std::to_string(id) + " " + fault + ":\n" + historyOf(hit, history));
   }
 }
 

@@ -13,7 +13,7 @@ class Report {
   bool print() const;
 
  private:
-  void addHit(const Judge& judge, HitID id, const Hit& hit);
+  void addHit(const Judge& judge, const History& history, HitID id, const Hit& hit);
   /// `text` tells more than the kind; shown for the first of each kind.
   void addFault(const std::string& kind, const std::string& text);
   void printRules(const char* title, Rule first, Rule last) const;
