@@ -151,6 +151,18 @@ TEST(SoakJudge, ExplainsADoubleByWhatWasSeenOfTheHitAlone) {
        {visitAndBack, {}},
        true,
        textOf(Rule::fileOfBackgroundStays)},
+      {"sent within the return",
+       {filed, answered},
+       {got(24, 0, 1, 0), got(30, 0, 1, 1)},
+       {{visit[0], visit[1], at(23, What::foregrounding), at(28, What::foregrounded)}},
+       false,
+       textOf(Rule::fileOfBackgroundStays)},
+      {"sent twice after the return",
+       {filed, answered},
+       {got(29, 0, 1, 0), got(30, 0, 1, 1)},
+       {visitAndBack},
+       false,
+       kDoubled},
       {"saved at each change",
        {at(4, What::answered), answeredLater},
        {got(3, 0, 1, 0), got(50, 1, 2, 0)},
@@ -172,7 +184,7 @@ TEST(SoakJudge, ExplainsADoubleByWhatWasSeenOfTheHitAlone) {
   };
   for (const Case& test : kCases) EXPECT_EQ(verdictOn(test), test.verdict) << test.what;
   // What came before another hit was no longer in flight when the process ended.
-  for (const auto& test : {kCases[7], kCases[9]}) {
+  for (const auto& test : {kCases[7], kCases[11]}) {
     EXPECT_EQ(verdictOn(test, true), kDoubled) << test.what;
   }
 }

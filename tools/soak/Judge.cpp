@@ -123,6 +123,7 @@ std::optional<Rule> Judge::ruleForDouble(HitID id, const Hit& hit, std::size_t s
   if (first.life == next.life) {
     if (isSentOnceMore(hit, first, next)) return Rule::sentOnceMore;
     if (isInFlightWhenSaved(hit, first, next)) return Rule::inFlightWhenSaved;
+    if (isOnFileAtReturn(hit, first)) return Rule::fileOfBackgroundStays;
     return std::nullopt;
   }
   if (!life(first.life).fileAtEnd.contains(id)) return std::nullopt;
@@ -163,6 +164,15 @@ bool Judge::isOnStayingFile(const Hit& hit, const Reception& first) const {
   });
 }
 
+/// A return resumes the queue before it restores; a queue that is empty again by then has its file
+/// restored at once.
+bool Judge::isOnFileAtReturn(const Hit& hit, const Reception& first) const {
+  const auto visits = visitsOf(first.life);
+  return std::any_of(visits.begin(), visits.end(), [&](const Visit& visit) {
+    return isFiledIn(hit, visit) && first.time > visit.back && first.time < visit.returned;
+  });
+}
+
 bool Judge::isFiledIn(const Hit& hit, const Visit& visit) {
   return happensBetween(hit.events, What::filed, visit.begin, visit.end);
 }
@@ -177,9 +187,10 @@ bool Judge::isSavedAfter(const std::vector<Visit>& visits, const Visit& visit, T
 std::vector<Judge::Visit> Judge::visitsOf(int number) const {
   std::vector<Visit> visits;
   for (const Event& event : life(number).events) {
-    if (event.what == What::backgrounding) visits.push_back({event.time, kNever, kNever});
+    if (event.what == What::backgrounding) visits.push_back({event.time, kNever, kNever, kNever});
     if (event.what == What::backgrounded) visits.back().end = event.time;
     if (event.what == What::foregrounding) visits.back().back = event.time;
+    if (event.what == What::foregrounded) visits.back().returned = event.time;
   }
   return visits;
 }

@@ -43,11 +43,13 @@ class Judge {
   std::vector<std::string> faultsOfLives() const;
 
  private:
-  /// One visit to the background. `end` and `back` are kNever when the process ended before.
+  /// One visit to the background: entering it begins and ends, then leaving it does. What did not
+  /// come about before the process ended is kNever.
   struct Visit {
     Time begin;
     Time end;
     Time back;
+    Time returned;
   };
   static constexpr Time kNever = INT64_MAX;
 
@@ -57,6 +59,7 @@ class Judge {
   static bool isSentOnceMore(const Hit& hit, const Reception& first, const Reception& next);
   bool isInFlightWhenSaved(const Hit& hit, const Reception& first, const Reception& next) const;
   bool isOnStayingFile(const Hit& hit, const Reception& first) const;
+  bool isOnFileAtReturn(const Hit& hit, const Reception& first) const;
   static bool isFiledIn(const Hit& hit, const Visit& visit);
   static bool isSavedAfter(const std::vector<Visit>& visits, const Visit& visit, Time before);
   std::vector<Visit> visitsOf(int number) const;
