@@ -164,6 +164,7 @@ void Host::end() {
 /// made before there can be a file, which the child would restore while the parent has the same
 /// hits.
 void Host::sendFromFork() {
+  setNetworkUp(true);
   postSome(upTo(kLargestBurst));
   std::uint32_t count = upTo(kLastBurst);
   const HitID first = take(&count);
