@@ -148,19 +148,18 @@ bool Judge::isSentOnceMore(const Hit& hit, const Reception& first, const Recepti
 bool Judge::isInFlightWhenSaved(const Hit& hit, const Reception& first,
                                 const Reception& next) const {
   const auto visits = visitsOf(first.life);
-  const Time restored = next.life == first.life ? next.time : kNever;
   return std::any_of(visits.begin(), visits.end(), [&](const Visit& visit) {
     const bool isSaved = visit.end == kNever || isFiledIn(hit, visit);
-    const bool isRestoredLater = next.life != first.life || next.time > visit.back;
-    return isSaved && isRestoredLater && first.time < visit.back &&
-           isLastOfLife(first, visit.back) && !isSavedAfter(visits, visit, restored);
+    const bool isRestored =
+        next.life == first.life ? next.time > visit.back : !isSavedAfter(visits, visit);
+    return isSaved && isRestored && first.time < visit.back && isLastOfLife(first, visit.back);
   });
 }
 
 bool Judge::isOnStayingFile(const Hit& hit, const Reception& first) const {
   const auto visits = visitsOf(first.life);
   return std::any_of(visits.begin(), visits.end(), [&](const Visit& visit) {
-    return isFiledIn(hit, visit) && first.time > visit.back && !isSavedAfter(visits, visit, kNever);
+    return isFiledIn(hit, visit) && first.time > visit.back && !isSavedAfter(visits, visit);
   });
 }
 
@@ -177,10 +176,10 @@ bool Judge::isFiledIn(const Hit& hit, const Visit& visit) {
   return happensBetween(hit.events, What::filed, visit.begin, visit.end);
 }
 
-/// Whether the file of a visit was replaced by a later one's, before that time.
-bool Judge::isSavedAfter(const std::vector<Visit>& visits, const Visit& visit, Time before) {
+/// Whether the file of a visit was replaced by a later one's, so that no other process finds it.
+bool Judge::isSavedAfter(const std::vector<Visit>& visits, const Visit& visit) {
   return std::any_of(visits.begin(), visits.end(), [&](const Visit& later) {
-    return later.begin > visit.begin && later.end != kNever && later.begin < before;
+    return later.begin > visit.begin && later.end != kNever;
   });
 }
 

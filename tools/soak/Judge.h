@@ -61,7 +61,7 @@ class Judge {
   bool isOnStayingFile(const Hit& hit, const Reception& first) const;
   bool isOnFileAtReturn(const Hit& hit, const Reception& first) const;
   static bool isFiledIn(const Hit& hit, const Visit& visit);
-  static bool isSavedAfter(const std::vector<Visit>& visits, const Visit& visit, Time before);
+  static bool isSavedAfter(const std::vector<Visit>& visits, const Visit& visit);
   std::vector<Visit> visitsOf(int number) const;
   bool isRestoring(const Reception& reception) const;
   bool isLastOfLife(const Reception& reception, Time before = kNever) const;
