@@ -164,11 +164,16 @@ bool Judge::isOnStayingFile(const Hit& hit, const Reception& first) const {
 }
 
 /// A return resumes the queue before it restores; a queue that is empty again by then has its file
-/// restored at once.
+/// restored at once. Where each change is saved, the file may still hold the last hit that was
+/// sent.
 bool Judge::isOnFileAtReturn(const Hit& hit, const Reception& first) const {
+  const auto savesAlways = timeOf(life(first.life).events, What::savesAlways);
   const auto visits = visitsOf(first.life);
   return std::any_of(visits.begin(), visits.end(), [&](const Visit& visit) {
-    return isFiledIn(hit, visit) && first.time > visit.back && first.time < visit.returned;
+    if (first.time > visit.returned) return false;
+    if (first.time > visit.back && isFiledIn(hit, visit)) return true;
+    const bool isUnderWay = first.time > visit.back || isLastOfLife(first, visit.back);
+    return isUnderWay && savesAlways && *savesAlways < visit.back;
   });
 }
 
