@@ -14,8 +14,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using QVPlatform::Application;
-using QVPlatform::String;
+using namespace QVPlatform;
 
 void useOtherPlaces() {
   setenv("HOME", "/nowhere", 1);

@@ -15,9 +15,7 @@
 
 namespace {
 
-using QVPlatform::Application;
-using QVPlatform::Device;
-using QVPlatform::String;
+using namespace QVPlatform;
 
 constexpr const char* kNotPermitted = "not permitted";
 

@@ -22,8 +22,7 @@
 
 using namespace QVPlatform;
 using namespace std::string_literals;
-using QVTest::contentsOf;
-using QVTest::putFile;
+using namespace QVTest;
 
 namespace fs = std::filesystem;
 

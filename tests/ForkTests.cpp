@@ -15,8 +15,7 @@
 
 namespace {
 
-using QVPlatform::MainQueue;
-using QVPlatform::SerialQueue;
+using namespace QVPlatform;
 
 bool isReadable(int descriptor) {
   pollfd waiting{descriptor, POLLIN, 0};

@@ -9,13 +9,7 @@
 #include <limits>
 #include <string>
 
-using QVPlatform::Array;
-using QVPlatform::Dictionary;
-using QVPlatform::JSONDocument;
-using QVPlatform::JSONSerialization;
-using QVPlatform::Null;
-using QVPlatform::String;
-using QVPlatform::Value;
+using namespace QVPlatform;
 
 namespace {
 

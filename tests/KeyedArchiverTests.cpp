@@ -25,10 +25,7 @@
 
 using namespace QVPlatform;
 using namespace std::string_literals;
-using QVTest::identical;
-using QVTest::nested;
-using QVTest::outputOf;
-using QVTest::putFile;
+using namespace QVTest;
 
 namespace {
 

@@ -15,12 +15,8 @@
 
 namespace {
 
-using QVPlatform::Dictionary;
-using QVPlatform::Notification;
-using QVPlatform::NotificationCenter;
-using QVPlatform::Operation;
-using QVPlatform::OperationQueue;
-using QVTest::FailingAllocations;
+using namespace QVPlatform;
+using namespace QVTest;
 
 /// Counts notifications of one name, and takes no memory for it.
 class Tally {

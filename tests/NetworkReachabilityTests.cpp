@@ -24,10 +24,7 @@
 #include "tests/support/NetworkNamespace.h"
 #include "tests/support/Processes.h"
 
-using QVPlatform::NetworkReachability;
-using QVPlatform::NetworkReachabilityFlags;
-using QVPlatform::SerialQueue;
-using QVPlatform::String;
+using namespace QVPlatform;
 using testing::ElementsAre;
 
 namespace {

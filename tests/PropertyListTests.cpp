@@ -15,11 +15,7 @@
 
 using namespace QVPlatform;
 using namespace std::string_literals;
-using QVTest::contentsOf;
-using QVTest::identical;
-using QVTest::nested;
-using QVTest::outputOf;
-using QVTest::putFile;
+using namespace QVTest;
 
 namespace {
 

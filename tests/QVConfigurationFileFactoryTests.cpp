@@ -14,10 +14,7 @@
 
 namespace {
 
-using QVPlatform::Bundle;
-using QVPlatform::Notification;
-using QVPlatform::String;
-using QVPlatform::Value;
+using namespace QVPlatform;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 

@@ -16,13 +16,7 @@
 
 namespace {
 
-using QVPlatform::Array;
-using QVPlatform::Bundle;
-using QVPlatform::Dictionary;
-using QVPlatform::NotificationCenter;
-using QVPlatform::Null;
-using QVPlatform::String;
-using QVPlatform::Value;
+using namespace QVPlatform;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;

@@ -17,13 +17,8 @@
 
 namespace {
 
-using QVPlatform::Dictionary;
-using QVPlatform::Notification;
-using QVPlatform::NotificationCenter;
-using QVPlatform::String;
-using QVPlatform::Value;
-using QVTest::ConfigurationServer;
-using QVTest::SpecialisedFile;
+using namespace QVPlatform;
+using namespace QVTest;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;

@@ -21,13 +21,7 @@
 
 namespace {
 
-using QVPlatform::Device;
-using QVPlatform::NotificationCenter;
-using QVPlatform::ProcessPool;
-using QVPlatform::String;
-using QVPlatform::SystemVersion;
-using QVPlatform::Value;
-using QVPlatform::WebEngine;
+using namespace QVPlatform;
 
 constexpr const char* kUUIDPattern = "[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}";
 

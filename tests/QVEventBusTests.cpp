@@ -15,9 +15,7 @@
 
 namespace {
 
-using QVPlatform::Notification;
-using QVPlatform::NotificationCenter;
-using QVPlatform::String;
+using namespace QVPlatform;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 

@@ -13,12 +13,7 @@
 
 namespace {
 
-using QVPlatform::Data;
-using QVPlatform::Dictionary;
-using QVPlatform::HTTPURLResponse;
-using QVPlatform::MutableURLRequest;
-using QVPlatform::String;
-using QVPlatform::Value;
+using namespace QVPlatform;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 

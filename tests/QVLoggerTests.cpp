@@ -22,11 +22,7 @@
 
 namespace {
 
-using QVPlatform::Dictionary;
-using QVPlatform::Notification;
-using QVPlatform::NotificationCenter;
-using QVPlatform::String;
-using QVPlatform::Value;
+using namespace QVPlatform;
 
 class QVLoggerTest : public QVTest::CoreTest {
  protected:

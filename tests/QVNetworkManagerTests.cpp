@@ -15,10 +15,7 @@
 
 namespace {
 
-using QVPlatform::Dictionary;
-using QVPlatform::NotificationCenter;
-using QVPlatform::String;
-using QVPlatform::Value;
+using namespace QVPlatform;
 using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;

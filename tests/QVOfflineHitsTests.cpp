@@ -31,12 +31,7 @@
 
 namespace {
 
-using QVPlatform::Array;
-using QVPlatform::Data;
-using QVPlatform::Dictionary;
-using QVPlatform::FileManager;
-using QVPlatform::String;
-using QVPlatform::Value;
+using namespace QVPlatform;
 using ::testing::AllOf;
 using ::testing::Each;
 using ::testing::ElementsAre;
@@ -198,7 +193,6 @@ TEST_F(QVOfflineHitsTest, LeavesOutWhatCannotBeSavedAndSavesTheRest) {
 }
 
 TEST_F(QVOfflineHitsTest, BringsBackWhatTheCoreItselfPutsIntoTheData) {
-  using namespace QVPlatform;
   const auto url = URL::URLWithString("http://h/");
   const auto policy = URLRequestCachePolicy::useProtocolCachePolicy;
   writeHits(

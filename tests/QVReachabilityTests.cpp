@@ -21,12 +21,7 @@
 
 #include "tests/support/ScriptedReachabilitySource.h"
 
-using QVPlatform::MainQueue;
-using QVPlatform::NetworkReachability;
-using QVPlatform::Notification;
-using QVPlatform::NotificationCenter;
-using QVPlatform::SocketAddress;
-using QVPlatform::String;
+using namespace QVPlatform;
 using testing::ElementsAre;
 using testing::HasSubstr;
 

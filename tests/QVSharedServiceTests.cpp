@@ -18,8 +18,7 @@
 
 namespace {
 
-using QVPlatform::String;
-using QVPlatform::Value;
+using namespace QVPlatform;
 
 class QVSharedServiceTest : public QVTest::CoreTest {};
 

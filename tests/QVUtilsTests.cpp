@@ -5,8 +5,7 @@
 #include <string>
 #include <string_view>
 
-using QVPlatform::String;
-using QVPlatform::Value;
+using namespace QVPlatform;
 
 namespace {
 

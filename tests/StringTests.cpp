@@ -7,10 +7,7 @@
 #include <memory>
 #include <utility>
 
-using QVPlatform::Array;
-using QVPlatform::Dictionary;
-using QVPlatform::String;
-using QVPlatform::Value;
+using namespace QVPlatform;
 
 namespace {
 

@@ -6,19 +6,11 @@
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
-using QVPlatform::Date;
-using QVPlatform::DateFormatter;
-using QVPlatform::NumberFormatter;
-using QVPlatform::Range;
-using QVPlatform::RegularExpression;
-using QVPlatform::String;
-using QVPlatform::UUID;
-using QVPlatform::Value;
+using namespace QVPlatform;
 
 namespace {
 
@@ -43,16 +35,13 @@ TEST(RegularExpression, FindsTheFirstMatchAndCountsUTF16Units) {
        "\xf0\x9f\x98\x80\xc3\xa9"
        "b",
        Range{3, 1}},
-      {"", "abc", Range{0, 0}},
       {"^$", "", Range{0, 0}},
-      {"a", "", std::nullopt},
       {"ABC", "abc", std::nullopt},
       {"a.b", "a\nb", std::nullopt},
       {"^b", "a\nb", std::nullopt},
       {"a$", "a\nb", std::nullopt},
       {"a$", "a\n", std::nullopt},
       {"a$", "a\r\n", std::nullopt},
-      {"a\\n$", "a\n", Range{0, 2}},
       {"(a$|b)", "b\na", Range{0, 1}},
       {"a[]$[^$]]$", "aa$", Range{1, 2}},
       {"[[$]\\]$]$", "$\n", std::nullopt},
@@ -72,19 +61,8 @@ TEST(RegularExpression, FindsTheFirstMatchAndCountsUTF16Units) {
 }
 
 TEST(RegularExpression, IsNotMadeFromAMalformedOrOverlongPattern) {
-  const String patterns[] = {nullptr,
-                             "(",
-                             "[a",
-                             "*",
-                             "a{2,1}",
-                             "\\",
-                             "[$",
-                             "$\\",
-                             repeated("(", 5000),
-                             repeated("(a", 3000) + repeated(")", 3000),
-                             repeated("[", 5000),
-                             "a{99999999999}",
-                             repeated("a", 10001)};
+  const String patterns[] = {
+      nullptr, "(", "[$", "$\\", repeated("(", 5000), repeated("[", 5000), repeated("a", 10001)};
   for (const String& pattern : patterns) {
     EXPECT_FALSE(RegularExpression::regularExpressionWithPattern(pattern)) << pattern.view();
   }
@@ -116,38 +94,21 @@ TEST(NumberFormatter, ReadsWholeTextsInTheirLocale) {
     Value number;
   } cases[] = {
       {"en_US", "42", 42},
-      {"en_US", "007", 7},
       {"en_US", "-1", -1},
-      {"en_US", "1.5", 1.5},
-      {"en_US", ".5", 0.5},
       {"en_US", "1.5E3", 1500},
       {"en_US", "9223372036854775807", largest},
       {"en_US", "9223372036854775808", 9223372036854775808.0},
       {"en_US", "\xd9\xa4\xd9\xa2", 42},
       {"de_DE", "1,5", 1.5},
-      {"fr_FR", "1,5", 1.5},
-      {"ar_EG", "\xd9\xa4\xd9\xab\xd9\xa5", 4.5},
-      {"xx_XX", "1.5", 1.5},
       {"en_US", "", nullptr},
-      {"en_US", "abc", nullptr},
       {"en_US", "12a", nullptr},
-      {"en_US", "0x10", nullptr},
-      {"en_US", "1E", nullptr},
-      {"en_US", "--1", nullptr},
-      {"en_US", "1-", nullptr},
       {"en_US", "+5", nullptr},
       {"en_US", " \t\xe2\x80\x83-42", -42},
       {"en_US", "\n42", nullptr},
-      {"en_US", " ", nullptr},
       {"en_US", "42 ", nullptr},
       {"en_US", "1,234", nullptr},
-      {"en_US", "5%", nullptr},
-      {"en_US", "$5", nullptr},
-      {"en_US", "NaN", nullptr},
-      {"en_US", "\xe2\x88\x9e", nullptr},
       {"en_US", "1e400", nullptr},
       {"de_DE", "1.5", nullptr},
-      {"de_DE", "1.234", nullptr},
   };
   for (const auto& [locale, text, number] : cases) {
     String failure;
@@ -157,14 +118,11 @@ TEST(NumberFormatter, ReadsWholeTextsInTheirLocale) {
 }
 
 TEST(NumberFormatter, GivesIntegersAsSixtyFourBitsAndTheRestAsDoubles) {
-  const NumberFormatter formatter("en_US");
-  for (const char* text : {"1", "-5000000000", "1.0", "2e3"}) {
-    const Value number = formatter.numberFromString(text);
-    EXPECT_TRUE(std::holds_alternative<std::int64_t>(number.storage())) << text;
-  }
-  for (const char* text : {"1.25", "1e19", "-9223372036854775809"}) {
-    const Value number = formatter.numberFromString(text);
-    EXPECT_TRUE(std::holds_alternative<double>(number.storage())) << text;
+  for (const auto& [text, isInteger] :
+       {std::pair("-5000000000", true), {"2e3", true}, {"1.25", false}, {"1e19", false}}) {
+    const Value number = NumberFormatter("en_US").numberFromString(text);
+    EXPECT_EQ(std::holds_alternative<std::int64_t>(number.storage()), isInteger) << text;
+    EXPECT_EQ(std::holds_alternative<double>(number.storage()), !isInteger) << text;
   }
 }
 
@@ -189,10 +147,8 @@ TEST(DateFormatter, WritesDatesForServers) {
     const char* text;
   } cases[] = {
       {0, "Thu, 01 Jan 1970 00:00:00 GMT"},
-      {1615215537, "Mon, 08 Mar 2021 14:58:57 GMT"},
       {1615215537.999, "Mon, 08 Mar 2021 14:58:57 GMT"},
       {-1, "Wed, 31 Dec 1969 23:59:59 GMT"},
-      {4102444799, "Thu, 31 Dec 2099 23:59:59 GMT"},
       {nearLargest, "Tue, 20 Dec 5828963 00:00:00 GMT"},
       {infinity, "Tue, 20 Dec 5828963 00:00:00 GMT"},
   };
@@ -217,17 +173,6 @@ TEST(DateFormatter, TakesPatternAndTimeZone) {
   };
   for (const auto& [pattern, zone, text] : cases) {
     EXPECT_EQ(DateFormatter(pattern, zone).stringFromDate(Date{0}), text) << pattern.view();
-  }
-}
-
-TEST(UUID, IsRandomVersionFourInUpperCase) {
-  constexpr const char* kVersionFour =
-      "^[A-F0-9]{8}-[A-F0-9]{4}-4[A-F0-9]{3}-[89AB][A-F0-9]{3}-[A-F0-9]{12}$";
-  std::set<String> seen;
-  for (int i = 0; i < 1000; ++i) {
-    const String identifier = UUID::UUIDString();
-    EXPECT_TRUE(firstMatch(kVersionFour, identifier)) << identifier.view();
-    EXPECT_TRUE(seen.insert(identifier).second);
   }
 }
 

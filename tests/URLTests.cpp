@@ -2,8 +2,7 @@
 
 #include <gtest/gtest.h>
 
-using QVPlatform::String;
-using QVPlatform::URL;
+using namespace QVPlatform;
 
 namespace {
 

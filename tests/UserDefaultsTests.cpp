@@ -24,10 +24,7 @@
 #include "support/TemporaryDirectory.h"
 
 using namespace QVPlatform;
-using QVTest::contentsOf;
-using QVTest::outputOf;
-using QVTest::putFile;
-using QVTest::runInChild;
+using namespace QVTest;
 
 namespace fs = std::filesystem;
 

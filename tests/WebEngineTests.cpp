@@ -22,9 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-using QVPlatform::Error;
-using QVPlatform::Value;
-using QVPlatform::WebEngine;
+using namespace QVPlatform;
 
 struct Outcome {
   Value result;

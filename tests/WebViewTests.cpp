@@ -24,12 +24,7 @@
 
 namespace {
 
-using QVPlatform::MainQueue;
-using QVPlatform::Notification;
-using QVPlatform::NotificationCenter;
-using QVPlatform::String;
-using QVPlatform::Value;
-using QVPlatform::WebEngine;
+using namespace QVPlatform;
 
 bool isEngineBuilt() {
 #ifdef QV_WEBKIT_LIBRARY

@@ -21,10 +21,8 @@
 
 namespace {
 
-using QVPlatform::Array;
-using QVPlatform::Dictionary;
-using QVTest::HTTPServer;
-using QVTest::RawServer;
+using namespace QVPlatform;
+using namespace QVTest;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
