@@ -1,5 +1,6 @@
 #include <QVPlatform/Application.h>
 
+#include <QVPlatform/Foundation/Internal/Lasting.h>
 #include <QVPlatform/Foundation/Property.h>
 
 #include <fcntl.h>
@@ -25,10 +26,7 @@ struct Settings {
   Property<String> resourceDirectory;
 };
 
-Settings& settings() {
-  static Settings& settings = *new Settings;  // never destroyed: threads may outlive main
-  return settings;
-}
+Settings& settings() { return Lasting<Settings>::object(); }
 
 /// A program whose file was replaced while it ran, as an update does, is marked by the kernel.
 fs::path programPath() {

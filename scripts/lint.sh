@@ -17,7 +17,7 @@ rooms() {
   grep -rEo '#include <QV(Platform|Core)/[A-Za-z/_.]+' QVPlatform QVCore/QVCore |
     sed -E 's/:#include </ /; s/^QVCore\/(QVCore\/)/\1/' | awk '
       function room(path) {
-        if (path ~ /^QVPlatform\/(Export|Dispatch\/(CallOut|ForkMutex)|Foundation\/((String|Property|Log)|Internal\/(Hash|HexadecimalDigit|SignalShield)))\./) return "Floor"
+        if (path ~ /^QVPlatform\/(Export|Dispatch\/(CallOut|ForkMutex)|Foundation\/((String|Property|Log)|Internal\/(Hash|HexadecimalDigit|Lasting|SignalShield)))\./) return "Floor"
         if (path ~ /^QVPlatform\/Application\./) return "Application"
         split(path, parts, "/")
         return parts[1] == "QVCore" ? "QVCore" : parts[2]

@@ -37,6 +37,9 @@ Property<String>& host() {
   return shared;
 }
 
+/// Made when the library is loaded, and so never while another thread forks.
+[[maybe_unused]] const Property<String>& madeEarly = host();
+
 void log(std::string_view format, std::initializer_list<Value> arguments, std::int32_t level) {
   QVLogger::sharedInstance()->logMessageWithLevel(stringWithFormat(format, arguments), level);
 }

@@ -2,6 +2,7 @@
 
 #include <QVPlatform/Application.h>
 #include <QVPlatform/Dispatch/Thread.h>
+#include <QVPlatform/Foundation/Internal/Lasting.h>
 #include <QVPlatform/Foundation/Property.h>
 #include <QVPlatform/Foundation/UUID.h>
 
@@ -24,10 +25,7 @@ struct Settings {
   Property<SystemVersion> systemVersion{SystemVersion{14, 0, 0}};
 };
 
-Settings& settings() {
-  static Settings& settings = *new Settings;  // never destroyed: threads may outlive main
-  return settings;
-}
+Settings& settings() { return Lasting<Settings>::object(); }
 
 /// 32 hexadecimal digits; null on a machine that has none (yet).
 String machineId() {

@@ -2,9 +2,20 @@
 
 #include <QVPlatform/Export.h>
 
+#include <memory>
 #include <mutex>
 
 namespace QVPlatform {
+
+/// Keeps the thing, undestroyed, for as long as the process runs.
+QVPLATFORM_EXPORT void keepForEver(const void* thing) noexcept;
+
+/// For child handlers, see below: keeps what is the parent's as it is, so that nothing waits for
+/// the parent's threads or speaks to others in its name.
+template <class T>
+void leaveToParent(std::unique_ptr<T> thing) noexcept {
+  keepForEver(thing.release());
+}
 
 /// A mutex that no other thread holds at the moment of a fork(), so that the child, which has none
 /// of those threads, finds it free and what it guards whole.

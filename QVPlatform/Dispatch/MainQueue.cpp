@@ -26,7 +26,7 @@ struct MainQueue::State {
 
   static void beginAnew(void* state) {
     auto& own = *static_cast<State*>(state);
-    [[maybe_unused]] const Shared* const parents = own.shared.release();
+    leaveToParent(std::move(own.shared));
     own.shared = std::make_unique<Shared>();
     own.replaceDescriptor();
   }

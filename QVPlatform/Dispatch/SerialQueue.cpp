@@ -21,7 +21,7 @@ struct SerialQueue::State {
 
   static void beginAnew(void* state) {
     auto& shared = static_cast<State*>(state)->shared;
-    [[maybe_unused]] const Shared* const parents = shared.release();
+    leaveToParent(std::move(shared));
     shared = std::make_unique<Shared>();
   }
 

@@ -2,6 +2,7 @@
 
 #include <QVPlatform/Dispatch/ForkMutex.h>
 #include <QVPlatform/Foundation/Internal/FoundationClasses.h>
+#include <QVPlatform/Foundation/Internal/Lasting.h>
 
 #include <mutex>
 #include <unordered_map>
@@ -14,12 +15,7 @@ struct Registry {
   std::unordered_map<String, ClassRegistry::Factory> factories = foundationClasses();
 };
 
-/// Made by whoever comes first, be it a static initialiser, and never destroyed: threads may
-/// outlive main.
-Registry& registry() {
-  static Registry& registry = *new Registry;
-  return registry;
-}
+Registry& registry() { return Lasting<Registry>::object(); }
 
 }  // namespace
 

@@ -3,6 +3,7 @@
 #include <QVPlatform/Dispatch/CallGate.h>
 #include <QVPlatform/Dispatch/CallOut.h>
 #include <QVPlatform/Dispatch/ForkMutex.h>
+#include <QVPlatform/Foundation/Internal/Lasting.h>
 
 #include <cxxabi.h>
 
@@ -81,10 +82,10 @@ struct NotificationCenter::State {
 };
 
 const std::shared_ptr<NotificationCenter>& NotificationCenter::defaultCenter() {
-  // Never destroyed: threads may post after main has returned.
-  static const auto& center =
-      *new std::shared_ptr<NotificationCenter>(std::make_shared<NotificationCenter>());
-  return center;
+  struct Default {
+    const std::shared_ptr<NotificationCenter> center = std::make_shared<NotificationCenter>();
+  };
+  return Lasting<Default>::object().center;
 }
 
 namespace {

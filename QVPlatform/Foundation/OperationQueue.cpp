@@ -109,7 +109,7 @@ struct OperationQueue::State {
   /// the parent runs them, and destroying the copies might call out.
   static void beginAnew(void* state) {
     auto& work = static_cast<State*>(state)->work;
-    [[maybe_unused]] const Work* const parents = work.release();
+    leaveToParent(std::move(work));
     work = std::make_unique<Work>();
   }
 

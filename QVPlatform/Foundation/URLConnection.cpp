@@ -2,6 +2,7 @@
 
 #include <QVPlatform/Dispatch/ForkMutex.h>
 #include <QVPlatform/Foundation/Internal/HTTPSession.h>
+#include <QVPlatform/Foundation/Internal/Lasting.h>
 #include <QVPlatform/Foundation/Internal/TransferError.h>
 #include <QVPlatform/Foundation/Internal/UsualFields.h>
 
@@ -24,10 +25,7 @@ std::atomic<TimeInterval> transferTimeLimit{600};
 /// after the other share one connection, whichever thread makes them.
 class IdleSessions {
  public:
-  static IdleSessions& shared() {
-    static IdleSessions& sessions = *new IdleSessions;  // never destroyed: threads may outlive main
-    return sessions;
-  }
+  static IdleSessions& shared() { return Lasting<IdleSessions>::object(); }
 
   std::unique_ptr<HTTPSession> take() {
     {
@@ -50,11 +48,11 @@ class IdleSessions {
  private:
   static constexpr std::size_t kMaximumCount = 4;
 
-  /// The child of a fork() begins without any. The parent's are not destroyed there, which would
-  /// say good-bye to the servers in the parent's name.
+  /// The child of a fork() begins without any. If it destroyed the parent's, they would say
+  /// good-bye to the servers.
   static void forgetAll(void* pool) {
     for (auto& session : static_cast<IdleSessions*>(pool)->sessions_) {
-      [[maybe_unused]] const HTTPSession* const parents = session.release();
+      leaveToParent(std::move(session));
     }
   }
 

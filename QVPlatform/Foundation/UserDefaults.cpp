@@ -261,6 +261,13 @@ UserDefaults& UserDefaults::standardUserDefaults() {
   return place.defaults;
 }
 
+namespace {
+
+/// When the library is loaded, and so never while another thread forks; the file is read later.
+[[maybe_unused]] const UserDefaults& madeEarly = UserDefaults::standardUserDefaults();
+
+}  // namespace
+
 Value UserDefaults::objectForKey(const String& key) const {
   return withinMemory([&] { return PropertyList::copy(implementation_.get(key)); }, Value());
 }

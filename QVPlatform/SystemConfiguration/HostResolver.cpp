@@ -1,6 +1,7 @@
 #include <QVPlatform/SystemConfiguration/HostResolver.h>
 
 #include <QVPlatform/Dispatch/Thread.h>
+#include <QVPlatform/Foundation/Internal/Lasting.h>
 
 #include <netdb.h>
 #include <netinet/in.h>
@@ -59,16 +60,12 @@ Found find(const String& name) {
 
 }  // namespace
 
-HostResolver& HostResolver::shared() {
-  static HostResolver& resolver = *new HostResolver;  // never destroyed: its thread outlives main
-  return resolver;
-}
+HostResolver& HostResolver::shared() { return Lasting<HostResolver>::object(); }
 
 void HostResolver::beginAnew(void* resolver) {
   auto& own = *static_cast<HostResolver*>(resolver);
   own.isRunning_ = false;
-  // The parent's thread waits in the earlier one, which can therefore not be destroyed.
-  [[maybe_unused]] const auto* const parents = own.changed_.release();
+  leaveToParent(std::move(own.changed_));
   own.changed_ = std::make_unique<std::condition_variable>();
 }
 

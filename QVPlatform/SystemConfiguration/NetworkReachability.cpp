@@ -1,6 +1,7 @@
 #include <QVPlatform/SystemConfiguration/NetworkReachability.h>
 
 #include <QVPlatform/Dispatch/CallOut.h>
+#include <QVPlatform/Foundation/Internal/Lasting.h>
 #include <QVPlatform/Foundation/Property.h>
 #include <QVPlatform/SystemConfiguration/KernelReachabilitySource.h>
 
@@ -16,10 +17,7 @@ constexpr std::size_t kMaxHostNameLength = 253;
 
 using SourceProperty = Property<std::shared_ptr<ReachabilitySource>>;
 
-SourceProperty& chosenSource() {
-  static SourceProperty& source = *new SourceProperty;  // never destroyed: threads may outlive main
-  return source;
-}
+SourceProperty& chosenSource() { return Lasting<SourceProperty>::object(); }
 
 int& lastErrorOfThread() {
   thread_local int error = 0;

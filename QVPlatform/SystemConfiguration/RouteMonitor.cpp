@@ -1,6 +1,7 @@
 #include <QVPlatform/SystemConfiguration/RouteMonitor.h>
 
 #include <QVPlatform/Dispatch/Thread.h>
+#include <QVPlatform/Foundation/Internal/Lasting.h>
 #include <QVPlatform/SystemConfiguration/RouteQuery.h>
 
 #include <libmnl/libmnl.h>
@@ -67,10 +68,7 @@ void waitForChangeToComplete() { RouteQuery().interface(kLoopbackIndex); }
 
 }  // namespace
 
-RouteMonitor& RouteMonitor::shared() {
-  static RouteMonitor& monitor = *new RouteMonitor;  // never destroyed: its thread outlives main
-  return monitor;
-}
+RouteMonitor& RouteMonitor::shared() { return Lasting<RouteMonitor>::object(); }
 
 void RouteMonitor::beginAnew(void* monitor) {
   auto& own = *static_cast<RouteMonitor*>(monitor);

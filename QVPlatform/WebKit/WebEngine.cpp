@@ -1,5 +1,6 @@
 #include <QVPlatform/WebKit/WebEngine.h>
 
+#include <QVPlatform/Foundation/Internal/Lasting.h>
 #include <QVPlatform/Foundation/Log.h>
 #include <QVPlatform/Foundation/Property.h>
 
@@ -14,10 +15,7 @@ namespace {
 
 using SharedEngine = std::shared_ptr<WebEngine>;
 
-Property<SharedEngine>& engineOfApplication() {
-  static auto& engine = *new Property<SharedEngine>;  // never destroyed: threads may outlive main
-  return engine;
-}
+Property<SharedEngine>& engineOfApplication() { return Lasting<Property<SharedEngine>>::object(); }
 
 /// The library's path beside this one, where it is installed. It is sought nowhere else, so that
 /// what is loaded does not hang on the application's search paths.

@@ -3,6 +3,7 @@
 #include <QVPlatform/Dispatch/ForkMutex.h>
 #include <QVPlatform/Foundation/Internal/Gzip.h>
 #include <QVPlatform/Foundation/Internal/HTTPRedirection.h>
+#include <QVPlatform/Foundation/Internal/Lasting.h>
 #include <QVPlatform/Foundation/Internal/TransferError.h>
 #include <QVPlatform/Foundation/Internal/UsualFields.h>
 
@@ -31,10 +32,13 @@ constexpr std::string_view kBlanks = " \t\r\n";
 /// it is told not to, before anything here sets it up. That takes milliseconds, so a fork must not
 /// come in between.
 void initializeLibraries() {
-  static ForkMutex& mutex = *new ForkMutex;  // never destroyed: threads may outlive main
-  static bool isInitialized = false;
-  const std::lock_guard lock(mutex);
-  if (std::exchange(isInitialized, true)) return;
+  struct Initialization {
+    ForkMutex mutex;
+    bool isDone = false;
+  };
+  auto& initialization = Lasting<Initialization>::object();
+  const std::lock_guard lock(initialization.mutex);
+  if (std::exchange(initialization.isDone, true)) return;
   OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
   curl_global_init(CURL_GLOBAL_DEFAULT);
 }

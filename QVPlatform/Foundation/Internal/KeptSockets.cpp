@@ -1,6 +1,7 @@
 #include <QVPlatform/Foundation/Internal/KeptSockets.h>
 
 #include <QVPlatform/Dispatch/ForkMutex.h>
+#include <QVPlatform/Foundation/Internal/Lasting.h>
 
 #include <linux/tcp.h>
 #include <netinet/in.h>
@@ -36,10 +37,7 @@ bool isSilent(curl_socket_t file) {
 /// All objects that have sockets, for the child of a fork(), which must let go of them. Whoever
 /// changes what is reachable from here holds the mutex.
 struct KeptSockets::Registry {
-  static Registry& shared() {
-    static Registry& registry = *new Registry;  // never destroyed: threads may outlive main
-    return registry;
-  }
+  static Registry& shared() { return Lasting<Registry>::object(); }
   static void abandonAll(void* registry) {
     for (KeptSockets* sockets : static_cast<Registry*>(registry)->all) {
       for (const Socket& socket : sockets->sockets_) ::close(socket.file);

@@ -1,5 +1,6 @@
 #include <QVPlatform/Application.h>
 #include <QVPlatform/Foundation/HTTPHeaderFields.h>
+#include <QVPlatform/Foundation/Internal/Lasting.h>
 #include <QVPlatform/Foundation/Internal/UsualFields.h>
 #include <QVPlatform/Foundation/Property.h>
 
@@ -18,10 +19,7 @@ struct Settings {
   std::atomic<unsigned> version{0};
 };
 
-Settings& settings() {
-  static Settings& settings = *new Settings;  // never destroyed: threads may outlive main
-  return settings;
-}
+Settings& settings() { return Lasting<Settings>::object(); }
 
 void change(Property<String>& setting, const String& text) {
   if (!text.isNull() && !isHTTPFieldValue(text)) return;
