@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <future>
 #include <memory>
 #include <thread>
@@ -62,6 +63,20 @@ TEST_F(ForkTest, LeavesTheChildAKitThatSends) {
   poster.join();
   while (manager->operationQueue()->operationCount() > 0) std::this_thread::yield();
   EXPECT_TRUE(sendsAHit(server.url()));
+}
+
+/// What a first transfer sets up takes milliseconds; the forks come at different moments of it.
+TEST_F(ForkTest, LeavesItAmidTheFirstTransferOfTheParent) {
+  const QVTest::ServerProcess server;
+  QVNetworkManager::sharedInstance();
+  for (int i = 0; i < 20; ++i) {
+    const auto parent = [&] {
+      post(kQVNotification_HTTPRequest, {{"url", server.url()}});
+      std::this_thread::sleep_for(std::chrono::microseconds(100 * i));
+      return childSays([&] { return sendsAHit(server.url()); });
+    };
+    EXPECT_TRUE(childSays(parent)) << i;
+  }
 }
 
 TEST_F(ForkTest, LeavesWhatWaitsToTheParent) {

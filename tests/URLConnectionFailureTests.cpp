@@ -120,6 +120,8 @@ const Failure kFailures[] = {
     {"cutsChecksum", sends(gzipWithout(1)), URLErrorCode::badServerResponse, 200},
     {"namesTwoLengths", sends(kOK + "Content-Length: 2\r\ncontent-length: 3\r\n\r\nab"),
      URLErrorCode::badServerResponse, 0},
+    {"namesNoNumber", sends(kOK + "Content-Length: 99999999999999999999\r\n\r\nab"),
+     URLErrorCode::badServerResponse, 0},
     {"listsTwoLengths", sends(kOK + "Content-Length: 2, 3\r\n\r\nab"),
      URLErrorCode::badServerResponse, 0},
     {"sendsEndlessBody", sendsForever(kOK + "\r\n", std::string(65536, 'x')),

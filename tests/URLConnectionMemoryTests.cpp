@@ -38,11 +38,11 @@ TEST(URLConnectionMemory, RunsOutForOneTransferAlone) {
   bool isKept = false;
   HTTPServer server([&](const auto& request, auto& response) {
     if (!isKept) response.set_header("Connection", "close");
-    if (request.path == "/start") return response.set_redirect("/end", 302);
+    if (request.path == "/start") return response.set_redirect("/end", 303);
     response.set_content(std::string(20'000, 'a'), "text/plain");
   });
   MutableURLRequest request = requestTo(server.url("/start"));
-  request.setHTTPMethod("POST");
+  request.setHTTPMethod("PUT");
   request.setHTTPBody(Data("body"));
   request.addValueForHTTPHeaderField("1", "X-Field");
   for (int round = 0; round < 2; ++round) {
@@ -59,9 +59,15 @@ TEST(URLConnectionMemory, RunsOutForOneTransferAlone) {
       }
       EXPECT_NE(exchange.body.isNull(), exchange.error == nullptr) << count;
       failures += exchange.body.isNull();
-      EXPECT_EQ(get(server.url()).body.view().size(), 20'000U) << count;
+      EXPECT_EQ(get(server.url("/end")).body.view().size(), 20'000U) << count;
     }
     EXPECT_GT(failures, 20);
+    // Each request either goes out as it was asked for or not at all.
+    for (const auto& received : server.requests()) {
+      EXPECT_EQ(received.method + received.target,
+                received.target == "/start" ? "PUT/start" : "GET/end");
+      EXPECT_EQ(received.body, received.method == "PUT" ? "body" : "");
+    }
   }
 }
 

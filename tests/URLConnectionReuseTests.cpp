@@ -34,6 +34,7 @@ class EchoServer {
  public:
   explicit EchoServer(std::function<void(Connection&)> then, std::string first = "")
       : server_([this, then = std::move(then), first](Connection& connection) {
+          ++connections_;
           for (std::string request; !(request = connection.readRequest()).empty();) {
             const std::string target = targetOf(request);
             const bool isFirst = ++requests_[target == "/1" ? 0 : 1] == 1 && target == "/1";
@@ -47,9 +48,11 @@ class EchoServer {
   std::string url(const std::string& target) const { return server_.url(target); }
   void waitUntilDone() { done_.acquire(); }
   int countOfSecond() const { return requests_[1]; }
+  int connections() const { return connections_; }
 
  private:
   std::atomic<int> requests_[2]{};
+  std::atomic<int> connections_{0};
   std::binary_semaphore done_{0};
   RawServer server_;
 };
@@ -92,6 +95,7 @@ TEST(URLConnectionReuse, PassesOverConnectionsOnWhichSomethingCameUnasked) {
       EXPECT_EQ(second.status(), 200) << name;
     }
     EXPECT_EQ(server.countOfSecond(), 2) << name;
+    EXPECT_EQ(server.connections(), 2) << name;
   }
 }
 
@@ -175,19 +179,27 @@ TEST(URLConnectionReuse, TakesAnAnswerOverTLSForWholeOnlyIfTheServerEndedIt) {
                                                                   &SSL_CTX_free);
   SSL_CTX_use_certificate_file(context.get(), certificate.file().c_str(), SSL_FILETYPE_PEM);
   SSL_CTX_use_PrivateKey_file(context.get(), certificate.keyFile().c_str(), SSL_FILETYPE_PEM);
-  for (const bool isEnded : {true, false}) {
-    RawServer server([&](Connection& connection) {
+  const struct {
+    const char* field;
+    bool isEnded;
+    URLErrorCode code;
+  } cases[] = {{"", true, {}},
+               {"", false, URLErrorCode::connectionLost},
+               {"Transfer-Encoding: identity\r\n", false, URLErrorCode::connectionLost},
+               {"Content-Length: 4\r\n", false, {}}};
+  for (const auto& [field, isEnded, code] : cases) {
+    RawServer server([&, &field = field, &isEnded = isEnded](Connection& connection) {
       const std::unique_ptr<SSL, decltype(&SSL_free)> tls(SSL_new(context.get()), &SSL_free);
       SSL_set_fd(tls.get(), connection.file());
       char request[4096];
       if (SSL_accept(tls.get()) != 1 || SSL_read(tls.get(), request, sizeof request) <= 0) return;
-      const std::string_view text = "HTTP/1.1 200 OK\r\n\r\nbody";
+      const std::string text = std::string("HTTP/1.1 200 OK\r\n") + field + "\r\nbody";
       SSL_write(tls.get(), text.data(), static_cast<int>(text.size()));
       if (isEnded) SSL_shutdown(tls.get());
     });
     const Exchange exchange = get("https://127.0.0.1:" + std::to_string(server.port()) + "/");
-    EXPECT_EQ(exchange.body, isEnded ? Data("body") : Data());
-    EXPECT_EQ(exchange.code(), isEnded ? URLErrorCode{} : URLErrorCode::connectionLost);
+    EXPECT_EQ(exchange.body, code == URLErrorCode{} ? Data("body") : Data()) << field;
+    EXPECT_EQ(exchange.code(), code) << field;
   }
 }
 

@@ -49,13 +49,16 @@ enum class URLErrorCode : int {
 /// within http and https. By the rules of the Fetch standard a POST becomes a GET after 301, 302
 /// and 303, and Authorization and Cookie do not go to another origin.
 ///
+/// A user and a password in a URL go out as Basic authentication (RFC 7617).
+///
 /// Connections are kept open and used again, whichever thread asks. One that the other side has
 /// closed, or on which it has said something unasked, is not used again. When a kept connection
 /// breaks after a request went out and before anything of its answer came, a GET or HEAD without a
 /// body goes out once more, on a new connection (RFC 9110, 9.2.2), and any other request fails;
 /// whether the server has seen the first one, nobody can know. What limits this: what the server
-/// says unasked while the request is on its way counts as its answer; over https any message on
-/// the breaking connection, the alert that closes it included, counts as the beginning of one.
+/// says unasked while the request is on its way, or in one piece with a chunked answer or, over
+/// https, with one that has no body, counts as its answer; over https any message on the breaking
+/// connection, the alert that closes it included, counts as the beginning of one.
 ///
 /// Sent along with the request's own fields are Host, Accept, "Accept-Encoding: gzip",
 /// Accept-Language, User-Agent and, with a body, Content-Length and the Content-Type of a form; a
@@ -92,8 +95,8 @@ class QVPLATFORM_EXPORT URLConnection {
   static void setMaximumTransferTime(TimeInterval seconds);
 
   /// User-Agent of the requests that have none of their own. At first the application's identifier
-  /// and version and the kit's, "org.example.player/2.1 QVCore/4.7.4", as Application tells them
-  /// when the first request goes out; null sets that again, "" sends none. What cannot be a field's
+  /// and version and the kit's, "org.example.player/2.1 QVCore/4.7.4", which are to be set before
+  /// the first request goes out; null sets that again, "" sends none. What cannot be a field's
   /// value (isHTTPFieldValue()) changes nothing.
   static String userAgent();
   static void setUserAgent(const String& text);

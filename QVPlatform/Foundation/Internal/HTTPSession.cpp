@@ -9,6 +9,7 @@
 
 #include <openssl/crypto.h>
 #include <openssl/ssl.h>
+#include <string.h>
 #include <strings.h>
 
 #include <algorithm>
@@ -23,10 +24,6 @@ using SteadyClock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<TimeInterval>;
 
 constexpr int kMaximumRedirections = 20;
-constexpr std::size_t kMaximumHeaderSize = std::size_t{256} << 10;
-constexpr std::string_view kContentEncoding = "Content-Encoding";
-constexpr std::string_view kContentLength = "Content-Length";
-constexpr std::string_view kBlanks = " \t\r\n";
 
 /// OpenSSL would tear itself down when the process exits, under transfers that go on meanwhile; so
 /// it is told not to, before anything here sets it up. That takes milliseconds, so a fork must not
@@ -49,14 +46,9 @@ SteadyClock::duration durationOf(TimeInterval seconds) {
   return std::chrono::duration_cast<SteadyClock::duration>(Seconds(std::min(seconds, kLongest)));
 }
 
-bool isFieldLine(std::string_view line, std::string_view name) {
-  return line.size() > name.size() && line[name.size()] == ':' &&
-         strncasecmp(line.data(), name.data(), name.size()) == 0;
-}
-
-std::string_view withoutBlanks(std::string_view text) {
-  text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
-  return text.substr(0, text.find_last_not_of(kBlanks) + 1);
+bool isChunked(const HTTPURLResponse& response) {
+  const String coding = response.valueForHTTPHeaderField("Transfer-Encoding");
+  return !coding.isNull() && strcasestr(coding.UTF8String(), "chunked");
 }
 
 bool isSet(const char* variable) {
@@ -76,18 +68,25 @@ bool isClosureAlert(int what, int alert) {
 }  // namespace
 
 HTTPSession::HTTPSession() {
+  try {
+    open();
+  } catch (const std::bad_alloc&) {
+    close();
+    throw;
+  }
+}
+
+HTTPSession::~HTTPSession() { close(); }
+
+void HTTPSession::open() {
   initializeLibraries();
   easy_ = curl_easy_init();
   multi_ = curl_multi_init();
-  if (!easy_ || !multi_) {
-    curl_easy_cleanup(easy_);
-    curl_multi_cleanup(multi_);
-    throw std::bad_alloc();
-  }
+  if (!easy_ || !multi_) throw std::bad_alloc();
   setConstantOptions();
 }
 
-HTTPSession::~HTTPSession() {
+void HTTPSession::close() {
   curl_easy_cleanup(easy_);
   curl_multi_cleanup(multi_);
 }
@@ -158,12 +157,13 @@ HTTPSession::Outcome HTTPSession::exchange(const MutableURLRequest::Content& con
   isUsable_ = isUsable_ && result != CURLE_OUT_OF_MEMORY && result != CURLE_FAILED_INIT;
   Outcome outcome;
   outcome.response = takeResponse(url.absoluteString());
+  hasDoubtfulConnections_ = isFollowedByMore(outcome.response.get(), url);
   // A connection that is closed within the header is the end of the header to libcurl.
   if (result == CURLE_OK && !outcome.response) result = CURLE_GOT_NOTHING;
   if (result == CURLE_OK && isCutShort(*outcome.response, url, content.method)) {
     result = CURLE_PARTIAL_FILE;
   }
-  if (result == CURLE_OK && bodyIsEncoded_) result = decodeBody(*outcome.response);
+  if (result == CURLE_OK && header_.hasContentEncoding()) result = decodeBody(*outcome.response);
   if (result == CURLE_OK) {
     outcome.body = Data(std::exchange(body_, {}));
   } else {
@@ -217,7 +217,7 @@ curl_slist* HTTPSession::usualFields() {
 
 /// All of them at once, by way of the handle that keeps them: it is seldom that one is in doubt.
 void HTTPSession::dropDoubtfulConnections() {
-  if (sockets_.areSilent()) return;
+  if (!std::exchange(hasDoubtfulConnections_, false) && sockets_.areSilent()) return;
   curl_multi_cleanup(multi_);
   multi_ = curl_multi_init();
   if (!multi_) throw std::bad_alloc();
@@ -227,14 +227,10 @@ void HTTPSession::prepareForAnswer() {
   requests_ = 0;
   failure_.reset();
   body_.clear();
-  headersSize_ = 0;
   header_.clear();
-  contentLength_.clear();
-  headerIsComplete_ = false;
-  bodyIsEncoded_ = false;
   message_[0] = '\0';
   isEndedByAlert_ = false;
-  if (mayBeRepeated_) sockets_.beginRequest();
+  sockets_.beginRequest();
 }
 
 CURLcode HTTPSession::run(TimeInterval timeout, Clock::time_point end) {
@@ -262,32 +258,41 @@ CURLcode HTTPSession::waitForResult(TimeInterval timeout, Clock::time_point end)
     if (now >= deadline) return CURLE_OPERATION_TIMEDOUT;
     const auto wait = std::chrono::ceil<std::chrono::milliseconds>(deadline - now);
     const auto longest = std::chrono::milliseconds(std::chrono::hours(1));
-    curl_multi_poll(multi_, nullptr, 0, static_cast<int>(std::min(wait, longest).count()),
-                    &readySockets);
+    if (curl_multi_poll(multi_, nullptr, 0, static_cast<int>(std::min(wait, longest).count()),
+                        &readySockets) != CURLM_OK) {
+      return CURLE_FAILED_INIT;
+    }
   }
 }
 
 std::shared_ptr<HTTPURLResponse> HTTPSession::takeResponse(const String& url) {
   long status = 0;
   curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &status);
-  if (!headerIsComplete_ || status < 200) return nullptr;
-  return std::make_shared<HTTPURLResponse>(url, static_cast<int>(status), header_);
+  if (!header_.isComplete() || status < 200) return nullptr;
+  return std::make_shared<HTTPURLResponse>(url, static_cast<int>(status), header_.text());
+}
+
+/// Whether an answer that has no body came with bytes behind it, which libcurl has read and passed
+/// over: then the other side may have more to say. Over TLS the bytes cannot be told apart.
+bool HTTPSession::isFollowedByMore(const HTTPURLResponse* response, const URL& url) const {
+  return response && body_.empty() && url.hasScheme("http") &&
+         sockets_.haveReceivedMoreThan(header_.totalSize()) && !isChunked(*response);
 }
 
 /// Where only the end of the connection tells the end of a body, one that came over TLS is whole if
 /// the server said that it ends; anybody on the way can bring about the rest. libcurl does without.
 bool HTTPSession::isCutShort(const HTTPURLResponse& response, const URL& url,
                              const String& method) const {
-  if (!contentLength_.empty() || isEndedByAlert_ || !url.hasScheme("https")) return false;
+  if (header_.hasContentLength() || isEndedByAlert_ || !url.hasScheme("https")) return false;
   const bool hasBody =
       method != String("HEAD") && response.statusCode() != 204 && response.statusCode() != 304;
-  return hasBody && response.valueForHTTPHeaderField("Transfer-Encoding").isNull();
+  return hasBody && !isChunked(response);
 }
 
 /// Here and not by libcurl, to which compressed data that ends early is whole. A coding that was
 /// not asked for is the receiver's: many servers name one that is none.
 CURLcode HTTPSession::decodeBody(const HTTPURLResponse& response) {
-  const String coding = response.valueForHTTPHeaderField(String(kContentEncoding));
+  const String coding = response.valueForHTTPHeaderField("Content-Encoding");
   const auto isCoding = [&](const char* name) {
     return strcasecmp(coding.UTF8String(), name) == 0;
   };
@@ -320,45 +325,12 @@ bool HTTPSession::allowsRequest() {
 }
 
 std::size_t HTTPSession::receiveHeaderLine(std::string_view line) try {
-  headersSize_ += line.size();
-  if (headersSize_ > kMaximumHeaderSize) {
-    fail(URLErrorCode::responseTooLarge);
-    return 0;
-  }
-  if (line.starts_with("HTTP/")) {
-    header_.clear();
-    contentLength_.clear();
-    headerIsComplete_ = false;
-    bodyIsEncoded_ = false;
-  }
-  // What follows a complete header is the trailer of a body.
-  if (!headerIsComplete_) {
-    header_.append(line);
-    bodyIsEncoded_ = bodyIsEncoded_ || isFieldLine(line, kContentEncoding);
-    if (isFieldLine(line, kContentLength) &&
-        !receiveContentLengths(line.substr(kContentLength.size() + 1))) {
-      fail(URLErrorCode::badServerResponse);
-      return 0;
-    }
-  }
-  if (line == "\r\n" || line == "\n") headerIsComplete_ = true;
-  return line.size();
+  const auto failure = header_.receive(line);
+  if (failure) fail(*failure);
+  return failure ? 0 : line.size();
 } catch (const std::bad_alloc&) {
   fail(URLErrorCode::outOfMemory);  // it must not fly through libcurl
   return 0;
-}
-
-/// False when they are not all the same: then nobody knows where the next answer begins.
-bool HTTPSession::receiveContentLengths(std::string_view list) {
-  for (bool isMore = true; isMore;) {
-    const std::size_t comma = list.find(',');
-    const std::string_view length = withoutBlanks(list.substr(0, comma));
-    if (contentLength_.empty()) contentLength_ = length;
-    if (length != contentLength_) return false;
-    isMore = comma != std::string_view::npos;
-    if (isMore) list.remove_prefix(comma + 1);
-  }
-  return true;
 }
 
 std::size_t HTTPSession::receiveBody(std::string_view bytes) try {

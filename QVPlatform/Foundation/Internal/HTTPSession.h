@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QVPlatform/Foundation/Internal/AnswerHeader.h>
 #include <QVPlatform/Foundation/Internal/FieldList.h>
 #include <QVPlatform/Foundation/Internal/KeptSockets.h>
 #include <QVPlatform/Foundation/URLConnection.h>
@@ -7,6 +8,7 @@
 #include <curl/curl.h>
 
 #include <chrono>
+#include <new>
 #include <optional>
 #include <string>
 
@@ -46,8 +48,11 @@ class HTTPSession {
 
   template <class T>
   void set(CURLoption option, T value) {
-    curl_easy_setopt(easy_, option, value);
+    // The others cannot happen: what is set is known to libcurl, and of the right type.
+    if (curl_easy_setopt(easy_, option, value) == CURLE_OUT_OF_MEMORY) throw std::bad_alloc();
   }
+  void open();
+  void close();
   void setConstantOptions();
   void setURL(const URL& url);
   void setMethodAndBody(const String& method, const Data& body);
@@ -61,6 +66,7 @@ class HTTPSession {
   CURLcode run(TimeInterval timeout, Clock::time_point end);
   CURLcode waitForResult(TimeInterval timeout, Clock::time_point end);
   std::shared_ptr<HTTPURLResponse> takeResponse(const String& url);
+  bool isFollowedByMore(const HTTPURLResponse* response, const URL& url) const;
   bool isCutShort(const HTTPURLResponse& response, const URL& url, const String& method) const;
   CURLcode decodeBody(const HTTPURLResponse& response);
   /// Has the transfer fail for this reason.
@@ -69,7 +75,6 @@ class HTTPSession {
 
   bool allowsRequest();
   std::size_t receiveHeaderLine(std::string_view line);
-  bool receiveContentLengths(std::string_view list);
   std::size_t receiveBody(std::string_view bytes);
   static CURLcode onTLSContext(CURL*, void* context, void* session);
   static int onRequest(void* session, char*, char*, int, int);
@@ -84,18 +89,15 @@ class HTTPSession {
   unsigned usualFieldsVersion_ = 0;
   bool isUsable_ = true;
   bool mustForgetFailures_ = false;
+  bool hasDoubtfulConnections_ = false;
   // Of the present exchange.
   bool mayBeRepeated_ = false;
   int requests_ = 0;
   std::optional<URLErrorCode> failure_;
   std::string body_;
   std::size_t maximumBodySize_ = 0;
-  std::size_t headersSize_ = 0;  // of all answers, the interim ones included
-  std::string header_;           // of the answer that came last
-  std::string contentLength_;
-  bool headerIsComplete_ = false;
+  AnswerHeader header_;
   bool isEndedByAlert_ = false;
-  bool bodyIsEncoded_ = false;
 };
 
 }  // namespace QVPlatform

@@ -10,21 +10,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstddef>
 #include <mutex>
 #include <new>
 
 namespace QVPlatform {
 namespace {
-
-/// Data alone counts here, not the end of a connection, which is no part of an answer.
-std::uint32_t segmentsOf(curl_socket_t file) {
-  tcp_info info{};
-  socklen_t size = sizeof info;
-  if (getsockopt(file, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) return 0;
-  constexpr std::size_t kEnd = offsetof(tcp_info, tcpi_data_segs_in) + sizeof(std::uint32_t);
-  return size >= kEnd ? info.tcpi_data_segs_in : 0;
-}
 
 bool isSilent(curl_socket_t file) {
   char byte;
@@ -59,6 +49,13 @@ KeptSockets::~KeptSockets() {
   std::erase(Registry::shared().all, this);
 }
 
+KeptSockets::Received KeptSockets::received(curl_socket_t file) {
+  tcp_info info{};
+  socklen_t size = sizeof info;
+  if (getsockopt(file, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) return {};
+  return {info.tcpi_bytes_received, info.tcpi_data_segs_in};
+}
+
 void KeptSockets::attachTo(CURL* easy) {
   curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, &KeptSockets::open);
   curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, this);
@@ -72,7 +69,13 @@ bool KeptSockets::areSilent() const {
 
 void KeptSockets::beginRequest() {
   wasClosedWithinAnswer_ = false;
-  for (Socket& socket : sockets_) socket.segmentsSeen = segmentsOf(socket.file);
+  for (Socket& socket : sockets_) socket.seen = received(socket.file);
+}
+
+bool KeptSockets::haveReceivedMoreThan(std::uint64_t bytes) const {
+  return std::ranges::any_of(sockets_, [bytes](const Socket& socket) {
+    return received(socket.file).bytes > socket.seen.bytes + bytes;
+  });
 }
 
 curl_socket_t KeptSockets::open(void* sockets, curlsocktype, curl_sockaddr* address) {
@@ -81,7 +84,7 @@ curl_socket_t KeptSockets::open(void* sockets, curlsocktype, curl_sockaddr* addr
   const int file = socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
   if (file < 0) return CURL_SOCKET_BAD;
   try {
-    all.push_back({file, 0});
+    all.push_back({file, {}});
     return file;
   } catch (const std::bad_alloc&) {
     ::close(file);
@@ -95,7 +98,7 @@ int KeptSockets::close(void* sockets, curl_socket_t file) {
   const std::lock_guard lock(Registry::shared().mutex);
   const auto place = std::ranges::find(self.sockets_, file, &Socket::file);
   if (place != self.sockets_.end()) {
-    if (segmentsOf(file) != place->segmentsSeen) self.wasClosedWithinAnswer_ = true;
+    if (received(file).segments != place->seen.segments) self.wasClosedWithinAnswer_ = true;
     self.sockets_.erase(place);
   }
   return ::close(file);

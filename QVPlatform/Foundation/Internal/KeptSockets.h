@@ -28,18 +28,26 @@ class KeptSockets {
   /// one of them, or has said what nobody asked for, which would pass for the answer to the
   /// request.
   bool areSilent() const;
-  /// Has wasClosedWithinAnswer() begin anew.
+  /// From here on counts what comes.
   void beginRequest();
+  /// Whether more bytes than that came on one of the connections since beginRequest().
+  bool haveReceivedMoreThan(std::uint64_t bytes) const;
   /// Whether a connection was closed on which something had come since beginRequest().
   bool wasClosedWithinAnswer() const noexcept { return wasClosedWithinAnswer_; }
 
  private:
   struct Registry;
+  /// What has come on a connection, as the system counts it.
+  struct Received {
+    std::uint64_t bytes = 0;     // the end of the connection is one more
+    std::uint32_t segments = 0;  // with data
+  };
   struct Socket {
     curl_socket_t file;
-    std::uint32_t segmentsSeen;  // with data
+    Received seen;
   };
 
+  static Received received(curl_socket_t file);
   static curl_socket_t open(void* sockets, curlsocktype purpose, curl_sockaddr* address);
   static int close(void* sockets, curl_socket_t file);
 
