@@ -12,6 +12,7 @@
 #include <sys/resource.h>
 #include <sys/syscall.h>
 
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -66,7 +67,14 @@ TEST_F(QVLoggerTest, PrintsAnyObjectAsItsDescriptionWithNothingAround) {
 }
 
 /// What stands behind standard output is full or gone at once, and nobody reads it.
-enum class Output { UnreadPipe, HeldByTheHost, ClosedPipe, FullFile };
+enum class Output {
+  UnreadPipe,
+  UnreadTerminal,
+  ClosedPipe,
+  FullFile,
+  HeldByTheHost,  // this and the next: with bytes of the host's, for which exit() waits
+  FilledByTheHost,
+};
 
 void replaceStandardOutput(Output output, const std::filesystem::path& file) {
   int ends[2];
@@ -77,7 +85,17 @@ void replaceStandardOutput(Output output, const std::filesystem::path& file) {
     setrlimit(RLIMIT_FSIZE, &limit);
     ends[1] = open(file.c_str(), O_WRONLY | O_CREAT, S_IRUSR | S_IWUSR);
   }
+  if (output == Output::UnreadTerminal) {
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+    if (grantpt(terminal) != 0 || unlockpt(terminal) != 0) std::abort();
+    ends[1] = open(ptsname(terminal), O_WRONLY | O_NOCTTY);
+  }
   dup2(ends[1], STDOUT_FILENO);
+  if (output == Output::FilledByTheHost) {
+    static std::array<char, 1 << 20> buffer;
+    setvbuf(stdout, buffer.data(), _IOFBF, buffer.size());
+    std::fwrite(buffer.data(), 1, buffer.size() / 4, stdout);
+  }
   if (output != Output::HeldByTheHost) return;
   std::thread([] {
     for (;;) std::puts("the host's own line");
@@ -86,7 +104,8 @@ void replaceStandardOutput(Output output, const std::filesystem::path& file) {
 
 TEST_F(QVLoggerTest, IsNeitherHeldNorEndedByItsOutput) {
   using enum Output;
-  for (const Output output : {UnreadPipe, HeldByTheHost, ClosedPipe, FullFile}) {
+  for (const Output output :
+       {UnreadPipe, UnreadTerminal, ClosedPipe, FullFile, HeldByTheHost, FilledByTheHost}) {
     const auto printAndExit = [&] {
       alarm(20);
       replaceStandardOutput(output, container.path() / "output");
@@ -96,7 +115,7 @@ TEST_F(QVLoggerTest, IsNeitherHeldNorEndedByItsOutput) {
       const bool isWritten = QVPlatform::FileManager::writeAtomically(std::string(2000, 'x'), file);
       const int status = isWritten == (output != FullFile) ? 0 : 1;
       // What the host itself has printed exit() waits for; under ThreadSanitizer _exit() does, too.
-      if (output == HeldByTheHost) syscall(SYS_exit_group, status);
+      if (output >= HeldByTheHost) syscall(SYS_exit_group, status);
       std::exit(status);
       return status;
     };

@@ -42,6 +42,7 @@ TEST(RegularExpression, FindsTheFirstMatchAndCountsUTF16Units) {
       {"a$", "a\nb", std::nullopt},
       {"a$", "a\n", std::nullopt},
       {"a$", "a\r\n", std::nullopt},
+      {"a$?b$+", "ab", Range{0, 2}},
       {"(a$|b)", "b\na", Range{0, 1}},
       {"a[]$[^$]]$", "aa$", Range{1, 2}},
       {"[[$]\\]$]$", "$\n", std::nullopt},

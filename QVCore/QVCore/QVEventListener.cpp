@@ -89,7 +89,9 @@ bool QVEventListener::listen(const String& name) {
 
 void QVEventListener::rememberCenter(const std::shared_ptr<NotificationCenter>& center) {
   const std::lock_guard lock(line_->mutex);
-  const auto isCenter = [&center](const auto& used) { return used.lock() == center; };
+  const auto isCenter = [&center](const auto& used) {
+    return !used.owner_before(center) && !center.owner_before(used);
+  };
   if (std::none_of(usedCenters_.begin(), usedCenters_.end(), isCenter)) {
     usedCenters_.push_back(center);
   }

@@ -122,8 +122,7 @@ void QVNetworkManager::startListening(const Parts& parts) {
 }
 
 void QVNetworkManager::startReachability(const std::shared_ptr<QVReachability>& monitor) {
-  const auto earlier = reachability();
-  setReachability(monitor);
+  const auto earlier = reachability_.exchange(monitor);
   if (monitor) monitor->startNotifier();
   if (earlier) earlier->stopNotifier();
 }

@@ -25,9 +25,10 @@ struct SerialQueue::State {
     shared = std::make_unique<Shared>();
   }
 
+  /// Ends, too, in the child of a fork() that a block made: the queue gets another thread.
   void run() {
     std::unique_lock<std::mutex> lock(mutex);
-    for (;;) {
+    for (const Shared* const own = shared.get(); shared.get() == own;) {
       shared->changed.wait(lock, [this] { return isClosed || !shared->blocks.empty(); });
       if (shared->blocks.empty()) return;
       auto block = std::move(shared->blocks.front());

@@ -1,9 +1,12 @@
 #include <QVPlatform/Foundation/Internal/SignalShield.h>
 #include <QVPlatform/Foundation/Log.h>
 
+#include <fcntl.h>
 #include <limits.h>
 #include <poll.h>
 #include <stdio_ext.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -47,11 +50,48 @@ bool waitForRoom(std::FILE* stream, Clock::time_point deadline) {
   return ready != 0;
 }
 
+/// Whether what the host printed earlier may be too much to go at once without waiting.
+bool holdsMuch(std::FILE* stream) {
+  struct stat status {};
+  const int file = fileno(stream);
+  return __fpending(stream) > PIPE_BUF && file >= 0 && fstat(file, &status) == 0 &&
+         !S_ISREG(status.st_mode);
+}
+
+/// A terminal may have room for less than it is given, and hold the writer until it has more: but
+/// not one who came by a description of its own. -1 for what is no terminal.
+int openTerminal(std::FILE* stream) {
+  const int file = fileno(stream);
+  if (file < 0 || isatty(file) == 0) return -1;
+  char path[32];
+  std::snprintf(path, sizeof path, "/proc/self/fd/%d", file);
+  return open(path, O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+}
+
+bool writeTo(int terminal, std::string_view text, Clock::time_point deadline) {
+  while (!text.empty()) {
+    const ssize_t written = write(terminal, text.data(), text.size());
+    if (written > 0) {
+      text.remove_prefix(static_cast<std::size_t>(written));
+    } else if (written < 0 && errno != EINTR) {
+      if (errno != EAGAIN || Clock::now() >= deadline) return false;
+      std::this_thread::sleep_for(kInterval);
+    }
+  }
+  return true;
+}
+
 /// What the host printed earlier goes first. Nothing of the line stays in the stream's buffer,
 /// where the exit of the process would wait for it or be ended by a signal.
 bool print(std::FILE* stream, const char* prefix, std::string_view text,
            Clock::time_point deadline) {
-  if (!waitForRoom(stream, deadline) || std::fflush(stream) != 0) return false;
+  if (holdsMuch(stream) || !waitForRoom(stream, deadline) || std::fflush(stream) != 0) return false;
+  if (const int terminal = openTerminal(stream); terminal >= 0) {
+    const bool isPrinted = writeTo(terminal, prefix, deadline) &&
+                           writeTo(terminal, text, deadline) && writeTo(terminal, "\n", deadline);
+    close(terminal);
+    return isPrinted;
+  }
   for (;;) {
     const std::string_view piece = text.substr(0, kLargestPiece);
     text.remove_prefix(piece.size());

@@ -39,7 +39,8 @@ class QVPLATFORM_EXPORT NotificationCenter {
   /// child of a fork() wait for callbacks that were under way before it.
   void removeObserver(const void* observer);
   /// As removeObserver(), but returns at once: a callback that is under way on another thread goes
-  /// on. So the caller may hold a lock that this callback waits for, but what it uses must not go.
+  /// on. So the caller may hold a lock that this callback waits for, but what it uses must not go:
+  /// removeObserver() does not wait for it afterwards either.
   void removeObserverWithoutWaiting(const void* observer);
 
   /// Calls every callback registered for the notification's name, in the order of registration,

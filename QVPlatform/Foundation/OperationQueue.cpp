@@ -140,9 +140,10 @@ struct OperationQueue::State {
 
   // The thread. Nothing that it does here takes memory: an exception would be its end.
 
+  /// Ends, too, in the child of a fork() that an operation made: the queue gets another thread.
   void run() {
     std::unique_lock<std::mutex> lock(mutex);
-    for (;;) {
+    for (const Work* const own = work.get(); work.get() == own;) {
       work->isIdle = true;
       work->changed.wait(lock, [this] { return isClosed || canStart(); });
       work->isIdle = false;

@@ -19,9 +19,12 @@ class Property {
     return value_;
   }
   /// The earlier value is destroyed after the lock is released, since its destructor may call out.
-  void set(T value) {
+  void set(T value) { static_cast<void>(exchange(std::move(value))); }
+  /// Returns the earlier value.
+  T exchange(T value) {
     const std::lock_guard lock(mutex_);
     std::swap(value_, value);
+    return value;
   }
 
  private:

@@ -54,8 +54,8 @@ bool changesMeaning(std::string_view rest) {
   return rest.substr(2).starts_with('#') || options.find_first_of("mx") != std::string_view::npos;
 }
 
-/// The pattern with "\\z" for each "$", which ICU would let match in front of a line end that ends
-/// the text as well.
+/// The pattern with "(?:\\z)", which may be repeated, for each "$", which ICU would let match in
+/// front of a line end that ends the text as well.
 std::string withStrictEnds(std::string_view pattern) {
   std::string strict;
   for (std::size_t at = 0, next = 0; at < pattern.size(); at = next) {
@@ -69,7 +69,7 @@ std::string withStrictEnds(std::string_view pattern) {
     } else if (rest.starts_with('[')) {
       next = std::min(afterSet(pattern, at), pattern.size());
     }
-    strict.append(rest.starts_with('$') ? "\\z" : pattern.substr(at, next - at));
+    strict.append(rest.starts_with('$') ? "(?:\\z)" : pattern.substr(at, next - at));
   }
   return strict;
 }
