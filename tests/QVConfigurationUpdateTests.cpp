@@ -89,6 +89,7 @@ TEST_F(QVConfigurationUpdateTest, TakesWhatItCannotReadForVersionZeroAndWarns) {
   };
   for (const auto& [before, after, isReplaced, expected, lines] : cases) {
     const auto file = bareFile<SpecialisedFile>("n", "v");
+    file->isThrowing = true;  // which ends neither the update nor its lines
     save("n", before);
     EXPECT_EQ(printed([&, &from = before, &to = after] {
                 file->updateConfigurationFromOldConfToNew(from, to);
@@ -144,9 +145,11 @@ TEST_F(QVConfigurationUpdateTest, ActsOnItsOwnAnswersOnly) {
 
 TEST_F(QVConfigurationUpdateTest, FollowsTheCollectorUpwardsOnly) {
   ConfigurationServer server(version("2"));
+  save("n", version("0"));
   ship("n", version("1"));
   QVTest::Recorder answers({kQVNotification_ConfigurationResponse + String("n")});
   const auto file = std::make_shared<SpecialisedFile>();
+  file->isThrowing = true;
   const auto download = [&] {
     const auto lines = printed([&] {
       file->downloadConfigurationUpdate();
@@ -182,7 +185,8 @@ TEST_F(QVConfigurationUpdateTest, FollowsTheCollectorUpwardsOnly) {
   download();
   EXPECT_EQ(file->getJsonLeafFromPath("v"), Value(3));
   EXPECT_EQ(file->version(), 3);
-  EXPECT_THAT(file->updates(), ElementsAre(SpecialisedFile::Update{version("1"), version("2")},
+  EXPECT_THAT(file->updates(), ElementsAre(SpecialisedFile::Update{version("0"), version("1")},
+                                           SpecialisedFile::Update{version("1"), version("2")},
                                            SpecialisedFile::Update{version("2"), version("3")}));
   EXPECT_EQ(server.requests().size(), 6U);
 }

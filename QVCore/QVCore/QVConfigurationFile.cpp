@@ -14,6 +14,7 @@
 #include <utility>
 
 using QVPlatform::Bundle;
+using QVPlatform::callOut;
 using QVPlatform::Dictionary;
 using QVPlatform::FileManager;
 using QVPlatform::JSONDocument;
@@ -116,18 +117,20 @@ void QVConfigurationFile::setSiteIDFileIDFileNameVersionPathAndURL(std::int32_t 
                                                                    const String& name,
                                                                    const String& versionPath,
                                                                    const String& url) {
-  setSiteID(site);
-  setFileID(file);
-  setOfflineName(name);
-  setVersionPath(versionPath);
-  setSharedName(nameFor(kQVConfigurationFilesPrefix, name));
-  makeDelegates();
-  registerListeners();
-  setBaseURL(!url.isNull() ? url
-                           : stringWithFormat("https://%@/mobile/%@/%@/%@.json",
-                                              {configurationHost(), site, file, name}));
-  preSaveOfflineJSON();
-  downloadConfigurationUpdate();
+  callOut([&] {
+    setSiteID(site);
+    setFileID(file);
+    setOfflineName(name);
+    setVersionPath(versionPath);
+    setSharedName(nameFor(kQVConfigurationFilesPrefix, name));
+    makeDelegates();
+    registerListeners();
+    setBaseURL(!url.isNull() ? url
+                             : stringWithFormat("https://%@/mobile/%@/%@/%@.json",
+                                                {configurationHost(), site, file, name}));
+    preSaveOfflineJSON();
+    downloadConfigurationUpdate();
+  });
 }
 
 void QVConfigurationFile::setSiteIDFileIDFileNameAndVersionPath(std::int32_t site,
@@ -207,6 +210,10 @@ void QVConfigurationFile::logIfUnreadable(const String& text, const String& erro
 }
 
 void QVConfigurationFile::preSaveOfflineJSON() {
+  callOut([this] { useShippedText(); });
+}
+
+void QVConfigurationFile::useShippedText() {
   const String saved = savedText(sharedName());
   const auto assets = bundle() ? bundle() : Bundle::mainBundle();
   String error;
@@ -230,17 +237,19 @@ void QVConfigurationFile::saveFirstCopy(const Value& text) {
 }
 
 void QVConfigurationFile::downloadConfigurationUpdate() {
-  log("Checking for update in privacy configuration: %@", {offlineName()}, kTrafficLevel);
-  // What is under the response's key sends the request to the consent queue.
-  const Dictionary userInfo{{kQVUserInfo_URLKey, baseURL()},
-                            {kQVUserInfo_ResponseKey, "configuration"}};
-  const Notification request(nameFor(kQVNotification_ConfigurationRequest, offlineName()), self(),
-                             userInfo);
-  if (const auto sender = senderDelegate()) sender->send(request);
+  callOut([this] {
+    log("Checking for update in privacy configuration: %@", {offlineName()}, kTrafficLevel);
+    // What is under the response's key sends the request to the consent queue.
+    const Dictionary userInfo{{kQVUserInfo_URLKey, baseURL()},
+                              {kQVUserInfo_ResponseKey, "configuration"}};
+    const Notification request(nameFor(kQVNotification_ConfigurationRequest, offlineName()), self(),
+                               userInfo);
+    if (const auto sender = senderDelegate()) sender->send(request);
+  });
 }
 
 void QVConfigurationFile::onNotificationReceived(const Notification& notification) {
-  QVPlatform::callOut([&] { handle(notification); });
+  callOut([&] { handle(notification); });
 }
 
 void QVConfigurationFile::handle(const Notification& notification) {
@@ -261,14 +270,17 @@ QVConfigurationFile::Reading QVConfigurationFile::readVersion(const String& text
 
 void QVConfigurationFile::updateConfigurationFromOldConfToNew(const String& oldText,
                                                               const String& newText) {
-  if (oldText == newText) return;
+  if (oldText != newText) callOut([&] { update(oldText, newText); });
+}
+
+void QVConfigurationFile::update(const String& oldText, const String& newText) {
   const Reading before = readVersion(oldText);
   const Reading after = readVersion(newText);
   setVersion(before.version);
   if (before.version < after.version) {
     setVersion(after.version);
     QVUserDefaults::saveInfoToUserDefaultsForLabel(newText, sharedName());
-    specificUpdateAnd(oldText, newText);
+    callOut([&] { specificUpdateAnd(oldText, newText); });
   }
   if (before.isReadable && after.isReadable) return;
   log("Either the offline or the new configuration is not valid", {}, kConfigurationLevel);

@@ -63,7 +63,9 @@ class QVCORE_EXPORT QVConfigurationFile : public QVPlatform::Object,
                                     const QVPlatform::String& versionPath,
                                     const QVPlatform::String& url);
 
-  // Readers. What they cannot find or read they log, at level 4.
+  // Readers. What they cannot find or read they log, at level 4. They make values for the caller,
+  // so they throw std::bad_alloc, and nothing else, when memory runs out. All other operations
+  // throw nothing: the console log tells what was left undone.
 
   /// The offline copy, or null.
   QVPlatform::String getFullJSON() const;
@@ -95,8 +97,9 @@ class QVCORE_EXPORT QVConfigurationFile : public QVPlatform::Object,
   void updateConfigurationFromOldConfToNew(const QVPlatform::String& oldText,
                                            const QVPlatform::String& newText);
   /// For specialised configurations: called each time that a newer text has been stored, on the
-  /// thread that stored it. The object is kept alive meanwhile. What it returns is ignored. Here it
-  /// does nothing and returns false.
+  /// thread that stored it. The object is kept alive meanwhile. What it returns is ignored; what it
+  /// throws is stopped with a line on the console log, and the update goes on. Here it does nothing
+  /// and returns false.
   virtual bool specificUpdateAnd(const QVPlatform::String& oldText,
                                  const QVPlatform::String& newText);
 
@@ -132,10 +135,12 @@ class QVCORE_EXPORT QVConfigurationFile : public QVPlatform::Object,
   void setListenerDelegate(std::shared_ptr<QVEventListener> listener);
 
  private:
-  void handle(const QVPlatform::Notification& notification);
   struct Reading;
 
+  void handle(const QVPlatform::Notification& notification);
   void makeDelegates();
+  void useShippedText();
+  void update(const QVPlatform::String& oldText, const QVPlatform::String& newText);
   void saveFirstCopy(const QVPlatform::Value& text);
   void registerListeners();
   Reading readVersion(const QVPlatform::String& text) const;

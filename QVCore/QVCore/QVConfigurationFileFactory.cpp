@@ -5,6 +5,7 @@
 #include <QVPlatform/Dispatch/CallOut.h>
 #include <QVPlatform/Foundation/Value.h>
 
+#include <new>
 #include <typeinfo>
 #include <utility>
 
@@ -105,6 +106,8 @@ std::shared_ptr<QVConfigurationFile> QVConfigurationFileFactory::makeFile(const 
   const auto file = std::make_shared<QVConfigurationFile>();
   file->setBundle(std::dynamic_pointer_cast<Bundle>(bundles().get(name).object()));
   file->setSiteIDFileIDFileNameVersionPathAndURL(siteID(), containerID(), name, versionPath, url);
+  // The address is what a file gets last: memory was too short for all of its identity.
+  if (file->baseURL().isNull()) throw std::bad_alloc();
   return file;
 }
 

@@ -9,7 +9,9 @@
 #include <QVPlatform/Foundation/Log.h>
 
 #include <new>
+#include <utility>
 
+using QVPlatform::callOut;
 using QVPlatform::FileManager;
 using QVPlatform::Notification;
 using QVPlatform::NotificationCenter;
@@ -66,15 +68,15 @@ std::shared_ptr<QVLogger> QVLogger::reinit() {
 
 void QVLogger::initialise() {
   auto sender = std::make_shared<QVEventSender>()->init();
-  sender->setParent(this);
-  setSenderDelegate(std::move(sender));
   auto listener = std::make_shared<QVEventListener>()->init();
-  listener->setParent(this);
-  setListenerDelegate(listener);
-  setDebugVerboseNotificationLog(false);
   for (const String* name : kLoggedNames) {
     if (!listener->listen(*name)) throw std::bad_alloc();
   }
+  sender->setParent(this);
+  listener->setParent(this);
+  setSenderDelegate(std::move(sender));
+  setListenerDelegate(std::move(listener));
+  setDebugVerboseNotificationLog(false);
   QV_INIT_STATE = QVInitStateDone;
 }
 
@@ -94,7 +96,9 @@ void QVLogger::logMessageWithLevel(const Value& message, std::int32_t level) {
   }
 }
 
-void QVLogger::logToConsole(const Value& message) { QVPlatform::printLine(message.description()); }
+void QVLogger::logToConsole(const Value& message) {
+  callOut([&] { QVPlatform::printLine(message.description()); });
+}
 
 String QVLogger::privateQVDirectory() {
   return stringWithFormat("%@/%@",
@@ -102,12 +106,16 @@ String QVLogger::privateQVDirectory() {
 }
 
 String QVLogger::getPrivatePathToFile(const String& name) {
-  const String directory = privateQVDirectory();
-  if (!FileManager::fileExistsAtPath(directory)) {
-    QVPlatform::Application::makeLibraryDirectory();
-    FileManager::createDirectoryAtPath(directory);
-  }
-  return directory.stringByAppendingPathComponent(name);
+  String path;
+  callOut([&] {
+    const String directory = privateQVDirectory();
+    if (!FileManager::fileExistsAtPath(directory)) {
+      QVPlatform::Application::makeLibraryDirectory();
+      FileManager::createDirectoryAtPath(directory);
+    }
+    path = directory.stringByAppendingPathComponent(name);
+  });
+  return path;
 }
 
 void QVLogger::changeNotificationCenter(const std::shared_ptr<NotificationCenter>& center) {
@@ -116,7 +124,7 @@ void QVLogger::changeNotificationCenter(const std::shared_ptr<NotificationCenter
 }
 
 void QVLogger::onNotificationReceived(const Notification& notification) {
-  QVPlatform::callOut([&] { handle(notification); });
+  callOut([&] { handle(notification); });
 }
 
 void QVLogger::handle(const Notification& notification) {
@@ -143,15 +151,19 @@ void QVLogger::logRequestError(const Notification& notification) {
 }
 
 void QVLogger::logHitSent(const Notification& notification) {
-  const auto userInfo = notification.userInfo();
-  const Value url = userInfo.get(kQVUserInfo_URLKey);
-  const Value text = url.isNil() ? userInfo.get(kQVUserInfo_DataKey)
-                                 : url.description().stringByReplacingPercentEscapes();
-  logMessageWithLevel(stringWithFormat("Hit sent: %@: %@", {notification.object(), text}), 2);
+  callOut([&] {
+    const auto userInfo = notification.userInfo();
+    const Value url = userInfo.get(kQVUserInfo_URLKey);
+    const Value text = url.isNil() ? userInfo.get(kQVUserInfo_DataKey)
+                                   : url.description().stringByReplacingPercentEscapes();
+    logMessageWithLevel(stringWithFormat("Hit sent: %@: %@", {notification.object(), text}), 2);
+  });
 }
 
 void QVLogger::verboseNotificationLog(const Notification& notification) {
   if (!debugVerboseNotificationLog()) return;
-  logMessageWithLevel(stringWithFormat("%@ | (%@)", {notification.name(), notification.object()}),
-                      0);
+  callOut([&] {
+    logMessageWithLevel(stringWithFormat("%@ | (%@)", {notification.name(), notification.object()}),
+                        0);
+  });
 }

@@ -38,7 +38,7 @@ class QVCORE_EXPORT QVLogger : public QVSingleton,
   /// it.
   static QVPlatform::String privateQVDirectory();
   /// Path of a file in the private directory, which is made if it is missing; that this failed
-  /// shows when the file is opened.
+  /// shows when the file is opened. Null when memory runs out.
   QVPlatform::String getPrivatePathToFile(const QVPlatform::String& name);
 
   void changeNotificationCenter(

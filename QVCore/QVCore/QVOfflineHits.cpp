@@ -97,7 +97,9 @@ constinit Order order;
     *new ForkMutex([](void* known) { new (known) Order; }, &order);
 
 String offlineHitsPath() {
-  return QVLogger::sharedInstance()->getPrivatePathToFile(kQVFileOfflineHits);
+  String path = QVLogger::sharedInstance()->getPrivatePathToFile(kQVFileOfflineHits);
+  if (path.isNull()) throw std::bad_alloc();
+  return path;
 }
 
 void logCount(const char* format, std::size_t count) {

@@ -17,7 +17,8 @@ QVCORE_EXPORT extern const QVPlatform::String kQVRegexpUUID;
 
 /// Recognises the shape of a value and turns text into numbers, for the modules of the kit.
 ///
-/// Threads: stateless; every operation may be called from any thread, and none throws.
+/// Threads: stateless; every operation may be called from any thread. Nothing is thrown but
+/// std::bad_alloc, when there is no memory for the result or for finding it.
 class QVCORE_EXPORT QVUtils {
  public:
   QVUtils() = delete;
@@ -59,5 +60,6 @@ class QVCORE_EXPORT QVUtils {
 
 /// The text percent-encoded for use in a URL: each byte of its UTF-8 that is neither an ASCII
 /// letter or digit nor one of ".-_~" becomes a percent sign and two upper-case hexadecimal digits.
-/// A zero byte ends the text. Null for null. May be called from any thread.
+/// A zero byte ends the text. Null for null. May be called from any thread; throws nothing but
+/// std::bad_alloc.
 QVCORE_EXPORT QVPlatform::String QVURLEncodedString(const QVPlatform::String& text);

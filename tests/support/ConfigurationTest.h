@@ -8,6 +8,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <stdexcept>
 
 namespace QVTest {
 
@@ -63,7 +64,7 @@ class ConfigurationTest : public CoreTest {
   }
 };
 
-/// A specialised configuration that remembers what its hook was called with.
+/// A specialised configuration whose hook remembers what it was called with, and may throw then.
 class SpecialisedFile : public QVConfigurationFile {
  public:
   struct Update {
@@ -76,12 +77,15 @@ class SpecialisedFile : public QVConfigurationFile {
                          const QVPlatform::String& newText) override {
     const std::lock_guard lock(mutex_);
     updates_.push_back({oldText, newText});
+    if (isThrowing) throw std::runtime_error("the hook");
     return true;
   }
   std::vector<Update> updates() const {
     const std::lock_guard lock(mutex_);
     return updates_;
   }
+
+  bool isThrowing = false;
 
  private:
   mutable std::mutex mutex_;
