@@ -14,8 +14,8 @@ format() { sources | xargs -0 clang-format-14 --dry-run -Werror && rooms; }
 
 # A file includes its own room and what lies on lower floors (docs/architecture.md has the table).
 rooms() {
-  grep -rEo '#include <QV(Platform|Core)/[A-Za-z/_.]+' QVPlatform QVCore/QVCore |
-    sed -E 's/:#include </ /; s/^QVCore\/(QVCore\/)/\1/' | awk '
+  grep -rEo '^[[:space:]]*#[[:space:]]*include[[:space:]]*[<"][^>"]+' QVPlatform QVCore/QVCore |
+    sed -E 's/:[^<"]*([<"])/ \1 /' | awk '
       function room(path) {
         if (path ~ /^QVPlatform\/(Export|Dispatch\/(CallOut|ForkMutex)|Foundation\/((String|Property|Log)|Internal\/(Hash|HexadecimalDigit|Lasting|SignalShield)))\./) return "Floor"
         if (path ~ /^QVPlatform\/Application\./) return "Application"
@@ -26,10 +26,11 @@ rooms() {
         split("Floor 0 Application 1 Dispatch 1 Foundation 2 SystemConfiguration 3 WebKit 3 Device 3 QVCore 4", list)
         for (i = 1; i in list; i += 2) level[list[i]] = list[i + 1]
       }
-      { from = room($1); to = room($2); seen++ }
-      !(from in level) || !(to in level) || (from != to && level[to] >= level[from]) {
-        print $1 ": a file of " from " must not include " $2; wrong++
-      }
+      function refuse() { print $1 ": a file of " from " must not include " $3; wrong++ }
+      { from = room($1); to = room($3); seen++ }
+      $2 == "\"" { if ($3 ~ /\//) refuse(); next }  # only what lies beside the file
+      $3 !~ /^QV(Platform|Core)\// { if (from == "QVCore" && $3 ~ /[.\/]/) refuse(); next }
+      !(from in level) || !(to in level) || (from != to && level[to] >= level[from]) { refuse() }
       END { exit wrong > 0 || seen < 100 }'
 }
 
