@@ -29,6 +29,10 @@ give_up() {
   exit 1
 }
 
+if [[ $# -eq 0 ]]; then
+  echo "usage: setup.sh GROUP... (the groups of scripts/packages.txt: build web test bench)" >&2
+  exit 2
+fi
 list=$(packages_of "$@")
 mapfile -t packages <<<"$list"
 missing=("${packages[@]}")

@@ -2,18 +2,28 @@
 # test.sh [STEP...]: installs what the tests need and runs these steps, one after the other:
 #   format   the formatting of all sources, and which room includes which
 #   tidy     clang-tidy
-#   PRESET   configures, builds and runs the whole suite: dev, asan, tsan, asan-clang, tsan-clang
+#   PRESET   configures, builds and runs the whole suite: dev, asan, tsan, asan-clang, tsan-clang, or
+#            release, which builds the benchmarks, too
 #   all      what CI runs: format dev asan tsan-clang
 # Without a step: format dev. Ends with the number of passed, failed and skipped tests, in which a
 # step that broke off counts as one that failed; above it stands what each skipped test lacks.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
+known=(format tidy dev release asan tsan asan-clang tsan-clang)
+
 passed=0
 failed=0
 skipped=0
 broken=()
 lacking=()
+
+# Prints the comment at the head of this file, below the step that nobody knows.
+show_usage() {
+  [[ $1 == -h || $1 == --help ]] || echo "test.sh: unknown step $1" >&2
+  sed -n '2,${/^#/!q; s/^# \{0,1\}//p}' scripts/test.sh >&2
+  exit 2
+}
 
 break_off() {
   echo "test.sh: $1 FAILED" >&2
@@ -57,8 +67,7 @@ run_step() {
   echo "== $1"
   case $1 in
     format | tidy) scripts/lint.sh "$1" || break_off "$1" ;;
-    dev | release | asan | tsan | asan-clang | tsan-clang) run_preset "$1" ;;
-    *) break_off "unknown step $1" ;;
+    *) run_preset "$1" ;;
   esac
   echo "== $1: $((SECONDS - start)) s"
 }
@@ -70,6 +79,11 @@ if [[ ${steps[*]} == all ]]; then
   steps=(format dev asan tsan-clang)
   groups+=(web)  # or else the web engine would be left out of the build
 fi
+
+for step in "${steps[@]}"; do
+  [[ " ${known[*]} " == *" $step "* ]] || show_usage "$step"
+  [[ $step != release ]] || groups+=(bench)
+done
 
 scripts/setup.sh "${groups[@]}"
 for step in "${steps[@]}"; do run_step "$step"; done
