@@ -12,5 +12,5 @@ quietly() {
 scripts/setup.sh build
 quietly cmake --preset demo
 echo "Building (a few minutes the first time)"
-quietly cmake --build --preset demo --target tour
+quietly cmake --build --preset demo --target tour send_hits
 exec build/demo/examples/tour "$@"
