@@ -8,5 +8,5 @@ export PKG_CONFIG_PATH=$libraries/pkgconfig
 program=$(mktemp)
 trap 'rm -f "$program"' EXIT
 read -ra flags <<<"$("$pkg_config" --cflags --libs qvcore)"
-"$compiler" -std=c++20 "$source" -o "$program" "${flags[@]}" -Wl,-rpath,"$libraries"
+"$compiler" -std=c++20 "$source" -o "$program" "${flags[@]}"
 "$program"
