@@ -89,6 +89,17 @@ TEST_F(QVSharedServiceTest, LetsInitialisationAskForTheInstanceAndFail) {
   EXPECT_EQ(Service::runs, 4);
 }
 
+TEST_F(QVSharedServiceTest, GivesOneInstanceToThreadsThatAskAtOnce) {
+  std::vector<std::shared_ptr<QVNetworkManager>> seen(8);
+  std::vector<std::thread> threads;
+  for (auto& instance : seen) {
+    threads.emplace_back([&instance] { instance = QVNetworkManager::sharedInstance(); });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_THAT(seen, testing::Each(seen[0]));
+  EXPECT_NE(seen[0]->operationQueue(), nullptr);
+}
+
 TEST_F(QVSharedServiceTest, StartsTheCoreInOrder) {
   QVDebug::useCustomWKProcessPool(true);
   const auto core = std::make_shared<QVCoreInitialisation>();
