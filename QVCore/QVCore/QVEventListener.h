@@ -25,9 +25,10 @@ class QVCORE_EXPORT IQVEventListenerDelegate {
 /// The owner holds it; it does not hold the owner, except during a delivery, if the owner is an
 /// Object in a std::shared_ptr: then the owner's destruction begins after the last delivery,
 /// perhaps on its thread. Such an owner may set itself as the parent in its constructor, if nothing
-/// is posted on another thread before the std::shared_ptr has it. Any other owner calls setParent(nullptr) before
-/// anything of its own is gone: after that, and after the listener's own destruction, nothing is
-/// delivered any more, and no other thread is still in onNotificationReceived().
+/// is posted on another thread before the std::shared_ptr has it. Any other owner calls
+/// setParent(nullptr) before anything of its own is gone: after that, and after the listener's own
+/// destruction, nothing is delivered any more, and no other thread is still in
+/// onNotificationReceived().
 class QVCORE_EXPORT QVEventListener : public QVPlatform::Object {
  public:
   QVEventListener();
