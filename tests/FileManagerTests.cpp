@@ -1,16 +1,20 @@
 #include <QVPlatform/Application.h>
+#include <QVPlatform/Foundation/AtomicFile.h>
 #include <QVPlatform/Foundation/Bundle.h>
 #include <QVPlatform/Foundation/FileManager.h>
 
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <thread>
 #include <utility>
@@ -190,6 +194,20 @@ TEST_F(FileManagerTest, WritesBesideALeftOverOfAnyKind) {
   EXPECT_EQ(contentsOf(path("other").UTF8String()), "other");
   EXPECT_EQ(fileCount(), before);
   close(reader);
+}
+
+TEST_F(FileManagerTest, LeavesTheLockOnAFileToNoChild) {
+  const fs::path place(path("file").UTF8String());
+  auto file = std::make_unique<AtomicFile>(path("file"));
+  ASSERT_TRUE(file->write("new"));
+  const pid_t child = QVTest::startChild([] { return pause(); });
+  ASSERT_TRUE(file->moveIntoPlace());
+  file.reset();
+  const int opened = open(place.c_str(), O_RDONLY | O_CLOEXEC);
+  EXPECT_EQ(flock(opened, LOCK_EX | LOCK_NB), 0);
+  close(opened);
+  kill(child, SIGKILL);
+  QVTest::exitStatusOf(child);
 }
 
 TEST_F(FileManagerTest, WritesWhereThereAreNoLocks) {

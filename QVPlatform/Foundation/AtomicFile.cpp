@@ -44,6 +44,7 @@ AtomicFile::AtomicFile(const String& path) : target_(path.view()) {}
 AtomicFile::~AtomicFile() {
   if (descriptor_ < 0) return;
   if (!path_.empty()) unlink(path_.c_str());
+  unlockFile(descriptor_);
   close(descriptor_);
 }
 
@@ -78,6 +79,7 @@ bool AtomicFile::claim() {
       descriptor_ = opened;
       return true;
     }
+    unlockFile(opened);
     close(opened);
     if (!isFree) return false;
     // Between opening and locking, its owner moved it into place or gave it up: once more.
