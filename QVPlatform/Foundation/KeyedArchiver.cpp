@@ -9,6 +9,8 @@
 #include <QVPlatform/Foundation/PropertyList/KeyedArchiveFormat.h>
 #include <QVPlatform/Foundation/PropertyList/ObjectMemo.h>
 
+#include <cxxabi.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -189,13 +191,16 @@ class KeyedArchiver::Implementation {
     return known.uid;
   }
 
-  /// What `contents` answers; nothing when an object throws.
+  /// What `contents` answers; nothing when an object throws. The end of a thread is not stopped.
   template <class Contents>
   std::optional<Reference> tried(const Contents& contents) {
     try {
       return contents();
     } catch (const std::bad_alloc&) {
       isFinished_ = true;  // what was added so far is in no order
+      throw;
+    } catch (const abi::__forced_unwind&) {
+      isFinished_ = true;
       throw;
     } catch (...) {
       keys_.resize(scope_.firstKey);

@@ -10,6 +10,8 @@
 #include <QVPlatform/Foundation/PropertyList/ValueEncoder.h>
 #include <QVPlatform/Foundation/PropertyList/XMLPropertyListReader.h>
 
+#include <cxxabi.h>
+
 #include <algorithm>
 #include <new>
 #include <optional>
@@ -227,6 +229,9 @@ class KeyedUnarchiver::Implementation {
       return coding ? Value(made) : Value();
     } catch (const std::bad_alloc&) {
       memo_.fail();  // what is half made must not be met again
+      throw;
+    } catch (const abi::__forced_unwind&) {
+      memo_.fail();
       throw;
     } catch (...) {
       if (!std::exchange(hasReported_, true)) {
