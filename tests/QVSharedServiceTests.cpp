@@ -7,6 +7,8 @@
 
 #include <gmock/gmock.h>
 
+#include <pthread.h>
+
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -66,17 +68,22 @@ class Service : public QVSingleton {
     QVGuardedInit(state, [this] {
       seen = QVSharedInstance<Service>::get(state).get();
       ++runs;
+      if (endsThread.exchange(false)) pthread_exit(nullptr);
       if (failures-- > 0) throw std::bad_alloc();
       state = QVInitStateDone;
     });
   }
   static inline std::atomic<std::int32_t> state{QVInitStateNever};
+  static inline std::atomic<bool> endsThread = true;
   static inline int failures = 0;
   static inline int runs = 0;
   Service* seen = nullptr;
 };
 
 TEST_F(QVSharedServiceTest, LetsInitialisationAskForTheInstanceAndFail) {
+  std::thread([] { QVSharedInstance<Service>::get(Service::state); }).join();
+  EXPECT_EQ(Service::state, QVInitStateNever);
+  Service::runs = 0;
   Service::failures = 3;
   const auto service = QVSharedInstance<Service>::get(Service::state);
   EXPECT_EQ(service->seen, service.get());

@@ -21,14 +21,23 @@ enum QVInitState : std::int32_t {
 /// Runs `initialise` if the class was never initialised or is asked to be again; it stores
 /// QVInitStateDone where the class's own order wants it. If that is under way already, waits until
 /// it has been stored. What `initialise` throws is stopped, with a line on the console log, and the
-/// state is again what it was: the initialisation is still due.
+/// state is again what it was: the initialisation is still due. So it is when the thread ends in
+/// it.
 template <class Initialise>
 void QVGuardedInit(std::atomic<std::int32_t>& state, Initialise&& initialise) {
   for (std::int32_t current; (current = state) != QVInitStateDone;) {
     if (current == QVInitStateInProgress) {
       std::this_thread::yield();
     } else if (state.compare_exchange_strong(current, QVInitStateInProgress)) {
-      if (!QVPlatform::callOut(initialise)) state = current;
+      struct Undo {
+        ~Undo() {
+          if (!isDone) state = before;
+        }
+        std::atomic<std::int32_t>& state;
+        const std::int32_t before;
+        bool isDone = false;
+      } undo{state, current};
+      undo.isDone = QVPlatform::callOut(initialise);
       return;
     }
   }
@@ -50,6 +59,17 @@ class QVSharedInstance {
   }
 
  private:
+  /// Of the thread that initialises; over also when that ends in the middle.
+  struct Turn {
+    ~Turn() {
+      shared.isReady_ = !isDue(state);
+      shared.creator_ = std::thread::id();
+      shared.creator_.notify_all();
+    }
+    QVSharedInstance& shared;
+    const std::atomic<std::int32_t>& state;
+  };
+
   static bool isDue(std::int32_t state) {
     return state == QVInitStateNever || state == QVInitStateRequestedAgain;
   }
@@ -58,12 +78,10 @@ class QVSharedInstance {
     const auto self = std::this_thread::get_id();
     for (std::thread::id other; !isReady_ || isDue(state); other = {}) {
       if (creator_.compare_exchange_strong(other, self)) {
+        const Turn turn{*this, state};
         instance_->init();
         // A failure gives back what the attempt took, so another one may well succeed.
         if (isDue(state)) instance_->init();
-        isReady_ = !isDue(state);
-        creator_ = std::thread::id();
-        creator_.notify_all();
         return;
       }
       if (other == self) return;
