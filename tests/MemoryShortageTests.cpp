@@ -4,6 +4,7 @@
 #include "support/ServerProcess.h"
 
 #include <QVCore/QVCore.h>
+#include <QVPlatform/Dispatch/CallOut.h>
 
 #include <gmock/gmock.h>
 
@@ -61,7 +62,9 @@ class MemoryShortageTest : public QVTest::CoreTest {
       ASSERT_TRUE(isAsItShouldBe && check()) << "allocation " << count;
     }
   }
-  static bool waitUntil(const std::function<bool()>& condition) {
+  /// Takes no memory, which may be about to fail.
+  template <class Condition>
+  static bool waitUntil(const Condition& condition) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (!condition() && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
     return condition();
@@ -116,6 +119,19 @@ TEST_F(MemoryShortageTest, QueuesAHitOrAnswersIt) {
       FailingAllocations::Threads::kThis, [&] { post(hit); }, isHandledOnce);
   failEach(
       FailingAllocations::Threads::kThis, [&] { post(bad); }, isHandledOnce);
+}
+
+TEST_F(MemoryShortageTest, LeavesAStoreEachVariableOnce) {
+  const auto store = std::make_shared<QVDynamicStore>()->init();
+  const auto other = std::make_shared<QVDynamicStore>()->init();
+  for (const char* key : {"a", "b", "c"}) other->addDataWithValue(key, "value");
+  failEach(
+      FailingAllocations::Threads::kThis,
+      [&] {
+        if (store->orderedKeys().count() == 3) store->clearData();
+        callOut([&] { store->addData(other); });
+      },
+      [&] { return store->orderedKeys().count() == store->dynamicStore().count(); });
 }
 
 TEST_F(MemoryShortageTest, AnswersEachHitThatIsSent) {

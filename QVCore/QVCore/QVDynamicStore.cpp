@@ -46,6 +46,7 @@ void QVDynamicStore::addData(const std::shared_ptr<QVDynamicStore>& other) {
   // One lock after the other: two stores may be merged into each other at once.
   const auto [values, keys] = other->content();
   std::vector<Value> replaced;  // destroyed after the lock, as they may be any objects
+  replaced.reserve(keys.count());
   const std::lock_guard lock(mutex_);
   for (const Value& key : keys.values()) {
     replaced.push_back(replace(key.string(), values.get(key.string())));
@@ -61,9 +62,19 @@ void QVDynamicStore::addDataWithValue(const String& key, const Value& value) {
 Value QVDynamicStore::replace(const String& key, const Value& value) {
   if (key.isNull() || value.isNil()) return nullptr;
   Value earlier = dynamicStore_.get(key);
-  if (earlier.isNil()) orderedKeys_.append(key);
-  dynamicStore_.set(key, value);
-  return earlier;
+  if (!earlier.isNil()) {
+    dynamicStore_.set(key, value);
+    return earlier;
+  }
+  // Of what is done here and undone when memory runs out, only this takes none to undo.
+  orderedKeys_.append(key);
+  try {
+    dynamicStore_.set(key, value);
+  } catch (...) {
+    orderedKeys_.removeLast();
+    throw;
+  }
+  return nullptr;
 }
 
 Value QVDynamicStore::getData(const String& key) const { return dynamicStore().get(key); }

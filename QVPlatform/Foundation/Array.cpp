@@ -52,6 +52,15 @@ void Array::append(Value value) {
   storage_->values.push_back(std::move(value));
 }
 
+void Array::removeLast() {
+  if (isNull()) return;
+  Value removed;  // destroyed after the lock, as it may be any object
+  const std::lock_guard lock(storage_->mutex);
+  if (storage_->values.empty()) return;
+  removed = std::move(storage_->values.back());
+  storage_->values.pop_back();
+}
+
 void Array::removeEqual(const Value& value) {
   // Comparing and destroying can reach other containers, this one included: both are done on a
   // copy, outside the lock.

@@ -38,6 +38,8 @@ class QVPLATFORM_EXPORT Array {
   std::vector<Value> values() const;
   /// Appends the value; nil is passed over.
   void append(Value value);
+  /// Removes the last element, if there is one; takes no memory.
+  void removeLast();
   /// Removes every element that equals the value.
   void removeEqual(const Value& value);
   void clear();
