@@ -1,17 +1,17 @@
 #include "support/CoreTest.h"
 #include "support/FailingAllocations.h"
+#include "support/LocklessFileSystem.h"
 #include "support/Processes.h"
 
 #include <QVCore/QVCore.h>
-#include <QVPlatform/Foundation/Error.h>
 #include <QVPlatform/Foundation/FileManager.h>
-#include <QVPlatform/Foundation/HTTPURLResponse.h>
 #include <QVPlatform/Foundation/KeyedArchiver.h>
 #include <QVPlatform/Foundation/KeyedUnarchiver.h>
-#include <QVPlatform/Foundation/URLRequest.h>
 
 #include <gmock/gmock.h>
 
+#include <pthread.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -168,16 +168,9 @@ TEST_F(QVOfflineHitsTest, SavesLiveHitsInOrderAndSaysHowMany) {
                                          {"RequestType", kQVNotification_HTTPResponse}}));
   EXPECT_EQ(std::filesystem::status(path().view()).permissions(),
             std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
-}
-
-TEST_F(QVOfflineHitsTest, ReplacesAnOlderFileByAnEmptyListWithoutAWord) {
-  QVNetworkManager::sharedInstance();
-  request({{"url", "http://h/"}});
-  post(kQVNotification_OnBackground);
-  QVNetworkManager::sharedInstance()->setOperationQueue(
-      std::make_shared<QVPlatform::OperationQueue>());
+  manager->setOperationQueue(std::make_shared<QVPlatform::OperationQueue>());
   EXPECT_EQ(printed([] { post(kQVNotification_OnBackground); }), "");
-  EXPECT_THAT(saved(), SizeIs(0));
+  EXPECT_THAT(saved(), IsEmpty());
 }
 
 TEST_F(QVOfflineHitsTest, LeavesOutWhatCannotBeSavedAndSavesTheRest) {
@@ -190,22 +183,6 @@ TEST_F(QVOfflineHitsTest, LeavesOutWhatCannotBeSavedAndSavesTheRest) {
   EXPECT_THAT(testing::internal::GetCapturedStderr(),
               AllOf(HasSubstr("QVLogger"), HasSubstr("hit 1 (http://h/large)")));
   EXPECT_THAT(idsOf(saved()), ElementsAre(Value(0U), Value(2U)));
-}
-
-TEST_F(QVOfflineHitsTest, BringsBackWhatTheCoreItselfPutsIntoTheData) {
-  const auto url = URL::URLWithString("http://h/");
-  const auto policy = URLRequestCachePolicy::useProtocolCachePolicy;
-  writeHits(
-      {Dictionary{{"url", "http://h/"},
-                  {"HTTPURLResponse", std::make_shared<HTTPURLResponse>("http://h/", 404, "")},
-                  {"error", std::make_shared<Error>("Domain", 1, "It failed.")},
-                  {"data", std::make_shared<MutableURLRequest>(url, policy, 5)}}});
-  const auto operations = QVNetworkManager::sharedInstance()->consentQueue()->operations();
-  ASSERT_THAT(operations, SizeIs(1));
-  const auto data = std::static_pointer_cast<QVHTTPOperation>(operations[0])->userInfo();
-  EXPECT_EQ(data.get("error").description(), String("Domain 1: It failed."));
-  EXPECT_THAT(std::string(data.get("HTTPURLResponse").description().view()), HasSubstr("404"));
-  EXPECT_THAT(std::string(data.get("data").description().view()), HasSubstr("GET http://h/"));
 }
 
 TEST_F(QVOfflineHitsTest, RestoresHitsUnderTheirOldNumbersAtTheStartAndRemovesTheFile) {
@@ -221,15 +198,6 @@ TEST_F(QVOfflineHitsTest, RestoresHitsUnderTheirOldNumbersAtTheStartAndRemovesTh
   EXPECT_FALSE(FileManager::fileExistsAtPath(path()));
 }
 
-TEST_F(QVOfflineHitsTest, LeavesTheFileWhileHitsAreQueued) {
-  QVNetworkManager::sharedInstance();
-  request({{"url", "http://h/"}});
-  post(kQVNotification_OnBackground);
-  post(kQVNotification_OnForeground);
-  EXPECT_THAT(queuedIDs(), SizeIs(1));
-  EXPECT_TRUE(FileManager::fileExistsAtPath(path()));
-}
-
 TEST_F(QVOfflineHitsTest, LeavesAFileThatCannotBeReadAndRemovesOneThatHoldsNothing) {
   const auto manager = QVNetworkManager::sharedInstance();
   writeHits({hit("http://h/", 1U)});
@@ -238,7 +206,10 @@ TEST_F(QVOfflineHitsTest, LeavesAFileThatCannotBeReadAndRemovesOneThatHoldsNothi
   damaged[whole.find("http://h/")] = '\xff';
   for (const std::string& bytes :
        {std::string(), std::string("no archive"), std::string("bplist00"), damaged,
-        std::string("<plist><array>"), whole.substr(0, whole.size() - 1)}) {
+        std::string("<plist><array>"), whole.substr(0, whole.size() - 1),
+        "<plist><dict><key>$archiver</key><string>NSKeyedArchiver</string><key>$top</key><dict/>"
+        "<key>$objects</key><array><string>$null</string></array></dict></plist>" +
+            std::string(1U << 20, ' ')}) {
     writeFile(bytes);
     EXPECT_EQ(printed([&] { manager->restoreStockedHit(); }), "");
     EXPECT_EQ(QVTest::contentsOf(path().view()), bytes);
@@ -286,6 +257,39 @@ TEST_F(QVOfflineHitsTest, IsRestoredAfterACrashInTheMiddle) {
   EXPECT_EQ(fileCount(), 0);
 }
 
+TEST_F(QVOfflineHitsTest, IsRestoredToTheEndThoughAListenerEndsTheThread) {
+  const auto manager = QVNetworkManager::sharedInstance();
+  writeHits({hit("http://h/", 1U), hit("bare", 2U), hit("http://h/", 3U)});
+  atRefusal([] { pthread_exit(nullptr); });
+  std::thread([&] { manager->restoreStockedHit(); }).join();
+  EXPECT_THAT(queuedIDs(), ElementsAre(Value(1U)));
+  EXPECT_THAT(idsOf(saved()), ElementsAre(Value(3U)));
+  manager->setOperationQueue(suspendedQueue());
+  manager->restoreStockedHit();
+  EXPECT_THAT(queuedIDs(), ElementsAre(Value(3U)));
+}
+
+TEST_F(QVOfflineHitsTest, TakesNothingButFilesAndWithoutLocksNoneOfALivingProcess) {
+  const auto manager = QVNetworkManager::sharedInstance();
+  const QVTest::LocklessFileSystem lockless;
+  const auto taken = [&](pid_t owner) {
+    const auto directory = std::filesystem::path(path().view()).parent_path().string();
+    return directory + "/.offlineHits.taken00000000000000000001-" + std::to_string(owner) + "-0";
+  };
+  writeHits({hit("http://h/", 1U)});
+  ASSERT_EQ(mkfifo(taken(1 << 28).c_str(), 0600), 0);
+  std::filesystem::rename(path().view(), taken(getppid()));
+  manager->restoreStockedHit();
+  EXPECT_THAT(queued(), IsEmpty());
+  EXPECT_EQ(fileCount(), 2);
+  const pid_t ended = QVTest::startChild([] { return 0; });
+  QVTest::exitStatusOf(ended);
+  std::filesystem::rename(taken(getppid()), taken(ended));
+  manager->restoreStockedHit();
+  EXPECT_THAT(queuedIDs(), ElementsAre(Value(1U)));
+  EXPECT_EQ(fileCount(), 1);
+}
+
 TEST_F(QVOfflineHitsTest, KeepsWhatIsSavedWhileItRestores) {
   const auto manager = QVNetworkManager::sharedInstance();
   writeHits({hit("http://h/", 1U), hit("bare", 2U), hit("http://h/", 3U)});
@@ -315,6 +319,10 @@ TEST_F(QVOfflineHitsTest, SavesAtEachChangeOfTheCountOnceAskedTo) {
     request({{"url", "http://h/"}});
     EXPECT_THAT(saved(), SizeIs(count));
   }
+  post(kQVNotification_OnBackground);
+  post(kQVNotification_OnForeground);
+  EXPECT_THAT(queued(), SizeIs(3));
+  EXPECT_THAT(saved(), SizeIs(3));
   int stranger = 0;
   std::filesystem::remove(path().view());
   manager->observeValueForKeyPathOfObjectChangeContext("operationCount", manager->operationQueue(),

@@ -4,6 +4,7 @@
 #include <QVCore/QVCoreVariables.h>
 #include <QVCore/QVHTTPOperation.h>
 #include <QVCore/QVLogger.h>
+#include <QVPlatform/Dispatch/CallOut.h>
 #include <QVPlatform/Dispatch/ForkMutex.h>
 #include <QVPlatform/Foundation/AtomicFile.h>
 #include <QVPlatform/Foundation/KeyedArchiver.h>
@@ -11,6 +12,8 @@
 #include <QVPlatform/Foundation/Log.h>
 #include <QVPlatform/Foundation/PropertyList.h>
 #include <QVPlatform/Foundation/TakenFile.h>
+
+#include <cxxabi.h>
 
 #include <cstdint>
 #include <mutex>
@@ -33,9 +36,9 @@ namespace {
 
 constinit String::Literal outOfMemoryText{
     "out of memory while offline hits were saved or restored"};
-constinit String::Literal listenerThrewText{"a listener threw at a restored hit"};
 constexpr String kOutOfMemory{outOfMemoryText};
-constexpr String kListenerThrew{listenerThrewText};
+
+constexpr std::size_t kMaximumXMLSize = 1U << 20;
 
 /// What saves and restores of this process must know of each other.
 class Order {
@@ -183,41 +186,6 @@ bool trySave(const std::function<QVOfflineHits::Operations()>& snapshot) {
   return verdict != Order::Verdict::kAgain;
 }
 
-/// Stores the hits in place of those that the file holds.
-void keep(TakenFile& file, std::vector<Value> hits) {
-  AtomicFile rest(file.path());
-  if (rest.write(archiveOf(Array(std::move(hits))).view())) rest.moveIntoPlace();
-}
-
-/// How many of the hits could be queued.
-std::size_t queueAll(const std::vector<Value>& hits,
-                     const std::function<void(const Dictionary&)>& queue) {
-  std::size_t count = 0;
-  for (; count < hits.size(); ++count) {
-    try {
-      queue(hits[count].dictionary());
-    } catch (const std::bad_alloc&) {
-      break;
-    } catch (...) {
-      consoleLog(kListenerThrew);
-    }
-  }
-  return count;
-}
-
-/// Whether all that the file holds has been queued, so that it is to be removed. One that cannot be
-/// read is to stay.
-bool restoreFrom(TakenFile& file, const std::function<void(const Dictionary&)>& queue) {
-  QVPlatform::KeyedUnarchiver unarchiver(file.contents(PropertyList::kMaximumSize));
-  const auto hits = unarchiver.decodeObjectForKey(kQVFileOfflineHits).array().values();
-  if (!unarchiver.isValid()) return false;
-  logCount("Restoring %@ offline Hits", hits.size());
-  const std::size_t count = queueAll(hits, queue);
-  if (count == hits.size()) return true;
-  keep(file, {hits.begin() + static_cast<std::ptrdiff_t>(count), hits.end()});
-  return false;
-}
-
 /// Calls the function; says so when memory runs out in it.
 template <class Function>
 void withinMemory(const Function& function) {
@@ -226,6 +194,46 @@ void withinMemory(const Function& function) {
   } catch (const std::bad_alloc&) {
     consoleLog(kOutOfMemory);
   }
+}
+
+/// Whether all the hits were queued. Those for which there is no memory, or no thread any more, are
+/// stored in place of what the file holds.
+bool queueAll(TakenFile& file, const std::vector<Value>& hits,
+              const std::function<void(const Dictionary&)>& queue) {
+  auto hit = hits.begin();
+  const auto keepRest = [&] {
+    withinMemory([&] { file.replaceContents(archiveOf(Array({hit, hits.end()})).view()); });
+    return false;
+  };
+  while (hit != hits.end()) {
+    try {
+      queue(hit->dictionary());
+    } catch (const std::bad_alloc&) {
+      return keepRest();
+    } catch (const abi::__forced_unwind&) {
+      ++hit;  // a listener that was told of it ends the thread
+      keepRest();
+      throw;
+    } catch (...) {
+      QVPlatform::logStoppedException();
+    }
+    ++hit;
+  }
+  return true;
+}
+
+/// What the kit has written is binary; of what others put there, no more is read than takes no
+/// time.
+bool isWanted(const String& path) { return PropertyList::canBeAtPath(path, kMaximumXMLSize); }
+
+/// Whether all that the file holds has been queued, so that it is to be removed. One that cannot be
+/// read is to stay.
+bool restoreFrom(TakenFile& file, const std::function<void(const Dictionary&)>& queue) {
+  QVPlatform::KeyedUnarchiver unarchiver(file.contents(PropertyList::kMaximumSize));
+  const auto hits = unarchiver.decodeObjectForKey(kQVFileOfflineHits).array().values();
+  if (!unarchiver.isValid()) return false;
+  logCount("Restoring %@ offline Hits", hits.size());
+  return queueAll(file, hits, queue);
 }
 
 }  // namespace
@@ -241,17 +249,25 @@ void QVOfflineHits::restore(const std::function<void(const Dictionary&)>& queue,
   if (!order.beginRestoring()) return;
   std::vector<TakenFile> files;
   std::vector<bool> isDone;
-  withinMemory([&] {
-    if (!snapshot().empty()) return;  // somebody else has restored meanwhile
-    files = TakenFile::takeAtPath(offlineHitsPath(), &PropertyList::canBeAtPath);
-    isDone.resize(files.size());
-    for (std::size_t i = 0; i < files.size(); ++i) isDone[i] = restoreFrom(files[i], queue);
-  });
-  if (order.endRestoring()) save(snapshot);
-  // Not before the hits are in a file again: a process that is killed here sends them twice rather
-  // than not at all.
-  for (std::size_t i = 0; i < files.size(); ++i) {
-    const bool isOver = i < isDone.size() && isDone[i];
-    isOver ? files[i].remove() : files[i].putBack();
+  const auto end = [&] {
+    if (order.endRestoring()) save(snapshot);
+    // Not before the hits are in a file again: a process that is killed here sends them twice
+    // rather than not at all.
+    for (std::size_t i = 0; i < files.size(); ++i) {
+      const bool isOver = i < isDone.size() && isDone[i];
+      isOver ? files[i].remove() : files[i].putBack();
+    }
+  };
+  try {
+    withinMemory([&] {
+      if (!snapshot().empty()) return;  // somebody else has restored meanwhile
+      files = TakenFile::takeAtPath(offlineHitsPath(), &isWanted);
+      isDone.resize(files.size());
+      for (std::size_t i = 0; i < files.size(); ++i) isDone[i] = restoreFrom(files[i], queue);
+    });
+  } catch (...) {
+    end();  // the thread ends
+    throw;
   }
+  end();
 }

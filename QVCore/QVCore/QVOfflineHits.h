@@ -25,8 +25,10 @@ class QVOfflineHits {
   static void save(const std::function<Operations()>& snapshot);
 
   /// Hands the data of each stored hit to `queue`, in order, and removes the file; does nothing if
-  /// `snapshot` tells of operations. What `queue` throws is dropped, but for std::bad_alloc: then
-  /// the hits from that one on are stored again.
+  /// `snapshot` tells of operations. What `queue` throws is told on the console log and dropped,
+  /// but for std::bad_alloc: then the hits from that one on are stored again. So are the hits
+  /// behind the one at which a listener ends the thread. A file that is no archive stays, and so
+  /// does one in XML beyond 1 MiB, which the kit never writes and which would take long to read.
   static void restore(const std::function<void(const QVPlatform::Dictionary&)>& queue,
                       const std::function<Operations()>& snapshot);
 };

@@ -125,12 +125,12 @@ Value PropertyList::valueWithData(std::string_view bytes) {
   return valueWithXMLPropertyList(bytes);
 }
 
-bool PropertyList::canBeAtPath(const String& path) {
+bool PropertyList::canBeAtPath(const String& path, std::size_t maximumXMLSize) {
   const FileManager::Ends ends = FileManager::endsOfFileAtPath(path);
   if (ends.beginning.starts_with("bplist")) {
     return BinaryPropertyListReader::canBe(ends.beginning, ends.end, ends.size);
   }
-  return canBeXMLPropertyList(ends.beginning, ends.size);
+  return ends.size <= maximumXMLSize && canBeXMLPropertyList(ends.beginning, ends.size);
 }
 
 Value PropertyList::copy(const Value& value) { return DeepCopy().copy(value); }

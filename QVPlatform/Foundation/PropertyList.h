@@ -42,8 +42,9 @@ class QVPLATFORM_EXPORT PropertyList {
   static Value valueWithData(std::string_view bytes);
 
   /// Whether the file at the path begins and ends as a property list does: a quick look that spares
-  /// the reading of a large file that is none. False when there is no such file.
-  static bool canBeAtPath(const String& path);
+  /// the reading of a large file that is none. False when there is no such file, and of XML, which
+  /// takes far longer to read, when it has more bytes than that.
+  static bool canBeAtPath(const String& path, std::size_t maximumXMLSize = kMaximumSize);
 
   /// A deep copy; nil when the value is not a property list or exceeds a limit.
   static Value copy(const Value& value);

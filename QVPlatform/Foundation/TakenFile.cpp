@@ -4,11 +4,15 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <charconv>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <memory>
 #include <string_view>
@@ -38,6 +42,20 @@ std::string newPath(const std::string& place) {
          std::to_string(count++);
 }
 
+/// The process that made the path; 0 if it tells of none.
+pid_t ownerOf(const std::string& path, const std::string& place) {
+  const std::size_t time = directoryOf(place).size() + prefixOf(place).size();
+  const std::size_t digits = std::min(path.size(), time + kTimeWidth + 1);
+  pid_t owner = 0;
+  std::from_chars(path.data() + digits, path.data() + path.size(), owner);
+  return owner;
+}
+
+bool isRegular(const std::string& path) {
+  struct stat file {};
+  return lstat(path.c_str(), &file) == 0 && S_ISREG(file.st_mode);
+}
+
 /// All that was taken and is still there.
 std::vector<std::string> takenPaths(const std::string& place) {
   const std::string directory = directoryOf(place);
@@ -59,7 +77,7 @@ std::vector<TakenFile> TakenFile::takeAtPath(const String& path,
                                              bool (*isWanted)(const String& path)) {
   const std::string place(path.view());
   std::vector<TakenFile> files;
-  if (isWanted(path)) std::rename(place.c_str(), newPath(place).c_str());
+  if (isRegular(place) && isWanted(path)) std::rename(place.c_str(), newPath(place).c_str());
   for (std::string& taken : takenPaths(place)) {
     TakenFile file(place, std::move(taken));
     if (file.lock()) files.push_back(std::move(file));
@@ -73,7 +91,8 @@ TakenFile::TakenFile(std::string place, std::string path) noexcept
 TakenFile::TakenFile(TakenFile&& other) noexcept
     : place_(std::move(other.place_)),
       path_(std::move(other.path_)),
-      descriptor_(std::exchange(other.descriptor_, -1)) {}
+      descriptor_(std::exchange(other.descriptor_, -1)),
+      replacement_(std::move(other.replacement_)) {}
 
 TakenFile::~TakenFile() {
   if (descriptor_ < 0) return;
@@ -82,10 +101,23 @@ TakenFile::~TakenFile() {
 }
 
 /// Whether the file is this object's now.
-bool TakenFile::lock() noexcept {
-  descriptor_ = open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
-  return descriptor_ >= 0 && lockFile(descriptor_) != FileLock::kTaken &&
-         isAtPath(descriptor_, path_);
+bool TakenFile::lock() {
+  descriptor_ = open(path_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+  struct stat file {};
+  if (descriptor_ < 0 || fstat(descriptor_, &file) != 0 || !S_ISREG(file.st_mode)) return false;
+  const FileLock lock = lockFile(descriptor_);
+  if (lock == FileLock::kTaken || (lock == FileLock::kNotToGet && !takeOver())) return false;
+  return isAtPath(descriptor_, path_);
+}
+
+/// Without locks: of all that want what an ended process left, the one that renames it gets it.
+bool TakenFile::takeOver() {
+  const pid_t owner = ownerOf(path_, place_);
+  if (owner > 0 && owner != getpid() && (kill(owner, 0) == 0 || errno == EPERM)) return false;
+  std::string path = newPath(place_);
+  const bool isMine = std::rename(path_.c_str(), path.c_str()) == 0;
+  path_ = std::move(path);
+  return isMine;
 }
 
 Data TakenFile::contents(std::size_t maximumSize) const {
@@ -97,5 +129,10 @@ void TakenFile::putBack() noexcept {
 }
 
 void TakenFile::remove() noexcept { unlink(path_.c_str()); }
+
+bool TakenFile::replaceContents(std::string_view bytes) {
+  replacement_ = std::make_unique<AtomicFile>(path());
+  return replacement_->write(bytes) && replacement_->moveIntoPlace();
+}
 
 }  // namespace QVPlatform
