@@ -1,6 +1,8 @@
 #include <QVPlatform/Application.h>
 
+#include <QVPlatform/Dispatch/ForkMutex.h>
 #include <QVPlatform/Foundation/Internal/Lasting.h>
+#include <QVPlatform/Foundation/Log.h>
 #include <QVPlatform/Foundation/Property.h>
 
 #include <fcntl.h>
@@ -10,6 +12,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -18,6 +21,9 @@ namespace QVPlatform {
 namespace {
 
 namespace fs = std::filesystem;
+
+/// Where nothing is and nothing can be made.
+constexpr const char* kNowhere = "/dev/null";
 
 struct Settings {
   Property<String> identifier;
@@ -66,7 +72,7 @@ void makePrivateDirectories(const fs::path& path) {
 }
 
 /// The path as text. A directory whose name is not UTF-8 is kept open instead, and what lies below
-/// it is reached by the name that the kernel gives to whatever is open.
+/// it is reached by the name that the kernel gives to whatever is open. Null if that fails.
 String textOf(const fs::path& path) {
   fs::path kept;
   fs::path rest;
@@ -79,6 +85,7 @@ String textOf(const fs::path& path) {
   if (kept.empty()) return String(path.string());
   makePrivateDirectories(kept);
   const int descriptor = open(kept.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  if (descriptor < 0) return nullptr;
   return String((fs::path("/proc/self/fd") / std::to_string(descriptor) / rest).string());
 }
 
@@ -98,23 +105,40 @@ String nameOf(const std::string& name) {
   return String(encoded);
 }
 
-String resourcesBeside(const fs::path& program) {
+fs::path resourcesBeside(const fs::path& program) {
   std::error_code ignored;
   const fs::path resources = program.parent_path() / "Resources";
-  return textOf(fs::is_directory(resources, ignored) ? resources : program.parent_path());
+  return fs::is_directory(resources, ignored) ? resources : program.parent_path();
 }
+
+/// Tells a directory by its text, which is kept once there is one.
+class Place {
+ public:
+  explicit Place(fs::path path) : path_(std::move(path)) {}
+
+  String text() {
+    const std::lock_guard lock(mutex_);
+    if (text_.isNull()) text_ = textOf(path_);
+    return text_.isNull() ? String(kNowhere) : text_;
+  }
+
+ private:
+  const fs::path path_;
+  ForkMutex mutex_;
+  String text_;
+};
 
 /// Found out once: no place may move because an update replaces the program or somebody changes the
 /// environment, since what was saved there would not be found again.
 struct Defaults {
   const fs::path program = programPath();
   const String identifier = nameOf(program.filename().string());
-  const String dataDirectory = textOf(QVPlatform::dataDirectory());
-  const String resourceDirectory = resourcesBeside(program);
+  Place dataDirectory{QVPlatform::dataDirectory()};
+  Place resourceDirectory{resourcesBeside(program)};
 };
 
-const Defaults& defaults() {
-  static const Defaults& defaults = *new Defaults;
+Defaults& defaults() {
+  static Defaults& defaults = *new Defaults;
   return defaults;
 }
 
@@ -128,11 +152,19 @@ String directoryName(const String& identifier) {
   return String(isName ? name : name + "-");
 }
 
-String absolute(String directory) {
+void setDirectory(Property<String>& setting, String directory) {
   const fs::path path(directory.view());
-  if (path.empty() || path.is_absolute()) return directory;
-  std::error_code ignored;
-  return textOf(fs::absolute(path, ignored));
+  if (!path.empty() && !path.is_absolute()) {
+    std::error_code error;
+    const fs::path current = fs::current_path(error);
+    const String absolute = error ? String() : textOf(current / path);
+    if (absolute.isNull()) {
+      consoleLog(String("no current directory to take \"") + directory + String("\" from"));
+      return;
+    }
+    directory = absolute;
+  }
+  setting.set(std::move(directory));
 }
 
 }  // namespace
@@ -153,11 +185,12 @@ void Application::setVersion(String version) { settings().version.set(std::move(
 String Application::containerDirectory() {
   String chosen = settings().containerDirectory.get();
   if (!chosen.isEmpty()) return chosen;
-  return defaults().dataDirectory.stringByAppendingPathComponent(directoryName(identifier()));
+  return defaults().dataDirectory.text().stringByAppendingPathComponent(
+      directoryName(identifier()));
 }
 
 void Application::setContainerDirectory(String directory) {
-  settings().containerDirectory.set(absolute(std::move(directory)));
+  setDirectory(settings().containerDirectory, std::move(directory));
 }
 
 String Application::libraryDirectory() {
@@ -172,11 +205,11 @@ String Application::makeLibraryDirectory() {
 
 String Application::resourceDirectory() {
   String chosen = settings().resourceDirectory.get();
-  return chosen.isEmpty() ? defaults().resourceDirectory : chosen;
+  return chosen.isEmpty() ? defaults().resourceDirectory.text() : chosen;
 }
 
 void Application::setResourceDirectory(String directory) {
-  settings().resourceDirectory.set(absolute(std::move(directory)));
+  setDirectory(settings().resourceDirectory, std::move(directory));
 }
 
 }  // namespace QVPlatform

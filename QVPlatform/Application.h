@@ -13,6 +13,12 @@ namespace QVPlatform {
 ///
 /// Directories need not have names in UTF-8: one below such a directory, which is kept open then,
 /// is told as "/proc/self/fd/<n>/...". That leads there as long as nobody closes the descriptor.
+/// While it cannot be opened, a default one is told as below "/dev/null", where there is nothing;
+/// it is tried again whenever it is wanted.
+///
+/// A relative directory that is set is taken from the directory that is the current one at that
+/// moment. When that has been deleted or cannot be opened, the setting stays as it was, with a line
+/// on the console log.
 ///
 /// All operations may be called from any thread.
 class QVPLATFORM_EXPORT Application {
@@ -30,8 +36,7 @@ class QVPLATFORM_EXPORT Application {
 
   /// Directory that holds the application's "Library", as an absolute path. Default: the identifier
   /// below $XDG_DATA_HOME, else below ~/.local/share; there a slash or zero byte in it is a hyphen,
-  /// and "." and ".." get one behind them. A relative one that is set is taken from the directory
-  /// that is the current one at that moment.
+  /// and "." and ".." get one behind them.
   /// It is made, with mode 0700, when the first file in it is wanted. Processes may share it for
   /// their user defaults; hits that wait for a restart belong to one process at a time.
   static String containerDirectory();
@@ -44,8 +49,7 @@ class QVPLATFORM_EXPORT Application {
   static String makeLibraryDirectory();
 
   /// Directory of the files shipped with the application (the main bundle). Default: "Resources"
-  /// beside the program if there is one, else the program's own directory. A relative one that is
-  /// set is taken as with the container.
+  /// beside the program if there is one, else the program's own directory.
   static String resourceDirectory();
   static void setResourceDirectory(String directory);
 };

@@ -4,6 +4,7 @@
 #include <QVPlatform/Application.h>
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -26,6 +27,12 @@ void useOtherPlaces() {
 const bool isCopy = [] {
   if (std::getenv("QV_TEST_IS_COPY") == nullptr) return false;
   fs::remove(fs::read_symlink("/proc/self/exe"));
+  rlimit files{};
+  getrlimit(RLIMIT_NOFILE, &files);
+  const rlimit none{0, files.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);  // this shall leave nothing behind
+  Application::containerDirectory();
+  setrlimit(RLIMIT_NOFILE, &files);
   const String container = Application::containerDirectory();
   useOtherPlaces();
   const bool isStable = Application::containerDirectory() == container;
@@ -84,6 +91,10 @@ TEST(ApplicationTest, TakesARelativeDirectoryFromWhereItIsSet) {
   fs::current_path(place.path());
   Application::setContainerDirectory("box/");
   Application::setResourceDirectory("shipped");
+  fs::create_directory("gone");
+  fs::current_path("gone");
+  fs::remove(place.path() / "gone");
+  Application::setContainerDirectory("nowhere");
   useOtherPlaces();
   EXPECT_EQ(Application::libraryDirectory(), String((place.path() / "box/Library").string()));
   EXPECT_EQ(Application::resourceDirectory(), String((place.path() / "shipped").string()));
