@@ -232,9 +232,19 @@ TEST_F(UserDefaultsTest, WaitsOnceForALockThatSomebodyElseHolds) {
   for (int i = 0; i < 20; ++i) EXPECT_EQ(store(i, "key"), 1);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
   EXPECT_EQ(defaults().objectForKey("key"), Value(19));
+  for (const char* key : {"mine", "theirs"}) {
+    EXPECT_EQ(defaults().exchangeObjectForKey(nullptr, "mine", key), Value("mine"));
+  }
   close(lock);
+  EXPECT_EQ(runInChild([] {
+              const Value agreed = defaults().exchangeObjectForKey(nullptr, "theirs", "theirs");
+              return agreed == Value("theirs") ? 0 : 1;
+            }),
+            0);
   EXPECT_TRUE(defaults().synchronize());
-  EXPECT_EQ(Value(stored()), Value(Dictionary({{"before", "a"}, {"key", 19}})));
+  EXPECT_EQ(defaults().objectForKey("theirs"), Value("theirs"));
+  const Dictionary all({{"before", "a"}, {"key", 19}, {"mine", "mine"}, {"theirs", "theirs"}});
+  EXPECT_EQ(Value(stored()), Value(all));
 }
 
 TEST_F(UserDefaultsTest, WritesWithoutALockWhereThereIsNone) {

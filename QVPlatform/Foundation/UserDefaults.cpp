@@ -13,7 +13,6 @@
 #include <chrono>
 #include <cstddef>
 #include <filesystem>
-#include <functional>
 #include <map>
 #include <mutex>
 #include <new>
@@ -114,11 +113,27 @@ Table tableOf(const Dictionary& dictionary) {
   return {entries->begin(), entries->end()};
 }
 
+/// What is not yet in the file.
+struct Changes {
+  Table values;    // nil for a key that was removed
+  Table expected;  // for changes that are made only if the file holds that
+};
+
 /// Lays the entries over those of the table. Needs no memory; what is left in `entries` is what
 /// they replaced.
 void lay(Table& entries, Table& table) noexcept {
   table.merge(entries);
   for (auto& [key, value] : entries) std::swap(value, table.find(key)->second);
+}
+
+/// Removes the changes for which the file holds something else than they expect.
+void removeOvertaken(Changes& changes, const Dictionary& stored) {
+  if (stored.isNull()) return;
+  std::erase_if(changes.expected, [&](const Table::value_type& condition) {
+    const bool isOvertaken = stored.get(condition.first) != condition.second;
+    if (isOvertaken) changes.values.erase(condition.first);
+    return isOvertaken;
+  });
 }
 
 Data fileOf(const Table& table) {
@@ -162,15 +177,40 @@ class UserDefaults::Implementation {
   void set(const String& key, const Value& value) {
     Table entry{{key, value}};
     Table change = entry;
+    Table::node_type dropped;
     const std::lock_guard lock(mutex_);
+    dropped = changes_.expected.extract(key);
     lay(entry, values_);
-    lay(change, changes_);
+    lay(change, changes_.values);
   }
 
-  /// What `amend` changes, having seen the file's contents or null, is written with the rest; it is
-  /// called in any case.
-  bool synchronize(const std::function<void(const Dictionary& stored)>& amend) {
+  bool synchronize() {
     const std::lock_guard oneAtATime(synchronizing_);
+    return synchronizeAlone();
+  }
+
+  void exchange(const Value& expected, const String& key, const Value& value) {
+    const std::lock_guard oneAtATime(synchronizing_);
+    setIf(expected, key, value);
+    synchronizeAlone();
+  }
+
+ private:
+  /// A change that another one is made upon goes into the file with it, if at all.
+  void setIf(const Value& expected, const String& key, const Value& value) {
+    Table entry{{key, value}};
+    Table change = entry;
+    Table condition{{key, expected}};
+    const std::lock_guard lock(mutex_);
+    load();
+    const auto place = values_.find(key);
+    if ((place == values_.end() ? Value() : place->second) != expected) return;
+    if (!changes_.values.contains(key)) changes_.expected.merge(condition);
+    lay(entry, values_);
+    lay(change, changes_.values);
+  }
+
+  bool synchronizeAlone() {
     const Paths path = paths();
     // A lock that was not to be had once is not waited for again before it is free, unless the file
     // was written since, which shows that others pass it on to each other.
@@ -178,20 +218,18 @@ class UserDefaults::Implementation {
     const SharedLock lock(path.lock, isPatient ? kLockPatience : kLockPatience * 0);
     stuckSince_.reset();
     if (lock.isTaken()) stuckSince_ = timeOfWriting(path.file);
-    const Dictionary stored = lock.isTaken() ? Dictionary() : readFile(path.file);
-    amend(stored);
-    return !lock.isTaken() && mergeInto(stored, path.file);
+    return !lock.isTaken() && mergeInto(readFile(path.file), path.file);
   }
 
- private:
   bool mergeInto(const Dictionary& stored, const String& path) {
-    Table taken = takeChanges();
+    Changes taken = takeChanges();
     bool isWritten = false;
     try {
+      removeOvertaken(taken, stored);
       Table merged = stored.isNull() ? values() : tableOf(stored);
-      Table changes = taken;
+      Table changes = taken.values;
       lay(changes, merged);
-      isWritten = (taken.empty() && !stored.isNull()) || write(merged, path);
+      isWritten = (taken.values.empty() && !stored.isNull()) || write(merged, path);
       finish(std::move(merged));
     } catch (const std::bad_alloc&) {
       giveBack(taken);
@@ -215,23 +253,23 @@ class UserDefaults::Implementation {
     return values_;
   }
 
-  Table takeChanges() noexcept {
+  Changes takeChanges() noexcept {
     const std::lock_guard lock(mutex_);
-    Table taken;
-    taken.swap(changes_);
-    return taken;
+    return std::exchange(changes_, {});
   }
 
   /// For the next time; what was changed meanwhile counts.
-  void giveBack(Table& taken) noexcept {
+  void giveBack(Changes& taken) noexcept {
     const std::lock_guard lock(mutex_);
-    changes_.merge(taken);
+    for (const auto& change : changes_.values) taken.expected.erase(change.first);
+    changes_.expected.merge(taken.expected);
+    changes_.values.merge(taken.values);
   }
 
   /// Changes that were made meanwhile stay on top of the merged values.
   void finish(Table merged) {
     const std::lock_guard lock(mutex_);
-    Table changes = changes_;
+    Table changes = changes_.values;
     lay(changes, merged);
     values_.swap(merged);
     isLoaded_ = true;
@@ -240,8 +278,8 @@ class UserDefaults::Implementation {
   std::mutex synchronizing_;                      // taken before mutex_
   std::optional<fs::file_time_type> stuckSince_;  // when the file was written last, at a time-out
   std::mutex mutex_;
-  Table values_;   // nil for a key that was removed
-  Table changes_;  // not yet in the file; likewise
+  Table values_;  // nil for a key that was removed
+  Changes changes_;
   bool isLoaded_ = false;
 };
 
@@ -266,6 +304,17 @@ namespace {
 /// When the library is loaded, and so never while another thread forks; the file is read later.
 [[maybe_unused]] const UserDefaults& madeEarly = UserDefaults::standardUserDefaults();
 
+/// A copy in its place, since being in the file's dictionary makes it one level deeper. Nothing,
+/// with a line on the console log, when no file can hold it.
+std::optional<Value> copyToKeep(const Value& value, const String& key) {
+  if (key.isNull()) return std::nullopt;
+  Value copy = PropertyList::copy(Dictionary({{key, value}})).dictionary().get(key);
+  if (!copy.isNil() || value.isNil()) return copy;
+  consoleLog(stringWithFormat(
+      "UserDefaults: the value for \"%@\" is not a property list or too large", {key}));
+  return std::nullopt;
+}
+
 }  // namespace
 
 Value UserDefaults::objectForKey(const String& key) const {
@@ -273,18 +322,10 @@ Value UserDefaults::objectForKey(const String& key) const {
 }
 
 void UserDefaults::setObjectForKey(const Value& value, const String& key) {
-  if (key.isNull()) return;
   const auto set = [&] {
-    // Copied in its place, since being in the file's dictionary makes it one level deeper.
-    const Value copy = PropertyList::copy(Dictionary({{key, value}})).dictionary().get(key);
-    const bool isKept = !copy.isNil() || value.isNil();
-    if (isKept) {
-      implementation_.set(key, copy);
-    } else {
-      consoleLog(stringWithFormat(
-          "UserDefaults: the value for \"%@\" is not a property list or too large", {key}));
-    }
-    return isKept;
+    const auto copy = copyToKeep(value, key);
+    if (copy) implementation_.set(key, *copy);
+    return copy.has_value();
   };
   withinMemory(set, false);
 }
@@ -292,17 +333,16 @@ void UserDefaults::setObjectForKey(const Value& value, const String& key) {
 Value UserDefaults::exchangeObjectForKey(const Value& expected, const Value& value,
                                          const String& key) {
   const auto exchange = [&] {
-    return implementation_.synchronize([&](const Dictionary& stored) {
-      const bool isInFile = stored.isNull() || stored.get(key) == expected;
-      if (isInFile && implementation_.get(key) == expected) setObjectForKey(value, key);
-    });
+    const auto copy = copyToKeep(value, key);
+    if (copy) implementation_.exchange(expected, key, *copy);
+    return copy.has_value();
   };
   withinMemory(exchange, false);
   return objectForKey(key);
 }
 
 bool UserDefaults::synchronize() {
-  return withinMemory([&] { return implementation_.synchronize([](const Dictionary&) {}); }, false);
+  return withinMemory([&] { return implementation_.synchronize(); }, false);
 }
 
 }  // namespace QVPlatform
