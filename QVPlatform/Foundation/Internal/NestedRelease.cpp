@@ -34,10 +34,11 @@ NestedRelease::~NestedRelease() {
   --descent.depth;
 }
 
-void NestedRelease::keepContainer(const Value& value) noexcept {
-  const bool isContainer = std::holds_alternative<Array>(value.storage()) ||
-                           std::holds_alternative<Dictionary>(value.storage());
-  if (!isContainer) return;
+void NestedRelease::keepOwner(const Value& value) noexcept {
+  const bool isOwner = std::holds_alternative<Array>(value.storage()) ||
+                       std::holds_alternative<Dictionary>(value.storage()) ||
+                       std::holds_alternative<Value::ObjectReference>(value.storage());
+  if (!isOwner) return;
   try {
     descent.kept->push_back(value);
   } catch (const std::bad_alloc&) {

@@ -8,7 +8,8 @@ namespace QVPlatform {
 
 /// Lives while a container is destroyed, so that containers in containers, which a thread's stack
 /// has no room to destroy from within each other at any depth, are destroyed one after the other
-/// from some depth on.
+/// from some depth on. So are objects between them, such as stores within stores. Objects that
+/// refer to each other without a container between them are their own affair.
 class NestedRelease {
  public:
   NestedRelease() noexcept;
@@ -17,14 +18,15 @@ class NestedRelease {
   NestedRelease(const NestedRelease&) = delete;
   NestedRelease& operator=(const NestedRelease&) = delete;
 
-  /// Makes a container that is about to be destroyed outlive the levels that are too deep for it.
+  /// Makes a container or object that is about to be destroyed outlive the levels that are too deep
+  /// for it.
   /// Anything else, and what is not that deep, is left alone.
   void keep(const Value& value) noexcept {
-    if (isDeep_) keepContainer(value);
+    if (isDeep_) keepOwner(value);
   }
 
  private:
-  void keepContainer(const Value& value) noexcept;
+  void keepOwner(const Value& value) noexcept;
 
   bool isDeep_;
   std::vector<Value> kept_;  // of the outermost level
