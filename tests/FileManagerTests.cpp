@@ -2,6 +2,7 @@
 #include <QVPlatform/Foundation/AtomicFile.h>
 #include <QVPlatform/Foundation/Bundle.h>
 #include <QVPlatform/Foundation/FileManager.h>
+#include <QVPlatform/Foundation/TakenFile.h>
 
 #include <gtest/gtest.h>
 
@@ -220,6 +221,35 @@ TEST_F(FileManagerTest, WritesWhereThereAreNoLocks) {
   EXPECT_EQ(contentsOf(path("file").UTF8String()), "new");
   EXPECT_EQ(contentsOf(path(".file.tmp0").UTF8String()), "x");
   EXPECT_EQ(fileCount(), 2U);
+}
+
+TEST_F(FileManagerTest, TakesNothingButFilesOfNobody) {
+  const auto take = [&] {
+    return TakenFile::takeAtPath(path("file"), [](const String&) { return true; });
+  };
+  const auto takenBy = [&](pid_t owner) {
+    const std::string number = std::to_string(owner);
+    return fs::path(path(".file.taken00000000000000000001-" + number + "-0").view());
+  };
+  putFile(path("file").UTF8String(), "whole");
+  fs::create_directory(takenBy(1));
+  {
+    auto files = take();
+    ASSERT_EQ(files.size(), 1U);
+    ASSERT_TRUE(files[0].replaceContents("rest"));
+    EXPECT_EQ(take().size(), 0U);
+    files[0].putBack();
+  }
+  EXPECT_EQ(contentsOf(path("file").UTF8String()), "rest");
+  const LocklessFileSystem lockless;
+  fs::rename(path("file").UTF8String(), takenBy(getppid()));
+  fs::create_symlink(takenBy(getppid()), path("file").UTF8String());
+  EXPECT_EQ(take().size(), 0U);
+  EXPECT_TRUE(fs::is_symlink(path("file").UTF8String()));
+  const pid_t ended = startChild([] { return 0; });
+  exitStatusOf(ended);
+  fs::rename(takenBy(getppid()), takenBy(ended));
+  EXPECT_EQ(take().size(), 1U);
 }
 
 TEST_F(FileManagerTest, FindsTheResourcesOfABundle) {

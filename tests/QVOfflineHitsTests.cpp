@@ -1,6 +1,5 @@
 #include "support/CoreTest.h"
 #include "support/FailingAllocations.h"
-#include "support/LocklessFileSystem.h"
 #include "support/Processes.h"
 
 #include <QVCore/QVCore.h>
@@ -11,7 +10,6 @@
 #include <gmock/gmock.h>
 
 #include <pthread.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -267,27 +265,6 @@ TEST_F(QVOfflineHitsTest, IsRestoredToTheEndThoughAListenerEndsTheThread) {
   manager->setOperationQueue(suspendedQueue());
   manager->restoreStockedHit();
   EXPECT_THAT(queuedIDs(), ElementsAre(Value(3U)));
-}
-
-TEST_F(QVOfflineHitsTest, TakesNothingButFilesAndWithoutLocksNoneOfALivingProcess) {
-  const auto manager = QVNetworkManager::sharedInstance();
-  const QVTest::LocklessFileSystem lockless;
-  const auto taken = [&](pid_t owner) {
-    const auto directory = std::filesystem::path(path().view()).parent_path().string();
-    return directory + "/.offlineHits.taken00000000000000000001-" + std::to_string(owner) + "-0";
-  };
-  writeHits({hit("http://h/", 1U)});
-  ASSERT_EQ(mkfifo(taken(1 << 28).c_str(), 0600), 0);
-  std::filesystem::rename(path().view(), taken(getppid()));
-  manager->restoreStockedHit();
-  EXPECT_THAT(queued(), IsEmpty());
-  EXPECT_EQ(fileCount(), 2);
-  const pid_t ended = QVTest::startChild([] { return 0; });
-  QVTest::exitStatusOf(ended);
-  std::filesystem::rename(taken(getppid()), taken(ended));
-  manager->restoreStockedHit();
-  EXPECT_THAT(queuedIDs(), ElementsAre(Value(1U)));
-  EXPECT_EQ(fileCount(), 1);
 }
 
 TEST_F(QVOfflineHitsTest, KeepsWhatIsSavedWhileItRestores) {
