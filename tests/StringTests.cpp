@@ -11,7 +11,9 @@ using namespace QVPlatform;
 
 namespace {
 
-struct PlainObject : QVPlatform::Object {};
+struct PlainObject : QVPlatform::Object {
+  Value content;
+};
 
 constinit String::Literal constantText{"QVNotification: Constant"};
 constexpr String kConstant{constantText};
@@ -115,12 +117,50 @@ TEST(Value, BecomesAnIntegerAndATextByTheKindOfItsNumber) {
   }
 }
 
+TEST(Value, EqualsOnlyWhatStandsForTheSameNumber) {
+  constexpr std::int64_t kLarge = std::int64_t{1} << 53;
+  const struct {
+    Value integer;
+    double real;
+    bool isEqual;
+  } cases[] = {{kLarge, 0x1p53, true},
+               {kLarge + 1, 0x1p53, false},
+               {UINT64_MAX, 0x1p64, false},
+               {INT64_MIN, -0x1p63, true},
+               {INT64_MIN, 0x1p63, false},
+               {std::uint64_t{1} << 63, 0x1p63, true},
+               {INT64_MIN, -0x1p64, false},
+               {true, 1.0, true},
+               {0, -0.0, true},
+               {1, 1.5, false},
+               {0, std::nan(""), false},
+               {-1, -1.0, true}};
+  for (const auto& [integer, real, isEqual] : cases) {
+    EXPECT_EQ(integer == Value(real), isEqual) << real;
+    EXPECT_EQ(Value(real) == integer, isEqual) << real;
+  }
+}
+
+TEST(Value, IsComparedAndDescribedInTimeHoweverOftenItsPartsAreShared) {
+  const auto made = [](int levels) {
+    Value value = Array({1});
+    for (int i = 0; i < levels; ++i) value = Array({value, value});
+    return value;
+  };
+  EXPECT_EQ(made(15), made(15));
+  EXPECT_NE(made(60), made(60));
+  EXPECT_LT(made(60).description().view().size(), 1U << 30);
+}
+
 TEST(Value, IsDestroyedAtAnyDepthOfContainers) {
   auto innermost = std::make_shared<PlainObject>();
   const std::weak_ptr<PlainObject> watch = innermost;
   Value nested = std::move(innermost);
   for (int i = 0; i < 100000; ++i) {
     nested = i % 3 == 0 ? Value(Array({nested, "beside"})) : Value(Dictionary({{"key", nested}}));
+    auto holder = std::make_shared<PlainObject>();
+    holder->content = std::exchange(nested, nullptr);
+    nested = Array({std::move(holder)});
   }
   EXPECT_EQ(nested, nested);
   EXPECT_LT(nested.description().view().size(), 100000U);

@@ -4,17 +4,22 @@
 #include <charconv>
 #include <cmath>
 #include <concepts>
+#include <cstddef>
 #include <ctime>
 #include <initializer_list>
 #include <limits>
+#include <optional>
 #include <string>
 
 namespace QVPlatform {
 namespace {
 
-/// A container can hold itself, by way of others; what lies deeper than this is left out of
-/// descriptions and counts as unequal.
+/// A container can hold itself, by way of others, and where containers share what they hold there
+/// are as many ways through them as one likes: what lies deeper than this, or comes after so many
+/// values, is left out of descriptions and counts as unequal.
 constexpr int kMaximumDepth = 64;
+constexpr std::size_t kMaximumDescribed = 1U << 16;
+constexpr std::size_t kMaximumCompared = 1U << 20;
 
 template <class... Visitors>
 struct Overloaded : Visitors... {
@@ -90,63 +95,92 @@ std::string dataText(std::string_view bytes) {
   return text + ">";
 }
 
-std::string describe(const Value& value, int depth);
+/// How far a walk through a value goes.
+struct Walk {
+  std::size_t left;  // values
+  int depth = 0;
 
-std::string describe(const Array& array, int depth) {
-  const std::string indent(static_cast<std::size_t>(depth) * 4, ' ');
-  std::string text = "(\n";
-  for (const Value& element : array.values()) {
-    text.append(indent).append("    ").append(describe(element, depth + 1)).append(",\n");
+  bool isOver() {
+    if (depth > kMaximumDepth || left == 0) return true;
+    --left;
+    return false;
   }
-  return text.append(indent).append(")");
-}
+};
 
-std::string describe(const Dictionary& dictionary, int depth) {
-  const std::string indent(static_cast<std::size_t>(depth) * 4, ' ');
-  std::string text = "{\n";
-  for (const auto& [key, element] : dictionary.entries()) {
-    text.append(indent).append("    ").append(key.view()).append(" = ");
-    text.append(describe(element, depth + 1)).append(";\n");
+/// Writes the description of one value.
+class Description {
+ public:
+  std::string text;
+
+  void append(const Value& value) {
+    if (walk_.isOver()) {
+      text.append("...");
+    } else {
+      std::visit([this](const auto& held) { appendHeld(held); }, value.storage());
+    }
   }
-  return text.append(indent).append("}");
+
+ private:
+  void appendHeld(std::monostate) { text.append("(null)"); }
+  void appendHeld(const String& string) { text.append(string.view()); }
+  void appendHeld(const Data& data) { text.append(dataText(data.view())); }
+  void appendHeld(Date date) { text.append(dateText(date)); }
+  void appendHeld(const Value::ObjectReference& object) {
+    text.append(object->description().view());
+  }
+  template <class Number>
+  requires std::is_arithmetic_v<Number>
+  void appendHeld(Number number) { text.append(decimal(number)); }
+
+  void appendHeld(const Array& array) {
+    begin("(\n");
+    for (const Value& element : array.values()) {
+      indent();
+      append(element);
+      text.append(",\n");
+    }
+    end(")");
+  }
+  void appendHeld(const Dictionary& dictionary) {
+    begin("{\n");
+    for (const auto& [key, element] : *dictionary.snapshot()) {
+      indent();
+      text.append(key.view()).append(" = ");
+      append(element);
+      text.append(";\n");
+    }
+    end("}");
+  }
+
+  void indent() { text.append(static_cast<std::size_t>(walk_.depth) * 4, ' '); }
+  void begin(const char* bracket) {
+    text.append(bracket);
+    ++walk_.depth;
+  }
+  void end(const char* bracket) {
+    --walk_.depth;
+    indent();
+    text.append(bracket);
+  }
+
+  Walk walk_{kMaximumDescribed};
+};
+
+bool isEqual(const Value& a, const Value& b, Walk& walk);
+
+bool isEqual(const Dictionary::Entry& a, const Dictionary::Entry& b, Walk& walk) {
+  return a.first == b.first && isEqual(a.second, b.second, walk);
 }
 
-std::string describe(const Value& value, int depth) {
-  if (depth > kMaximumDepth) return "...";
-  return std::visit(
-      Overloaded{
-          [](std::monostate) -> std::string { return "(null)"; },
-          [](const String& text) { return std::string(text.view()); },
-          [](const Data& data) { return dataText(data.view()); },
-          [](Date date) { return dateText(date); },
-          [depth](const Array& array) { return describe(array, depth); },
-          [depth](const Dictionary& dictionary) { return describe(dictionary, depth); },
-          [](const Value::ObjectReference& object) {
-            return std::string(object->description().view());
-          },
-          [](auto number) { return decimal(number); },
-      },
-      value.storage());
-}
-
-bool isEqual(const Value& a, const Value& b, int depth);
-
-bool isEqual(const Array& a, const Array& b, int depth) {
-  if (a.isSameObject(b)) return true;
-  const auto left = a.values();
-  const auto right = b.values();
-  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                    [depth](const Value& x, const Value& y) { return isEqual(x, y, depth + 1); });
-}
-
-bool isEqual(const Dictionary& a, const Dictionary& b, int depth) {
-  if (a.isSameObject(b)) return true;
-  const auto left = a.entries();
-  const auto right = b.entries();
-  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                    [depth](const auto& x, const auto& y) {
-                      return x.first == y.first && isEqual(x.second, y.second, depth + 1);
-                    });
+/// Of elements or entries.
+template <class List>
+bool areEqual(const List& a, const List& b, Walk& walk) {
+  ++walk.depth;
+  const bool result =
+      std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                 [&walk](const auto& x, const auto& y) { return isEqual(x, y, walk); });
+  --walk.depth;
+  return result;
 }
 
 /// A number with its sign apart, so that all kinds of integers compare exactly.
@@ -156,7 +190,7 @@ struct Integer {
   bool operator==(const Integer&) const = default;
 };
 
-Integer integer(const Value& number) {
+std::optional<Integer> integer(const Value& number) {
   const auto split = []<class Number>(const Number& value) -> Integer {
     if constexpr (std::integral<Number>) {
       return {value < Number{}, static_cast<std::uint64_t>(value)};
@@ -167,34 +201,36 @@ Integer integer(const Value& number) {
   return std::visit(split, number.storage());
 }
 
-double real(const Value& number) {
-  const auto widen = []<class Number>(const Number& value) -> double {
-    if constexpr (std::is_arithmetic_v<Number>) {
-      return static_cast<double>(value);
-    } else {
-      return 0;
-    }
-  };
-  return std::visit(widen, number.storage());
+/// The number that the double stands for, if that is an integer of 64 bits.
+std::optional<Integer> integer(double number) {
+  constexpr double kEnd = 0x1p64;
+  if (std::trunc(number) != number || !(std::abs(number) < kEnd)) return std::nullopt;
+  if (number >= 0) return Integer{false, static_cast<std::uint64_t>(number)};
+  if (number < -kEnd / 2) return std::nullopt;
+  return Integer{true, static_cast<std::uint64_t>(static_cast<std::int64_t>(number))};
 }
 
 bool numbersAreEqual(const Value& a, const Value& b) {
-  const bool isReal =
-      std::holds_alternative<double>(a.storage()) || std::holds_alternative<double>(b.storage());
-  return isReal ? real(a) == real(b) : integer(a) == integer(b);
+  const auto* x = std::get_if<double>(&a.storage());
+  const auto* y = std::get_if<double>(&b.storage());
+  if (x && y) return *x == *y;
+  return (x ? integer(*x) : integer(a)) == (y ? integer(*y) : integer(b));
 }
 
-bool isEqual(const Value& a, const Value& b, int depth) {
-  if (depth > kMaximumDepth) return false;
+bool isEqual(const Value& a, const Value& b, Walk& walk) {
+  if (walk.isOver()) return false;
   if (a.isNumber() && b.isNumber()) return numbersAreEqual(a, b);
-  return std::visit(
-      Overloaded{
-          [depth](const Array& x, const Array& y) { return isEqual(x, y, depth); },
-          [depth](const Dictionary& x, const Dictionary& y) { return isEqual(x, y, depth); },
-          []<class T>(const T& x, const T& y) { return x == y; },
-          [](const auto&, const auto&) { return false; },
-      },
-      a.storage(), b.storage());
+  return std::visit(Overloaded{
+                        [&walk](const Array& x, const Array& y) {
+                          return x.isSameObject(y) || areEqual(x.values(), y.values(), walk);
+                        },
+                        [&walk](const Dictionary& x, const Dictionary& y) {
+                          return x.isSameObject(y) || areEqual(*x.snapshot(), *y.snapshot(), walk);
+                        },
+                        []<class T>(const T& x, const T& y) { return x == y; },
+                        [](const auto&, const auto&) { return false; },
+                    },
+                    a.storage(), b.storage());
 }
 
 }  // namespace
@@ -239,10 +275,15 @@ String Value::stringValue() const { return isNumber() ? description() : string()
 
 String Value::description() const {
   if (const String* text = std::get_if<String>(&storage_)) return *text;
-  return String(describe(*this, 0));
+  Description description;
+  description.append(*this);
+  return String(description.text);
 }
 
-bool operator==(const Value& a, const Value& b) { return isEqual(a, b, 0); }
+bool operator==(const Value& a, const Value& b) {
+  Walk walk{kMaximumCompared};
+  return isEqual(a, b, walk);
+}
 
 String stringWithFormat(std::string_view format, std::initializer_list<Value> arguments) {
   std::string text;

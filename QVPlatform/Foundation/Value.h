@@ -79,11 +79,14 @@ class QVPLATFORM_EXPORT Value {
 
   /// What "%@" prints: text as it is, numbers in decimal with as many digits as tell them apart
   /// ("100000", "0.1", "1e+16"), booleans as 1 and 0, containers over several lines, objects by
-  /// their description(), nil as "(null)".
+  /// their description(), nil as "(null)". What lies deeper than 64 containers, or comes after
+  /// 65,536 values (one counts each time that it is met), is "...".
   String description() const;
 
-  /// Equal kind and content; numbers are equal when they stand for the same number; objects when
-  /// they are the same object; containers by their elements.
+  /// Equal kind and content; numbers are equal when they stand for exactly the same number; objects
+  /// when they are the same object; containers when they are the same one or by their elements.
+  /// What lies deeper than 64 containers, or comes after a million values, counted likewise, is
+  /// unequal.
   friend QVPLATFORM_EXPORT bool operator==(const Value& a, const Value& b);
 
   /// For code that must tell every kind apart (archives, property lists).
