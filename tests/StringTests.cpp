@@ -158,6 +158,8 @@ TEST(Value, IsDestroyedAtAnyDepthOfContainers) {
   Value nested = std::move(innermost);
   for (int i = 0; i < 100000; ++i) {
     nested = i % 3 == 0 ? Value(Array({nested, "beside"})) : Value(Dictionary({{"key", nested}}));
+  }
+  for (int i = 0; i < 100000; ++i) {
     auto holder = std::make_shared<PlainObject>();
     holder->content = std::exchange(nested, nullptr);
     nested = Array({std::move(holder)});

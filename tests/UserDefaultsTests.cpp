@@ -134,7 +134,7 @@ TEST_F(UserDefaultsTest, LosesNoChangeOfProcessesThatWriteAtOnce) {
       int failures = 0;
       for (int i = 0; i < kChanges; ++i) failures += store(i, String(name + std::to_string(i)));
       // Who finds the lock taken for long goes on, and writes at the next occasion.
-      for (int i = 0; i < kChanges && failures > 0; ++i) failures *= !defaults().synchronize();
+      while (failures > 0) failures *= !defaults().synchronize();
       return failures;
     }));
   }
