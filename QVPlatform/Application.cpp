@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -117,14 +118,12 @@ class Place {
   explicit Place(fs::path path) : path_(std::move(path)) {}
 
   String text() {
-    const std::lock_guard lock(mutex_);
     if (text_.isNull()) text_ = textOf(path_);
     return text_.isNull() ? String(kNowhere) : text_;
   }
 
  private:
   const fs::path path_;
-  ForkMutex mutex_;
   String text_;
 };
 
@@ -137,9 +136,18 @@ struct Defaults {
   Place resourceDirectory{resourcesBeside(program)};
 };
 
-Defaults& defaults() {
-  static Defaults& defaults = *new Defaults;
-  return defaults;
+struct FoundDefaults {
+  ForkMutex mutex;
+  std::optional<Defaults> defaults;
+};
+
+/// One of the defaults; they are found out when the first is asked for.
+template <class Ask>
+String defaultOf(const Ask& ask) {
+  auto& found = Lasting<FoundDefaults>::object();
+  const std::lock_guard lock(found.mutex);
+  if (!found.defaults) found.defaults.emplace();
+  return ask(*found.defaults);
 }
 
 /// The identifier as the name of one directory, which leads nowhere else.
@@ -171,7 +179,8 @@ void setDirectory(Property<String>& setting, String directory) {
 
 String Application::identifier() {
   String chosen = settings().identifier.get();
-  return chosen.isEmpty() ? defaults().identifier : chosen;
+  return chosen.isEmpty() ? defaultOf([](Defaults& defaults) { return defaults.identifier; })
+                          : chosen;
 }
 
 void Application::setIdentifier(String identifier) {
@@ -185,8 +194,8 @@ void Application::setVersion(String version) { settings().version.set(std::move(
 String Application::containerDirectory() {
   String chosen = settings().containerDirectory.get();
   if (!chosen.isEmpty()) return chosen;
-  return defaults().dataDirectory.text().stringByAppendingPathComponent(
-      directoryName(identifier()));
+  return defaultOf([](Defaults& defaults) { return defaults.dataDirectory.text(); })
+      .stringByAppendingPathComponent(directoryName(identifier()));
 }
 
 void Application::setContainerDirectory(String directory) {
@@ -205,7 +214,9 @@ String Application::makeLibraryDirectory() {
 
 String Application::resourceDirectory() {
   String chosen = settings().resourceDirectory.get();
-  return chosen.isEmpty() ? defaults().resourceDirectory.text() : chosen;
+  return chosen.isEmpty()
+             ? defaultOf([](Defaults& defaults) { return defaults.resourceDirectory.text(); })
+             : chosen;
 }
 
 void Application::setResourceDirectory(String directory) {

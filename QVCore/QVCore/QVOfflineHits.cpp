@@ -13,8 +13,6 @@
 #include <QVPlatform/Foundation/PropertyList.h>
 #include <QVPlatform/Foundation/TakenFile.h>
 
-#include <cxxabi.h>
-
 #include <cstdint>
 #include <mutex>
 #include <new>
@@ -210,12 +208,14 @@ bool queueAll(TakenFile& file, const std::vector<Value>& hits,
       queue(hit->dictionary());
     } catch (const std::bad_alloc&) {
       return keepRest();
-    } catch (const abi::__forced_unwind&) {
-      ++hit;  // a listener that was told of it ends the thread
-      keepRest();
-      throw;
     } catch (...) {
-      QVPlatform::logStoppedException();
+      try {
+        QVPlatform::logStoppedException();
+      } catch (...) {
+        ++hit;  // a listener that was told of it ends the thread
+        keepRest();
+        throw;
+      }
     }
     ++hit;
   }
