@@ -27,7 +27,7 @@ class ForkTest : public QVTest::CoreTest {
  protected:
   ForkTest() { QVDebug::setDebugLevel(6); }
   void SetUp() override {
-    if (!QVTest::kChildrenMayHaveThreads) GTEST_SKIP() << "no child may start threads";
+    if (!QVTest::kChildrenMayGoOn) GTEST_SKIP() << "no child may go on under a sanitizer";
   }
 
   /// What the child's function answers, or false when it hangs.

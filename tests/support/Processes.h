@@ -18,14 +18,16 @@
 
 namespace QVTest {
 
-/// Whether a child of a process with several threads may start some of its own: ThreadSanitizer
-/// ends it.
-#if defined(__SANITIZE_THREAD__)
-inline constexpr bool kChildrenMayHaveThreads = false;
+/// Whether a child of a process with several threads may go on: ThreadSanitizer ends it when it
+/// starts some of its own, and AddressSanitizer may wait for ever for another thread of the parent
+/// that was just allocating.
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+inline constexpr bool kChildrenMayGoOn = false;
 #elif defined(__has_feature)
-inline constexpr bool kChildrenMayHaveThreads = !__has_feature(thread_sanitizer);
+inline constexpr bool kChildrenMayGoOn =
+    !__has_feature(thread_sanitizer) && !__has_feature(address_sanitizer);
 #else
-inline constexpr bool kChildrenMayHaveThreads = true;
+inline constexpr bool kChildrenMayGoOn = true;
 #endif
 
 /// Starts a copy of this process that runs the function and ends with its result.
