@@ -18,17 +18,25 @@
 
 namespace QVTest {
 
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+#ifdef __SANITIZE_ADDRESS__
+inline constexpr bool kHasAddressSanitizer = true;
+#else
+inline constexpr bool kHasAddressSanitizer = false;
+#endif
+inline constexpr bool kHasThreadSanitizer = !kHasAddressSanitizer;
+#elif defined(__has_feature)
+inline constexpr bool kHasAddressSanitizer = __has_feature(address_sanitizer);
+inline constexpr bool kHasThreadSanitizer = __has_feature(thread_sanitizer);
+#else
+inline constexpr bool kHasAddressSanitizer = false;
+inline constexpr bool kHasThreadSanitizer = false;
+#endif
+
 /// Whether a child of a process with several threads may go on: ThreadSanitizer ends it when it
 /// starts some of its own, and AddressSanitizer may wait for ever for another thread of the parent
 /// that was just allocating.
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-inline constexpr bool kChildrenMayGoOn = false;
-#elif defined(__has_feature)
-inline constexpr bool kChildrenMayGoOn =
-    !__has_feature(thread_sanitizer) && !__has_feature(address_sanitizer);
-#else
-inline constexpr bool kChildrenMayGoOn = true;
-#endif
+inline constexpr bool kChildrenMayGoOn = !kHasAddressSanitizer && !kHasThreadSanitizer;
 
 /// Starts a copy of this process that runs the function and ends with its result.
 inline pid_t startChild(const std::function<int()>& function) {
