@@ -88,13 +88,6 @@ const std::shared_ptr<NotificationCenter>& NotificationCenter::defaultCenter() {
   return Lasting<Default>::object().center;
 }
 
-namespace {
-
-/// Made when the library is loaded: who asks for it later meets no want of memory here.
-[[maybe_unused]] const auto& madeEarly = NotificationCenter::defaultCenter();
-
-}  // namespace
-
 NotificationCenter::NotificationCenter() : state_(std::make_unique<State>()) {}
 
 NotificationCenter::~NotificationCenter() = default;

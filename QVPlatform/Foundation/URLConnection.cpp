@@ -1,6 +1,7 @@
 #include <QVPlatform/Foundation/URLConnection.h>
 
 #include <QVPlatform/Dispatch/ForkMutex.h>
+#include <QVPlatform/Foundation/Internal/HTTPRedirection.h>
 #include <QVPlatform/Foundation/Internal/HTTPSession.h>
 #include <QVPlatform/Foundation/Internal/Lasting.h>
 #include <QVPlatform/Foundation/Internal/TransferError.h>
@@ -65,11 +66,7 @@ std::shared_ptr<Error> refusal(const MutableURLRequest& request) {
   if (request.cachePolicy() == URLRequestCachePolicy::returnCacheDataDontLoad) {
     return makeError(URLErrorCode::notCached);
   }
-  const auto& url = request.url();
-  const bool isHTTP = url && (url->hasScheme("http") || url->hasScheme("https"));
-  if (!isHTTP || url->hasEmptyHost()) {
-    return makeError(URLErrorCode::unsupportedURL);
-  }
+  if (!isHTTPWithHost(request.url())) return makeError(URLErrorCode::unsupportedURL);
   return nullptr;
 }
 

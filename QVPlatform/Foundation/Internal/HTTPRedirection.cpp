@@ -21,10 +21,6 @@ struct Deleter {
   void operator()(char* text) const { curl_free(text); }
 };
 
-bool isHTTPWithHost(const std::optional<URL>& url) {
-  return url && url->hasSchemeAndHost() && (url->hasScheme("http") || url->hasScheme("https"));
-}
-
 /// Whether the byte there may stand in a URL, where a percent sign begins an escape.
 bool isAllowedAt(std::string_view text, std::size_t at) {
   if (text[at] == '%') {
@@ -72,6 +68,11 @@ bool isSameOrigin(const URL& a, const URL& b) {
 }
 
 }  // namespace
+
+bool isHTTPWithHost(const std::optional<URL>& url) {
+  return url && url->hasSchemeAndHost() && !url->hasEmptyHost() &&
+         (url->hasScheme("http") || url->hasScheme("https"));
+}
 
 bool isRedirection(const HTTPURLResponse& response) {
   switch (response.statusCode()) {

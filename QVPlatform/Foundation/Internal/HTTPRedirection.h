@@ -7,6 +7,9 @@
 
 namespace QVPlatform {
 
+/// Whether a request can go there: an http or https URL with a host that is not empty.
+bool isHTTPWithHost(const std::optional<URL>& url);
+
 /// Whether the answer sends its request elsewhere: status 301, 302, 303, 307 or 308, and a place.
 bool isRedirection(const HTTPURLResponse& response);
 
