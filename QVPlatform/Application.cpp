@@ -1,6 +1,6 @@
 #include <QVPlatform/Application.h>
 
-#include <QVPlatform/Dispatch/ForkMutex.h>
+#include <QVPlatform/Foundation/ForkMutex.h>
 #include <QVPlatform/Foundation/Internal/Lasting.h>
 #include <QVPlatform/Foundation/Log.h>
 #include <QVPlatform/Foundation/Property.h>

@@ -3,7 +3,7 @@
 //
 //   build/release/benchmarks/NotificationBenchmark
 
-#include <QVPlatform/Foundation/NotificationCenter.h>
+#include <QVPlatform/Dispatch/NotificationCenter.h>
 
 #include <benchmark/benchmark.h>
 

@@ -12,9 +12,9 @@
 
 #include <QVCore/QVCore.h>
 #include <QVPlatform/Application.h>
-#include <QVPlatform/Foundation/FileManager.h>
-#include <QVPlatform/Foundation/KeyedUnarchiver.h>
-#include <QVPlatform/Foundation/OperationQueue.h>
+#include <QVPlatform/Archives/KeyedUnarchiver.h>
+#include <QVPlatform/Dispatch/OperationQueue.h>
+#include <QVPlatform/Files/FileManager.h>
 #include <tests/support/TemporaryDirectory.h>
 
 #include <benchmark/benchmark.h>

@@ -10,7 +10,7 @@
 
 #include <QVCore/QVCore.h>
 #include <QVPlatform/Application.h>
-#include <QVPlatform/Foundation/NotificationCenter.h>
+#include <QVPlatform/Dispatch/NotificationCenter.h>
 
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>

@@ -42,8 +42,7 @@ function(qv_library target)
 endfunction()
 
 # qv_public_headers(<target> <base directory> <headers...>): what is installed of the target, and
-# where users of the target find it. No entry of a directory's list may go missing unnoticed, so the
-# callers glob, and name the private headers instead.
+# where users of the target find it. The callers glob the rooms: a header is public by where it lies.
 function(qv_public_headers target base)
   target_sources(${target} PUBLIC FILE_SET HEADERS BASE_DIRS ${base} FILES ${ARGN})
 endfunction()

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <QVPlatform/Foundation/KeyedArchiver.h>
-#include <QVPlatform/Foundation/KeyedUnarchiver.h>
-#include <QVPlatform/Foundation/PropertyList.h>
+#include <QVPlatform/Archives/KeyedArchiver.h>
+#include <QVPlatform/Archives/KeyedUnarchiver.h>
+#include <QVPlatform/Archives/PropertyList.h>
 
 #include <cstdlib>
 #include <string>

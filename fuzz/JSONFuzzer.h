@@ -1,7 +1,7 @@
 #pragma once
 
-#include <QVPlatform/Foundation/JSONDocument.h>
-#include <QVPlatform/Foundation/JSONSerialization.h>
+#include <QVPlatform/Archives/JSONDocument.h>
+#include <QVPlatform/Archives/JSONSerialization.h>
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,21 +1,10 @@
-#include "support/Processes.h"
-#include "support/TemporaryDirectory.h"
-
-#include <QVPlatform/Application.h>
-
-#include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <iostream>
-#include <string>
+#include "tests/support/Test.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using namespace QVPlatform;
 
 void useOtherPlaces() {
   setenv("HOME", "/nowhere", 1);

@@ -1,9 +1,5 @@
-#include <gtest/gtest.h>
-
-#include <filesystem>
-
 #include "fuzz/ArchiveFuzzer.h"
-#include "support/Processes.h"
+#include "tests/support/Test.h"
 
 namespace {
 

@@ -1,21 +1,11 @@
-#include "support/ChildProcess.h"
-#include "support/CoreTest.h"
-
-#include <QVPlatform/Device/Device.h>
-
-#include <gmock/gmock.h>
 #include <sched.h>
 #include <sys/mount.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <stdexcept>
-#include <string>
+#include "tests/support/ChildProcess.h"
+#include "tests/support/CoreTest.h"
+#include "tests/support/Test.h"
 
 namespace {
-
-using namespace QVPlatform;
 
 constexpr const char* kNotPermitted = "not permitted";
 

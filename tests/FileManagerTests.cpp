@@ -1,33 +1,8 @@
-#include <QVPlatform/Application.h>
-#include <QVPlatform/Foundation/AtomicFile.h>
-#include <QVPlatform/Foundation/Bundle.h>
-#include <QVPlatform/Foundation/FileManager.h>
-#include <QVPlatform/Foundation/TakenFile.h>
-
-#include <gtest/gtest.h>
-
-#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <chrono>
-#include <csignal>
-#include <filesystem>
-#include <memory>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
-
-#include "support/LocklessFileSystem.h"
-#include "support/Processes.h"
-#include "support/TemporaryDirectory.h"
-
-using namespace QVPlatform;
-using namespace std::string_literals;
-using namespace QVTest;
+#include "tests/support/LocklessFileSystem.h"
+#include "tests/support/Test.h"
 
 namespace fs = std::filesystem;
 

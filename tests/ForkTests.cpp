@@ -1,22 +1,8 @@
-#include "support/CoreTest.h"
-#include "support/Processes.h"
-#include "support/ServerProcess.h"
-
-#include <QVCore/QVCore.h>
-#include <QVPlatform/Dispatch/SerialQueue.h>
-
-#include <poll.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <chrono>
-#include <future>
-#include <memory>
-#include <thread>
+#include "tests/support/CoreTest.h"
+#include "tests/support/ServerProcess.h"
+#include "tests/support/Test.h"
 
 namespace {
-
-using namespace QVPlatform;
 
 bool isReadable(int descriptor) {
   pollfd waiting{descriptor, POLLIN, 0};

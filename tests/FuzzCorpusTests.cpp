@@ -1,13 +1,7 @@
-#include "support/ConfigurationTest.h"
-
-#include <QVCore/QVDebug.h>
-
 #include "fuzz/ConfigurationUpdateFuzzer.h"
 #include "fuzz/JSONFuzzer.h"
-
-#include <fstream>
-#include <iterator>
-#include <string>
+#include "tests/support/ConfigurationTest.h"
+#include "tests/support/Test.h"
 
 namespace {
 

@@ -1,15 +1,4 @@
-#include <QVPlatform/Foundation/JSONDocument.h>
-#include <QVPlatform/Foundation/JSONSerialization.h>
-#include <QVPlatform/Foundation/Null.h>
-
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <cstdlib>
-#include <limits>
-#include <string>
-
-using namespace QVPlatform;
+#include "tests/support/Test.h"
 
 namespace {
 

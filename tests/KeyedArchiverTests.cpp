@@ -1,31 +1,6 @@
-#include <QVPlatform/Foundation/ClassRegistry.h>
-#include <QVPlatform/Foundation/Coding.h>
-#include <QVPlatform/Foundation/Error.h>
-#include <QVPlatform/Foundation/HTTPURLResponse.h>
-#include <QVPlatform/Foundation/KeyedArchiver.h>
-#include <QVPlatform/Foundation/KeyedUnarchiver.h>
-#include <QVPlatform/Foundation/Null.h>
-#include <QVPlatform/Foundation/PropertyList.h>
-#include <QVPlatform/Foundation/URLRequest.h>
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <memory>
-#include <string>
-#include <thread>
-#include <tuple>
-#include <utility>
-#include <vector>
-
-#include "support/EndingThreads.h"
-#include "support/Processes.h"
-#include "support/PropertyListValues.h"
-#include "support/TemporaryDirectory.h"
-
-using namespace QVPlatform;
-using namespace std::string_literals;
-using namespace QVTest;
+#include "tests/support/EndingThreads.h"
+#include "tests/support/PropertyListValues.h"
+#include "tests/support/Test.h"
 
 namespace {
 
@@ -140,8 +115,7 @@ TEST(KeyedArchiver, KeepsWhatIsOneObjectOneObject) {
 }
 
 TEST(KeyedArchiver, ArchivesObjectsByTheirParts) {
-  ClassRegistry::registerClass(
-      "Folder", []() -> std::shared_ptr<Object> { return std::make_shared<Folder>(); });
+  const RegisteredClass<Folder> registered{"Folder"};
   const auto inner = std::make_shared<Folder>();
   const auto outer = std::make_shared<Folder>();
   inner->content = 7U;

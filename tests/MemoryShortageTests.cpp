@@ -1,23 +1,9 @@
-#include "support/CoreTest.h"
-#include "support/FailingAllocations.h"
-#include "support/Processes.h"
-#include "support/ServerProcess.h"
-
-#include <QVCore/QVCore.h>
-#include <QVPlatform/Dispatch/CallOut.h>
-
-#include <gmock/gmock.h>
-
-#include <atomic>
-#include <chrono>
-#include <functional>
-#include <memory>
-#include <thread>
+#include "tests/support/CoreTest.h"
+#include "tests/support/FailingAllocations.h"
+#include "tests/support/ServerProcess.h"
+#include "tests/support/Test.h"
 
 namespace {
-
-using namespace QVPlatform;
-using namespace QVTest;
 
 /// Counts notifications of one name, and takes no memory for it.
 class Tally {

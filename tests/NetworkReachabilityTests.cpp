@@ -1,31 +1,9 @@
-#include <QVPlatform/SystemConfiguration/NetworkReachability.h>
-
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <linux/if_arp.h>
 #include <linux/if_tun.h>
 #include <sys/ioctl.h>
-#include <sys/socket.h>
-
-#include <cerrno>
-#include <chrono>
-#include <condition_variable>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "tests/support/NetworkNamespace.h"
-#include "tests/support/Processes.h"
-
-using namespace QVPlatform;
-using testing::ElementsAre;
+#include "tests/support/Test.h"
 
 namespace {
 

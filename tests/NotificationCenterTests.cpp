@@ -1,21 +1,6 @@
-#include <QVPlatform/Foundation/NotificationCenter.h>
-#include <QVPlatform/Foundation/Value.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <latch>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
+#include "tests/support/Test.h"
 
 namespace {
-
-using namespace QVPlatform;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 class NotificationCenterTest : public ::testing::Test {
  protected:

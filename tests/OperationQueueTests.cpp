@@ -1,22 +1,6 @@
-#include <QVPlatform/Foundation/OperationQueue.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <functional>
-#include <future>
-#include <memory>
-#include <mutex>
-#include <thread>
-#include <utility>
-#include <vector>
+#include "tests/support/Test.h"
 
 namespace {
-
-using namespace QVPlatform;
-using ::testing::Each;
-using ::testing::ElementsAre;
 
 class BlockOperation : public Operation {
  public:

@@ -1,21 +1,5 @@
-#include <QVPlatform/Foundation/PropertyList.h>
-
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <memory>
-#include <random>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include "support/Processes.h"
-#include "support/PropertyListValues.h"
-#include "support/TemporaryDirectory.h"
-
-using namespace QVPlatform;
-using namespace std::string_literals;
-using namespace QVTest;
+#include "tests/support/PropertyListValues.h"
+#include "tests/support/Test.h"
 
 namespace {
 

@@ -1,22 +1,7 @@
-#include "support/ConfigurationTest.h"
-
-#include <QVCore/QVConfigurationFileFactory.h>
-#include <QVCore/QVCoreConstants.h>
-#include <QVCore/QVDebug.h>
-
-#include <gmock/gmock.h>
-#include <unistd.h>
-
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
+#include "tests/support/ConfigurationTest.h"
+#include "tests/support/Test.h"
 
 namespace {
-
-using namespace QVPlatform;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 /// Owns a listener and remembers the names that it hears.
 class Module : public QVPlatform::Object, public IQVEventListenerDelegate {

@@ -1,25 +1,7 @@
-#include "support/ConfigurationTest.h"
-
-#include <QVCore/QVConfigurationFile.h>
-#include <QVCore/QVCoreConstants.h>
-#include <QVCore/QVDebug.h>
-#include <QVCore/QVLogger.h>
-#include <QVPlatform/Foundation/Bundle.h>
-#include <QVPlatform/Foundation/Null.h>
-
-#include <gmock/gmock.h>
-
-#include <functional>
-#include <memory>
-#include <string>
-#include <vector>
+#include "tests/support/ConfigurationTest.h"
+#include "tests/support/Test.h"
 
 namespace {
-
-using namespace QVPlatform;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
 
 class QVConfigurationFileTest : public QVTest::ConfigurationTest {
  protected:

@@ -1,27 +1,8 @@
-#include "support/ConfigurationServer.h"
-#include "support/ConfigurationTest.h"
-
-#include <QVCore/QVConfigurationFile.h>
-#include <QVCore/QVConfigurationFileFactory.h>
-#include <QVCore/QVCoreConstants.h>
-#include <QVCore/QVDebug.h>
-
-#include <gmock/gmock.h>
-
-#include <atomic>
-#include <future>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
+#include "tests/support/ConfigurationServer.h"
+#include "tests/support/ConfigurationTest.h"
+#include "tests/support/Test.h"
 
 namespace {
-
-using namespace QVPlatform;
-using namespace QVTest;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 
 std::string version(const std::string& number) { return "{\"v\": " + number + "}"; }
 

@@ -1,17 +1,6 @@
-#include "support/CoreTest.h"
-#include "support/ServerProcess.h"
-
-#include <QVCore/QVCore.h>
-
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <csignal>
-#include <cstdlib>
-#include <random>
-#include <string>
-#include <thread>
+#include "tests/support/CoreTest.h"
+#include "tests/support/ServerProcess.h"
+#include "tests/support/Test.h"
 
 namespace {
 

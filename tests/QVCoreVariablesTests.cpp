@@ -1,27 +1,9 @@
-#include "support/ChildProcess.h"
-#include "support/CoreTest.h"
-#include "support/ScriptedWebEngine.h"
-
-#include <QVCore/QVCoreConstants.h>
-#include <QVCore/QVCoreVariables.h>
-#include <QVCore/QVDebug.h>
-#include <QVCore/QVUserDefaults.h>
-#include <QVPlatform/Device/Device.h>
-
-#include <gmock/gmock.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <future>
-#include <memory>
-#include <stdexcept>
-#include <string>
-#include <thread>
-#include <vector>
+#include "tests/support/ChildProcess.h"
+#include "tests/support/CoreTest.h"
+#include "tests/support/ScriptedWebEngine.h"
+#include "tests/support/Test.h"
 
 namespace {
-
-using namespace QVPlatform;
 
 constexpr const char* kUUIDPattern = "[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}";
 

@@ -1,23 +1,6 @@
-#include <QVCore/QVCoreConstants.h>
-#include <QVCore/QVEventListener.h>
-#include <QVCore/QVEventSender.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <latch>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <thread>
-#include <vector>
+#include "tests/support/Test.h"
 
 namespace {
-
-using namespace QVPlatform;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 /// Owns a listener and a sender, as the core's classes do.
 class Participant : public IQVEventListenerDelegate, public IQVEventSenderDelegate {

@@ -1,21 +1,9 @@
-#include "support/CoreTest.h"
-#include "support/HTTPServer.h"
-#include "support/RawServer.h"
-
-#include <QVCore/QVCore.h>
-
-#include <gmock/gmock.h>
-
-#include <atomic>
-#include <memory>
-#include <string>
-#include <vector>
+#include "tests/support/CoreTest.h"
+#include "tests/support/HTTPServer.h"
+#include "tests/support/RawServer.h"
+#include "tests/support/Test.h"
 
 namespace {
-
-using namespace QVPlatform;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 const std::string kSent = "QVNotification: HTTP Request Sent";
 const std::string kError = "QVNotification: HTTP Request Error";

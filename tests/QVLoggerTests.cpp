@@ -1,29 +1,10 @@
-#include "support/CoreTest.h"
-#include "support/Processes.h"
-
-#include <QVCore/QVCoreConstants.h>
-#include <QVCore/QVDebug.h>
-#include <QVCore/QVLogger.h>
-
-#include <QVPlatform/Foundation/FileManager.h>
-
-#include <fcntl.h>
-#include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 
-#include <array>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <functional>
-#include <memory>
-#include <string>
-#include <thread>
+#include "tests/support/CoreTest.h"
+#include "tests/support/Test.h"
 
 namespace {
-
-using namespace QVPlatform;
 
 class QVLoggerTest : public QVTest::CoreTest {
  protected:

@@ -1,23 +1,8 @@
-#include "support/CoreTest.h"
-#include "support/HTTPServer.h"
-
-#include <QVCore/QVCore.h>
-#include <QVPlatform/Foundation/ClassRegistry.h>
-
-#include <gmock/gmock.h>
-
-#include <cstdint>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
+#include "tests/support/CoreTest.h"
+#include "tests/support/HTTPServer.h"
+#include "tests/support/Test.h"
 
 namespace {
-
-using namespace QVPlatform;
-using ::testing::Each;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 constexpr const char* kUpChanged = "QVNotification: Internet Changed";
 

@@ -1,43 +1,9 @@
-#include "support/CoreTest.h"
-#include "support/EndingThreads.h"
-#include "support/FailingAllocations.h"
-#include "support/Processes.h"
-
-#include <QVCore/QVCore.h>
-#include <QVPlatform/Foundation/FileManager.h>
-#include <QVPlatform/Foundation/KeyedArchiver.h>
-#include <QVPlatform/Foundation/KeyedUnarchiver.h>
-
-#include <gmock/gmock.h>
-
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <csignal>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <memory>
-#include <new>
-#include <random>
-#include <string>
-#include <system_error>
-#include <thread>
-#include <vector>
+#include "tests/support/CoreTest.h"
+#include "tests/support/EndingThreads.h"
+#include "tests/support/FailingAllocations.h"
+#include "tests/support/Test.h"
 
 namespace {
-
-using namespace QVPlatform;
-using ::testing::AllOf;
-using ::testing::Each;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::SizeIs;
-using ::testing::Truly;
 
 /// An object for whose archive there is no memory.
 class TooLarge : public QVPlatform::Object, public QVPlatform::Coding {

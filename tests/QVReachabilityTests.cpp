@@ -1,29 +1,5 @@
-#include <QVCore/QVCoreConstants.h>
-#include <QVCore/QVReachability.h>
-#include <QVPlatform/Dispatch/MainQueue.h>
-#include <QVPlatform/Foundation/NotificationCenter.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <poll.h>
-
-#include <array>
-#include <atomic>
-#include <cerrno>
-#include <chrono>
-#include <cstdint>
-#include <cstdio>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "tests/support/ScriptedReachabilitySource.h"
-
-using namespace QVPlatform;
-using testing::ElementsAre;
-using testing::HasSubstr;
+#include "tests/support/Test.h"
 
 namespace {
 

@@ -1,25 +1,10 @@
-#include "support/CoreTest.h"
-#include "support/EndingThreads.h"
+#include <QVCore/Internal/QVSharedService.h>
 
-#include <QVCore/QVCore.h>
-#include <QVCore/QVSharedService.h>
-#include <QVPlatform/Foundation/KeyedArchiver.h>
-#include <QVPlatform/Foundation/KeyedUnarchiver.h>
-
-#include <gmock/gmock.h>
-
-#include <atomic>
-#include <cstdint>
-#include <memory>
-#include <new>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
+#include "tests/support/CoreTest.h"
+#include "tests/support/EndingThreads.h"
+#include "tests/support/Test.h"
 
 namespace {
-
-using namespace QVPlatform;
 
 class QVSharedServiceTest : public QVTest::CoreTest {};
 

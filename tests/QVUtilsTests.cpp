@@ -1,11 +1,4 @@
-#include <QVCore/QVUtils.h>
-#include <gtest/gtest.h>
-
-#include <limits>
-#include <string>
-#include <string_view>
-
-using namespace QVPlatform;
+#include "tests/support/Test.h"
 
 namespace {
 

@@ -1,13 +1,4 @@
-#include <QVPlatform/Foundation/Value.h>
-
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <cstdint>
-#include <memory>
-#include <utility>
-
-using namespace QVPlatform;
+#include "tests/support/Test.h"
 
 namespace {
 

@@ -1,16 +1,4 @@
-#include <QVPlatform/Foundation/CharacterSet.h>
-#include <QVPlatform/Foundation/DateFormatter.h>
-#include <QVPlatform/Foundation/NumberFormatter.h>
-#include <QVPlatform/Foundation/RegularExpression.h>
-#include <QVPlatform/Foundation/UUID.h>
-#include <gtest/gtest.h>
-
-#include <limits>
-#include <string>
-#include <thread>
-#include <vector>
-
-using namespace QVPlatform;
+#include "tests/support/Test.h"
 
 namespace {
 

@@ -1,15 +1,7 @@
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <latch>
-#include <thread>
-
-#include "support/Certificate.h"
-#include "support/Exchange.h"
-#include "support/ServerProcess.h"
-
-using namespace QVPlatform;
-using namespace QVTest;
+#include "tests/support/Certificate.h"
+#include "tests/support/Exchange.h"
+#include "tests/support/ServerProcess.h"
+#include "tests/support/Test.h"
 
 namespace {
 

@@ -1,15 +1,8 @@
-#include <gtest/gtest.h>
+#include "tests/support/Exchange.h"
+#include "tests/support/HTTPServer.h"
+#include "tests/support/RawServer.h"
+#include "tests/support/Test.h"
 
-#include <chrono>
-#include <string>
-
-#include "support/Exchange.h"
-#include "support/HTTPServer.h"
-#include "support/RawServer.h"
-
-using namespace QVPlatform;
-using namespace QVTest;
-using namespace std::chrono_literals;
 using Connection = RawServer::Connection;
 
 namespace {

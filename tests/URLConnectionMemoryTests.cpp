@@ -1,14 +1,9 @@
 #include <curl/curl.h>
-#include <gtest/gtest.h>
 
-#include <cstring>
-
-#include "support/Exchange.h"
-#include "support/FailingAllocations.h"
-#include "support/HTTPServer.h"
-
-using namespace QVPlatform;
-using namespace QVTest;
+#include "tests/support/Exchange.h"
+#include "tests/support/FailingAllocations.h"
+#include "tests/support/HTTPServer.h"
+#include "tests/support/Test.h"
 
 namespace {
 

@@ -1,16 +1,9 @@
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 #include <netdb.h>
 
-#include <chrono>
-#include <cstring>
-#include <semaphore>
-
-#include "support/Exchange.h"
-#include "support/HTTPServer.h"
-
-using namespace QVPlatform;
-using namespace QVTest;
+#include "tests/support/Exchange.h"
+#include "tests/support/HTTPServer.h"
+#include "tests/support/Test.h"
 
 namespace {
 

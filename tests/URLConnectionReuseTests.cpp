@@ -1,22 +1,11 @@
-#include <gtest/gtest.h>
 #include <openssl/ssl.h>
-#include <sys/wait.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <map>
-#include <semaphore>
-#include <set>
-#include <string>
+#include "tests/support/Certificate.h"
+#include "tests/support/Exchange.h"
+#include "tests/support/HTTPServer.h"
+#include "tests/support/RawServer.h"
+#include "tests/support/Test.h"
 
-#include "support/Certificate.h"
-#include "support/Exchange.h"
-#include "support/HTTPServer.h"
-#include "support/Processes.h"
-#include "support/RawServer.h"
-
-using namespace QVPlatform;
-using namespace QVTest;
 using Connection = RawServer::Connection;
 
 namespace {

@@ -1,15 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <set>
-
-#include "support/Certificate.h"
-#include "support/Exchange.h"
-#include "support/HTTPServer.h"
-#include "support/RawServer.h"
-
-using namespace QVPlatform;
-using namespace QVTest;
+#include "tests/support/Certificate.h"
+#include "tests/support/Exchange.h"
+#include "tests/support/HTTPServer.h"
+#include "tests/support/RawServer.h"
+#include "tests/support/Test.h"
 
 namespace {
 

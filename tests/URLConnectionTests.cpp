@@ -1,18 +1,7 @@
-#include <QVPlatform/Application.h>
-#include <QVPlatform/Foundation/Value.h>
-
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <set>
-#include <thread>
-
-#include "support/Exchange.h"
-#include "support/HTTPServer.h"
-#include "support/RawServer.h"
-
-using namespace QVPlatform;
-using namespace QVTest;
+#include "tests/support/Exchange.h"
+#include "tests/support/HTTPServer.h"
+#include "tests/support/RawServer.h"
+#include "tests/support/Test.h"
 
 namespace {
 

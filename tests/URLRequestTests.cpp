@@ -1,13 +1,4 @@
-#include <QVPlatform/Foundation/HTTPURLResponse.h>
-#include <QVPlatform/Foundation/URLRequest.h>
-#include <QVPlatform/Foundation/Value.h>
-
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <thread>
-
-using namespace QVPlatform;
+#include "tests/support/Test.h"
 
 namespace {
 

@@ -1,8 +1,4 @@
-#include <QVPlatform/Foundation/URL.h>
-
-#include <gtest/gtest.h>
-
-using namespace QVPlatform;
+#include "tests/support/Test.h"
 
 namespace {
 

@@ -1,30 +1,7 @@
-#include <QVPlatform/Application.h>
-#include <QVPlatform/Foundation/PropertyList.h>
-#include <QVPlatform/Foundation/UserDefaults.h>
-
-#include <gtest/gtest.h>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <chrono>
-#include <csignal>
-#include <filesystem>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include "support/FailingAllocations.h"
-#include "support/LocklessFileSystem.h"
-#include "support/Processes.h"
-#include "support/PropertyListValues.h"
-#include "support/TemporaryDirectory.h"
-
-using namespace QVPlatform;
-using namespace QVTest;
+#include "tests/support/FailingAllocations.h"
+#include "tests/support/LocklessFileSystem.h"
+#include "tests/support/PropertyListValues.h"
+#include "tests/support/Test.h"
 
 namespace fs = std::filesystem;
 

@@ -1,28 +1,13 @@
-// The default web engine without WebKit: its library with other programs in the place of its own.
-
-#include "support/CoreTest.h"
-
-#include <QVPlatform/Foundation/Error.h>
-#include <QVPlatform/WebKit/WebEngine.h>
-
 #include <dlfcn.h>
-#include <gmock/gmock.h>
-#include <signal.h>
-#include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <memory>
-#include <optional>
-#include <string>
+#include "tests/support/CoreTest.h"
+#include "tests/support/Test.h"
+
+// The default web engine without WebKit: its library with other programs in the place of its own.
 
 namespace {
 
 namespace fs = std::filesystem;
-
-using namespace QVPlatform;
 
 struct Outcome {
   Value result;

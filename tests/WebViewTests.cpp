@@ -1,30 +1,16 @@
-// The real engine, on a display in memory, asked by applications with each kind of main loop.
-
-#include "support/CoreTest.h"
-#include "support/XServer.h"
-
-#include <QVCore/QVCoreConstants.h>
-#include <QVCore/QVCoreVariables.h>
-#include <QVCore/QVDebug.h>
-#include <QVPlatform/Dispatch/MainQueue.h>
-#include <QVPlatform/WebKit/WebEngine.h>
-
-#include <gmock/gmock.h>
+#include <glib-unix.h>
 #include <sys/epoll.h>
 
-#include <cstdlib>
-#include <functional>
-#include <memory>
-#include <string>
-#include <thread>
+#include "tests/support/CoreTest.h"
+#include "tests/support/Test.h"
+#include "tests/support/XServer.h"
+
+// The real engine, on a display in memory, asked by applications with each kind of main loop.
 
 #ifdef QV_WEBKIT_LIBRARY
-#include <glib-unix.h>
 #endif
 
 namespace {
-
-using namespace QVPlatform;
 
 bool isEngineBuilt() {
 #ifdef QV_WEBKIT_LIBRARY

@@ -4,10 +4,10 @@
 #include <QVCore/QVLogger.h>
 #include <QVCore/QVNetworkManager.h>
 #include <QVCore/QVUserDefaults.h>
-#include <QVPlatform/Dispatch/CallOut.h>
-#include <QVPlatform/Foundation/FileManager.h>
-#include <QVPlatform/Foundation/JSONDocument.h>
-#include <QVPlatform/Foundation/JSONSerialization.h>
+#include <QVPlatform/Archives/JSONDocument.h>
+#include <QVPlatform/Archives/JSONSerialization.h>
+#include <QVPlatform/Files/FileManager.h>
+#include <QVPlatform/Foundation/CallOut.h>
 
 #include <initializer_list>
 #include <string_view>

@@ -3,7 +3,7 @@
 #include <QVCore/Export.h>
 #include <QVCore/QVEventListener.h>
 #include <QVCore/QVEventSender.h>
-#include <QVPlatform/Foundation/Bundle.h>
+#include <QVPlatform/Files/Bundle.h>
 #include <QVPlatform/Foundation/Property.h>
 #include <QVPlatform/Foundation/Value.h>
 

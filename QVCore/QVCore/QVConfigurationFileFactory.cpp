@@ -1,8 +1,8 @@
 #include <QVCore/QVConfigurationFileFactory.h>
 
+#include <QVCore/Internal/QVSharedService.h>
 #include <QVCore/QVCoreConstants.h>
-#include <QVCore/QVSharedService.h>
-#include <QVPlatform/Dispatch/CallOut.h>
+#include <QVPlatform/Foundation/CallOut.h>
 #include <QVPlatform/Foundation/Value.h>
 
 #include <new>

@@ -4,7 +4,7 @@
 #include <QVCore/QVConfigurationFile.h>
 #include <QVCore/QVEventListener.h>
 #include <QVCore/QVSingleton.h>
-#include <QVPlatform/Foundation/Bundle.h>
+#include <QVPlatform/Files/Bundle.h>
 #include <QVPlatform/Foundation/Dictionary.h>
 #include <QVPlatform/Foundation/Property.h>
 #include <QVPlatform/Foundation/String.h>

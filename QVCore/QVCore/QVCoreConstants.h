@@ -3,7 +3,7 @@
 #include <QVCore/Export.h>
 #include <QVPlatform/Foundation/Date.h>
 #include <QVPlatform/Foundation/String.h>
-#include <QVPlatform/Foundation/URLRequest.h>
+#include <QVPlatform/Networking/URLRequest.h>
 
 #include <atomic>
 #include <cstdint>

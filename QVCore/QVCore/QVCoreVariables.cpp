@@ -1,13 +1,13 @@
 #include <QVCore/QVCoreVariables.h>
 
+#include <QVCore/Internal/QVSharedService.h>
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVDebug.h>
-#include <QVCore/QVSharedService.h>
 #include <QVCore/QVUserDefaults.h>
 #include <QVPlatform/Device/Device.h>
 #include <QVPlatform/Dispatch/MainQueue.h>
+#include <QVPlatform/Files/UserDefaults.h>
 #include <QVPlatform/Foundation/UUID.h>
-#include <QVPlatform/Foundation/UserDefaults.h>
 #include <QVPlatform/WebKit/WebEngine.h>
 
 #include <utility>

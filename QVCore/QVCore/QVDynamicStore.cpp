@@ -1,8 +1,8 @@
 #include <QVCore/QVDynamicStore.h>
 
+#include <QVPlatform/Archives/KeyedArchiver.h>
+#include <QVPlatform/Archives/KeyedUnarchiver.h>
 #include <QVPlatform/Foundation/ClassRegistry.h>
-#include <QVPlatform/Foundation/KeyedArchiver.h>
-#include <QVPlatform/Foundation/KeyedUnarchiver.h>
 
 #include <string>
 #include <utility>
@@ -21,12 +21,7 @@ constinit String::Literal orderedKeysText{"orderedKeys"};
 constexpr String kDynamicStore{dynamicStoreText};
 constexpr String kOrderedKeys{orderedKeysText};
 
-[[maybe_unused]] const bool isRegistered = [] {
-  QVPlatform::ClassRegistry::registerClass(
-      "QVDynamicStore",
-      []() -> std::shared_ptr<QVPlatform::Object> { return std::make_shared<QVDynamicStore>(); });
-  return true;
-}();
+const QVPlatform::RegisteredClass<QVDynamicStore> registeredStore{"QVDynamicStore"};
 
 }  // namespace
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <QVCore/Export.h>
-#include <QVPlatform/Dispatch/ForkMutex.h>
 #include <QVPlatform/Foundation/Coding.h>
+#include <QVPlatform/Foundation/ForkMutex.h>
 #include <QVPlatform/Foundation/Value.h>
 
 #include <memory>

@@ -1,8 +1,8 @@
 #include <QVCore/QVEventListener.h>
 
 #include <QVPlatform/Dispatch/CallGate.h>
-#include <QVPlatform/Dispatch/CallOut.h>
-#include <QVPlatform/Dispatch/ForkMutex.h>
+#include <QVPlatform/Foundation/CallOut.h>
+#include <QVPlatform/Foundation/ForkMutex.h>
 
 #include <algorithm>
 #include <atomic>

@@ -1,6 +1,6 @@
 #include <QVCore/QVEventSender.h>
 
-#include <QVPlatform/Dispatch/CallOut.h>
+#include <QVPlatform/Foundation/CallOut.h>
 
 using QVPlatform::NotificationCenter;
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <QVCore/Export.h>
-#include <QVPlatform/Foundation/NotificationCenter.h>
+#include <QVPlatform/Dispatch/NotificationCenter.h>
 #include <QVPlatform/Foundation/Property.h>
 
 #include <atomic>

@@ -5,9 +5,9 @@
 #include <QVCore/QVLogger.h>
 #include <QVCore/QVNetworkManager.h>
 #include <QVCore/QVUserDefaults.h>
-#include <QVPlatform/Dispatch/CallOut.h>
-#include <QVPlatform/Foundation/DateFormatter.h>
-#include <QVPlatform/Foundation/URLConnection.h>
+#include <QVPlatform/Foundation/CallOut.h>
+#include <QVPlatform/Networking/URLConnection.h>
+#include <QVPlatform/Text/DateFormatter.h>
 
 #include <string>
 #include <string_view>

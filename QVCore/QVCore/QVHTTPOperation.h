@@ -1,13 +1,13 @@
 #pragma once
 
 #include <QVCore/Export.h>
+#include <QVPlatform/Dispatch/Operation.h>
 #include <QVPlatform/Foundation/Data.h>
 #include <QVPlatform/Foundation/Error.h>
-#include <QVPlatform/Foundation/HTTPURLResponse.h>
-#include <QVPlatform/Foundation/Operation.h>
 #include <QVPlatform/Foundation/Property.h>
-#include <QVPlatform/Foundation/URLRequest.h>
 #include <QVPlatform/Foundation/Value.h>
+#include <QVPlatform/Networking/HTTPURLResponse.h>
+#include <QVPlatform/Networking/URLRequest.h>
 
 #include <atomic>
 #include <cstdint>

@@ -1,11 +1,11 @@
 #include <QVCore/QVLogger.h>
 
+#include <QVCore/Internal/QVSharedService.h>
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVDebug.h>
-#include <QVCore/QVSharedService.h>
 #include <QVPlatform/Application.h>
-#include <QVPlatform/Dispatch/CallOut.h>
-#include <QVPlatform/Foundation/FileManager.h>
+#include <QVPlatform/Files/FileManager.h>
+#include <QVPlatform/Foundation/CallOut.h>
 #include <QVPlatform/Foundation/Log.h>
 
 #include <new>

@@ -1,14 +1,14 @@
 #include <QVCore/QVNetworkManager.h>
 
+#include <QVCore/Internal/QVSharedService.h>
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVCoreVariables.h>
 #include <QVCore/QVHTTPOperation.h>
-#include <QVCore/QVSharedService.h>
 #include <QVCore/QVUtils.h>
-#include <QVPlatform/Dispatch/CallOut.h>
+#include <QVPlatform/Foundation/CallOut.h>
 #include <QVPlatform/Foundation/ClassRegistry.h>
 #include <QVPlatform/Foundation/Log.h>
-#include <QVPlatform/Foundation/URL.h>
+#include <QVPlatform/Networking/URL.h>
 
 #include <new>
 #include <string>

@@ -5,10 +5,10 @@
 #include <QVCore/QVEventSender.h>
 #include <QVCore/QVReachability.h>
 #include <QVCore/QVSingleton.h>
-#include <QVPlatform/Foundation/OperationQueue.h>
+#include <QVPlatform/Dispatch/OperationQueue.h>
 #include <QVPlatform/Foundation/Property.h>
-#include <QVPlatform/Foundation/URL.h>
 #include <QVPlatform/Foundation/Value.h>
+#include <QVPlatform/Networking/URL.h>
 
 #include <atomic>
 #include <cstdint>

@@ -1,10 +1,10 @@
 // How the network manager learns of the network and keeps waiting hits across restarts.
 
+#include <QVCore/Internal/QVOfflineHits.h>
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVCoreVariables.h>
 #include <QVCore/QVNetworkManager.h>
-#include <QVCore/QVOfflineHits.h>
-#include <QVPlatform/Dispatch/CallOut.h>
+#include <QVPlatform/Foundation/CallOut.h>
 
 #include <memory>
 #include <vector>

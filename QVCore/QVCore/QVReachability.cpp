@@ -1,10 +1,10 @@
 #include <QVCore/QVReachability.h>
 
 #include <QVCore/QVCoreConstants.h>
-#include <QVPlatform/Dispatch/CallOut.h>
 #include <QVPlatform/Dispatch/MainQueue.h>
+#include <QVPlatform/Dispatch/NotificationCenter.h>
+#include <QVPlatform/Foundation/CallOut.h>
 #include <QVPlatform/Foundation/Log.h>
-#include <QVPlatform/Foundation/NotificationCenter.h>
 
 #include <array>
 #include <cerrno>

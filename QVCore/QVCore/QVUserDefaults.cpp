@@ -1,6 +1,6 @@
 #include <QVCore/QVUserDefaults.h>
 
-#include <QVPlatform/Foundation/UserDefaults.h>
+#include <QVPlatform/Files/UserDefaults.h>
 
 using QVPlatform::String;
 using QVPlatform::UserDefaults;

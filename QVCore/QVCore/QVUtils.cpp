@@ -1,8 +1,9 @@
-#include <QVCore/QVLogger.h>
 #include <QVCore/QVUtils.h>
-#include <QVPlatform/Foundation/CharacterSet.h>
-#include <QVPlatform/Foundation/NumberFormatter.h>
-#include <QVPlatform/Foundation/RegularExpression.h>
+
+#include <QVCore/QVLogger.h>
+#include <QVPlatform/Text/CharacterSet.h>
+#include <QVPlatform/Text/NumberFormatter.h>
+#include <QVPlatform/Text/RegularExpression.h>
 
 #include <string>
 #include <string_view>

@@ -1,7 +1,7 @@
 #include <QVPlatform/Device/Device.h>
 
 #include <QVPlatform/Application.h>
-#include <QVPlatform/Dispatch/Thread.h>
+#include <QVPlatform/Foundation/CallOut.h>
 #include <QVPlatform/Foundation/Internal/Lasting.h>
 #include <QVPlatform/Foundation/Property.h>
 #include <QVPlatform/Foundation/UUID.h>

@@ -1,6 +1,6 @@
 #include <QVPlatform/Dispatch/CallGate.h>
 
-#include <QVPlatform/Dispatch/ForkGeneration.h>
+#include <QVPlatform/Foundation/Internal/ForkGeneration.h>
 
 namespace QVPlatform {
 namespace {

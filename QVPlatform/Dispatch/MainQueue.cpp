@@ -1,7 +1,7 @@
 #include <QVPlatform/Dispatch/MainQueue.h>
 
-#include <QVPlatform/Dispatch/CallOut.h>
-#include <QVPlatform/Dispatch/ForkMutex.h>
+#include <QVPlatform/Foundation/CallOut.h>
+#include <QVPlatform/Foundation/ForkMutex.h>
 
 #include <fcntl.h>
 #include <sys/eventfd.h>

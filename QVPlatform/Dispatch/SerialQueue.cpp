@@ -1,7 +1,7 @@
 #include <QVPlatform/Dispatch/SerialQueue.h>
 
-#include <QVPlatform/Dispatch/ForkMutex.h>
-#include <QVPlatform/Dispatch/Thread.h>
+#include <QVPlatform/Dispatch/Internal/Thread.h>
+#include <QVPlatform/Foundation/ForkMutex.h>
 
 #include <condition_variable>
 #include <deque>

@@ -1,7 +1,6 @@
 #include <QVPlatform/Foundation/ClassRegistry.h>
 
-#include <QVPlatform/Dispatch/ForkMutex.h>
-#include <QVPlatform/Foundation/Internal/FoundationClasses.h>
+#include <QVPlatform/Foundation/ForkMutex.h>
 #include <QVPlatform/Foundation/Internal/Lasting.h>
 
 #include <mutex>
@@ -12,7 +11,7 @@ namespace {
 
 struct Registry {
   ForkMutex mutex;
-  std::unordered_map<String, ClassRegistry::Factory> factories = foundationClasses();
+  std::unordered_map<String, ClassRegistry::Factory> factories;
 };
 
 Registry& registry() { return Lasting<Registry>::object(); }

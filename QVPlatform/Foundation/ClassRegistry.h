@@ -29,4 +29,14 @@ class QVPLATFORM_EXPORT ClassRegistry {
   static std::shared_ptr<Object> make(const String& name);
 };
 
+/// Registers, when its library is loaded, how to make bare objects of the class under the name.
+template <class Class>
+class RegisteredClass {
+ public:
+  explicit RegisteredClass(const String& name) {
+    ClassRegistry::registerClass(
+        name, []() -> std::shared_ptr<Object> { return std::make_shared<Class>(); });
+  }
+};
+
 }  // namespace QVPlatform

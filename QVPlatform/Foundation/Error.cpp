@@ -1,4 +1,5 @@
 #include <QVPlatform/Foundation/Error.h>
+
 #include <QVPlatform/Foundation/Value.h>
 
 namespace QVPlatform {

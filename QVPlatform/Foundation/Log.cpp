@@ -1,5 +1,6 @@
-#include <QVPlatform/Foundation/Internal/SignalShield.h>
 #include <QVPlatform/Foundation/Log.h>
+
+#include <QVPlatform/Foundation/Internal/SignalShield.h>
 
 #include <fcntl.h>
 #include <limits.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <QVPlatform/Dispatch/ForkMutex.h>
+#include <QVPlatform/Foundation/ForkMutex.h>
 
 #include <mutex>
 #include <utility>

@@ -1,6 +1,7 @@
+#include <QVPlatform/Foundation/String.h>
+
 #include <QVPlatform/Foundation/Internal/Hash.h>
 #include <QVPlatform/Foundation/Internal/HexadecimalDigit.h>
-#include <QVPlatform/Foundation/String.h>
 
 #include <algorithm>
 #include <cstdint>

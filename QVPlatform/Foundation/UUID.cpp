@@ -1,4 +1,5 @@
 #include <QVPlatform/Foundation/UUID.h>
+
 #include <uuid.h>
 
 #include <string_view>

@@ -1,9 +1,9 @@
 #include <QVPlatform/SystemConfiguration/NetworkReachability.h>
 
-#include <QVPlatform/Dispatch/CallOut.h>
+#include <QVPlatform/Foundation/CallOut.h>
 #include <QVPlatform/Foundation/Internal/Lasting.h>
 #include <QVPlatform/Foundation/Property.h>
-#include <QVPlatform/SystemConfiguration/KernelReachabilitySource.h>
+#include <QVPlatform/SystemConfiguration/Kernel/KernelReachabilitySource.h>
 
 #include <cerrno>
 #include <cstddef>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <QVPlatform/Dispatch/ForkMutex.h>
 #include <QVPlatform/Dispatch/SerialQueue.h>
 #include <QVPlatform/Export.h>
+#include <QVPlatform/Foundation/ForkMutex.h>
 #include <QVPlatform/Foundation/Object.h>
 #include <QVPlatform/Foundation/String.h>
 #include <QVPlatform/SystemConfiguration/ReachabilitySource.h>

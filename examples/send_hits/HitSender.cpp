@@ -1,7 +1,7 @@
 #include "send_hits/HitSender.h"
 
-#include <QVPlatform/Foundation/HTTPURLResponse.h>
 #include <QVPlatform/Foundation/UUID.h>
+#include <QVPlatform/Networking/HTTPURLResponse.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <QVCore/QVCore.h>
-#include <QVPlatform/Foundation/NotificationCenter.h>
+#include <QVPlatform/Dispatch/NotificationCenter.h>
 
 #include <atomic>
 #include <cstdint>

@@ -1,5 +1,5 @@
 #include <QVCore/QVCore.h>
-#include <QVPlatform/Foundation/NotificationCenter.h>
+#include <QVPlatform/Dispatch/NotificationCenter.h>
 
 #include <memory>
 

@@ -1,8 +1,13 @@
 #!/usr/bin/env bash
-# header_includes.sh INCLUDE_DIRECTORY: the installed headers include each other and the C++
-# standard library (headers without a suffix), nothing else.
+# header_includes.sh INCLUDE_DIRECTORY SOURCE_DIRECTORY: the headers that lie directly in a room are
+# installed, and no other; they include each other and the C++ standard library (headers without a
+# suffix), nothing else.
 set -euo pipefail
 cd "$1"
+
+installed=$(find QVCore QVPlatform -name '*.h' | sort)
+public=$(cd "$2" && { find QVPlatform -maxdepth 2 -name '*.h'; cd QVCore && find QVCore -maxdepth 1 -name '*.h'; } | sort)
+diff <(echo "$installed") <(echo "$public") || { echo "< is installed, > is public"; exit 1; }
 
 if grep -rnE '^[[:space:]]*#[[:space:]]*include' . |
    grep -vE '#include <(QVCore/[A-Za-z_]+\.h|QVPlatform/[A-Za-z/]+\.h|[a-z_]+)>$'; then

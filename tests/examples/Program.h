@@ -1,16 +1,9 @@
 #pragma once
 
-#include <fcntl.h>
-#include <signal.h>
-#include <spawn.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <stdexcept>
-#include <string>
-#include <utility>
-#include <vector>
+#include <spawn.h>
+#include "tests/support/Test.h"
 
 extern char** environ;
 

@@ -1,15 +1,8 @@
-#include <QVPlatform/Foundation/FileManager.h>
-#include <QVPlatform/Foundation/KeyedArchiver.h>
-#include <gmock/gmock.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-
 #include "tests/examples/Program.h"
 #include "tests/support/CoreTest.h"
 #include "tests/support/HTTPServer.h"
 #include "tests/support/RawServer.h"
+#include "tests/support/Test.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define HAS_SANITIZER 1
@@ -20,12 +13,6 @@
 #endif
 
 namespace {
-
-using namespace QVPlatform;
-using namespace QVTest;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::Not;
 
 constexpr int kAllAnswered = 0;
 constexpr int kSomeNotAnswered = 1;

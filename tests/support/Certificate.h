@@ -1,11 +1,6 @@
 #pragma once
 
-#include <unistd.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <stdexcept>
-#include <string>
+#include "Test.h"
 
 namespace QVTest {
 

@@ -1,13 +1,6 @@
 #pragma once
 
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <functional>
-#include <stdexcept>
-#include <string>
-#include <utility>
+#include "Test.h"
 
 namespace QVTest {
 

@@ -1,13 +1,8 @@
 #pragma once
 
-#include "HTTPServer.h"
-
-#include <cstdlib>
 #include <ctime>
-#include <limits>
-#include <mutex>
-#include <string>
-#include <utility>
+#include "HTTPServer.h"
+#include "Test.h"
 
 namespace QVTest {
 

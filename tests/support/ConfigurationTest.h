@@ -1,14 +1,7 @@
 #pragma once
 
 #include "CoreTest.h"
-
-#include <QVCore/QVConfigurationFile.h>
-#include <QVCore/QVNetworkManager.h>
-#include <QVCore/QVUserDefaults.h>
-
-#include <cstdio>
-#include <fstream>
-#include <stdexcept>
+#include "Test.h"
 
 namespace QVTest {
 

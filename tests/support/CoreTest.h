@@ -1,24 +1,6 @@
 #pragma once
 
-#include <QVPlatform/Application.h>
-#include <QVPlatform/Dispatch/MainQueue.h>
-#include <QVPlatform/Foundation/NotificationCenter.h>
-#include <QVPlatform/Foundation/Value.h>
-#include <QVPlatform/SystemConfiguration/NetworkReachability.h>
-
-#include <gtest/gtest.h>
-
-#include "TemporaryDirectory.h"
-
-#include <chrono>
-#include <condition_variable>
-#include <functional>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
+#include "Test.h"
 
 namespace QVTest {
 

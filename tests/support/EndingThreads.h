@@ -1,6 +1,7 @@
 #pragma once
 
 #include <pthread.h>
+#include "Test.h"
 
 namespace QVTest {
 

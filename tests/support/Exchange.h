@@ -1,9 +1,6 @@
 #pragma once
 
-#include <QVPlatform/Foundation/URLConnection.h>
-
-#include <memory>
-#include <string>
+#include "Test.h"
 
 namespace QVTest {
 

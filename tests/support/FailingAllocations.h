@@ -1,9 +1,7 @@
 #pragma once
 
-#include <atomic>
 #include <cstddef>
-#include <cstdlib>
-#include <new>
+#include "Test.h"
 
 /// Memory that runs out. This replaces the allocation of the whole program, the libraries that it
 /// is linked with included; to be included by one source file of it.

@@ -3,14 +3,7 @@
 #include <httplib.h>
 #include <sys/resource.h>
 
-#include <chrono>
-#include <condition_variable>
-#include <functional>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <thread>
-#include <vector>
+#include "Test.h"
 
 namespace QVTest {
 

@@ -2,9 +2,8 @@
 
 #include <sys/file.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 
-#include <cerrno>
+#include "Test.h"
 
 namespace QVTest {
 

@@ -1,14 +1,9 @@
 #pragma once
 
-#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <unistd.h>
 
-#include <cstdlib>
-#include <fstream>
-#include <set>
-#include <string>
+#include "Test.h"
 
 /// A network of the test's own, and a view of the file system in which files can be covered. The
 /// calling thread moves into it, and with it the threads and programs that it starts.

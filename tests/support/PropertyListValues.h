@@ -1,14 +1,7 @@
 #pragma once
 
-#include <QVPlatform/Foundation/Value.h>
-
-#include <algorithm>
 #include <bit>
-#include <cmath>
-#include <cstdint>
-#include <limits>
-#include <string>
-#include <vector>
+#include "Test.h"
 
 namespace QVTest {
 

@@ -1,12 +1,6 @@
 #pragma once
 
-#include <QVPlatform/SystemConfiguration/ReachabilitySource.h>
-
-#include <cerrno>
-#include <memory>
-#include <mutex>
-#include <utility>
-#include <vector>
+#include "Test.h"
 
 /// A source of reachability flags that says what the test wants.
 class ScriptedReachabilitySource : public QVPlatform::ReachabilitySource {

@@ -1,12 +1,6 @@
 #pragma once
 
-#include <QVPlatform/Dispatch/MainQueue.h>
-#include <QVPlatform/WebKit/WebEngine.h>
-
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
+#include "Test.h"
 
 namespace QVTest {
 

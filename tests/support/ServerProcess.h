@@ -1,13 +1,7 @@
 #pragma once
 
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <csignal>
-#include <stdexcept>
-#include <string>
-
 #include "HTTPServer.h"
+#include "Test.h"
 
 namespace QVTest {
 

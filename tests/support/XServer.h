@@ -1,13 +1,8 @@
 #pragma once
 
-#include <fcntl.h>
-#include <signal.h>
 #include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdlib>
-#include <string>
+#include "Test.h"
 
 namespace QVTest {
 

@@ -1,8 +1,8 @@
 #include "soak/OfflineFile.h"
 
 #include <QVCore/QVCoreConstants.h>
-#include <QVPlatform/Foundation/FileManager.h>
-#include <QVPlatform/Foundation/KeyedUnarchiver.h>
+#include <QVPlatform/Archives/KeyedUnarchiver.h>
+#include <QVPlatform/Files/FileManager.h>
 
 #include <charconv>
 #include <filesystem>

@@ -1,8 +1,8 @@
 #include "modules/consent/Consent.h"
 
 #include <QVCore/QVCore.h>
+#include <QVPlatform/Dispatch/NotificationCenter.h>
 #include <QVPlatform/Foundation/ClassRegistry.h>
-#include <QVPlatform/Foundation/NotificationCenter.h>
 
 using QVPlatform::Dictionary;
 using QVPlatform::Notification;

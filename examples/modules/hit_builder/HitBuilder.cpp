@@ -1,6 +1,6 @@
 #include "modules/hit_builder/HitBuilder.h"
 
-#include <QVPlatform/Foundation/HTTPURLResponse.h>
+#include <QVPlatform/Networking/HTTPURLResponse.h>
 
 #include <utility>
 

@@ -1,5 +1,5 @@
-#include <QVPlatform/Foundation/FileManager.h>
-#include <QVPlatform/Foundation/KeyedUnarchiver.h>
+#include <QVPlatform/Archives/KeyedUnarchiver.h>
+#include <QVPlatform/Files/FileManager.h>
 
 #include "tour/Chapters.h"
 

@@ -2,7 +2,7 @@
 
 #include <QVPlatform/Application.h>
 #include <QVPlatform/Dispatch/MainQueue.h>
-#include <QVPlatform/Foundation/NotificationCenter.h>
+#include <QVPlatform/Dispatch/NotificationCenter.h>
 #include <QVPlatform/SystemConfiguration/NetworkReachability.h>
 #include <dlfcn.h>
 #include <poll.h>

@@ -1,0 +1,276 @@
+#include <QVCore/Internal/QVOfflineHits.h>
+
+#include <QVCore/QVCoreConstants.h>
+#include <QVCore/QVCoreVariables.h>
+#include <QVCore/QVHTTPOperation.h>
+#include <QVCore/QVLogger.h>
+#include <QVPlatform/Archives/KeyedArchiver.h>
+#include <QVPlatform/Archives/KeyedUnarchiver.h>
+#include <QVPlatform/Archives/PropertyList.h>
+#include <QVPlatform/Files/AtomicFile.h>
+#include <QVPlatform/Files/FileManager.h>
+#include <QVPlatform/Files/TakenFile.h>
+#include <QVPlatform/Foundation/CallOut.h>
+#include <QVPlatform/Foundation/ForkMutex.h>
+#include <QVPlatform/Foundation/Log.h>
+
+#include <cstdint>
+#include <mutex>
+#include <new>
+#include <utility>
+
+using QVPlatform::Array;
+using QVPlatform::AtomicFile;
+using QVPlatform::consoleLog;
+using QVPlatform::Data;
+using QVPlatform::Dictionary;
+using QVPlatform::ForkMutex;
+using QVPlatform::PropertyList;
+using QVPlatform::String;
+using QVPlatform::stringWithFormat;
+using QVPlatform::TakenFile;
+using QVPlatform::Value;
+
+namespace {
+
+constinit String::Literal outOfMemoryText{
+    "out of memory while offline hits were saved or restored"};
+constexpr String kOutOfMemory{outOfMemoryText};
+
+constexpr std::size_t kMaximumXMLSize = 1U << 20;
+
+/// What saves and restores of this process must know of each other.
+class Order {
+ public:
+  enum class Verdict { kDone, kFailed, kAgain };
+
+  /// The snapshot, and its number. Nothing while hits are restored: then that ends with a save.
+  bool begin(const std::function<QVOfflineHits::Operations()>& snapshot, std::uint64_t& number,
+             QVOfflineHits::Operations& operations) {
+    const std::lock_guard lock(mutex_);
+    if (isPutOff()) return false;
+    operations = snapshot();
+    number = ++latest_;
+    return true;
+  }
+
+  /// Moves the file into its place, unless a newer state is there.
+  Verdict finish(AtomicFile& file, std::uint64_t number) {
+    const std::lock_guard lock(mutex_);
+    if (isPutOff() || number < written_) return Verdict::kDone;
+    if (number <= restored_) return Verdict::kAgain;  // the snapshot knows nothing of that
+    if (!file.moveIntoPlace()) return Verdict::kFailed;
+    written_ = number;
+    return Verdict::kDone;
+  }
+
+  /// False while somebody else restores.
+  bool beginRestoring() {
+    const std::lock_guard lock(mutex_);
+    return !std::exchange(isRestoring_, true);
+  }
+
+  /// Whether a save was due meanwhile.
+  bool endRestoring() {
+    const std::lock_guard lock(mutex_);
+    isRestoring_ = false;
+    restored_ = latest_;
+    return std::exchange(isSaveDue_, false);
+  }
+
+ private:
+  bool isPutOff() {
+    isSaveDue_ = isSaveDue_ || isRestoring_;
+    return isRestoring_;
+  }
+
+  std::mutex mutex_;
+  std::uint64_t latest_ = 0;    // snapshot
+  std::uint64_t written_ = 0;   // the one in the file
+  std::uint64_t restored_ = 0;  // the last one before hits were restored
+  bool isRestoring_ = false;
+  bool isSaveDue_ = false;
+};
+
+constinit Order order;
+
+/// What the parent of a fork() was at then is none of the child's business.
+[[maybe_unused]] const ForkMutex& forkWatch =
+    *new ForkMutex([](void* known) { new (known) Order; }, &order);
+
+String offlineHitsPath() {
+  String path = QVLogger::sharedInstance()->getPrivatePathToFile(kQVFileOfflineHits);
+  if (path.isNull()) throw std::bad_alloc();
+  return path;
+}
+
+void logCount(const char* format, std::size_t count) {
+  if (count == 0) return;
+  QVLogger::sharedInstance()->logMessageWithLevel(stringWithFormat(format, {count}), 1);
+}
+
+std::vector<Value> waitingAmong(const QVOfflineHits::Operations& operations) {
+  std::vector<Value> waiting;
+  waiting.reserve(operations.size());
+  for (const auto& operation : operations) {
+    const auto* hit = dynamic_cast<const QVHTTPOperation*>(operation.get());
+    if (hit && !hit->isCancelled()) waiting.emplace_back(hit->userInfo());
+  }
+  return waiting;
+}
+
+Data archiveOf(const Array& hits) {
+  QVPlatform::KeyedArchiver archiver;
+  archiver.encodeObjectForKey(hits, kQVFileOfflineHits);
+  return archiver.finishEncoding();
+}
+
+/// What one hit takes in the file; 0 when it cannot be archived.
+std::size_t sizeOf(const Value& hit) {
+  try {
+    return archiveOf(Array({hit})).view().size();
+  } catch (const std::bad_alloc&) {
+    return 0;
+  }
+}
+
+/// The hits without those that cannot be archived and those for which there is no room.
+std::vector<Value> thoseThatFit(const std::vector<Value>& hits) {
+  std::vector<Value> fitting;
+  std::size_t room = PropertyList::kMaximumSize / 2;
+  for (const Value& hit : hits) {
+    const std::size_t size = sizeOf(hit);
+    if (size > 0 && size <= room) {
+      room -= size;
+      fitting.push_back(hit);
+    } else {
+      const Dictionary data = hit.dictionary();
+      consoleLog(stringWithFormat("hit %@ (%@) cannot be saved and is left out",
+                                  {data.get(kQVUserInfo_RequestID), data.get(kQVUserInfo_URLKey)}));
+    }
+  }
+  return fitting;
+}
+
+/// Nearly always all of them can be archived at once, which is the quickest.
+Data archiveOfHits(const std::vector<Value>& hits) {
+  try {
+    Data archive = archiveOf(Array(hits));
+    if (!archive.isNull()) return archive;
+  } catch (const std::bad_alloc&) {
+    // One of them may be to blame.
+  }
+  return archiveOf(Array(thoseThatFit(hits)));
+}
+
+void reportFailure(const AtomicFile& file) {
+  consoleLog(String("offline hits could not be saved: ") + file.error());
+}
+
+/// One attempt; true when there is no more to be done.
+bool trySave(const std::function<QVOfflineHits::Operations()>& snapshot) {
+  QVOfflineHits::Operations operations;
+  std::uint64_t number = 0;
+  if (!order.begin(snapshot, number, operations)) return true;
+  const std::vector<Value> waiting = waitingAmong(operations);
+  operations.clear();
+  if (!QVCoreVariables::sharedInstance()->enableSDKInBG()) {
+    logCount("Saving %@ offline Hits", waiting.size());
+  }
+  const Data archive = archiveOfHits(waiting);
+  AtomicFile file(offlineHitsPath());
+  const bool isWritten = file.write(archive.view());
+  const auto verdict = isWritten ? order.finish(file, number) : Order::Verdict::kFailed;
+  if (verdict == Order::Verdict::kFailed) reportFailure(file);
+  return verdict != Order::Verdict::kAgain;
+}
+
+/// Calls the function; says so when memory runs out in it.
+template <class Function>
+void withinMemory(const Function& function) {
+  try {
+    function();
+  } catch (const std::bad_alloc&) {
+    consoleLog(kOutOfMemory);
+  }
+}
+
+/// Whether all the hits were queued. Those for which there is no memory, or no thread any more, are
+/// stored in place of what the file holds.
+bool queueAll(TakenFile& file, const std::vector<Value>& hits,
+              const std::function<void(const Dictionary&)>& queue) {
+  auto hit = hits.begin();
+  const auto keepRest = [&] {
+    withinMemory([&] { file.replaceContents(archiveOf(Array({hit, hits.end()})).view()); });
+    return false;
+  };
+  while (hit != hits.end()) {
+    try {
+      queue(hit->dictionary());
+    } catch (const std::bad_alloc&) {
+      return keepRest();
+    } catch (...) {
+      try {
+        QVPlatform::logStoppedException();
+      } catch (...) {
+        ++hit;  // a listener that was told of it ends the thread
+        keepRest();
+        throw;
+      }
+    }
+    ++hit;
+  }
+  return true;
+}
+
+/// What the kit has written is binary; of what others put there, no more is read than takes no
+/// time.
+bool isWanted(const String& path) {
+  return QVPlatform::FileManager::canBePropertyListAtPath(path, kMaximumXMLSize);
+}
+
+/// Whether all that the file holds has been queued, so that it is to be removed. One that cannot be
+/// read is to stay.
+bool restoreFrom(TakenFile& file, const std::function<void(const Dictionary&)>& queue) {
+  QVPlatform::KeyedUnarchiver unarchiver(file.contents(PropertyList::kMaximumSize));
+  const auto hits = unarchiver.decodeObjectForKey(kQVFileOfflineHits).array().values();
+  if (!unarchiver.isValid()) return false;
+  logCount("Restoring %@ offline Hits", hits.size());
+  return queueAll(file, hits, queue);
+}
+
+}  // namespace
+
+void QVOfflineHits::save(const std::function<Operations()>& snapshot) {
+  withinMemory([&] {
+    while (!trySave(snapshot)) continue;
+  });
+}
+
+void QVOfflineHits::restore(const std::function<void(const Dictionary&)>& queue,
+                            const std::function<Operations()>& snapshot) {
+  if (!order.beginRestoring()) return;
+  std::vector<TakenFile> files;
+  std::vector<bool> isDone;
+  const auto end = [&] {
+    if (order.endRestoring()) save(snapshot);
+    // Not before the hits are in a file again: a process that is killed here sends them twice
+    // rather than not at all.
+    for (std::size_t i = 0; i < files.size(); ++i) {
+      const bool isOver = i < isDone.size() && isDone[i];
+      isOver ? files[i].remove() : files[i].putBack();
+    }
+  };
+  try {
+    withinMemory([&] {
+      if (!snapshot().empty()) return;  // somebody else has restored meanwhile
+      files = TakenFile::takeAtPath(offlineHitsPath(), &isWanted);
+      isDone.resize(files.size());
+      for (std::size_t i = 0; i < files.size(); ++i) isDone[i] = restoreFrom(files[i], queue);
+    });
+  } catch (...) {
+    end();  // the thread ends
+    throw;
+  }
+  end();
+}

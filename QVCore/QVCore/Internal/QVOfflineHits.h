@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QVPlatform/Dispatch/Operation.h>
+#include <QVPlatform/Foundation/Value.h>
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+/// The offline hits file, for the network manager alone.
+///
+/// Saves are not serialised: each takes a number together with its snapshot, and one that is older
+/// than what lies in the file already does not replace it. No save is made in the middle of a
+/// restore, when part of the hits is in the queue and part is not; the restore makes up for it.
+///
+/// Threads: both operations may be called from any thread. Nothing is thrown: memory that runs out
+/// is told on the console log, the file stays as it is, and the next call mends it.
+class QVOfflineHits {
+ public:
+  using Operations = std::vector<std::shared_ptr<QVPlatform::Operation>>;
+
+  /// Replaces the file by the data of the operations that wait. `snapshot` gives all operations of
+  /// the queue; it is called under a lock and must not call out. A hit that cannot be archived is
+  /// left out, and named on the console log; so is the reason why nothing could be written.
+  static void save(const std::function<Operations()>& snapshot);
+
+  /// Hands the data of each stored hit to `queue`, in order, and removes the file; does nothing if
+  /// `snapshot` tells of operations. What `queue` throws is told on the console log and dropped,
+  /// but for std::bad_alloc: then the hits from that one on are stored again. So are the hits
+  /// behind the one at which a listener ends the thread. A file that is no archive stays, and so
+  /// does one in XML beyond 1 MiB, which the kit never writes and which would take long to read.
+  static void restore(const std::function<void(const QVPlatform::Dictionary&)>& queue,
+                      const std::function<Operations()>& snapshot);
+};

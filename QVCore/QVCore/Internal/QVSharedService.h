@@ -1,0 +1,99 @@
+#pragma once
+
+#include <QVPlatform/Foundation/CallOut.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <thread>
+
+// The pattern of creation and initialisation that the shared services have in common. Not part of
+// the public interface.
+
+/// Values of a service class's QV_INIT_STATE.
+enum QVInitState : std::int32_t {
+  QVInitStateNever = 0,
+  QVInitStateInProgress = 1,
+  QVInitStateDone = 2,
+  QVInitStateRequestedAgain = 3,
+};
+
+/// Runs `initialise` if the class was never initialised or is asked to be again; it stores
+/// QVInitStateDone where the class's own order wants it. If that is under way already, waits until
+/// it has been stored. What `initialise` throws is stopped, with a line on the console log, and the
+/// state is again what it was: the initialisation is still due. So it is when the thread ends in
+/// it.
+template <class Initialise>
+void QVGuardedInit(std::atomic<std::int32_t>& state, Initialise&& initialise) {
+  for (std::int32_t current; (current = state) != QVInitStateDone;) {
+    if (current == QVInitStateInProgress) {
+      std::this_thread::yield();
+    } else if (state.compare_exchange_strong(current, QVInitStateInProgress)) {
+      struct Undo {
+        ~Undo() {
+          if (!isDone) state = before;
+        }
+        std::atomic<std::int32_t>& state;
+        const std::int32_t before;
+        bool isDone = false;
+      } undo{state, current};
+      undo.isDone = QVPlatform::callOut(initialise);
+      return;
+    }
+  }
+}
+
+/// Holds the shared instance of a service class, whose QV_INIT_STATE is `state`.
+template <class Service>
+class QVSharedInstance {
+ public:
+  /// Initialised by the first call, or when that failed by the next one. What initialisation calls
+  /// may ask for the instance on the same thread and gets it as it is then; other threads wait
+  /// until it is over, or until the class says QVInitStateDone before that.
+  static const std::shared_ptr<Service>& get(const std::atomic<std::int32_t>& state) {
+    QVSharedInstance& shared = holder_;
+    const std::int32_t current = state;
+    const bool isUnderWayAgain = current == QVInitStateInProgress && shared.isReady_;
+    if (current != QVInitStateDone && !isUnderWayAgain) shared.initialise(state);
+    return shared.instance_;
+  }
+
+ private:
+  /// Of the thread that initialises; over also when that ends in the middle.
+  struct Turn {
+    ~Turn() {
+      shared.isReady_ = !isDue(state);
+      shared.creator_ = std::thread::id();
+      shared.creator_.notify_all();
+    }
+    QVSharedInstance& shared;
+    const std::atomic<std::int32_t>& state;
+  };
+
+  static bool isDue(std::int32_t state) {
+    return state == QVInitStateNever || state == QVInitStateRequestedAgain;
+  }
+
+  void initialise(const std::atomic<std::int32_t>& state) {
+    const auto self = std::this_thread::get_id();
+    for (std::thread::id other; !isReady_ || isDue(state); other = {}) {
+      if (creator_.compare_exchange_strong(other, self)) {
+        const Turn turn{*this, state};
+        instance_->init();
+        // A failure gives back what the attempt took, so another one may well succeed.
+        if (isDue(state)) instance_->init();
+        return;
+      }
+      if (other == self) return;
+      creator_.wait(other);
+    }
+  }
+
+  /// Made when the library is loaded, so that there is always an instance to give, and never
+  /// destroyed, as its threads are not.
+  static inline QVSharedInstance& holder_ = *new QVSharedInstance;
+
+  const std::shared_ptr<Service> instance_ = std::make_shared<Service>();
+  std::atomic<std::thread::id> creator_{};
+  std::atomic<bool> isReady_{false};
+};

@@ -1,0 +1,318 @@
+#include <QVPlatform/Archives/Internal/BinaryPropertyListWriter.h>
+
+#include <QVPlatform/Archives/Internal/BinaryPropertyListFormat.h>
+#include <QVPlatform/Archives/PropertyList.h>
+
+#include <algorithm>
+#include <bit>
+#include <concepts>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+namespace QVPlatform {
+namespace {
+
+namespace Format = BinaryPropertyListFormat;
+
+/// Bytes that a number, a UID or the head of anything takes at most.
+constexpr std::size_t kMaximumPlainSize = 32;
+constexpr std::size_t kMaximumReservation = 16U << 20;
+/// Added to the number of a UID, until it is known which object it will be.
+constexpr std::uint32_t kUIDReference = 1U << 31;
+constexpr std::size_t kUnusedTrailerSize = 6;
+
+static_assert(PropertyList::kMaximumSize <= kUIDReference, "UIDs can be told from objects");
+static_assert(PropertyList::kMaximumSize <= UINT32_MAX, "offsets are kept in 32 bits");
+
+/// Bytes that the format takes for an unsigned number: 1, 2, 4 or 8.
+std::size_t widthOf(std::uint64_t number) {
+  return std::bit_ceil((static_cast<std::size_t>(std::bit_width(number | 1)) + 7) / 8);
+}
+
+/// Takes the first character off well-formed UTF-8.
+std::uint32_t nextCharacter(std::string_view& utf8) {
+  const auto first = static_cast<unsigned char>(utf8.front());
+  const std::size_t length = first < 0x80 ? 1 : static_cast<std::size_t>(std::countl_one(first));
+  std::uint32_t character = length == 1 ? first : first & (0x7FU >> length);
+  for (std::size_t i = 1; i < length; ++i) {
+    character = character << 6 | (static_cast<unsigned char>(utf8[i]) & 0x3FU);
+  }
+  utf8.remove_prefix(length);
+  return character;
+}
+
+std::u16string utf16(std::string_view utf8) {
+  std::u16string text;
+  text.reserve(utf8.size());
+  while (!utf8.empty()) {
+    const std::uint32_t character = nextCharacter(utf8);
+    if (character < 0x10000) {
+      text.push_back(static_cast<char16_t>(character));
+    } else {
+      text.push_back(static_cast<char16_t>(0xD7C0 + (character >> 10)));
+      text.push_back(static_cast<char16_t>(0xDC00 + (character & 0x3FF)));
+    }
+  }
+  return text;
+}
+
+template <std::unsigned_integral Number>
+char* put(char* to, Number number) {
+  if constexpr (std::endian::native == std::endian::little) {
+    if constexpr (sizeof number == 2) number = __builtin_bswap16(number);
+    if constexpr (sizeof number == 4) number = __builtin_bswap32(number);
+    if constexpr (sizeof number == 8) number = __builtin_bswap64(number);
+  }
+  std::memcpy(to, &number, sizeof number);
+  return to + sizeof number;
+}
+
+/// The number in as many bytes as `width` says, which widthOf() has found to be enough.
+char* put(char* to, std::uint64_t number, std::size_t width) {
+  switch (width) {
+    case 1:
+      return put(to, static_cast<std::uint8_t>(number));
+    case 2:
+      return put(to, static_cast<std::uint16_t>(number));
+    case 4:
+      return put(to, static_cast<std::uint32_t>(number));
+    default:
+      return put(to, number);
+  }
+}
+
+char* put(char* to, std::span<const std::uint32_t> numbers, std::size_t width) {
+  switch (width) {
+    case 1:
+      for (const auto number : numbers) to = put(to, static_cast<std::uint8_t>(number));
+      return to;
+    case 2:
+      for (const auto number : numbers) to = put(to, static_cast<std::uint16_t>(number));
+      return to;
+    default:
+      for (const auto number : numbers) to = put(to, number);
+      return to;
+  }
+}
+
+/// The marker that an object begins with, and the length if the marker has no room for it.
+char* putHead(char* to, std::uint8_t type, std::size_t count) {
+  const bool isShort = count < Format::kLengthMask;
+  to = put(to, static_cast<std::uint8_t>(type | (isShort ? count : Format::kLengthMask)));
+  if (isShort) return to;
+  const std::size_t width = widthOf(count);
+  to = put(to, static_cast<std::uint8_t>(Format::kInteger | std::countr_zero(width)));
+  return put(to, count, width);
+}
+
+std::size_t headSize(std::size_t count) {
+  return count < Format::kLengthMask ? 1 : 2 + widthOf(count);
+}
+
+/// What the UIDs below `count` take: a marker and one byte or, if the number is large, more.
+std::size_t uidsSize(std::size_t count) {
+  const auto above = [count](std::size_t limit) { return count - std::min(count, limit); };
+  return 2 * count + above(1U << 8) + 2 * above(1U << 16);
+}
+
+}  // namespace
+
+BinaryPropertyListWriter::BinaryPropertyListWriter() : buffer_(Format::kMagic) {}
+
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::add(bool value) {
+  const char byte = static_cast<char>(value ? Format::kTrue : Format::kFalse);
+  return addPlain({&byte, 1});
+}
+
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addInteger(bool isNegative,
+                                                                         std::uint64_t bits,
+                                                                         std::size_t kindMark) {
+  // Integers of 8 bytes are signed, shorter ones are not; 16 bytes hold the large unsigned ones.
+  const bool isLarge = !isNegative && bits > std::numeric_limits<std::int64_t>::max();
+  const std::size_t width = isNegative ? 8 : isLarge ? 16 : widthOf(bits);
+  char bytes[kMaximumPlainSize];
+  char* end = put(bytes, static_cast<std::uint8_t>(Format::kInteger | std::countr_zero(width)));
+  if (isLarge) end = put(end, std::uint64_t{0});
+  end = put(end, bits, isLarge ? 8 : width);
+  if (!isLarge) end = std::fill_n(end, kindMark, static_cast<char>(Format::kFill));
+  return addPlain({bytes, end}, {}, Hash::of(bits));
+}
+
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::add(std::int64_t value) {
+  return addInteger(value < 0, static_cast<std::uint64_t>(value), 0);
+}
+
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::add(std::int32_t value) {
+  return addInteger(value < 0, static_cast<std::uint64_t>(value), 1);
+}
+
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::add(std::uint32_t value) {
+  return addInteger(false, value, 2);
+}
+
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::add(std::uint64_t value) {
+  return addInteger(false, value, 3);
+}
+
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::add(double value) {
+  return addReal(Format::kReal | 3, value);
+}
+
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::add(Date value) {
+  return addReal(Format::kDate, value.secondsSince1970 - Format::kReferenceDate);
+}
+
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addReal(std::uint8_t marker,
+                                                                      double value) {
+  char bytes[kMaximumPlainSize];
+  const char* end = put(put(bytes, marker), std::bit_cast<std::uint64_t>(value));
+  return addPlain({bytes, end});
+}
+
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::add(const String& text) {
+  const std::string_view utf8 = text.view();
+  if (text.isASCII()) return addBytes(Format::kASCIIText, utf8.size(), utf8, text.hash());
+  const std::u16string units = utf16(utf8);
+  std::string bytes(2 * units.size(), '\0');
+  char* end = bytes.data();
+  for (const char16_t unit : units) end = put(end, static_cast<std::uint16_t>(unit));
+  return addBytes(Format::kUTF16Text, units.size(), bytes, text.hash());
+}
+
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addData(std::string_view bytes) {
+  return addBytes(Format::kData, bytes.size(), bytes, Hash::of(bytes));
+}
+
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addBytes(std::uint8_t type,
+                                                                       std::size_t count,
+                                                                       std::string_view content,
+                                                                       Hash::Number hash) {
+  char head[kMaximumPlainSize];
+  const char* end = putHead(head, type, count);
+  return addPlain({head, end}, content, hash);
+}
+
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addPlain(std::string_view bytes) {
+  return addPlain(bytes, {}, Hash::of(bytes));
+}
+
+/// The object that consists of these bytes; the hash must depend on them alone.
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addPlain(std::string_view head,
+                                                                       std::string_view content,
+                                                                       Hash::Number hash) {
+  const auto next = static_cast<Reference>(offsets_.size());
+  // What lies in the buffer ends where the next object begins.
+  const auto isSame = [&](Reference known) {
+    const std::size_t end = known + 1 < next ? offsets_[known + 1] : buffer_.size();
+    const auto bytes = std::string_view(buffer_).substr(offsets_[known], end - offsets_[known]);
+    return bytes.size() == head.size() + content.size() && bytes.starts_with(head) &&
+           bytes.ends_with(content);
+  };
+  const Reference found = plain_.findOrAdd(hash, next, isSame);
+  if (found == next) {
+    addObject();
+    buffer_.append(head).append(content);
+  }
+  return found;
+}
+
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addUID(std::uint32_t number) {
+  uidCount_ = std::max(uidCount_, number + std::size_t{1});
+  return kUIDReference | number;
+}
+
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addArray(
+    std::span<const Reference> elements) {
+  references_.insert(references_.end(), elements.begin(), elements.end());
+  return addContainer(Format::kArray, elements.size());
+}
+
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addDictionary(
+    std::span<const Reference> keys, std::span<const Reference> values) {
+  references_.insert(references_.end(), keys.begin(), keys.end());
+  references_.insert(references_.end(), values.begin(), values.end());
+  return addContainer(Format::kDictionary, keys.size());
+}
+
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addContainer(std::uint8_t type,
+                                                                           std::size_t count) {
+  const Reference self = addObject();
+  containers_.push_back({self, static_cast<std::uint32_t>(count), type});
+  return self;
+}
+
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addObject() {
+  offsets_.push_back(static_cast<std::uint32_t>(buffer_.size()));
+  return static_cast<Reference>(offsets_.size() - 1);
+}
+
+void BinaryPropertyListWriter::reserve(std::size_t times) {
+  const std::size_t tables = sizeof(Reference) * (references_.size() + objectCount());
+  if (times > kMaximumReservation / (buffer_.size() + tables)) return;
+  buffer_.reserve(times * (buffer_.size() + tables));
+  offsets_.reserve(times * objectCount());
+  containers_.reserve(times * containers_.size());
+  references_.reserve(times * references_.size());
+  plain_.reserve(times * plain_.count());
+}
+
+bool BinaryPropertyListWriter::isTooLarge() const {
+  return buffer_.size() + references_.size() + objectCount() > PropertyList::kMaximumSize;
+}
+
+/// UIDs follow all other objects.
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::resolved(Reference reference) const {
+  const auto firstUID = static_cast<Reference>(offsets_.size());
+  return reference < kUIDReference ? reference : reference - kUIDReference + firstUID;
+}
+
+std::size_t BinaryPropertyListWriter::containersSize(std::size_t referenceWidth) const {
+  std::size_t size = references_.size() * referenceWidth;
+  for (const Container& container : containers_) size += headSize(container.count);
+  return size;
+}
+
+/// Puts the containers there, at the end of the buffer.
+char* BinaryPropertyListWriter::putContainers(char* to, std::size_t referenceWidth) {
+  std::span<const Reference> references = references_;
+  for (const auto& [self, count, type] : containers_) {
+    offsets_[self] = static_cast<std::uint32_t>(to - buffer_.data());
+    const std::size_t length = type == Format::kDictionary ? 2 * std::size_t{count} : count;
+    to = put(putHead(to, type, count), references.first(length), referenceWidth);
+    references = references.subspan(length);
+  }
+  return to;
+}
+
+char* BinaryPropertyListWriter::putUIDs(char* to) {
+  for (std::size_t number = 0; number < uidCount_; ++number) {
+    offsets_.push_back(static_cast<std::uint32_t>(to - buffer_.data()));
+    const std::size_t width = widthOf(number);
+    to = put(putHead(to, Format::kUID, width - 1), number, width);
+  }
+  return to;
+}
+
+Data BinaryPropertyListWriter::finish(Reference root) {
+  if (isTooLarge() || uidCount_ > offsets_.size()) return nullptr;
+  root = resolved(root);
+  for (Reference& reference : references_) reference = resolved(reference);
+  const std::size_t referenceWidth = widthOf(objectCount() - 1);
+  const std::size_t containers = buffer_.size();
+  const std::size_t table = containers + containersSize(referenceWidth) + uidsSize(uidCount_);
+  const std::size_t offsetWidth = widthOf(table);
+  const std::size_t size = table + objectCount() * offsetWidth + Format::kTrailerSize;
+  if (size > PropertyList::kMaximumSize) return nullptr;
+  buffer_.resize(size);
+  char* end = putUIDs(putContainers(buffer_.data() + containers, referenceWidth));
+  end = put(end, offsets_, offsetWidth) + kUnusedTrailerSize;
+  end = put(end, static_cast<std::uint8_t>(offsetWidth));
+  end = put(end, static_cast<std::uint8_t>(referenceWidth));
+  end = put(end, std::uint64_t{offsets_.size()});
+  end = put(end, std::uint64_t{root});
+  put(end, std::uint64_t{table});
+  return Data(std::move(buffer_));
+}
+
+}  // namespace QVPlatform

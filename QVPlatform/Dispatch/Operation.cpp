@@ -1,0 +1,9 @@
+#include <QVPlatform/Dispatch/Operation.h>
+
+namespace QVPlatform {
+
+void Operation::main() {}
+
+void Operation::releaseWork() {}
+
+}  // namespace QVPlatform

@@ -1,0 +1,293 @@
+#include <QVPlatform/Dispatch/OperationQueue.h>
+
+#include <QVPlatform/Dispatch/Internal/Thread.h>
+#include <QVPlatform/Foundation/ForkMutex.h>
+
+#include <array>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <typeinfo>
+#include <utility>
+
+namespace QVPlatform {
+namespace {
+
+constinit String::Literal operationCountText{"operationCount"};
+constexpr String kOperationCount{operationCountText};
+
+using OperationReference = std::shared_ptr<Operation>;
+
+struct Observation {
+  std::weak_ptr<KeyValueObserver> observer;
+  std::weak_ptr<Object> queue;
+  const void* context;
+};
+
+/// Never changed once it can be seen, so that telling of a change takes no memory.
+using Observations = std::shared_ptr<const std::vector<Observation>>;
+
+/// A new count and who is to be told of it; told without the mutex.
+struct CountChange {
+  Observations observations;
+  std::size_t count;
+
+  void tell() const {
+    if (!observations) return;
+    for (const Observation& observation : *observations) {
+      const auto observer = observation.observer.lock();
+      const auto queue = observation.queue.lock();
+      if (!observer || !queue) continue;
+      callOut([&] {
+        observer->observeValueForKeyPathOfObjectChangeContext(kOperationCount, queue, count,
+                                                              observation.context);
+      });
+    }
+  }
+};
+
+bool isSameKind(const Operation& one, const Operation& other) {
+  return typeid(one) == typeid(other);
+}
+
+/// The operations of a queue, and what its thread and its users meet in.
+struct Work {
+  /// Some operations that were cancelled and leave the list: a few at a time, since there may be no
+  /// memory for a list of them. To be destroyed without the mutex.
+  struct Dropped {
+    Dropped() = default;
+    Dropped(Dropped&&) = default;
+    Dropped& operator=(Dropped&&) = delete;
+    ~Dropped() {
+      for (const OperationReference& operation : operations) {
+        if (operation) operation->releaseWork();
+      }
+    }
+
+    std::array<OperationReference, 4> operations;
+  };
+
+  std::size_t count() const { return (running ? 1 : 0) + cancelledAtHead + waiting.size(); }
+
+  bool hasCancelledAtHead() const {
+    if (waiting.empty()) return false;
+    // One that somebody holds keeps its identity, and one of another kind its place.
+    const Operation& first = *waiting.front();
+    if (!first.isCancelled() || waiting.front().use_count() > 1) return false;
+    return !standIn || isSameKind(*standIn, first);
+  }
+
+  /// Turns cancelled operations at the head into a number; the caller destroys what it gets.
+  [[nodiscard]] Dropped compact() {
+    Dropped dropped;
+    for (OperationReference& place : dropped.operations) {
+      if (!hasCancelledAtHead()) break;
+      place = std::move(waiting.front());
+      waiting.pop_front();
+      ++cancelledAtHead;
+      if (!standIn) standIn = place;
+    }
+    return dropped;
+  }
+
+  std::condition_variable changed;
+  OperationReference running;
+  OperationReference standIn;  // one that was cancelled, in the place of all those in the number
+  std::size_t cancelledAtHead = 0;
+  std::deque<OperationReference> waiting;
+  bool hasThread = false;
+  bool isIdle = false;
+};
+
+}  // namespace
+
+/// What the queue shares with its thread, which may outlive it while an operation runs. Operations
+/// are never destroyed under the mutex, since what they hold may call out when it goes.
+struct OperationQueue::State {
+  /// The child of a fork() has a queue of its own to fill. It leaves the parent's operations alone:
+  /// the parent runs them, and destroying the copies might call out.
+  static void beginAnew(void* state) {
+    auto& work = static_cast<State*>(state)->work;
+    leaveToParent(std::move(work));
+    work = std::make_unique<Work>();
+  }
+
+  // The following require the mutex.
+
+  CountChange countChange() const { return {observations, work->count()}; }
+
+  void compactAll(std::unique_lock<std::mutex>& lock) {
+    while (work->hasCancelledAtHead()) {
+      auto dropped = std::make_optional(work->compact());
+      lock.unlock();
+      dropped.reset();
+      lock.lock();
+    }
+  }
+
+  bool canStart() const {
+    return !isSuspended && (work->cancelledAtHead > 0 || !work->waiting.empty());
+  }
+
+  void wakeThread(const std::shared_ptr<State>& self) {
+    if (!canStart()) return;
+    if (!work->hasThread) {
+      work->hasThread = startThread("QVOperations", [self] { self->run(); });
+    }
+    if (work->isIdle) work->changed.notify_one();
+  }
+
+  // The thread. Nothing that it does here takes memory: an exception would be its end.
+
+  /// Ends, too, in the child of a fork() that an operation made: the queue gets another thread.
+  void run() {
+    std::unique_lock<std::mutex> lock(mutex);
+    for (const Work* const own = work.get(); work.get() == own;) {
+      work->isIdle = true;
+      work->changed.wait(lock, [this] { return isClosed || canStart(); });
+      work->isIdle = false;
+      if (isClosed) return;
+      dropCancelled(lock);
+      if (canStart()) runFirst(lock);
+    }
+  }
+
+  void dropCancelled(std::unique_lock<std::mutex>& lock) {
+    compactAll(lock);
+    if (work->cancelledAtHead == 0) return;
+    work->cancelledAtHead = 0;
+    tell(lock);
+  }
+
+  void runFirst(std::unique_lock<std::mutex>& lock) {
+    if (work->waiting.empty()) return;
+    work->running = std::move(work->waiting.front());
+    work->waiting.pop_front();
+    OperationReference operation = work->running;
+    lock.unlock();
+    if (!operation->isCancelled()) callOut([&operation] { operation->main(); });
+    lock.lock();
+    work->running.reset();
+    lock.unlock();
+    operation.reset();
+    lock.lock();
+    tell(lock);
+  }
+
+  void tell(std::unique_lock<std::mutex>& lock) const {
+    const CountChange change = countChange();
+    lock.unlock();
+    change.tell();
+    lock.lock();
+  }
+
+  mutable ForkMutex mutex{beginAnew, this};
+  std::unique_ptr<Work> work = std::make_unique<Work>();
+  Observations observations;
+  bool isSuspended = false;
+  bool isClosed = false;
+};
+
+OperationQueue::OperationQueue() : state_(std::make_shared<State>()) {}
+
+OperationQueue::~OperationQueue() {
+  std::unique_lock<std::mutex> lock(state_->mutex);
+  state_->isClosed = true;
+  state_->work->changed.notify_one();
+  while (!state_->work->waiting.empty()) {
+    OperationReference operation = std::move(state_->work->waiting.front());
+    state_->work->waiting.pop_front();
+    lock.unlock();
+    operation.reset();
+    lock.lock();
+  }
+}
+
+bool OperationQueue::addOperation(OperationReference operation) {
+  if (!operation) return false;
+  std::optional<Work::Dropped> dropped;
+  std::unique_lock<std::mutex> lock(state_->mutex);
+  dropped.emplace(state_->work->compact());
+  const auto add = [&] { state_->work->waiting.push_back(std::move(operation)); };
+  if (!callOut(add)) return false;
+  state_->wakeThread(state_);
+  const CountChange change = state_->countChange();
+  lock.unlock();
+  change.tell();
+  return true;
+}
+
+std::vector<OperationReference> OperationQueue::operations() const {
+  std::vector<OperationReference> list;
+  const std::lock_guard lock(state_->mutex);
+  const Work& work = *state_->work;
+  list.reserve(work.count());
+  if (work.running) list.push_back(work.running);
+  list.insert(list.end(), work.cancelledAtHead, work.standIn);
+  list.insert(list.end(), work.waiting.begin(), work.waiting.end());
+  return list;
+}
+
+std::size_t OperationQueue::operationCount() const {
+  const std::lock_guard lock(state_->mutex);
+  return state_->work->count();
+}
+
+OperationReference OperationQueue::operationAtIndex(std::size_t index) const {
+  const std::lock_guard lock(state_->mutex);
+  const Work& work = *state_->work;
+  if (work.running && index-- == 0) return work.running;
+  if (index < work.cancelledAtHead) return work.standIn;
+  index -= work.cancelledAtHead;
+  return index < work.waiting.size() ? work.waiting[index] : nullptr;
+}
+
+OperationReference OperationQueue::firstOperationPassingTest(
+    const std::function<bool(const Operation&)>& test) const {
+  const auto passes = [&test](const OperationReference& operation) {
+    return !operation->isCancelled() && test(*operation);
+  };
+  std::optional<Work::Dropped> dropped;
+  const std::lock_guard lock(state_->mutex);
+  Work& work = *state_->work;
+  dropped.emplace(work.compact());
+  if (work.running && passes(work.running)) return work.running;
+  for (const OperationReference& operation : work.waiting) {
+    if (passes(operation)) return operation;
+  }
+  return nullptr;
+}
+
+void OperationQueue::cancelAllOperations() {
+  std::unique_lock<std::mutex> lock(state_->mutex);
+  if (state_->work->running) state_->work->running->cancel();
+  for (const OperationReference& operation : state_->work->waiting) operation->cancel();
+  state_->compactAll(lock);
+}
+
+void OperationQueue::setSuspended(bool isSuspended) {
+  const std::lock_guard lock(state_->mutex);
+  state_->isSuspended = isSuspended;
+  state_->wakeThread(state_);
+}
+
+bool OperationQueue::isSuspended() const {
+  const std::lock_guard lock(state_->mutex);
+  return state_->isSuspended;
+}
+
+void OperationQueue::addObserverForOperationCount(std::weak_ptr<KeyValueObserver> observer,
+                                                  const void* context) {
+  Observations replaced;
+  const std::lock_guard lock(state_->mutex);
+  callOut([&] {
+    auto extended = state_->observations
+                        ? std::make_shared<std::vector<Observation>>(*state_->observations)
+                        : std::make_shared<std::vector<Observation>>();
+    extended->push_back({std::move(observer), weak_from_this(), context});
+    replaced = std::exchange(state_->observations, std::move(extended));
+  });
+}
+
+}  // namespace QVPlatform

@@ -1,0 +1,117 @@
+#include <QVPlatform/Files/AtomicFile.h>
+
+#include <QVPlatform/Files/Internal/FileLock.h>
+#include <QVPlatform/Foundation/Internal/SignalShield.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+#include <system_error>
+
+namespace QVPlatform {
+namespace {
+
+/// Enough for every writer that may be at work on one file at the same time.
+constexpr int kMaximumWriters = 64;
+/// Where there are no locks: far longer than a writer rests.
+constexpr std::time_t kLeftOverAge = 60;
+
+/// What stands in the way of one name and need not stand in the way of the next.
+bool isOfOneName(int error) {
+  static constexpr int kErrors[] = {EISDIR, ELOOP, ENXIO, EACCES, EPERM, ENODEV, EBUSY, ETXTBSY};
+  return std::find(std::begin(kErrors), std::end(kErrors), error) != std::end(kErrors);
+}
+
+/// Locks the open file. Whether it can be written without harm to anybody else then: it is no pipe
+/// or device, has no other name, is this user's, and nobody else writes it.
+bool isFreeToUse(int opened, bool isNew) {
+  struct stat file {};
+  if (fstat(opened, &file) != 0 || !S_ISREG(file.st_mode)) return false;
+  if (!isNew && (file.st_nlink > 1 || file.st_uid != geteuid())) return false;
+  const FileLock lock = lockFile(opened);
+  if (lock != FileLock::kNotToGet) return lock == FileLock::kHeld;
+  return isNew || std::time(nullptr) - file.st_mtime > kLeftOverAge;
+}
+
+}  // namespace
+
+AtomicFile::AtomicFile(const String& path) : target_(path.view()) {}
+
+AtomicFile::~AtomicFile() {
+  if (descriptor_ < 0) return;
+  if (!path_.empty()) unlink(path_.c_str());
+  unlockFile(descriptor_);
+  close(descriptor_);
+}
+
+bool AtomicFile::open() {
+  const std::size_t name = target_.rfind('/') + 1;  // 0 where there is no slash
+  if (name == target_.size() || target_.find('\0') != std::string::npos) {
+    error_ = EINVAL;
+    return false;
+  }
+  for (int i = 0; i < kMaximumWriters; ++i) {
+    path_ = target_.substr(0, name) + "." + target_.substr(name) + ".tmp" + std::to_string(i);
+    if (claim()) return true;
+    if (!isOfOneName(error_)) return false;
+  }
+  return false;
+}
+
+/// Opens and locks the file at path_.
+bool AtomicFile::claim() {
+  constexpr int kFlags = O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
+  for (;;) {
+    int opened = ::open(path_.c_str(), kFlags | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR);
+    const bool isNew = opened >= 0;
+    if (!isNew && errno == EEXIST) {
+      opened = ::open(path_.c_str(), kFlags);
+      if (opened < 0 && errno == ENOENT) continue;
+    }
+    error_ = opened < 0 ? errno : EBUSY;
+    if (opened < 0) return false;
+    const bool isFree = isFreeToUse(opened, isNew);
+    if (isFree && isAtPath(opened, path_)) {
+      descriptor_ = opened;
+      return true;
+    }
+    unlockFile(opened);
+    close(opened);
+    if (!isFree) return false;
+    // Between opening and locking, its owner moved it into place or gave it up: once more.
+  }
+}
+
+bool AtomicFile::write(std::string_view bytes) {
+  if (!open()) return false;
+  const SignalShield shield;
+  // A left-over may hold anything and have any mode.
+  bool isWritten = ftruncate(descriptor_, 0) == 0 && fchmod(descriptor_, S_IRUSR | S_IWUSR) == 0;
+  while (isWritten && !bytes.empty()) {
+    const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
+    isWritten = written >= 0 || errno == EINTR;
+    if (written > 0) bytes.remove_prefix(static_cast<std::size_t>(written));
+  }
+  isWritten = isWritten && fsync(descriptor_) == 0;
+  if (!isWritten) error_ = errno;
+  return isWritten;
+}
+
+bool AtomicFile::moveIntoPlace() {
+  const bool isMoved = descriptor_ >= 0 && std::rename(path_.c_str(), target_.c_str()) == 0;
+  if (isMoved) {
+    path_.clear();
+  } else if (descriptor_ >= 0) {
+    error_ = errno;
+  }
+  return isMoved;
+}
+
+String AtomicFile::error() const { return String(std::generic_category().message(error_)); }
+
+}  // namespace QVPlatform

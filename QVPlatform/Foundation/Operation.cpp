@@ -1,9 +1,0 @@
-#include <QVPlatform/Foundation/Operation.h>
-
-namespace QVPlatform {
-
-void Operation::main() {}
-
-void Operation::releaseWork() {}
-
-}  // namespace QVPlatform

@@ -1,0 +1,107 @@
+#include <QVPlatform/Networking/Internal/KeptSockets.h>
+
+#include <QVPlatform/Foundation/ForkMutex.h>
+#include <QVPlatform/Foundation/Internal/Lasting.h>
+
+#include <linux/tcp.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <mutex>
+#include <new>
+
+namespace QVPlatform {
+namespace {
+
+bool isSilent(curl_socket_t file) {
+  char byte;
+  return recv(file, &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 &&
+         (errno == EAGAIN || errno == EWOULDBLOCK);
+}
+
+}  // namespace
+
+/// All objects that have sockets, for the child of a fork(), which must let go of them. Whoever
+/// changes what is reachable from here holds the mutex.
+struct KeptSockets::Registry {
+  static Registry& shared() { return Lasting<Registry>::object(); }
+  static void abandonAll(void* registry) {
+    for (KeptSockets* sockets : static_cast<Registry*>(registry)->all) {
+      for (const Socket& socket : sockets->sockets_) ::close(socket.file);
+      sockets->sockets_.clear();
+    }
+  }
+
+  ForkMutex mutex{abandonAll, this};
+  std::vector<KeptSockets*> all;
+};
+
+KeptSockets::KeptSockets() {
+  const std::lock_guard lock(Registry::shared().mutex);
+  Registry::shared().all.push_back(this);
+}
+
+KeptSockets::~KeptSockets() {
+  const std::lock_guard lock(Registry::shared().mutex);
+  std::erase(Registry::shared().all, this);
+}
+
+KeptSockets::Received KeptSockets::received(curl_socket_t file) {
+  tcp_info info{};
+  socklen_t size = sizeof info;
+  if (getsockopt(file, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) return {};
+  return {info.tcpi_bytes_received, info.tcpi_data_segs_in};
+}
+
+void KeptSockets::attachTo(CURL* easy) {
+  curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, &KeptSockets::open);
+  curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, this);
+  curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, &KeptSockets::close);
+  curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, this);
+}
+
+bool KeptSockets::areSilent() const {
+  return std::ranges::all_of(sockets_, &isSilent, &Socket::file);
+}
+
+void KeptSockets::beginRequest() {
+  wasClosedWithinAnswer_ = false;
+  for (Socket& socket : sockets_) socket.seen = received(socket.file);
+}
+
+bool KeptSockets::haveReceivedMoreThan(std::uint64_t bytes) const {
+  return std::ranges::any_of(sockets_, [bytes](const Socket& socket) {
+    return received(socket.file).bytes > socket.seen.bytes + bytes;
+  });
+}
+
+curl_socket_t KeptSockets::open(void* sockets, curlsocktype, curl_sockaddr* address) {
+  auto& all = static_cast<KeptSockets*>(sockets)->sockets_;
+  const std::lock_guard lock(Registry::shared().mutex);
+  const int file = socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+  if (file < 0) return CURL_SOCKET_BAD;
+  try {
+    all.push_back({file, {}});
+    return file;
+  } catch (const std::bad_alloc&) {
+    ::close(file);
+    errno = ENOMEM;
+    return CURL_SOCKET_BAD;
+  }
+}
+
+int KeptSockets::close(void* sockets, curl_socket_t file) {
+  auto& self = *static_cast<KeptSockets*>(sockets);
+  const std::lock_guard lock(Registry::shared().mutex);
+  const auto place = std::ranges::find(self.sockets_, file, &Socket::file);
+  if (place != self.sockets_.end()) {
+    if (received(file).segments != place->seen.segments) self.wasClosedWithinAnswer_ = true;
+    self.sockets_.erase(place);
+  }
+  return ::close(file);
+}
+
+}  // namespace QVPlatform
