@@ -1,5 +1,6 @@
 #include <QVCore/QVConfigurationFile.h>
 
+#include <QVCore/Internal/QVParticipant.h>
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVLogger.h>
 #include <QVCore/QVNetworkManager.h>
@@ -107,8 +108,10 @@ void QVConfigurationFile::setConfigurationHost(String name) {
   host().set(name.isNull() ? String(kPlaceholderHost) : std::move(name));
 }
 
+QVConfigurationFile::QVConfigurationFile() : participant_(std::make_unique<QVParticipant>()) {}
+
 QVConfigurationFile::~QVConfigurationFile() {
-  if (const auto listener = listenerDelegate()) listener->setParent(nullptr);
+  participant_->end();
   NotificationCenter::defaultCenter()->removeObserver(this);
 }
 
@@ -123,7 +126,8 @@ void QVConfigurationFile::setSiteIDFileIDFileNameVersionPathAndURL(std::int32_t 
     setOfflineName(name);
     setVersionPath(versionPath);
     setSharedName(nameFor(kQVConfigurationFilesPrefix, name));
-    makeDelegates();
+    participant_->begin(this, std::make_shared<QVEventSender>()->init());
+    participant_->begin(this, std::make_shared<QVEventListener>()->init());
     registerListeners();
     setBaseURL(!url.isNull() ? url
                              : stringWithFormat("https://%@/mobile/%@/%@/%@.json",
@@ -151,15 +155,8 @@ void QVConfigurationFile::setFilenameVersionPathAndURL(const String& name,
   setSiteIDFileIDFileNameVersionPathAndURL(0, 0, name, versionPath, url);
 }
 
-void QVConfigurationFile::makeDelegates() {
-  auto sender = std::make_shared<QVEventSender>()->init();
-  sender->setParent(this);
-  setSenderDelegate(std::move(sender));
-  auto listener = std::make_shared<QVEventListener>()->init();
-  listener->setParent(this);
-  setListenerDelegate(std::move(listener));
-}
-
+/// Without a look whether the names are registered already: a file that gets another identity is
+/// heard, and downloaded, once more for each, on purpose.
 void QVConfigurationFile::registerListeners() {
   const String request = nameFor(kQVNotification_ConfigurationRequest, offlineName());
   const String response = nameFor(kQVNotification_ConfigurationResponse, offlineName());
@@ -292,14 +289,22 @@ bool QVConfigurationFile::specificUpdateAnd(const String&, const String&) { retu
 
 void QVConfigurationFile::changeNotificationCenter(
     const std::shared_ptr<NotificationCenter>& center) {
-  if (const auto sender = senderDelegate()) sender->setNotificationCenter(center);
-  if (const auto listener = listenerDelegate()) listener->setNotificationCenter(center);
+  participant_->moveSender(center);
+  participant_->moveListener(center);
+}
+
+std::shared_ptr<QVEventSender> QVConfigurationFile::senderDelegate() const {
+  return participant_->sender();
 }
 
 void QVConfigurationFile::setSenderDelegate(std::shared_ptr<QVEventSender> sender) {
-  senderDelegate_.set(std::move(sender));
+  participant_->setSender(std::move(sender));
+}
+
+std::shared_ptr<QVEventListener> QVConfigurationFile::listenerDelegate() const {
+  return participant_->listener();
 }
 
 void QVConfigurationFile::setListenerDelegate(std::shared_ptr<QVEventListener> listener) {
-  listenerDelegate_.set(std::move(listener));
+  participant_->setListener(std::move(listener));
 }

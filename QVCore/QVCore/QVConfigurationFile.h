@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <memory>
 
+class QVParticipant;
+
 /// One remote JSON configuration, known by its name, with an offline copy of its text.
 ///
 /// The offline copy lies in the user defaults. It begins as the file "<name>.json" that is shipped
@@ -40,6 +42,7 @@ class QVCORE_EXPORT QVConfigurationFile : public QVPlatform::Object,
   static QVPlatform::String configurationHost();
   static void setConfigurationHost(QVPlatform::String host);
 
+  QVConfigurationFile();
   ~QVConfigurationFile() override;
 
   // Identity. Each setter seeds the offline copy and asks for a download before it returns; the
@@ -129,16 +132,15 @@ class QVCORE_EXPORT QVConfigurationFile : public QVPlatform::Object,
   /// Where the shipped text is; null for the main bundle. Set before the identity is given.
   std::shared_ptr<QVPlatform::Bundle> bundle() const { return bundle_.get(); }
   void setBundle(std::shared_ptr<QVPlatform::Bundle> bundle) { bundle_.set(std::move(bundle)); }
-  std::shared_ptr<QVEventSender> senderDelegate() const { return senderDelegate_.get(); }
+  std::shared_ptr<QVEventSender> senderDelegate() const;
   void setSenderDelegate(std::shared_ptr<QVEventSender> sender);
-  std::shared_ptr<QVEventListener> listenerDelegate() const { return listenerDelegate_.get(); }
+  std::shared_ptr<QVEventListener> listenerDelegate() const;
   void setListenerDelegate(std::shared_ptr<QVEventListener> listener);
 
  private:
   struct Reading;
 
   void handle(const QVPlatform::Notification& notification);
-  void makeDelegates();
   void useShippedText();
   void update(const QVPlatform::String& oldText, const QVPlatform::String& newText);
   void saveFirstCopy(const QVPlatform::Value& text);
@@ -154,6 +156,5 @@ class QVCORE_EXPORT QVConfigurationFile : public QVPlatform::Object,
   QVPlatform::Property<QVPlatform::String> baseURL_;
   QVPlatform::Property<QVPlatform::String> versionPath_;
   QVPlatform::Property<std::shared_ptr<QVPlatform::Bundle>> bundle_;
-  QVPlatform::Property<std::shared_ptr<QVEventSender>> senderDelegate_;
-  QVPlatform::Property<std::shared_ptr<QVEventListener>> listenerDelegate_;
+  const std::unique_ptr<QVParticipant> participant_;
 };

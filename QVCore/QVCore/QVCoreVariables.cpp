@@ -1,5 +1,6 @@
 #include <QVCore/QVCoreVariables.h>
 
+#include <QVCore/Internal/QVParticipant.h>
 #include <QVCore/Internal/QVSharedService.h>
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVDebug.h>
@@ -43,9 +44,9 @@ std::shared_ptr<QVCoreVariables> QVCoreVariables::sharedInstance() {
   return QVSharedInstance<QVCoreVariables>::get(QV_INIT_STATE);
 }
 
-QVCoreVariables::~QVCoreVariables() {
-  if (const auto sender = senderDelegate()) sender->setParent(nullptr);
-}
+QVCoreVariables::QVCoreVariables() : participant_(std::make_unique<QVParticipant>()) {}
+
+QVCoreVariables::~QVCoreVariables() { participant_->end(); }
 
 std::shared_ptr<QVCoreVariables> QVCoreVariables::init() {
   QVGuardedInit(QV_INIT_STATE, [this] { initialise(); });
@@ -60,9 +61,7 @@ std::shared_ptr<QVCoreVariables> QVCoreVariables::reinit() {
 void QVCoreVariables::initialise() {
   setDynamicStore(std::make_shared<QVDynamicStore>()->init());
   setEnableSDKInBG(false);
-  auto sender = std::make_shared<QVEventSender>()->init();
-  sender->setParent(this);
-  setSenderDelegate(std::move(sender));
+  participant_->begin(this, std::make_shared<QVEventSender>()->init());
   // Before the identifiers, since the user agent may have to wait for the main thread, which may be
   // about to ask for this service itself.
   QV_INIT_STATE = QVInitStateDone;
@@ -165,15 +164,19 @@ void QVCoreVariables::clearData() {
 }
 
 void QVCoreVariables::changeNotificationCenter(const std::shared_ptr<NotificationCenter>& center) {
-  if (const auto sender = senderDelegate()) sender->setNotificationCenter(center);
+  participant_->moveSender(center);
 }
 
 void QVCoreVariables::setDynamicStore(std::shared_ptr<QVDynamicStore> store) {
   dynamicStore_.set(std::move(store));
 }
 
+std::shared_ptr<QVEventSender> QVCoreVariables::senderDelegate() const {
+  return participant_->sender();
+}
+
 void QVCoreVariables::setSenderDelegate(std::shared_ptr<QVEventSender> sender) {
-  senderDelegate_.set(std::move(sender));
+  participant_->setSender(std::move(sender));
 }
 
 void QVCoreVariables::setPool(std::shared_ptr<ProcessPool> pool) { pool_.set(std::move(pool)); }

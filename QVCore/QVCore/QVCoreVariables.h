@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <memory>
 
+class QVParticipant;
+
 /// The kit's variables under their names (kQVPredefinedVariable_*): the identifiers of device and
 /// installation, the user agent, the kind of connection, and what other modules add.
 ///
@@ -24,6 +26,7 @@ class QVCORE_EXPORT QVCoreVariables : public QVSingleton,
                                       public IQVEventSenderDelegate {
  public:
   static std::shared_ptr<QVCoreVariables> sharedInstance();
+  QVCoreVariables();
   ~QVCoreVariables() override;
 
   /// See QVSingleton. Both return the receiver. reinit() begins with a new store: what other
@@ -71,7 +74,7 @@ class QVCORE_EXPORT QVCoreVariables : public QVSingleton,
   std::shared_ptr<QVDynamicStore> dynamicStore() const { return dynamicStore_.get(); }
   void setDynamicStore(std::shared_ptr<QVDynamicStore> store);
   /// Null in a bare instance.
-  std::shared_ptr<QVEventSender> senderDelegate() const { return senderDelegate_.get(); }
+  std::shared_ptr<QVEventSender> senderDelegate() const;
   void setSenderDelegate(std::shared_ptr<QVEventSender> sender);
   /// Whether the application goes on sending hits in the background. False after init(); the core
   /// only reads it.
@@ -92,7 +95,7 @@ class QVCORE_EXPORT QVCoreVariables : public QVSingleton,
   static std::atomic<std::int32_t> QV_INIT_STATE;
 
   QVPlatform::Property<std::shared_ptr<QVDynamicStore>> dynamicStore_;
-  QVPlatform::Property<std::shared_ptr<QVEventSender>> senderDelegate_;
+  const std::unique_ptr<QVParticipant> participant_;
   std::atomic<bool> enableSDKInBG_{false};
   QVPlatform::Property<std::shared_ptr<QVPlatform::ProcessPool>> pool_;
   QVPlatform::Property<std::shared_ptr<QVPlatform::WebView>> uaWebView_;

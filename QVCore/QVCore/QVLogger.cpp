@@ -1,5 +1,6 @@
 #include <QVCore/QVLogger.h>
 
+#include <QVCore/Internal/QVParticipant.h>
 #include <QVCore/Internal/QVSharedService.h>
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVDebug.h>
@@ -8,7 +9,6 @@
 #include <QVPlatform/Foundation/CallOut.h>
 #include <QVPlatform/Foundation/Log.h>
 
-#include <new>
 #include <utility>
 
 using QVPlatform::callOut;
@@ -23,6 +23,7 @@ namespace {
 
 constexpr std::int32_t kSilence = 6;
 
+/// Most of them are only traced: verboseNotificationLog() is all that hears of them.
 const String* const kLoggedNames[] = {
     &kQVNotification_HitSent,
     &kQVNotification_HTTPRequest,
@@ -52,9 +53,9 @@ std::shared_ptr<QVLogger> QVLogger::sharedInstance() {
   return QVSharedInstance<QVLogger>::get(QV_INIT_STATE);
 }
 
-QVLogger::~QVLogger() {
-  if (const auto listener = listenerDelegate()) listener->setParent(nullptr);
-}
+QVLogger::QVLogger() : participant_(std::make_unique<QVParticipant>()) {}
+
+QVLogger::~QVLogger() { participant_->end(); }
 
 std::shared_ptr<QVLogger> QVLogger::init() {
   QVGuardedInit(QV_INIT_STATE, [this] { initialise(); });
@@ -68,29 +69,31 @@ std::shared_ptr<QVLogger> QVLogger::reinit() {
 
 void QVLogger::initialise() {
   auto sender = std::make_shared<QVEventSender>()->init();
-  auto listener = std::make_shared<QVEventListener>()->init();
-  for (const String* name : kLoggedNames) {
-    if (!listener->listen(*name)) throw std::bad_alloc();
-  }
-  sender->setParent(this);
-  listener->setParent(this);
-  setSenderDelegate(std::move(sender));
-  setListenerDelegate(std::move(listener));
+  auto listener = QVParticipant::makeListener(kLoggedNames);
+  participant_->begin(this, std::move(sender));
+  participant_->begin(this, std::move(listener));
   setDebugVerboseNotificationLog(false);
   QV_INIT_STATE = QVInitStateDone;
 }
 
+std::shared_ptr<QVEventSender> QVLogger::senderDelegate() const { return participant_->sender(); }
+
 void QVLogger::setSenderDelegate(std::shared_ptr<QVEventSender> sender) {
-  senderDelegate_.set(std::move(sender));
+  participant_->setSender(std::move(sender));
+}
+
+std::shared_ptr<QVEventListener> QVLogger::listenerDelegate() const {
+  return participant_->listener();
 }
 
 void QVLogger::setListenerDelegate(std::shared_ptr<QVEventListener> listener) {
-  listenerDelegate_.set(std::move(listener));
+  participant_->setListener(std::move(listener));
 }
 
 void QVLogger::logMessageWithLevel(const Value& message, std::int32_t level) {
   const std::int32_t setting = QVDebug::getLogLevel();
   if (setting == kSilence) return;
+  // As unsigned numbers on purpose: a setting below 0 silences all levels from 0 on.
   if (static_cast<std::uint32_t>(level) >= static_cast<std::uint32_t>(setting)) {
     logToConsole(message);
   }
@@ -119,8 +122,8 @@ String QVLogger::getPrivatePathToFile(const String& name) {
 }
 
 void QVLogger::changeNotificationCenter(const std::shared_ptr<NotificationCenter>& center) {
-  if (const auto listener = listenerDelegate()) listener->setNotificationCenter(center);
-  if (const auto sender = senderDelegate()) sender->setNotificationCenter(center);
+  participant_->moveListener(center);
+  participant_->moveSender(center);
 }
 
 void QVLogger::onNotificationReceived(const Notification& notification) {
@@ -131,6 +134,7 @@ void QVLogger::handle(const Notification& notification) {
   verboseNotificationLog(notification);
   const String& name = notification.name();
   if (name == kQVNotification_StoppingTheSDK) {
+    // For good: a start does not bring it back, reinit() does.
     if (const auto listener = listenerDelegate()) listener->stopListening();
   } else if (name == kQVNotification_HitSent) {
     logHitSent(notification);

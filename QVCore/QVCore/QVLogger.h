@@ -4,12 +4,13 @@
 #include <QVCore/QVEventListener.h>
 #include <QVCore/QVEventSender.h>
 #include <QVCore/QVSingleton.h>
-#include <QVPlatform/Foundation/Property.h>
 #include <QVPlatform/Foundation/Value.h>
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
+
+class QVParticipant;
 
 /// Writes the kit's diagnostic lines to standard output, filtered by one level, and turns some of
 /// the kit's notifications into such lines. It also knows the kit's private directory.
@@ -22,6 +23,7 @@ class QVCORE_EXPORT QVLogger : public QVSingleton,
                                public IQVEventListenerDelegate {
  public:
   static std::shared_ptr<QVLogger> sharedInstance();
+  QVLogger();
   ~QVLogger() override;
 
   /// See QVSingleton. Both return the receiver. reinit() also resumes listening after a stop.
@@ -53,9 +55,9 @@ class QVCORE_EXPORT QVLogger : public QVSingleton,
   void setDebugVerboseNotificationLog(bool isOn) noexcept { debugVerboseNotificationLog_ = isOn; }
 
   /// Both are null in a bare instance.
-  std::shared_ptr<QVEventSender> senderDelegate() const { return senderDelegate_.get(); }
+  std::shared_ptr<QVEventSender> senderDelegate() const;
   void setSenderDelegate(std::shared_ptr<QVEventSender> sender);
-  std::shared_ptr<QVEventListener> listenerDelegate() const { return listenerDelegate_.get(); }
+  std::shared_ptr<QVEventListener> listenerDelegate() const;
   void setListenerDelegate(std::shared_ptr<QVEventListener> listener);
 
  private:
@@ -65,7 +67,6 @@ class QVCORE_EXPORT QVLogger : public QVSingleton,
 
   static std::atomic<std::int32_t> QV_INIT_STATE;
 
-  QVPlatform::Property<std::shared_ptr<QVEventSender>> senderDelegate_;
-  QVPlatform::Property<std::shared_ptr<QVEventListener>> listenerDelegate_;
+  const std::unique_ptr<QVParticipant> participant_;
   std::atomic<bool> debugVerboseNotificationLog_{false};
 };

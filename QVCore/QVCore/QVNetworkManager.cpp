@@ -1,25 +1,25 @@
 #include <QVCore/QVNetworkManager.h>
 
+#include <QVCore/Internal/QVOfflineHits.h>
+#include <QVCore/Internal/QVParticipant.h>
+#include <QVCore/Internal/QVQueueGate.h>
+#include <QVCore/Internal/QVRequestNames.h>
 #include <QVCore/Internal/QVSharedService.h>
+#include <QVCore/Internal/QVWaitingHits.h>
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVCoreVariables.h>
 #include <QVCore/QVHTTPOperation.h>
 #include <QVCore/QVUtils.h>
 #include <QVPlatform/Foundation/CallOut.h>
 #include <QVPlatform/Foundation/ClassRegistry.h>
-#include <QVPlatform/Foundation/Log.h>
-#include <QVPlatform/Networking/URL.h>
 
 #include <new>
-#include <string>
 #include <utility>
 
 using QVPlatform::callOut;
-using QVPlatform::Date;
 using QVPlatform::Dictionary;
 using QVPlatform::Notification;
 using QVPlatform::NotificationCenter;
-using QVPlatform::Operation;
 using QVPlatform::OperationQueue;
 using QVPlatform::String;
 using QVPlatform::stringWithFormat;
@@ -31,6 +31,7 @@ namespace {
 constexpr std::uint32_t kDefaultMaxRequestsInQueue = 2000;
 constexpr std::uint32_t kDefaultMaxRequestLifetime = 200000;
 
+/// InternetChanged, which follows the two others, is heard and left at that.
 const String* const kHandledNames[] = {
     &kQVNotification_InternetChanged,    &kQVNotification_InternetDown,
     &kQVNotification_InternetUp,         &kQVNotification_OnBackground,
@@ -40,20 +41,8 @@ const String* const kHandledNames[] = {
     &kQVNotification_StoppingTheSDK,
 };
 
-/// The answer's name for a request whose name is a prefix and a suffix.
-String withPrefixReplaced(const String& name, const String& prefix, const String& replacement) {
-  return replacement + name.stringByReplacingOccurrencesOfString(prefix, "");
-}
-
-bool isRequest(const String& name) {
-  return name == kQVNotification_HTTPRequest || name == kQVNotification_SegmentRequest ||
-         name.hasPrefix(kQVNotification_ConfigurationRequest) ||
-         name.hasPrefix(kQVNotification_HTTPPartnerRequest);
-}
-
-void require(bool isDone) {
-  if (!isDone) throw std::bad_alloc();
-}
+/// Its address tells the manager's own observation of the hit queue from any other.
+constexpr char OperationQueueCountChange = 0;
 
 }  // namespace
 
@@ -63,14 +52,13 @@ std::shared_ptr<QVNetworkManager> QVNetworkManager::sharedInstance() {
   return QVSharedInstance<QVNetworkManager>::get(QV_INIT_STATE);
 }
 
+QVNetworkManager::QVNetworkManager() : participant_(std::make_unique<QVParticipant>()) {}
+
 QVNetworkManager::~QVNetworkManager() {
   NotificationCenter::defaultCenter()->removeObserver(this);
   setOperationQueue(nullptr);
   setConsentQueue(nullptr);
-  if (const auto sender = senderDelegate()) sender->setParent(nullptr);
-  setSenderDelegate(nullptr);
-  if (const auto listener = listenerDelegate()) listener->setParent(nullptr);
-  setListenerDelegate(nullptr);
+  participant_->end();
   if (const auto monitor = reachability()) monitor->stopNotifier();
   setReachability(nullptr);
 }
@@ -89,7 +77,7 @@ std::shared_ptr<QVNetworkManager> QVNetworkManager::reinit() {
 /// manager as it was.
 struct QVNetworkManager::Parts {
   std::shared_ptr<QVEventSender> sender = std::make_shared<QVEventSender>()->init();
-  std::shared_ptr<QVEventListener> listener = std::make_shared<QVEventListener>()->init();
+  std::shared_ptr<QVEventListener> listener = QVParticipant::makeListener(kHandledNames);
   std::shared_ptr<QVReachability> monitor = QVReachability::reachabilityForInternetConnection();
   std::shared_ptr<OperationQueue> hits = std::make_shared<OperationQueue>();
   std::shared_ptr<OperationQueue> consent = std::make_shared<OperationQueue>();
@@ -98,10 +86,10 @@ struct QVNetworkManager::Parts {
 
 void QVNetworkManager::initialise() {
   const Parts parts;
-  for (const String* name : kHandledNames) require(parts.listener->listen(*name));
-  require(registerReachability());
+  if (!registerReachability()) throw std::bad_alloc();
 
-  startListening(parts);
+  participant_->begin(this, parts.sender);
+  participant_->begin(this, parts.listener);
   nextRequestID_ = 0;
   nextRequestIDToCancel_ = 0;
   maxRequestsInQueue_ = kDefaultMaxRequestsInQueue;
@@ -113,14 +101,6 @@ void QVNetworkManager::initialise() {
   QV_INIT_STATE = QVInitStateDone;
 }
 
-void QVNetworkManager::startListening(const Parts& parts) {
-  if (const auto earlier = listenerDelegate()) earlier->setParent(nullptr);
-  parts.sender->setParent(this);
-  parts.listener->setParent(this);
-  setSenderDelegate(parts.sender);
-  setListenerDelegate(parts.listener);
-}
-
 void QVNetworkManager::startReachability(const std::shared_ptr<QVReachability>& monitor) {
   const auto earlier = reachability_.exchange(monitor);
   if (monitor) monitor->startNotifier();
@@ -128,10 +108,8 @@ void QVNetworkManager::startReachability(const std::shared_ptr<QVReachability>& 
 }
 
 void QVNetworkManager::startQueues(const Parts& parts) {
-  const bool isUnreachable = !isInternetReachable();
   managerState_ = parts.hasConsentModule ? QVManagerStateWaitingForStart : QVManagerStateStarted;
-  parts.hits->setSuspended(parts.hasConsentModule || isUnreachable);
-  parts.consent->setSuspended(isUnreachable);
+  setGates(QVQueueEvent::kQueuesMade, parts.hits, parts.consent);
   setOperationQueue(parts.hits);
   setConsentQueue(parts.consent);
 }
@@ -145,17 +123,7 @@ bool QVNetworkManager::isValidURL(const std::optional<URL>& url) {
 }
 
 String QVNetworkManager::requestTypeForNotificationName(const String& name) {
-  if (name.isSameObject(kQVNotification_HTTPRequest)) return kQVNotification_HTTPResponse;
-  if (name.isSameObject(kQVNotification_SegmentRequest)) return kQVNotification_SegmentResponse;
-  if (name.hasPrefix(kQVNotification_ConfigurationRequest)) {
-    return withPrefixReplaced(name, kQVNotification_ConfigurationRequest,
-                              kQVNotification_ConfigurationResponse);
-  }
-  if (name.hasPrefix(kQVNotification_HTTPPartnerRequest)) {
-    return withPrefixReplaced(name, kQVNotification_HTTPPartnerRequest,
-                              kQVNotification_HTTPPartnerResponse);
-  }
-  return "QVUnknownRequestType";
+  return QVRequestNames::answerTo(name);
 }
 
 bool QVNetworkManager::queueRequestWithData(Dictionary data) {
@@ -177,6 +145,7 @@ bool QVNetworkManager::queueOrRefuse(Dictionary& data) {
     return false;
   }
   const auto hits = operationQueue();
+  // The hit queue makes room, whichever queue the request is for.
   if (hits && hits->operationCount() >= maxRequestsInQueue_) {
     callOut([this] { removeOldOperationsInQueue(); });
   }
@@ -202,21 +171,12 @@ void QVNetworkManager::postWithUserInfo(const String& name, const Dictionary& us
   if (const auto sender = senderDelegate()) sender->send(Notification(name, self(), userInfo));
 }
 
-void QVNetworkManager::appendToWaitingHits(const String& text) {
-  const auto hits = operationQueue();
-  if (!hits) return;
-  for (const auto& operation : hits->operations()) {
-    auto* hit = dynamic_cast<QVHTTPOperation*>(operation.get());
-    if (hit) callOut([&] { hit->addPostData(text); });
-  }
-}
-
 void QVNetworkManager::updateQueueWithCategories(const String& text) {
-  callOut([&] { appendToWaitingHits(text); });
+  QVWaitingHits::append(operationQueue(), text);
 }
 
 void QVNetworkManager::updateQueueWithUserAgent(const String& userAgent) {
-  callOut([&] { appendToWaitingHits(stringWithFormat("&QV_USER_AGENT=%@", {userAgent})); });
+  callOut([&] { updateQueueWithCategories(stringWithFormat("&QV_USER_AGENT=%@", {userAgent})); });
 }
 
 void QVNetworkManager::waitForUserAgent() {
@@ -225,7 +185,7 @@ void QVNetworkManager::waitForUserAgent() {
   };
   if (!userAgent().isNil()) return;
   shouldWaitForUserAgent_ = true;
-  suspendHits(true);
+  setGates(QVQueueEvent::kUserAgentAwaited);
   // It may have come since the first look: its notification went by, or was handled before the hits
   // were held.
   const Value known = userAgent();
@@ -240,29 +200,15 @@ void QVNetworkManager::changeOfflineConfigurationsForMaxLifetimeAndMaxOperations
 
 void QVNetworkManager::removeOldOperationsInQueue() {
   const auto hits = operationQueue();
-  if (!hits) return;
-  const double now = Date::now().secondsSince1970;
-  const double lifetime = maxRequestLifetime_;
-  const auto expired = hits->firstOperationPassingTest([=](const Operation& operation) {
-    const auto* hit = dynamic_cast<const QVHTTPOperation*>(&operation);
-    return hit && now - static_cast<double>(hit->timestamp()) > lifetime;
-  });
-  if (expired) {
-    expired->cancel();
-  } else {
+  if (hits && !QVWaitingHits::cancelFirstOlderThan(hits, maxRequestLifetime_)) {
     removeOldestRequestOperation();
   }
 }
 
+/// The position goes on at each call, whatever has left the queue meanwhile, and so drifts away
+/// from the oldest hit. This is meant.
 void QVNetworkManager::removeOldestRequestOperation() {
-  const auto hits = operationQueue();
-  const std::uint32_t place = nextRequestIDToCancel_++;
-  if (const auto operation = hits ? hits->operationAtIndex(place) : nullptr) {
-    operation->cancel();
-  } else {
-    QVPlatform::consoleLog(
-        stringWithFormat("no operation at position %@ of the hit queue to cancel", {place}));
-  }
+  QVWaitingHits::cancelAtPosition(operationQueue(), nextRequestIDToCancel_++);
 }
 
 // Dispatch.
@@ -276,14 +222,14 @@ void QVNetworkManager::dispatch(const Notification& notification) {
   onConsentNotification(notification);
   if (name == kQVNotification_UserAgentAvailable && shouldWaitForUserAgent_) {
     onAwaitedUserAgent(notification.userInfo().get(kQVUserInfo_DataKey));
-  } else if (isRequest(name)) {
+  } else if (QVRequestNames::isRequest(name)) {
     onHTTPRequestNotification(notification);
   } else if (name == kQVNotification_HTTPResponse) {
     onHTTPResponseNotification(notification);
   } else if (name == kQVNotification_InternetDown) {
-    onInternetDown();
+    setGates(QVQueueEvent::kInternetDown);
   } else if (name == kQVNotification_InternetUp) {
-    onInternetUp();
+    setGates(QVQueueEvent::kInternetUp);
   } else if (name == kQVNotification_OnForeground) {
     onForeground();
   } else if (name == kQVNotification_OnBackground) {
@@ -297,25 +243,28 @@ void QVNetworkManager::onConsentNotification(const Notification& notification) {
   } else if (notification.name() == kQVNotification_StoppingTheSDK) {
     const auto hits = operationQueue();
     if (managerState_ == QVManagerStateWaitingForStart && hits) hits->cancelAllOperations();
-    managerState_ = QVManagerStateStopped;  // what is queued, or comes later, still goes out
+    // Holds nothing, on purpose: what waits in a kit that ran, or comes later, still goes out.
+    managerState_ = QVManagerStateStopped;
   }
 }
 
 void QVNetworkManager::onStartingTheSDK(const Notification& notification) {
   const String categories = notification.userInfo().get(kQVUserInfo_POSTData).stringValue();
   if (!categories.isNull()) updateQueueWithCategories(categories);
+  // Once more with each start, on purpose: later changes are then told that many times.
   registerReachabilityChanged();
-  suspendHits(shouldWaitForUserAgent_ || !isInternetReachable());
+  setGates(QVQueueEvent::kStartingTheSDK);
   managerState_ = QVManagerStateStarted;
 }
 
 void QVNetworkManager::onAwaitedUserAgent(const Value& userAgent) {
   const bool isAwaited = shouldWaitForUserAgent_.exchange(false);
   const String text = userAgent.string();
+  // In the other states what waited goes out without it, on purpose.
   if (isAwaited && managerState_ == QVManagerStateWaitingForStart && !text.isNull()) {
     callOut([&] { updateQueueWithUserAgent(QVURLEncodedString(text)); });
   }
-  if (managerState_ == QVManagerStateStarted) suspendHits(!isInternetReachable());
+  setGates(QVQueueEvent::kAwaitedUserAgentCame);
 }
 
 void QVNetworkManager::onHTTPRequestNotification(const Notification& notification) {
@@ -329,44 +278,96 @@ void QVNetworkManager::onHTTPRequestNotification(const Notification& notificatio
   queueRequestWithData(std::move(data));
 }
 
+/// Empty on purpose: answers are not listened for, and a module that hands one in changes nothing.
 void QVNetworkManager::onHTTPResponseNotification(const Notification&) {}
 
-void QVNetworkManager::onInternetDown() {
-  suspendHits(true);
-  suspendConsent(true);
-}
-
-void QVNetworkManager::onInternetUp() {
-  if (managerState_ != QVManagerStateWaitingForStart) suspendHits(shouldWaitForUserAgent_);
-  suspendConsent(false);
-}
-
 void QVNetworkManager::onForeground() {
-  if (managerState_ != QVManagerStateWaitingForStart && isInternetReachable()) {
-    suspendHits(shouldWaitForUserAgent_);
-  }
-  suspendConsent(false);
+  setGates(QVQueueEvent::kForeground);
   if (!QVCoreVariables::sharedInstance()->enableSDKInBG()) restoreStockedHit();
 }
 
 void QVNetworkManager::onBackground() {
   if (QVCoreVariables::sharedInstance()->enableSDKInBG()) return;
-  suspendConsent(true);
-  suspendHits(true);
+  setGates(QVQueueEvent::kBackground);
   saveAllHits();
 }
 
-void QVNetworkManager::suspendHits(bool isSuspended) {
-  if (const auto queue = operationQueue()) queue->setSuspended(isSuspended);
+void QVNetworkManager::setGates(QVQueueEvent event) {
+  setGates(event, operationQueue(), consentQueue());
 }
 
-void QVNetworkManager::suspendConsent(bool isSuspended) {
-  if (const auto queue = consentQueue()) queue->setSuspended(isSuspended);
+void QVNetworkManager::setGates(QVQueueEvent event, const std::shared_ptr<OperationQueue>& hits,
+                                const std::shared_ptr<OperationQueue>& consent) const {
+  const auto steps = QVQueueStepsAfter(event, managerState_, shouldWaitForUserAgent_,
+                                       [this] { return isInternetReachable(); });
+  QVTakeQueueSteps(steps, hits, consent);
+}
+
+// Connectivity and lifecycle.
+
+void QVNetworkManager::registerReachabilityChanged() { registerReachability(); }
+
+bool QVNetworkManager::registerReachability() {
+  return NotificationCenter::defaultCenter()->addObserver(
+      this, [this](const Notification& notification) { reachabilityChanged(notification); },
+      kQVReachabilityChangedNotification);
+}
+
+void QVNetworkManager::reachabilityChanged(const Notification& notification) {
+  const auto monitor = std::dynamic_pointer_cast<QVReachability>(notification.object());
+  if (!monitor) return;
+  callOut([&] {
+    QVCoreVariables::sharedInstance()->addDataWithValue(kQVPredefinedVariable_Connexion,
+                                                        monitor->currentReachabilityString());
+  });
+  switch (monitor->currentReachabilityStatus()) {
+    case QVNetworkStatusNotReachable:
+      return sentReachabilityChanged(kQVNotification_InternetDown);
+    case QVNetworkStatusViaWWAN:
+    case QVNetworkStatusViaWiFi:
+      return sentReachabilityChanged(kQVNotification_InternetUp);
+  }
+}
+
+void QVNetworkManager::sentReachabilityChanged(const String& name) {
+  postWithUserInfo(name, nullptr);
+  postWithUserInfo(kQVNotification_InternetChanged, {{kQVUserInfo_DataKey, name}});
+}
+
+bool QVNetworkManager::isInternetReachable() const {
+  const auto monitor = reachability();
+  return monitor && monitor->isReachable();
+}
+
+void QVNetworkManager::enableRunningInBackground() {
+  const auto manager = std::static_pointer_cast<QVNetworkManager>(self());
+  if (const auto hits = operationQueue()) {
+    hits->addObserverForOperationCount(manager, &OperationQueueCountChange);
+  }
+}
+
+void QVNetworkManager::observeValueForKeyPathOfObjectChangeContext(
+    const String& keyPath, const std::shared_ptr<QVPlatform::Object>& object, const Value&,
+    const void* context) {
+  if (context == &OperationQueueCountChange && object == operationQueue() &&
+      keyPath == String("operationCount")) {
+    saveAllHits();
+  }
+}
+
+void QVNetworkManager::saveAllHits() {
+  QVOfflineHits::save([this] { return operationQueue(); });
+}
+
+void QVNetworkManager::restoreStockedHit() {
+  // A hit for which memory is short stays stored rather than be answered by an error.
+  QVOfflineHits::restore([this] { return operationQueue(); },
+                         [this](Dictionary hit) { queueOrRefuse(hit); });
 }
 
 void QVNetworkManager::changeNotificationCenter(const std::shared_ptr<NotificationCenter>& center) {
-  if (const auto sender = senderDelegate()) sender->setNotificationCenter(center);
-  if (const auto listener = listenerDelegate()) listener->setNotificationCenter(center);
+  participant_->moveSender(center);
+  participant_->moveListener(center);
 }
 
 String QVNetworkManager::description() const {
@@ -378,22 +379,18 @@ String QVNetworkManager::description() const {
 
 // Properties.
 
-void QVNetworkManager::setReachability(std::shared_ptr<QVReachability> reachability) {
-  reachability_.set(std::move(reachability));
+std::shared_ptr<QVEventSender> QVNetworkManager::senderDelegate() const {
+  return participant_->sender();
 }
 
 void QVNetworkManager::setSenderDelegate(std::shared_ptr<QVEventSender> sender) {
-  senderDelegate_.set(std::move(sender));
+  participant_->setSender(std::move(sender));
+}
+
+std::shared_ptr<QVEventListener> QVNetworkManager::listenerDelegate() const {
+  return participant_->listener();
 }
 
 void QVNetworkManager::setListenerDelegate(std::shared_ptr<QVEventListener> listener) {
-  listenerDelegate_.set(std::move(listener));
-}
-
-void QVNetworkManager::setOperationQueue(std::shared_ptr<OperationQueue> queue) {
-  operationQueue_.set(std::move(queue));
-}
-
-void QVNetworkManager::setConsentQueue(std::shared_ptr<OperationQueue> queue) {
-  consentQueue_.set(std::move(queue));
+  participant_->setListener(std::move(listener));
 }

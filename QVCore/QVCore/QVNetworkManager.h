@@ -14,7 +14,10 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <vector>
+#include <utility>
+
+class QVParticipant;
+enum class QVQueueEvent;
 
 /// What consent allows.
 enum QVManagerState : std::int32_t {
@@ -39,6 +42,7 @@ class QVCORE_EXPORT QVNetworkManager : public QVSingleton,
                                        public QVPlatform::KeyValueObserver {
  public:
   static std::shared_ptr<QVNetworkManager> sharedInstance();
+  QVNetworkManager();
   ~QVNetworkManager() override;
 
   /// See QVSingleton. Both return the receiver. reinit() makes new queues and drops what waited in
@@ -81,12 +85,14 @@ class QVCORE_EXPORT QVNetworkManager : public QVSingleton,
 
   /// Adds one more registration for changes of reachability.
   void registerReachabilityChanged();
+  /// Goes by the monitor that posted, which need not be the manager's own.
   void reachabilityChanged(const QVPlatform::Notification& notification);
   /// Posts InternetUp or InternetDown, as named, and then InternetChanged.
   void sentReachabilityChanged(const QVPlatform::String& name);
   bool isInternetReachable() const;
   /// From now on the waiting hits are saved at each change of their number, for applications that
-  /// may be ended while they run in the background.
+  /// may be ended while they run in the background. Asked twice, it saves twice; a queue that
+  /// reinit() makes is not observed.
   void enableRunningInBackground();
   void observeValueForKeyPathOfObjectChangeContext(
       const QVPlatform::String& keyPath, const std::shared_ptr<QVPlatform::Object>& object,
@@ -114,6 +120,7 @@ class QVCORE_EXPORT QVNetworkManager : public QVSingleton,
   void onNotificationReceived(const QVPlatform::Notification& notification) override;
   /// Numbers the request and queues it.
   void onHTTPRequestNotification(const QVPlatform::Notification& notification);
+  /// Does nothing.
   void onHTTPResponseNotification(const QVPlatform::Notification& notification);
 
   /// "QVNetworkManager", with the number of waiting hits if there are any.
@@ -135,23 +142,28 @@ class QVCORE_EXPORT QVNetworkManager : public QVSingleton,
   bool shouldWaitForUserAgent() const noexcept { return shouldWaitForUserAgent_; }
   void setShouldWaitForUserAgent(bool isAwaited) noexcept { shouldWaitForUserAgent_ = isAwaited; }
   std::shared_ptr<QVReachability> reachability() const { return reachability_.get(); }
-  void setReachability(std::shared_ptr<QVReachability> reachability);
-  std::shared_ptr<QVEventSender> senderDelegate() const { return senderDelegate_.get(); }
+  void setReachability(std::shared_ptr<QVReachability> reachability) {
+    reachability_.set(std::move(reachability));
+  }
+  std::shared_ptr<QVEventSender> senderDelegate() const;
   void setSenderDelegate(std::shared_ptr<QVEventSender> sender);
-  std::shared_ptr<QVEventListener> listenerDelegate() const { return listenerDelegate_.get(); }
+  std::shared_ptr<QVEventListener> listenerDelegate() const;
   void setListenerDelegate(std::shared_ptr<QVEventListener> listener);
   std::shared_ptr<QVPlatform::OperationQueue> operationQueue() const {
     return operationQueue_.get();
   }
-  void setOperationQueue(std::shared_ptr<QVPlatform::OperationQueue> queue);
+  void setOperationQueue(std::shared_ptr<QVPlatform::OperationQueue> queue) {
+    operationQueue_.set(std::move(queue));
+  }
   std::shared_ptr<QVPlatform::OperationQueue> consentQueue() const { return consentQueue_.get(); }
-  void setConsentQueue(std::shared_ptr<QVPlatform::OperationQueue> queue);
+  void setConsentQueue(std::shared_ptr<QVPlatform::OperationQueue> queue) {
+    consentQueue_.set(std::move(queue));
+  }
 
  private:
   struct Parts;
 
   void initialise();
-  void startListening(const Parts& parts);
   void startReachability(const std::shared_ptr<QVReachability>& monitor);
   void startQueues(const Parts& parts);
   bool registerReachability();
@@ -161,15 +173,12 @@ class QVCORE_EXPORT QVNetworkManager : public QVSingleton,
   void onConsentNotification(const QVPlatform::Notification& notification);
   void onStartingTheSDK(const QVPlatform::Notification& notification);
   void onAwaitedUserAgent(const QVPlatform::Value& userAgent);
-  void onInternetDown();
-  void onInternetUp();
   void onForeground();
   void onBackground();
-  void suspendHits(bool isSuspended);
-  void suspendConsent(bool isSuspended);
-  void appendToWaitingHits(const QVPlatform::String& text);
-  /// What is in the hit queue now.
-  std::vector<std::shared_ptr<QVPlatform::Operation>> operations() const;
+  /// Holds and resumes the queues by the rules for that event.
+  void setGates(QVQueueEvent event);
+  void setGates(QVQueueEvent event, const std::shared_ptr<QVPlatform::OperationQueue>& hits,
+                const std::shared_ptr<QVPlatform::OperationQueue>& consent) const;
 
   static std::atomic<std::int32_t> QV_INIT_STATE;
 
@@ -180,8 +189,7 @@ class QVCORE_EXPORT QVNetworkManager : public QVSingleton,
   std::atomic<std::int32_t> managerState_{QVManagerStateWaitingForStart};
   std::atomic<std::uint32_t> nextRequestID_{0};
   std::atomic<std::uint32_t> nextRequestIDToCancel_{0};
-  QVPlatform::Property<std::shared_ptr<QVEventSender>> senderDelegate_;
-  QVPlatform::Property<std::shared_ptr<QVEventListener>> listenerDelegate_;
+  const std::unique_ptr<QVParticipant> participant_;
   QVPlatform::Property<std::shared_ptr<QVPlatform::OperationQueue>> operationQueue_;
   QVPlatform::Property<std::shared_ptr<QVPlatform::OperationQueue>> consentQueue_;
 };

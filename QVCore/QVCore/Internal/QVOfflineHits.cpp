@@ -18,6 +18,7 @@
 #include <mutex>
 #include <new>
 #include <utility>
+#include <vector>
 
 using QVPlatform::Array;
 using QVPlatform::AtomicFile;
@@ -33,23 +34,40 @@ using QVPlatform::Value;
 
 namespace {
 
+// A save has three steps: it takes a snapshot of the queue and a number for it, writes the snapshot
+// to a file of its own, and moves that into place. Only the first and the last are under the lock
+// of `Order`, so that saves write at once, and the number tells the last step whether a newer
+// snapshot is in place already.
+//
+// A restore takes the file away from all others first and removes it last. In between the queue
+// holds part of the hits, so saves are put off until all have been added; one that had begun before
+// begins again, because its snapshot may lack them.
+
 constinit String::Literal outOfMemoryText{
     "out of memory while offline hits were saved or restored"};
 constexpr String kOutOfMemory{outOfMemoryText};
 
 constexpr std::size_t kMaximumXMLSize = 1U << 20;
 
+using Operations = std::vector<std::shared_ptr<QVPlatform::Operation>>;
+
+Operations operationsOf(const QVOfflineHits::HitQueue& hitQueue) {
+  const auto queue = hitQueue();
+  return queue ? queue->operations() : Operations();
+}
+
 /// What saves and restores of this process must know of each other.
 class Order {
  public:
   enum class Verdict { kDone, kFailed, kAgain };
 
-  /// The snapshot, and its number. Nothing while hits are restored: then that ends with a save.
-  bool begin(const std::function<QVOfflineHits::Operations()>& snapshot, std::uint64_t& number,
-             QVOfflineHits::Operations& operations) {
+  /// What is in the queue, and a number for it. False while hits are restored: then that ends with
+  /// a save.
+  bool begin(const QVOfflineHits::HitQueue& hitQueue, std::uint64_t& number,
+             Operations& operations) {
     const std::lock_guard lock(mutex_);
     if (isPutOff()) return false;
-    operations = snapshot();
+    operations = operationsOf(hitQueue);
     number = ++latest_;
     return true;
   }
@@ -109,7 +127,7 @@ void logCount(const char* format, std::size_t count) {
   QVLogger::sharedInstance()->logMessageWithLevel(stringWithFormat(format, {count}), 1);
 }
 
-std::vector<Value> waitingAmong(const QVOfflineHits::Operations& operations) {
+std::vector<Value> waitingAmong(const Operations& operations) {
   std::vector<Value> waiting;
   waiting.reserve(operations.size());
   for (const auto& operation : operations) {
@@ -168,15 +186,16 @@ void reportFailure(const AtomicFile& file) {
 }
 
 /// One attempt; true when there is no more to be done.
-bool trySave(const std::function<QVOfflineHits::Operations()>& snapshot) {
-  QVOfflineHits::Operations operations;
+bool trySave(const QVOfflineHits::HitQueue& hitQueue) {
+  Operations operations;
   std::uint64_t number = 0;
-  if (!order.begin(snapshot, number, operations)) return true;
+  if (!order.begin(hitQueue, number, operations)) return true;
   const std::vector<Value> waiting = waitingAmong(operations);
   operations.clear();
   if (!QVCoreVariables::sharedInstance()->enableSDKInBG()) {
     logCount("Saving %@ offline Hits", waiting.size());
   }
+  // An empty list is written, too: older hits must not come back.
   const Data archive = archiveOfHits(waiting);
   AtomicFile file(offlineHitsPath());
   const bool isWritten = file.write(archive.view());
@@ -197,8 +216,8 @@ void withinMemory(const Function& function) {
 
 /// Whether all the hits were queued. Those for which there is no memory, or no thread any more, are
 /// stored in place of what the file holds.
-bool queueAll(TakenFile& file, const std::vector<Value>& hits,
-              const std::function<void(const Dictionary&)>& queue) {
+bool addAll(TakenFile& file, const std::vector<Value>& hits,
+            const std::function<void(const Dictionary&)>& add) {
   auto hit = hits.begin();
   const auto keepRest = [&] {
     withinMemory([&] { file.replaceContents(archiveOf(Array({hit, hits.end()})).view()); });
@@ -206,7 +225,7 @@ bool queueAll(TakenFile& file, const std::vector<Value>& hits,
   };
   while (hit != hits.end()) {
     try {
-      queue(hit->dictionary());
+      add(hit->dictionary());
     } catch (const std::bad_alloc&) {
       return keepRest();
     } catch (...) {
@@ -231,29 +250,34 @@ bool isWanted(const String& path) {
 
 /// Whether all that the file holds has been queued, so that it is to be removed. One that cannot be
 /// read is to stay.
-bool restoreFrom(TakenFile& file, const std::function<void(const Dictionary&)>& queue) {
+bool restoreFrom(TakenFile& file, const std::function<void(const Dictionary&)>& add) {
   QVPlatform::KeyedUnarchiver unarchiver(file.contents(PropertyList::kMaximumSize));
   const auto hits = unarchiver.decodeObjectForKey(kQVFileOfflineHits).array().values();
   if (!unarchiver.isValid()) return false;
   logCount("Restoring %@ offline Hits", hits.size());
-  return queueAll(file, hits, queue);
+  return addAll(file, hits, add);
 }
 
 }  // namespace
 
-void QVOfflineHits::save(const std::function<Operations()>& snapshot) {
+void QVOfflineHits::save(const HitQueue& hitQueue) {
+  if (!hitQueue()) return;
   withinMemory([&] {
-    while (!trySave(snapshot)) continue;
+    while (!trySave(hitQueue)) continue;
   });
 }
 
-void QVOfflineHits::restore(const std::function<void(const Dictionary&)>& queue,
-                            const std::function<Operations()>& snapshot) {
-  if (!order.beginRestoring()) return;
+void QVOfflineHits::restore(const HitQueue& hitQueue,
+                            const std::function<void(const Dictionary&)>& add) {
+  const auto isEmpty = [&] {
+    const auto queue = hitQueue();
+    return queue && queue->operationCount() == 0;
+  };
+  if (!isEmpty() || !order.beginRestoring()) return;
   std::vector<TakenFile> files;
   std::vector<bool> isDone;
   const auto end = [&] {
-    if (order.endRestoring()) save(snapshot);
+    if (order.endRestoring()) save(hitQueue);
     // Not before the hits are in a file again: a process that is killed here sends them twice
     // rather than not at all.
     for (std::size_t i = 0; i < files.size(); ++i) {
@@ -263,10 +287,10 @@ void QVOfflineHits::restore(const std::function<void(const Dictionary&)>& queue,
   };
   try {
     withinMemory([&] {
-      if (!snapshot().empty()) return;  // somebody else has restored meanwhile
+      if (!isEmpty()) return;  // somebody else has restored meanwhile
       files = TakenFile::takeAtPath(offlineHitsPath(), &isWanted);
       isDone.resize(files.size());
-      for (std::size_t i = 0; i < files.size(); ++i) isDone[i] = restoreFrom(files[i], queue);
+      for (std::size_t i = 0; i < files.size(); ++i) isDone[i] = restoreFrom(files[i], add);
     });
   } catch (...) {
     end();  // the thread ends

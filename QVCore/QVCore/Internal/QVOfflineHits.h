@@ -1,11 +1,10 @@
 #pragma once
 
-#include <QVPlatform/Dispatch/Operation.h>
+#include <QVPlatform/Dispatch/OperationQueue.h>
 #include <QVPlatform/Foundation/Value.h>
 
 #include <functional>
 #include <memory>
-#include <vector>
 
 /// The offline hits file, for the network manager alone.
 ///
@@ -17,18 +16,21 @@
 /// is told on the console log, the file stays as it is, and the next call mends it.
 class QVOfflineHits {
  public:
-  using Operations = std::vector<std::shared_ptr<QVPlatform::Operation>>;
+  /// Gives the hit queue as it is at the moment, or null: the manager may get another one
+  /// meanwhile. Called under a lock, so it must not call out.
+  using HitQueue = std::function<std::shared_ptr<QVPlatform::OperationQueue>()>;
 
-  /// Replaces the file by the data of the operations that wait. `snapshot` gives all operations of
-  /// the queue; it is called under a lock and must not call out. A hit that cannot be archived is
-  /// left out, and named on the console log; so is the reason why nothing could be written.
-  static void save(const std::function<Operations()>& snapshot);
+  /// Replaces the file by the data of the operations that wait; does nothing without a queue. A hit
+  /// that cannot be archived is left out, and named on the console log; so is the reason why
+  /// nothing could be written.
+  static void save(const HitQueue& hitQueue);
 
-  /// Hands the data of each stored hit to `queue`, in order, and removes the file; does nothing if
-  /// `snapshot` tells of operations. What `queue` throws is told on the console log and dropped,
-  /// but for std::bad_alloc: then the hits from that one on are stored again. So are the hits
-  /// behind the one at which a listener ends the thread. A file that is no archive stays, and so
-  /// does one in XML beyond 1 MiB, which the kit never writes and which would take long to read.
-  static void restore(const std::function<void(const QVPlatform::Dictionary&)>& queue,
-                      const std::function<Operations()>& snapshot);
+  /// Hands the data of each stored hit to `add`, in order, and removes the file; does nothing
+  /// without a queue, or while it holds operations. What `add` throws is told on the console log
+  /// and dropped, but for std::bad_alloc: then the hits from that one on are stored again. So are
+  /// the hits behind the one at which a listener ends the thread. A file that is no archive stays,
+  /// and so does one in XML beyond 1 MiB, which the kit never writes and which would take long to
+  /// read.
+  static void restore(const HitQueue& hitQueue,
+                      const std::function<void(const QVPlatform::Dictionary&)>& add);
 };
