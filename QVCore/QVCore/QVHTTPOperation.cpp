@@ -59,6 +59,7 @@ std::shared_ptr<QVHTTPOperation> QVHTTPOperation::initWithData(Dictionary data,
 
 void QVHTTPOperation::addPostData(const String& text) {
   Dictionary data = userInfo();
+  // An absent one shows as "(null)", on purpose.
   data.set(kQVUserInfo_POSTData, stringWithFormat("%@%@", {data.get(kQVUserInfo_POSTData), text}));
 }
 
@@ -72,14 +73,14 @@ void QVHTTPOperation::releaseWork() { setUserInfo(nullptr); }
 
 void QVHTTPOperation::perform() {
   const Dictionary data = userInfo();
-  auto url = takeURL(data.get(kQVUserInfo_URLKey).string());
-  if (!QVNetworkManager::isValidURL(url)) return sendErrorWithUserInfo(data);
+  const String url = data.get(kQVUserInfo_URLKey).string();
+  if (!QVNetworkManager::isValidURL(URLOf(url))) return sendErrorWithUserInfo(data);
 
   const String requestType = data.get(kQVUserInfo_RequestType).string();
   if (requestType.hasPrefix(kQVNotification_ConfigurationResponse)) {
     prepareConditionalRequest(lastUpdateKey(requestType));
   }
-  const auto response = sendRequestTo(std::move(url), nullptr, nullptr);
+  const auto response = sendSynchronousRequestWithResponseWithError(url, nullptr, nullptr);
   if (!ifModified().isNull()) {
     if (statusCode(response) == kNotModified) return;
     // An answer that turns out to be a failure counts as a download as well.
@@ -95,9 +96,10 @@ void QVHTTPOperation::perform() {
   }
 }
 
-std::optional<URL> QVHTTPOperation::takeURL(const String& text) {
-  const bool isCurrent = url_ && url_->absoluteString().isSameObject(text);
-  return isCurrent ? std::exchange(url_, std::nullopt) : URL::URLWithString(text);
+/// Somebody may have put another one into the data since it was parsed.
+std::optional<URL> QVHTTPOperation::URLOf(const String& text) const {
+  const bool isParsed = url_ && url_->absoluteString().isSameObject(text);
+  return isParsed ? url_ : URL::URLWithString(text);
 }
 
 void QVHTTPOperation::prepareConditionalRequest(const String& lastUpdateKey) {
@@ -111,13 +113,8 @@ void QVHTTPOperation::prepareConditionalRequest(const String& lastUpdateKey) {
 
 QVHTTPOperation::Response QVHTTPOperation::sendSynchronousRequestWithResponseWithError(
     const String& url, Response response, TransportError error) {
-  return sendRequestTo(URL::URLWithString(url), std::move(response), std::move(error));
-}
-
-QVHTTPOperation::Response QVHTTPOperation::sendRequestTo(std::optional<URL> url, Response response,
-                                                         TransportError error) {
   auto request = std::make_shared<MutableURLRequest>(
-      std::move(url), kQVNetworkDefaultRequestCachePolicy.load(), kQVNetworkDefaultTimeout);
+      URLOf(url), kQVNetworkDefaultRequestCachePolicy.load(), kQVNetworkDefaultTimeout);
   setRequest(request);
   const String date = ifModified();
   if (!date.isNull()) request->addValueForHTTPHeaderField(date, "If-Modified-Since");
@@ -152,6 +149,7 @@ String QVHTTPOperation::getContentOfData(const Data& data) const {
 bool QVHTTPOperation::checkRequestErrorWithResponse(const TransportError& error,
                                                     const Response& response) const {
   if (result().isNull() || error) return true;
+  // All others are answers, 401 and 502 among them, on purpose.
   const int status = statusCode(response);
   return status == kInternalServerError || status == kNotFound || status == kForbidden;
 }

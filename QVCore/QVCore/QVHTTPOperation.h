@@ -28,7 +28,8 @@ class QVCORE_EXPORT QVHTTPOperation : public QVPlatform::Operation {
 
   /// Takes a copy of the request data. Returns the receiver.
   std::shared_ptr<QVHTTPOperation> initWithData(QVPlatform::Dictionary data);
-  /// The same with the data's URL, for who has parsed it already.
+  /// The same for a caller that has parsed the data's "url" already, so that main() need not do it
+  /// again.
   std::shared_ptr<QVHTTPOperation> initWithData(QVPlatform::Dictionary data,
                                                 std::optional<QVPlatform::URL> url);
 
@@ -48,8 +49,13 @@ class QVCORE_EXPORT QVHTTPOperation : public QVPlatform::Operation {
   /// Forgets the request data: what is done to it from now on has no effect.
   void releaseWork() override;
 
-  /// Builds the request, sends it and waits; keeps the body in result(), posts HTTPRequestSent.
-  /// `response` and `error` only say what to begin with. Returns the response, or null.
+  /// The transfer, as main() makes it: builds request(), with "If-Modified-Since" if ifModified()
+  /// is not null, sends it and waits for the answer. The body goes to result(); then
+  /// HTTPRequestSent is posted, however the transfer ended. Returns the response; null when none
+  /// came.
+  ///
+  /// What is passed as `response` and `error` has no effect, since the transfer puts its own into
+  /// their place. Its error is not handed back: a transfer that failed shows by a null result().
   Response sendSynchronousRequestWithResponseWithError(const QVPlatform::String& url,
                                                        Response response, TransportError error);
   /// Makes a POST of the request if there is "POSTData", text that is not empty. Returns the
@@ -88,15 +94,14 @@ class QVCORE_EXPORT QVHTTPOperation : public QVPlatform::Operation {
 
  private:
   void perform();
-  std::optional<QVPlatform::URL> takeURL(const QVPlatform::String& text);
+  std::optional<QVPlatform::URL> URLOf(const QVPlatform::String& text) const;
   void prepareConditionalRequest(const QVPlatform::String& lastUpdateKey);
-  Response sendRequestTo(std::optional<QVPlatform::URL> url, Response response,
-                         TransportError error);
 
   std::atomic<std::int32_t> timestamp_{0};
   mutable std::mutex mutex_;  // one for all, as thousands of operations may wait
   QVPlatform::Dictionary userInfo_;
-  std::optional<QVPlatform::URL> url_;  // of the data as it was at first
+  std::optional<QVPlatform::URL>
+      url_;  // of the data as it was at first; const after initWithData()
   QVPlatform::String ifModified_;
   std::shared_ptr<QVPlatform::MutableURLRequest> request_;
   QVPlatform::Data result_;
