@@ -5,7 +5,15 @@
 
 namespace QVPlatform {
 
-/// The one door through which the embedding application tells the platform about itself.
+/// What the embedding application tells the platform about itself.
+///
+/// What else it may set is set where it belongs:
+/// - Networking/URLConnection.h: setMaximumResponseSize(), setMaximumTransferTime(),
+///   setUserAgent(), setAcceptLanguage();
+/// - SystemConfiguration/NetworkReachability.h: setSource();
+/// - WebKit/WebEngine.h: setEngine();
+/// - Device/Device.h: setIdentifierForVendorProvider(), setVendorName(),
+///   setAdvertisingIdentifierProvider(), setSystemVersion().
 ///
 /// Every setting has a working default; what is set, is set before the core starts. A default is
 /// found out when it is first wanted, and stays for as long as the process runs, whatever happens

