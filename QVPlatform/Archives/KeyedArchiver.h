@@ -14,9 +14,9 @@ namespace QVPlatform {
 /// Text, bytes, dates, booleans, Null and all kinds of numbers, arrays and dictionaries are
 /// archived as they are, objects that are Coding by their own parts. What cannot be archived is
 /// left out, with one line on the console log for each archive: any other object, a container
-/// within itself, whatever is nested deeper than 128 levels, and what shared containers multiply to
-/// millions of values below one element of the outermost container. In an array a Null stands in
-/// its place.
+/// within itself, whatever is nested deeper than Value::kMaximumDepth, and what shared containers
+/// multiply to millions of values below one element of the outermost container. In an array a Null
+/// stands in its place.
 ///
 /// When memory runs out, std::bad_alloc passes through, and there is no archive.
 ///
@@ -42,8 +42,8 @@ class QVPLATFORM_EXPORT KeyedArchiver {
   Data finishEncoding();
 
  private:
-  class Implementation;
-  std::unique_ptr<Implementation> implementation_;
+  struct State;
+  std::unique_ptr<State> state_;
 };
 
 }  // namespace QVPlatform

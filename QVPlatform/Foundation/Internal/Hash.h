@@ -8,12 +8,14 @@
 
 namespace QVPlatform {
 
-/// Hashes that are quick rather than hard to foresee; equal in one process only.
+/// Hashes for tables in memory. They are quick to find, but nobody is kept from making texts with
+/// the same one. They must not be stored: another build may find other ones.
 class Hash {
  public:
   using Number = std::uint32_t;
 
-  /// Takes two words side by side, since each step waits for the one before.
+  /// Mixing a word in takes several cycles, and the next word of the same chain has to wait for
+  /// them. So the words are shared out between two chains, on which the processor works at once.
   static Number of(std::string_view bytes) {
     std::uint64_t even = bytes.size();
     std::uint64_t odd = 0;
@@ -40,7 +42,7 @@ class Hash {
   static std::uint64_t mixed(std::uint64_t hash, std::uint64_t word) {
     return (std::rotl(hash, 23) ^ word) * 0x9E3779B97F4A7C15U;
   }
-  /// The upper half of the last product depends on all bits.
+  /// Only the upper bits of a product depend on all bits of its factors, hence the upper half.
   static Number joined(std::uint64_t even, std::uint64_t odd) {
     return static_cast<Number>(mixed(mixed(even, odd), 0) >> 32);
   }
