@@ -16,10 +16,13 @@ namespace QVPlatform {
 ///
 /// An operation belongs to the queue from addOperation() until it has run; the one that is running
 /// is the first of the list. While the queue is suspended none starts, but one that is running goes
-/// on. Cancelled operations stay in the list until their turn comes. Those at its head that nobody
-/// else holds are kept as a mere number, since a suspended queue may collect any number of them.
-/// Where the list is asked for, the first of them stands in all their places, without what it gave
-/// up in releaseWork(); so whoever adds operations of one class finds only such ones.
+/// on. Cancelled operations stay in the list until their turn comes.
+///
+/// A suspended queue may collect any number of cancelled operations, so it does not keep those at
+/// its head that nobody else holds: it counts them, and keeps the first of them only, which has
+/// given up its work (releaseWork()). In the list that operations() answers, that one stands in the
+/// place of each of them. It stands for operations of its own class only, so that who casts what is
+/// in the list finds the class that was added.
 ///
 /// Threads: every operation may be called from any thread. Lifetime: when the queue is destroyed,
 /// operations that wait are dropped, one that is running ends by itself. In the child of a fork()
@@ -42,8 +45,9 @@ class QVPLATFORM_EXPORT OperationQueue : public Object {
   /// The one at that place of operations(), or null past the end. Copies no list.
   std::shared_ptr<Operation> operationAtIndex(std::size_t index) const;
   /// The first operation that is not cancelled and passes the test, or null. Copies no list; the
-  /// time to pass over cancelled operations at the head does not grow with their number. The test
-  /// runs under the queue's lock: it must not use the queue.
+  /// time to pass over cancelled operations at the head does not grow with their number. This is
+  /// the one place where the kit calls somebody's function under a lock: the test runs under the
+  /// queue's, so it must be quick and must not use the queue.
   std::shared_ptr<Operation> firstOperationPassingTest(
       const std::function<bool(const Operation&)>& test) const;
   /// Cancels every operation in the list.

@@ -131,7 +131,7 @@ void printOrDrop(std::FILE* stream, const char* prefix, const String& text,
 
 void consoleLog(const String& message) {
   static constinit std::atomic<std::size_t> dropped{0};
-  printOrDrop(stderr, "QVCore: ", message, dropped);
+  printOrDrop(stderr, QVPLATFORM_KIT ": ", message, dropped);
 }
 
 void printLine(const String& text) {

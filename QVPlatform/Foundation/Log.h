@@ -12,8 +12,9 @@ namespace QVPlatform {
 // told on the console log. No signal reaches the host when the output is closed or full. Callable
 // from any thread; nothing fails.
 
-/// Writes to the platform's console log, which is standard error: for what the kit must tell the
-/// developer of the application outside of its own log.
+/// Writes to the platform's console log, which is standard error, behind the name of the kit that
+/// the build gives: for what must be told to the developer of the application outside of the kit's
+/// own log.
 QVPLATFORM_EXPORT void consoleLog(const String& message);
 
 /// Writes to standard output, with nothing around the text.

@@ -73,12 +73,13 @@ class QVPLATFORM_EXPORT ReachabilitySource {
   /// Called on the threads of the core's users, so it must not wait for the network.
   virtual bool getFlags(const ReachabilityTarget& target, NetworkReachabilityFlags* flags) = 0;
 
-  /// From now on, and until the subscription that it returns is released, calls `changed` whenever
-  /// the target's flags may have changed. Null to refuse, with errno as above.
-  /// `changed` is cheap, throws nothing, may be called from any thread, once too often, and once
-  /// more shortly after the release. It calls neither operation of the source by itself.
-  /// The easiest subscription is a shared copy of `changed`, of which the source keeps a weak
-  /// reference. It may be released on any thread.
+  /// Returns a subscription: until it is released, which may happen on any thread, the source calls
+  /// `changed` whenever the target's flags may have changed. Null to refuse, with errno as above.
+  /// The source may call `changed` from any thread, also when nothing has changed after all, and
+  /// still once while the subscription is being released. `changed` returns at once, throws
+  /// nothing, and does not call the source before it has returned. A source needs no class for its
+  /// subscriptions: it can return a std::shared_ptr to a copy of `changed`, keep a std::weak_ptr to
+  /// that, and call what this still leads to.
   virtual std::shared_ptr<void> subscribe(const ReachabilityTarget& target, Changed changed) = 0;
 };
 
