@@ -1,7 +1,7 @@
 #include <QVPlatform/Application.h>
 
 #include <QVPlatform/Foundation/ForkMutex.h>
-#include <QVPlatform/Foundation/Internal/Lasting.h>
+#include <QVPlatform/Foundation/Lasting.h>
 #include <QVPlatform/Foundation/Log.h>
 #include <QVPlatform/Foundation/Property.h>
 

@@ -204,7 +204,7 @@ TEST(KeyedArchiver, LeavesOutWhatCannotBeArchivedAndSaysSoOnce) {
 
 TEST(KeyedArchiver, ReadsBackAllThatItArchives) {
   // Met first where it is shallow, this is too deep where it is met next.
-  const Value chain = nested(1, 100);
+  const Value chain = nested(1, PropertyList::kMaximumDepth - 28);
   testing::internal::CaptureStderr();
   EXPECT_EQ(throughArchive(Array({chain, nested(chain, 100)})).array().count(), 2U);
   EXPECT_NE(testing::internal::GetCapturedStderr(), "");
@@ -332,7 +332,9 @@ TEST(KeyedUnarchiver, RefusesHostileArchives) {
     const std::string next = "@" + std::to_string(i) + ";";
     bomb.push_back(listOf(next + next));
   }
-  for (int i = 4; i < 300; ++i) deep.push_back(listOf("@" + std::to_string(i) + ";"));
+  for (std::size_t i = 4; i < PropertyList::kMaximumDepth + 6; ++i) {
+    deep.push_back(listOf("@" + std::to_string(i) + ";"));
+  }
   for (auto* objects : {&bomb, &deep}) objects->push_back("<integer>1</integer>");
   const std::pair<const char*, std::vector<std::string>> cases[] = {
       {"itself", {listOf("@1;"), array}},

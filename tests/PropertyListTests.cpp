@@ -9,8 +9,8 @@ Value throughBytes(const Value& value) {
   return PropertyList::valueWithData(PropertyList::dataWithValue(value).view());
 }
 
-/// A binary property list of these objects, the first being the root; references take one byte.
-std::string fileOf(const std::vector<std::string>& objects) {
+/// A binary property list of these objects, the first being the root.
+std::string fileOf(const std::vector<std::string>& objects, char referenceWidth = 1) {
   std::string file = "bplist00";
   std::string table;
   for (const auto& object : objects) {
@@ -23,7 +23,8 @@ std::string fileOf(const std::vector<std::string>& objects) {
     return bytes;
   };
   const std::size_t start = file.size();
-  return file + table + "\0\0\0\0\0\0\3\1"s + number(objects.size()) + number(0) + number(start);
+  return file + table + "\0\0\0\0\0\0\3"s + referenceWidth + number(objects.size()) + number(0) +
+         number(start);
 }
 
 std::string arrayOf(std::size_t count, char reference) {
@@ -77,8 +78,8 @@ TEST(PropertyList, RefusesWhatIsNone) {
   for (int i = 0; i < 3; ++i) sharedTooOften = Array(std::vector<Value>(1000, sharedTooOften));
   EXPECT_TRUE(PropertyList::copy(sharedTooOften).isNil());
   const Value deepest = nested(1, PropertyList::kMaximumDepth);
-  EXPECT_FALSE(throughBytes(deepest).isNil());
-  EXPECT_FALSE(PropertyList::copy(deepest).isNil());
+  EXPECT_EQ(throughBytes(deepest), deepest);
+  EXPECT_EQ(PropertyList::copy(deepest), deepest);
 }
 
 TEST(PropertyList, CopiesContainersDeeply) {
@@ -253,11 +254,13 @@ TEST(PropertyList, IsNotMadeToExpandOrToRecurse) {
   std::vector<std::string> bomb;
   std::vector<std::string> deep;
   for (int i = 0; i < 60; ++i) bomb.push_back(arrayOf(10, static_cast<char>(i + 1)));
-  for (int i = 0; i < 250; ++i) deep.push_back("\xA1"s + static_cast<char>(i + 1));
+  for (std::size_t i = 1; i <= PropertyList::kMaximumDepth + 1; ++i) {
+    deep.push_back("\xA1"s + static_cast<char>(i >> 8) + static_cast<char>(i));
+  }
   for (auto* objects : {&bomb, &deep}) objects->push_back("\x51x");
   const std::pair<const char*, std::string> cases[] = {
       {"bomb", fileOf(bomb)},
-      {"deep", fileOf(deep)},
+      {"deep", fileOf(deep, 2)},
       {"overlapping texts", fileOfOverlappingTexts(250)},
   };
   EXPECT_EQ(PropertyList::valueWithData(fileOfOverlappingTexts(4)).array().count(), 4U);

@@ -6,8 +6,7 @@ struct PlainObject : QVPlatform::Object {
   Value content;
 };
 
-constinit String::Literal constantText{"QVNotification: Constant"};
-constexpr String kConstant{constantText};
+constexpr String kConstant = "QVNotification: Constant"_string;
 
 TEST(String, ComparesByTextAndKnowsItsIdentity) {
   const String built("QVNotification: Constant");

@@ -9,6 +9,7 @@
 #include <QVPlatform/Archives/JSONSerialization.h>
 #include <QVPlatform/Files/FileManager.h>
 #include <QVPlatform/Foundation/CallOut.h>
+#include <QVPlatform/Foundation/Lasting.h>
 
 #include <initializer_list>
 #include <string_view>
@@ -20,6 +21,7 @@ using QVPlatform::Dictionary;
 using QVPlatform::FileManager;
 using QVPlatform::JSONDocument;
 using QVPlatform::JSONSerialization;
+using QVPlatform::Lasting;
 using QVPlatform::Notification;
 using QVPlatform::NotificationCenter;
 using QVPlatform::Property;
@@ -35,12 +37,11 @@ constexpr std::int32_t kConfigurationLevel = 4;
 constexpr const char* kPlaceholderHost = "configuration.example.invalid";
 
 Property<String>& host() {
-  static Property<String>& shared = *new Property<String>(kPlaceholderHost);
-  return shared;
+  struct Shared {
+    Property<String> host{kPlaceholderHost};
+  };
+  return Lasting<Shared>::object().host;
 }
-
-/// Made when the library is loaded, and so never while another thread forks.
-[[maybe_unused]] const Property<String>& madeEarly = host();
 
 void log(std::string_view format, std::initializer_list<Value> arguments, std::int32_t level) {
   QVLogger::sharedInstance()->logMessageWithLevel(stringWithFormat(format, arguments), level);

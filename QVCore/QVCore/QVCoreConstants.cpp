@@ -1,72 +1,72 @@
 #include <QVCore/QVCoreConstants.h>
 
 using QVPlatform::String;
-
-// A constant and the storage of its text.
-#define QV_TEXT(name, text)                    \
-  namespace {                                  \
-  constinit String::Literal name##_text{text}; \
-  }                                            \
-  constexpr String name { name##_text }
+using QVPlatform::operator""_string;
 
 // Notification names.
 
-QV_TEXT(kQVNotification_HitSent, "QVNotification: Hit Sent");
-QV_TEXT(kQVNotification_HTTPRequest, "QVNotification: HTTP Request");
-QV_TEXT(kQVNotification_HTTPRequestSent, "QVNotification: HTTP Request Sent");
-QV_TEXT(kQVNotification_HTTPRequestError, "QVNotification: HTTP Request Error");
-QV_TEXT(kQVNotification_HTTPResponse, "QVNotification: HTTP Response");
-QV_TEXT(kQVNotification_HTTPPartnerRequest, "QVNotification: Partner Request: ");
-QV_TEXT(kQVNotification_HTTPPartnerResponse, "QVNotification: Partner Response: ");
-QV_TEXT(kQVNotification_SegmentRequest, "QVNotification: Segment Request");
-QV_TEXT(kQVNotification_SegmentResponse, "QVNotification: Segment Response");
-QV_TEXT(kQVNotification_ConfigurationRequest, "QVNotification: Privacy Configuration Request");
-QV_TEXT(kQVNotification_ConfigurationResponse, "QVNotification: Privacy Configuration Response");
-QV_TEXT(kQVNotification_VendorListRequest, "QVNotification: IAB Vendor List Request");
-QV_TEXT(kQVNotification_VendorListResponse, "QVNotification: IAB Vendor List Response");
-QV_TEXT(kQVNotification_InternetUp, "QVNotification: Internet Up");
-QV_TEXT(kQVNotification_InternetDown, "QVNotification: Internet Down");
-QV_TEXT(kQVNotification_InternetChanged, "QVNotification: Internet Changed");
-QV_TEXT(kQVNotification_UserAgentAvailable, "QVNotification: User Agent Available");
-QV_TEXT(kQVNotification_OnBackground, "QVNotification On Background");
-QV_TEXT(kQVNotification_OnForeground, "QVNotification On Foreground");
-QV_TEXT(kQVNotification_Unknown, "QVNotification: Unknown notification");
-QV_TEXT(kQVNotification_StoppingTheSDK, "QVNotification: Stopping SDK");
-QV_TEXT(kQVNotification_StartingTheSDK, "QVNotification: Starting SDK");
-QV_TEXT(kQVNotification_ConfigurationChanged, "QVNotification: Configuration changed");
+constexpr String kQVNotification_HitSent = "QVNotification: Hit Sent"_string;
+constexpr String kQVNotification_HTTPRequest = "QVNotification: HTTP Request"_string;
+constexpr String kQVNotification_HTTPRequestSent = "QVNotification: HTTP Request Sent"_string;
+constexpr String kQVNotification_HTTPRequestError = "QVNotification: HTTP Request Error"_string;
+constexpr String kQVNotification_HTTPResponse = "QVNotification: HTTP Response"_string;
+constexpr String kQVNotification_HTTPPartnerRequest = "QVNotification: Partner Request: "_string;
+constexpr String kQVNotification_HTTPPartnerResponse = "QVNotification: Partner Response: "_string;
+constexpr String kQVNotification_SegmentRequest = "QVNotification: Segment Request"_string;
+constexpr String kQVNotification_SegmentResponse = "QVNotification: Segment Response"_string;
+constexpr String kQVNotification_ConfigurationRequest =
+    "QVNotification: Privacy Configuration Request"_string;
+constexpr String kQVNotification_ConfigurationResponse =
+    "QVNotification: Privacy Configuration Response"_string;
+constexpr String kQVNotification_VendorListRequest =
+    "QVNotification: IAB Vendor List Request"_string;
+constexpr String kQVNotification_VendorListResponse =
+    "QVNotification: IAB Vendor List Response"_string;
+constexpr String kQVNotification_InternetUp = "QVNotification: Internet Up"_string;
+constexpr String kQVNotification_InternetDown = "QVNotification: Internet Down"_string;
+constexpr String kQVNotification_InternetChanged = "QVNotification: Internet Changed"_string;
+constexpr String kQVNotification_UserAgentAvailable = "QVNotification: User Agent Available"_string;
+constexpr String kQVNotification_OnBackground = "QVNotification On Background"_string;
+constexpr String kQVNotification_OnForeground = "QVNotification On Foreground"_string;
+constexpr String kQVNotification_Unknown = "QVNotification: Unknown notification"_string;
+constexpr String kQVNotification_StoppingTheSDK = "QVNotification: Stopping SDK"_string;
+constexpr String kQVNotification_StartingTheSDK = "QVNotification: Starting SDK"_string;
+constexpr String kQVNotification_ConfigurationChanged =
+    "QVNotification: Configuration changed"_string;
 
 // Keys of user info.
 
-QV_TEXT(kQVUserInfo_DataKey, "data");
-QV_TEXT(kQVUserInfo_URLKey, "url");
-QV_TEXT(kQVUserInfo_POSTData, "POSTData");
-QV_TEXT(kQVUserInfo_ResponseKey, "HTTPURLResponse");
-QV_TEXT(kQVUserInfo_ErrorKey, "error");
-QV_TEXT(kQVUserInfo_RequestType, "RequestType");
-QV_TEXT(kQVUserInfo_ContentKey, "content");
-QV_TEXT(kQVUserInfo_RequestID, "ID");
+constexpr String kQVUserInfo_DataKey = "data"_string;
+constexpr String kQVUserInfo_URLKey = "url"_string;
+constexpr String kQVUserInfo_POSTData = "POSTData"_string;
+constexpr String kQVUserInfo_ResponseKey = "HTTPURLResponse"_string;
+constexpr String kQVUserInfo_ErrorKey = "error"_string;
+constexpr String kQVUserInfo_RequestType = "RequestType"_string;
+constexpr String kQVUserInfo_ContentKey = "content"_string;
+constexpr String kQVUserInfo_RequestID = "ID"_string;
 
 // Names of the variables in the core variables' store.
 
-QV_TEXT(kQVPredefinedVariable_UniqueID, "#QV_UNIQUEID#");
-QV_TEXT(kQVPredefinedVariable_IDFA, "#QV_IDFA#");
-QV_TEXT(kQVPredefinedVariable_IDFV, "#QV_IDFV#");
-QV_TEXT(kQVPredefinedVariable_isTrackingEnabled, "#QV_IS_TRACKING_ENABLED#");
-QV_TEXT(kQVPredefinedVariable_LimitUserTrackingEnabled, "#QV_LIMIT_USER_TRACKING_ENABLED#");
-QV_TEXT(kQVPredefinedVariable_SDKID, "#QV_SDK_ID#");
-QV_TEXT(kQVPredefinedVariable_NormalizedID, "#QV_NORMALIZED_ID#");
-QV_TEXT(kQVPredefinedVariable_UserAgent, "#QV_USER_AGENT#");
-QV_TEXT(kQVPredefinedVariable_Connexion, "#QV_CONNEXION#");
+constexpr String kQVPredefinedVariable_UniqueID = "#QV_UNIQUEID#"_string;
+constexpr String kQVPredefinedVariable_IDFA = "#QV_IDFA#"_string;
+constexpr String kQVPredefinedVariable_IDFV = "#QV_IDFV#"_string;
+constexpr String kQVPredefinedVariable_isTrackingEnabled = "#QV_IS_TRACKING_ENABLED#"_string;
+constexpr String kQVPredefinedVariable_LimitUserTrackingEnabled =
+    "#QV_LIMIT_USER_TRACKING_ENABLED#"_string;
+constexpr String kQVPredefinedVariable_SDKID = "#QV_SDK_ID#"_string;
+constexpr String kQVPredefinedVariable_NormalizedID = "#QV_NORMALIZED_ID#"_string;
+constexpr String kQVPredefinedVariable_UserAgent = "#QV_USER_AGENT#"_string;
+constexpr String kQVPredefinedVariable_Connexion = "#QV_CONNEXION#"_string;
 
 // Others.
 
-QV_TEXT(kQVReachabilityChangedNotification, "kQVReachabilityChangedNotification");
-QV_TEXT(kQVErrorMessageInvalidURL, "Error : invalid URL");
-QV_TEXT(kQVUserDefaultsKey_UniqueID, "qv_unique_id");
-QV_TEXT(kQVConfigurationFilesPrefix, "configuration_");
-QV_TEXT(kQVConfigurationFilesLastUpdated, "qv_last_update_for_configuration_");
-QV_TEXT(kQVFileOfflineHits, "offlineHits");
-QV_TEXT(kQVFilePrivateDocuments, "QVPrivateDocuments");
+constexpr String kQVReachabilityChangedNotification = "kQVReachabilityChangedNotification"_string;
+constexpr String kQVErrorMessageInvalidURL = "Error : invalid URL"_string;
+constexpr String kQVUserDefaultsKey_UniqueID = "qv_unique_id"_string;
+constexpr String kQVConfigurationFilesPrefix = "configuration_"_string;
+constexpr String kQVConfigurationFilesLastUpdated = "qv_last_update_for_configuration_"_string;
+constexpr String kQVFileOfflineHits = "offlineHits"_string;
+constexpr String kQVFilePrivateDocuments = "QVPrivateDocuments"_string;
 
 const QVPlatform::TimeInterval kQVNetworkDefaultTimeout = 5.0;
 constinit std::atomic<QVPlatform::URLRequestCachePolicy> kQVNetworkDefaultRequestCachePolicy =

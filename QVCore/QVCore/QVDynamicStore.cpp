@@ -11,15 +11,14 @@
 using QVPlatform::Array;
 using QVPlatform::Dictionary;
 using QVPlatform::String;
+using QVPlatform::operator""_string;
 using QVPlatform::stringWithFormat;
 using QVPlatform::Value;
 
 namespace {
 
-constinit String::Literal dynamicStoreText{"dynamicStore"};
-constinit String::Literal orderedKeysText{"orderedKeys"};
-constexpr String kDynamicStore{dynamicStoreText};
-constexpr String kOrderedKeys{orderedKeysText};
+constexpr String kDynamicStore = "dynamicStore"_string;
+constexpr String kOrderedKeys = "orderedKeys"_string;
 
 const QVPlatform::RegisteredClass<QVDynamicStore> registeredStore{"QVDynamicStore"};
 

@@ -9,17 +9,10 @@
 #include <string_view>
 
 using QVPlatform::String;
+using QVPlatform::operator""_string;
 using QVPlatform::Value;
 
 namespace {
-
-constinit String::Literal dynamicVariable{"#[^#]+#"};
-constinit String::Literal ip{"([0-9]{1,3}[.]){3}[0-9]{1,3}"};
-constinit String::Literal appleLocale{"[a-z]{2,}_[A-Z]{2,}"};
-constinit String::Literal screenResolution{"[0-9]{1,4}x[0-9]{1,4}"};
-// The dots stand for any character, on purpose.
-constinit String::Literal softwareVersion{"[0-9]+.[0-9]+(.[0-9]+)*"};
-constinit String::Literal uuid{"[A-F0-9]{8}-[A-F0-9]{4}-[A-F0-9]{4}-[A-F0-9]{4}-[A-F0-9]{12}"};
 
 constexpr std::int32_t kLevelOfNumberFailures = 3;
 
@@ -31,12 +24,14 @@ bool isUnreserved(char c) {
 
 }  // namespace
 
-constexpr String kQVRegexpDynamicVariable{dynamicVariable};
-constexpr String kQVRegexpIP{ip};
-constexpr String kQVRegexpAppleLocale{appleLocale};
-constexpr String kQVRegexpScreenResolution{screenResolution};
-constexpr String kQVRegexpSoftwareVersion{softwareVersion};
-constexpr String kQVRegexpUUID{uuid};
+constexpr String kQVRegexpDynamicVariable = "#[^#]+#"_string;
+constexpr String kQVRegexpIP = "([0-9]{1,3}[.]){3}[0-9]{1,3}"_string;
+constexpr String kQVRegexpAppleLocale = "[a-z]{2,}_[A-Z]{2,}"_string;
+constexpr String kQVRegexpScreenResolution = "[0-9]{1,4}x[0-9]{1,4}"_string;
+// The dots stand for any character, on purpose.
+constexpr String kQVRegexpSoftwareVersion = "[0-9]+.[0-9]+(.[0-9]+)*"_string;
+constexpr String kQVRegexpUUID =
+    "[A-F0-9]{8}-[A-F0-9]{4}-[A-F0-9]{4}-[A-F0-9]{4}-[A-F0-9]{12}"_string;
 
 bool QVUtils::doesStringMatchRegexp(const String& text, const String& pattern) {
   const auto expression = QVPlatform::RegularExpression::regularExpressionWithPattern(pattern);

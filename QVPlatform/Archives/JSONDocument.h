@@ -24,7 +24,7 @@ namespace QVPlatform {
 class QVPLATFORM_EXPORT JSONDocument {
  public:
   static constexpr std::size_t kMaximumSize = std::size_t{32} << 20;  // bytes
-  static constexpr std::size_t kMaximumDepth = 512;                   // containers in containers
+  static constexpr std::size_t kMaximumDepth = Value::kMaximumDepth;
 
   explicit JSONDocument(String text);
   ~JSONDocument();

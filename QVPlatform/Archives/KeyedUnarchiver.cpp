@@ -20,6 +20,15 @@
 #include <utility>
 #include <vector>
 
+// The archive is not turned into values as a whole: an object is made when somebody decodes a key
+// that leads to it, and what it contains with it. BinaryPropertyListReader reads one object of the
+// file where it lies. ObjectMemo makes the value of each UID once, so that what was one object is
+// one again, and keeps count of what the file does; once it has found damage, every answer is nil.
+// While an object is made by its own initWithCoder(), `scope_` is the dictionary of its keys.
+//
+// What a class name means and what a list of keys holds is found out once for each, since the
+// messages of one archive are mostly of the same classes and with the same keys.
+
 namespace QVPlatform {
 namespace {
 
@@ -61,9 +70,8 @@ Data binaryArchive(const Data& archive) {
 
 }  // namespace
 
-class KeyedUnarchiver::Implementation {
- public:
-  Implementation(KeyedUnarchiver& unarchiver, const Data& archive)
+struct KeyedUnarchiver::State {
+  State(KeyedUnarchiver& unarchiver, const Data& archive)
       : unarchiver_(unarchiver),
         archive_(binaryArchive(archive)),
         reader_(archive_.view()),
@@ -285,14 +293,12 @@ class KeyedUnarchiver::Implementation {
 };
 
 KeyedUnarchiver::KeyedUnarchiver(const Data& archive)
-    : implementation_(std::make_unique<Implementation>(*this, archive)) {}
+    : state_(std::make_unique<State>(*this, archive)) {}
 
 KeyedUnarchiver::~KeyedUnarchiver() = default;
 
-bool KeyedUnarchiver::isValid() const { return implementation_->isValid(); }
+bool KeyedUnarchiver::isValid() const { return state_->isValid(); }
 
-Value KeyedUnarchiver::decodeObjectForKey(const String& key) {
-  return implementation_->decode(key);
-}
+Value KeyedUnarchiver::decodeObjectForKey(const String& key) { return state_->decode(key); }
 
 }  // namespace QVPlatform

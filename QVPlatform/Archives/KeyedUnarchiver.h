@@ -15,10 +15,10 @@ namespace QVPlatform {
 /// so is left out of its dictionary; in an array a Null stands in its place. What the archive
 /// refers to twice is one object here too.
 ///
-/// An archive may come from anywhere: damage, references in a circle, nesting deeper than 128
-/// levels and references that multiply an element of the outermost container into millions of
-/// values make every answer nil. Time and memory are in proportion to the size of the archive; once
-/// that is not to be had (std::bad_alloc), every answer is nil, too.
+/// An archive may come from anywhere: damage, references in a circle, nesting deeper than
+/// Value::kMaximumDepth and references that multiply an element of the outermost container into
+/// millions of values make every answer nil. Time and memory are in proportion to the size of the
+/// archive; once that is not to be had (std::bad_alloc), every answer is nil, too.
 ///
 /// Threads: one unarchiver is used by one thread.
 class QVPLATFORM_EXPORT KeyedUnarchiver {
@@ -36,8 +36,8 @@ class QVPLATFORM_EXPORT KeyedUnarchiver {
   Value decodeObjectForKey(const String& key);
 
  private:
-  class Implementation;
-  std::unique_ptr<Implementation> implementation_;
+  struct State;
+  std::unique_ptr<State> state_;
 };
 
 }  // namespace QVPlatform

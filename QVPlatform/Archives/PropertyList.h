@@ -9,15 +9,17 @@
 
 namespace QVPlatform {
 
-/// Values as bytes: writes binary property lists ("bplist00") and reads binary and XML ones.
+/// Values as bytes: writes binary property lists ("bplist00") and reads binary and XML ones. XML is
+/// what other tools write unless they are told otherwise (Python's plistlib, plistutil), and what
+/// people write by hand: user defaults that an integrator puts on a device, or files of a bundle.
 ///
 /// A property list is text, bytes, a date, a boolean, a number, or an array or dictionary of these.
 /// Everything comes back as it was, kinds of numbers included; only a date before 1987 may differ
 /// in its ten-millionths of a second, since the format counts from 2001. Numbers that were written
 /// elsewhere are int64_t, beyond its range uint64_t, or double.
 ///
-/// The limits hold in both directions, so that what is written can be read again; time and memory
-/// are in proportion to the size.
+/// The limits hold in both directions, so that what is written
+/// can be read again; time and memory are in proportion to the size.
 ///
 /// Threads: every operation may be called from any thread; a value may change on others meanwhile.
 class QVPLATFORM_EXPORT PropertyList {
@@ -27,10 +29,11 @@ class QVPLATFORM_EXPORT PropertyList {
   /// Values in one element of the outermost container, counted as often as they are referred to;
   /// how many elements there are is a matter of the size alone. Of XML, in all.
   static constexpr std::size_t kMaximumCount = 4U << 20;
-  /// Bytes of text and data in one value that is copied, counted likewise.
+  /// Bytes of text and data in one value that is copied, counted likewise; and of an XML file,
+  /// which takes many times its size in memory.
   static constexpr std::size_t kMaximumCopySize = 256U << 20;
   /// Containers within containers.
-  static constexpr std::size_t kMaximumDepth = 128;
+  static constexpr std::size_t kMaximumDepth = Value::kMaximumDepth;
 
   /// The value as a binary property list; null when it is none or exceeds a limit.
   static Data dataWithValue(const Value& value);

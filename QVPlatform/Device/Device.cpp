@@ -2,7 +2,7 @@
 
 #include <QVPlatform/Application.h>
 #include <QVPlatform/Foundation/CallOut.h>
-#include <QVPlatform/Foundation/Internal/Lasting.h>
+#include <QVPlatform/Foundation/Lasting.h>
 #include <QVPlatform/Foundation/Property.h>
 #include <QVPlatform/Foundation/UUID.h>
 

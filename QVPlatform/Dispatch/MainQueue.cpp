@@ -1,7 +1,9 @@
 #include <QVPlatform/Dispatch/MainQueue.h>
 
+#include <QVPlatform/Dispatch/Internal/Block.h>
 #include <QVPlatform/Foundation/CallOut.h>
 #include <QVPlatform/Foundation/ForkMutex.h>
+#include <QVPlatform/Foundation/Lasting.h>
 
 #include <fcntl.h>
 #include <sys/eventfd.h>
@@ -20,7 +22,7 @@ struct MainQueue::State {
   /// one and leaves this alone, which is the parent's.
   struct Shared {
     std::condition_variable changed;
-    std::deque<std::function<void()>> blocks;
+    std::deque<Block> blocks;
     bool isStopped = false;
   };
 
@@ -56,13 +58,9 @@ struct MainQueue::State {
 
   /// Requires the mutex, which it releases while the block runs.
   void runFirst(std::unique_lock<std::mutex>& lock) {
-    auto block = std::move(shared->blocks.front());
-    shared->blocks.pop_front();
+    Block block = takeFirst(shared->blocks);
     if (shared->blocks.empty()) showWaiting();
-    lock.unlock();
-    callOut(block);
-    block = nullptr;  // what it captured may call out when it is destroyed
-    lock.lock();
+    runUnlocked(std::move(block), lock);
   }
 
   ForkMutex mutex{beginAnew, this};
@@ -72,17 +70,14 @@ struct MainQueue::State {
 
 MainQueue::MainQueue() : state_(std::make_unique<State>()) {}
 
+MainQueue::~MainQueue() = default;
+
 MainQueue& MainQueue::mainQueue() {
-  static MainQueue& queue = *new MainQueue;  // never destroyed: threads may outlive main
-  return queue;
+  struct Shared {
+    MainQueue queue;
+  };
+  return Lasting<Shared>::object().queue;
 }
-
-namespace {
-
-/// Made when the library is loaded: who hands in a block later meets no want of memory here.
-[[maybe_unused]] const MainQueue& madeEarly = MainQueue::mainQueue();
-
-}  // namespace
 
 bool MainQueue::isMainThread() noexcept { return gettid() == getpid(); }
 

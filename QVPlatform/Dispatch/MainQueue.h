@@ -42,7 +42,7 @@ class QVPLATFORM_EXPORT MainQueue {
 
  private:
   MainQueue();
-  ~MainQueue() = delete;
+  ~MainQueue();
   struct State;
 
   const std::unique_ptr<State> state_;

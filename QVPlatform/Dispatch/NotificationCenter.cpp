@@ -3,7 +3,7 @@
 #include <QVPlatform/Dispatch/CallGate.h>
 #include <QVPlatform/Foundation/CallOut.h>
 #include <QVPlatform/Foundation/ForkMutex.h>
-#include <QVPlatform/Foundation/Internal/Lasting.h>
+#include <QVPlatform/Foundation/Lasting.h>
 
 #include <cxxabi.h>
 

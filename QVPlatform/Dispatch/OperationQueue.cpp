@@ -11,11 +11,23 @@
 #include <typeinfo>
 #include <utility>
 
+// Queue and thread share a State. `Work` in it is the list of operations: the running one, then the
+// cancelled ones that are a mere number by now, then those that wait. Whoever adds an operation,
+// resumes the queue or closes it wakes the thread; that waits until there is something to start,
+// drops the cancelled ones at the head, runs the first operation without the mutex, and tells the
+// observers of the new count. A change is told after the mutex is released, with the count that it
+// led to, so that of changes on two threads the later count may be told first.
+//
+// What outside code could do to the queue decides the rest. Destroying an operation may call out,
+// so that it is done without the mutex: an operation that leaves the list is first moved to where
+// it outlives the lock. The queue may be destroyed by an operation that it runs: then the thread
+// keeps the State until it ends. And a fork() may come at any moment: the child gets another Work,
+// and a thread that finds its own gone ends.
+
 namespace QVPlatform {
 namespace {
 
-constinit String::Literal operationCountText{"operationCount"};
-constexpr String kOperationCount{operationCountText};
+constexpr String kOperationCount = "operationCount"_string;
 
 using OperationReference = std::shared_ptr<Operation>;
 

@@ -1,5 +1,6 @@
 #include <QVPlatform/Dispatch/SerialQueue.h>
 
+#include <QVPlatform/Dispatch/Internal/Block.h>
 #include <QVPlatform/Dispatch/Internal/Thread.h>
 #include <QVPlatform/Foundation/ForkMutex.h>
 
@@ -15,7 +16,7 @@ struct SerialQueue::State {
   /// another one and leaves this alone, which the parent's thread waits in.
   struct Shared {
     std::condition_variable changed;
-    std::deque<std::function<void()>> blocks;
+    std::deque<Block> blocks;
     bool hasThread = false;
   };
 
@@ -31,12 +32,7 @@ struct SerialQueue::State {
     for (const Shared* const own = shared.get(); shared.get() == own;) {
       shared->changed.wait(lock, [this] { return isClosed || !shared->blocks.empty(); });
       if (shared->blocks.empty()) return;
-      auto block = std::move(shared->blocks.front());
-      shared->blocks.pop_front();
-      lock.unlock();
-      callOut(block);
-      block = nullptr;  // what it captured may call out when it is destroyed
-      lock.lock();
+      runUnlocked(takeFirst(shared->blocks), lock);
     }
   }
 

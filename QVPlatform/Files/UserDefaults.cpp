@@ -5,6 +5,7 @@
 #include <QVPlatform/Files/FileManager.h>
 #include <QVPlatform/Files/Internal/FileLock.h>
 #include <QVPlatform/Foundation/ForkMutex.h>
+#include <QVPlatform/Foundation/Lasting.h>
 #include <QVPlatform/Foundation/Log.h>
 
 #include <fcntl.h>
@@ -12,14 +13,12 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstddef>
-#include <filesystem>
+#include <ctime>
 #include <map>
 #include <mutex>
 #include <new>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -27,16 +26,13 @@
 namespace QVPlatform {
 namespace {
 
-namespace fs = std::filesystem;
-
 /// Far longer than a file takes to be read and written; whoever holds the lock for longer is
 /// stopped, and no reason to stop this process too.
 constexpr std::chrono::milliseconds kLockPatience{200};
 /// Shorter than a busy writer leaves the lock free between two writes.
 constexpr std::chrono::microseconds kLockInterval{50};
 
-constinit String::Literal outOfMemoryText{"UserDefaults: out of memory"};
-constexpr String kOutOfMemory{outOfMemoryText};
+constexpr String kOutOfMemory = "UserDefaults: out of memory"_string;
 
 /// What the function answers; `otherwise` when memory runs out in it.
 template <class Function, class Result>
@@ -102,9 +98,14 @@ Dictionary readFile(const String& path) {
   return PropertyList::valueWithData(bytes.view()).dictionary();
 }
 
-fs::file_time_type timeOfWriting(const String& path) {
-  std::error_code ignored;
-  return fs::last_write_time(path.view(), ignored);
+/// Seconds and nanoseconds.
+using Moment = std::pair<std::time_t, long>;
+
+/// 0 of a file that is not there.
+Moment timeOfWriting(const String& path) {
+  struct stat file {};
+  if (stat(path.UTF8String(), &file) != 0) return {};
+  return {file.st_mtim.tv_sec, file.st_mtim.tv_nsec};
 }
 
 using Table = std::map<String, Value>;
@@ -166,8 +167,7 @@ bool write(const Table& table, const String& path) {
 
 }  // namespace
 
-class UserDefaults::Implementation {
- public:
+struct UserDefaults::State {
   Value get(const String& key) {
     const std::lock_guard lock(mutex_);
     load();
@@ -276,34 +276,27 @@ class UserDefaults::Implementation {
     isLoaded_ = true;
   }
 
-  std::mutex synchronizing_;                      // taken before mutex_
-  std::optional<fs::file_time_type> stuckSince_;  // when the file was written last, at a time-out
+  std::mutex synchronizing_;          // taken before mutex_
+  std::optional<Moment> stuckSince_;  // when the file was written last, at a time-out
   std::mutex mutex_;
   Table values_;  // nil for a key that was removed
   Changes changes_;
   bool isLoaded_ = false;
 };
 
-UserDefaults::UserDefaults(Implementation& implementation) noexcept
-    : implementation_(implementation) {}
+UserDefaults::UserDefaults(State& state) noexcept : state_(state) {}
 
 UserDefaults& UserDefaults::standardUserDefaults() {
-  struct Place {
-    Implementation implementation;
+  struct Shared {
+    State state;
     // The child of a fork() begins with what the file holds: another thread may have been in here.
-    ForkMutex forkWatch{[](void* known) { new (known) Implementation; }, &implementation};
-    UserDefaults defaults{implementation};
+    ForkMutex forkWatch{[](void* known) { new (known) State; }, &state};
+    UserDefaults defaults{state};
   };
-  // Never destroyed, as threads may outlive main, and in memory that is there in any case.
-  alignas(Place) static std::byte memory[sizeof(Place)];
-  static auto& place = *new (memory) Place;
-  return place.defaults;
+  return Lasting<Shared>::object().defaults;  // the file is read later
 }
 
 namespace {
-
-/// When the library is loaded, and so never while another thread forks; the file is read later.
-[[maybe_unused]] const UserDefaults& madeEarly = UserDefaults::standardUserDefaults();
 
 /// A copy in its place, since being in the file's dictionary makes it one level deeper. Nothing,
 /// with a line on the console log, when no file can hold it.
@@ -319,13 +312,13 @@ std::optional<Value> copyToKeep(const Value& value, const String& key) {
 }  // namespace
 
 Value UserDefaults::objectForKey(const String& key) const {
-  return withinMemory([&] { return PropertyList::copy(implementation_.get(key)); }, Value());
+  return withinMemory([&] { return PropertyList::copy(state_.get(key)); }, Value());
 }
 
 void UserDefaults::setObjectForKey(const Value& value, const String& key) {
   const auto set = [&] {
     const auto copy = copyToKeep(value, key);
-    if (copy) implementation_.set(key, *copy);
+    if (copy) state_.set(key, *copy);
     return copy.has_value();
   };
   withinMemory(set, false);
@@ -335,7 +328,7 @@ Value UserDefaults::exchangeObjectForKey(const Value& expected, const Value& val
                                          const String& key) {
   const auto exchange = [&] {
     const auto copy = copyToKeep(value, key);
-    if (copy) implementation_.exchange(expected, key, *copy);
+    if (copy) state_.exchange(expected, key, *copy);
     return copy.has_value();
   };
   withinMemory(exchange, false);
@@ -343,7 +336,7 @@ Value UserDefaults::exchangeObjectForKey(const Value& expected, const Value& val
 }
 
 bool UserDefaults::synchronize() {
-  return withinMemory([&] { return implementation_.synchronize(); }, false);
+  return withinMemory([&] { return state_.synchronize(); }, false);
 }
 
 }  // namespace QVPlatform

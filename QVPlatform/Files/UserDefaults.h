@@ -49,10 +49,10 @@ class QVPLATFORM_EXPORT UserDefaults {
   bool synchronize();
 
  private:
-  class Implementation;
-  explicit UserDefaults(Implementation& implementation) noexcept;
+  struct State;
+  explicit UserDefaults(State& state) noexcept;
 
-  Implementation& implementation_;
+  State& state_;
 };
 
 }  // namespace QVPlatform

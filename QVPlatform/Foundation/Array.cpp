@@ -5,15 +5,15 @@
 
 namespace QVPlatform {
 
-struct Array::Storage {
-  explicit Storage(std::vector<Value> initial) : values(std::move(initial)) {}
-  ~Storage() {
+struct Array::State {
+  explicit State(std::vector<Value> initial) : values(std::move(initial)) {}
+  ~State() {
     NestedRelease release;
     for (const Value& value : values) release.keep(value);
     values.clear();
   }
-  Storage(const Storage&) = delete;
-  Storage& operator=(const Storage&) = delete;
+  State(const State&) = delete;
+  State& operator=(const State&) = delete;
 
   std::mutex mutex;
   std::vector<Value> values;
@@ -23,42 +23,42 @@ Array::Array(std::initializer_list<Value> values) : Array(std::vector<Value>(val
 
 Array::Array(std::vector<Value> values) {
   std::erase_if(values, [](const Value& value) { return value.isNil(); });
-  storage_ = std::make_shared<Storage>(std::move(values));
+  state_ = std::make_shared<State>(std::move(values));
 }
 
 Array Array::array() { return Array(std::vector<Value>()); }
 
 std::size_t Array::count() const {
   if (isNull()) return 0;
-  const std::lock_guard lock(storage_->mutex);
-  return storage_->values.size();
+  const std::lock_guard lock(state_->mutex);
+  return state_->values.size();
 }
 
 Value Array::at(std::size_t index) const {
   if (isNull()) return nullptr;
-  const std::lock_guard lock(storage_->mutex);
-  return index < storage_->values.size() ? storage_->values[index] : Value();
+  const std::lock_guard lock(state_->mutex);
+  return index < state_->values.size() ? state_->values[index] : Value();
 }
 
 std::vector<Value> Array::values() const {
   if (isNull()) return {};
-  const std::lock_guard lock(storage_->mutex);
-  return storage_->values;
+  const std::lock_guard lock(state_->mutex);
+  return state_->values;
 }
 
 void Array::append(Value value) {
   if (isNull() || value.isNil()) return;
-  const std::lock_guard lock(storage_->mutex);
-  storage_->values.push_back(std::move(value));
+  const std::lock_guard lock(state_->mutex);
+  state_->values.push_back(std::move(value));
 }
 
 void Array::removeLast() {
   if (isNull()) return;
   Value removed;  // destroyed after the lock, as it may be any object
-  const std::lock_guard lock(storage_->mutex);
-  if (storage_->values.empty()) return;
-  removed = std::move(storage_->values.back());
-  storage_->values.pop_back();
+  const std::lock_guard lock(state_->mutex);
+  if (state_->values.empty()) return;
+  removed = std::move(state_->values.back());
+  state_->values.pop_back();
 }
 
 void Array::removeEqual(const Value& value) {
@@ -66,15 +66,15 @@ void Array::removeEqual(const Value& value) {
   // copy, outside the lock.
   std::vector<Value> kept = values();
   if (std::erase(kept, value) == 0) return;
-  const std::lock_guard lock(storage_->mutex);
-  storage_->values.swap(kept);
+  const std::lock_guard lock(state_->mutex);
+  state_->values.swap(kept);
 }
 
 void Array::clear() {
   if (isNull()) return;
   std::vector<Value> dropped;
-  const std::lock_guard lock(storage_->mutex);
-  storage_->values.swap(dropped);
+  const std::lock_guard lock(state_->mutex);
+  state_->values.swap(dropped);
 }
 
 Array Array::copy() const { return isNull() ? Array() : Array(values()); }

@@ -26,10 +26,10 @@ class QVPLATFORM_EXPORT Array {
   explicit Array(std::vector<Value> values);
   static Array array();
 
-  bool isNull() const noexcept { return storage_ == nullptr; }
-  bool isSameObject(const Array& other) const noexcept { return storage_ == other.storage_; }
+  bool isNull() const noexcept { return state_ == nullptr; }
+  bool isSameObject(const Array& other) const noexcept { return state_ == other.state_; }
   /// Tells this list from every other one that exists at the same time; nullptr for null.
-  const void* identity() const noexcept { return storage_.get(); }
+  const void* identity() const noexcept { return state_.get(); }
 
   std::size_t count() const;
   /// The element, or nil past the end.
@@ -47,8 +47,8 @@ class QVPLATFORM_EXPORT Array {
   Array copy() const;
 
  private:
-  struct Storage;
-  std::shared_ptr<Storage> storage_;
+  struct State;
+  std::shared_ptr<State> state_;
 };
 
 }  // namespace QVPlatform

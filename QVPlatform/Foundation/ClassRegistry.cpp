@@ -1,7 +1,7 @@
 #include <QVPlatform/Foundation/ClassRegistry.h>
 
 #include <QVPlatform/Foundation/ForkMutex.h>
-#include <QVPlatform/Foundation/Internal/Lasting.h>
+#include <QVPlatform/Foundation/Lasting.h>
 
 #include <mutex>
 #include <unordered_map>

@@ -34,10 +34,10 @@ class QVPLATFORM_EXPORT Dictionary {
   explicit Dictionary(std::vector<Entry> entries);
   static Dictionary dictionary();
 
-  bool isNull() const noexcept { return storage_ == nullptr; }
-  bool isSameObject(const Dictionary& other) const noexcept { return storage_ == other.storage_; }
+  bool isNull() const noexcept { return state_ == nullptr; }
+  bool isSameObject(const Dictionary& other) const noexcept { return state_ == other.state_; }
   /// Tells this table from every other one that exists at the same time; nullptr for null.
-  const void* identity() const noexcept { return storage_.get(); }
+  const void* identity() const noexcept { return state_.get(); }
 
   std::size_t count() const;
   /// The value under the key, or nil.
@@ -58,8 +58,8 @@ class QVPLATFORM_EXPORT Dictionary {
   Dictionary copy() &&;
 
  private:
-  struct Storage;
-  std::shared_ptr<Storage> storage_;
+  struct State;
+  std::shared_ptr<State> state_;
 };
 
 }  // namespace QVPlatform

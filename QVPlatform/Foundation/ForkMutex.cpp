@@ -1,5 +1,7 @@
 #include <QVPlatform/Foundation/ForkMutex.h>
 
+#include <QVPlatform/Foundation/Lasting.h>
+
 #include <pthread.h>
 
 #include <new>
@@ -14,8 +16,8 @@ constinit ForkMutex* first = nullptr;
 }  // namespace
 
 void keepForEver(const void* thing) noexcept try {
-  static auto& kept = *new std::vector<const void*>;  // where a search for leaks finds them
-  kept.push_back(thing);
+  // Where a search for leaks finds them.
+  Lasting<std::vector<const void*>>::object().push_back(thing);
 } catch (const std::bad_alloc&) {
   // It stays, all the same.
 }

@@ -1,10 +1,14 @@
 #include <QVPlatform/Foundation/Null.h>
 
+#include <QVPlatform/Foundation/Lasting.h>
+
 namespace QVPlatform {
 
 const std::shared_ptr<Null>& Null::null() {
-  static const auto& shared = *new const std::shared_ptr<Null>(std::make_shared<Null>());
-  return shared;
+  struct Shared {
+    const std::shared_ptr<Null> null = std::make_shared<Null>();
+  };
+  return Lasting<Shared>::object().null;
 }
 
 String Null::description() const { return "<null>"; }

@@ -24,12 +24,7 @@ namespace QVPlatform {
 /// variable that one thread assigns to must not be used by another at the same time.
 class QVPLATFORM_EXPORT String {
  public:
-  /// The text of a constant. Give it static storage and make the constant from it:
-  ///
-  ///     constinit String::Literal text{"QVNotification: Hit Sent"};
-  ///     constexpr String kName{text};
-  ///
-  /// Such a constant is initialised before any code runs and is never destroyed.
+  /// What all copies of a string share; ""_string makes that of a constant.
   class Literal {
    public:
     template <std::size_t N>
@@ -129,6 +124,30 @@ class QVPLATFORM_EXPORT String {
 
 /// The texts of both, joined; a null counts as empty.
 QVPLATFORM_EXPORT String operator+(const String& a, const String& b);
+
+/// The characters of a text in the source, as an argument of a template.
+template <std::size_t N>
+struct LiteralText {
+  consteval LiteralText(const char (&text)[N]) noexcept {
+    for (std::size_t i = 0; i < N; ++i) characters[i] = text[i];
+  }
+  char characters[N]{};
+};
+
+/// Each library has its own, so that none leads into another one.
+template <LiteralText text>
+[[gnu::visibility("hidden")]] inline constinit String::Literal literal{text.characters};
+
+/// A constant:
+///
+///     constexpr String kName = "QVNotification: Hit Sent"_string;
+///
+/// It is initialised before any code runs and is never destroyed. Within one library, constants of
+/// equal text are the same object.
+template <LiteralText text>
+constexpr String operator""_string() noexcept {
+  return String(literal<text>);
+}
 
 }  // namespace QVPlatform
 

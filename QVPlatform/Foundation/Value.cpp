@@ -15,11 +15,12 @@ namespace QVPlatform {
 namespace {
 
 /// A container can hold itself, by way of others, and where containers share what they hold there
-/// are as many ways through them as one likes: what lies deeper than this, or comes after so many
-/// values, is left out of descriptions and counts as unequal.
-constexpr int kMaximumDepth = 64;
+/// are as many ways through them as one likes: what lies deeper than Value::kMaximumDepth, or comes
+/// after so many values, is left out of descriptions and counts as unequal.
 constexpr std::size_t kMaximumDescribed = 1U << 16;
 constexpr std::size_t kMaximumCompared = 1U << 20;
+/// Levels; or else the blanks in front of a deep list would take far more room than what is in it.
+constexpr std::size_t kMaximumIndent = 64;
 
 template <class... Visitors>
 struct Overloaded : Visitors... {
@@ -98,10 +99,10 @@ std::string dataText(std::string_view bytes) {
 /// How far a walk through a value goes.
 struct Walk {
   std::size_t left;  // values
-  int depth = 0;
+  std::size_t depth = 0;
 
   bool isOver() {
-    if (depth > kMaximumDepth || left == 0) return true;
+    if (depth > Value::kMaximumDepth || left == 0) return true;
     --left;
     return false;
   }
@@ -152,7 +153,7 @@ class Description {
     end("}");
   }
 
-  void indent() { text.append(static_cast<std::size_t>(walk_.depth) * 4, ' '); }
+  void indent() { text.append(std::min(walk_.depth, kMaximumIndent) * 4, ' '); }
   void begin(const char* bracket) {
     text.append(bracket);
     ++walk_.depth;

@@ -8,6 +8,7 @@
 #include <QVPlatform/Foundation/String.h>
 
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <memory>
@@ -35,6 +36,10 @@ class QVPLATFORM_EXPORT Value {
   using Storage =
       std::variant<std::monostate, bool, std::int32_t, std::uint32_t, std::int64_t, std::uint64_t,
                    double, String, Data, Date, Array, Dictionary, ObjectReference>;
+
+  /// Containers within containers: so deep go the values that JSON, property lists and archives are
+  /// read to and written from, and what is compared and described.
+  static constexpr std::size_t kMaximumDepth = 512;
 
   /// Nil. So is a Value made from a null String, Data, Array, Dictionary or object reference.
   Value() noexcept = default;
@@ -79,13 +84,13 @@ class QVPLATFORM_EXPORT Value {
 
   /// What "%@" prints: text as it is, numbers in decimal with as many digits as tell them apart
   /// ("100000", "0.1", "1e+16"), booleans as 1 and 0, containers over several lines, objects by
-  /// their description(), nil as "(null)". What lies deeper than 64 containers, or comes after
+  /// their description(), nil as "(null)". What lies deeper than kMaximumDepth, or comes after
   /// 65,536 values (one counts each time that it is met), is "...".
   String description() const;
 
   /// Equal kind and content; numbers are equal when they stand for exactly the same number; objects
   /// when they are the same object; containers when they are the same one or by their elements.
-  /// What lies deeper than 64 containers, or comes after a million values, counted likewise, is
+  /// What lies deeper than kMaximumDepth, or comes after a million values, counted likewise, is
   /// unequal.
   friend QVPLATFORM_EXPORT bool operator==(const Value& a, const Value& b);
 

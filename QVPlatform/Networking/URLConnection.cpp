@@ -1,7 +1,7 @@
 #include <QVPlatform/Networking/URLConnection.h>
 
 #include <QVPlatform/Foundation/ForkMutex.h>
-#include <QVPlatform/Foundation/Internal/Lasting.h>
+#include <QVPlatform/Foundation/Lasting.h>
 #include <QVPlatform/Networking/Internal/HTTPRedirection.h>
 #include <QVPlatform/Networking/Internal/HTTPSession.h>
 #include <QVPlatform/Networking/Internal/TransferError.h>
@@ -16,8 +16,6 @@
 
 namespace QVPlatform {
 namespace {
-
-constinit String::Literal urlErrorDomain{"QVURLErrorDomain"};
 
 std::atomic<std::size_t> responseSizeLimit{std::size_t{64} << 20};
 std::atomic<TimeInterval> transferTimeLimit{600};
@@ -90,7 +88,7 @@ HTTPSession::Outcome send(const MutableURLRequest& request) try {
 
 }  // namespace
 
-constinit const String kURLErrorDomain{urlErrorDomain};
+constinit const String kURLErrorDomain = "QVURLErrorDomain"_string;
 
 Data URLConnection::sendSynchronousRequest(const MutableURLRequest& request,
                                            std::shared_ptr<HTTPURLResponse>& response,

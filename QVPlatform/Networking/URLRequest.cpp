@@ -9,7 +9,6 @@ namespace QVPlatform {
 namespace {
 
 constexpr TimeInterval kDefaultTimeoutInterval = 60;
-constinit String::Literal getText{"GET"};
 
 const RegisteredClass<MutableURLRequest> registeredRequest{"MutableURLRequest"};
 
@@ -20,7 +19,7 @@ MutableURLRequest::MutableURLRequest(std::optional<URL> url, URLRequestCachePoli
     : url_(std::move(url)),
       cachePolicy_(cachePolicy),
       timeoutInterval_(timeoutInterval > 0 ? timeoutInterval : kDefaultTimeoutInterval),
-      content_{String(getText), nullptr, {}} {}
+      content_{"GET"_string, nullptr, {}} {}
 
 MutableURLRequest::MutableURLRequest()
     : MutableURLRequest(std::nullopt, URLRequestCachePolicy::useProtocolCachePolicy, 0) {}

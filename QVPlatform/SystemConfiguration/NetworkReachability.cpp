@@ -1,7 +1,7 @@
 #include <QVPlatform/SystemConfiguration/NetworkReachability.h>
 
 #include <QVPlatform/Foundation/CallOut.h>
-#include <QVPlatform/Foundation/Internal/Lasting.h>
+#include <QVPlatform/Foundation/Lasting.h>
 #include <QVPlatform/Foundation/Property.h>
 #include <QVPlatform/SystemConfiguration/Kernel/KernelReachabilitySource.h>
 
@@ -9,6 +9,15 @@
 #include <cstddef>
 #include <system_error>
 #include <utility>
+
+// A source only says that something may have changed; what the flags are is asked on the target's
+// queue. A report from the source puts one evaluation into the queue, unless one waits there
+// already. The evaluation asks for the flags and calls back if they are not those that were known.
+// It forgets that it waits before it asks: a change that comes while it asks leads to another
+// evaluation, and none is missed.
+//
+// Each queue that is set is an attachment with a number. Evaluations that still wait in an earlier
+// queue find that their number is no longer the present one, and do nothing.
 
 namespace QVPlatform {
 namespace {

@@ -1,6 +1,6 @@
 #include <QVPlatform/WebKit/WebEngine.h>
 
-#include <QVPlatform/Foundation/Internal/Lasting.h>
+#include <QVPlatform/Foundation/Lasting.h>
 #include <QVPlatform/Foundation/Log.h>
 #include <QVPlatform/Foundation/Property.h>
 

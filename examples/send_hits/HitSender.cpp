@@ -11,14 +11,13 @@ using QVPlatform::Dictionary;
 using QVPlatform::HTTPURLResponse;
 using QVPlatform::Notification;
 using QVPlatform::String;
+using QVPlatform::operator""_string;
 
 namespace {
 
 // Our own keys in the request data, which the core carries back.
-constinit String::Literal lineKey{"line"};
-constexpr String kLineKey{lineKey};
-constinit String::Literal runKey{"run"};
-constexpr String kRunKey{runKey};
+constexpr String kLineKey = "line"_string;
+constexpr String kRunKey = "run"_string;
 
 constexpr std::size_t kShownOfAnswer = 60;
 

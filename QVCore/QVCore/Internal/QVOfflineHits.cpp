@@ -28,6 +28,7 @@ using QVPlatform::Dictionary;
 using QVPlatform::ForkMutex;
 using QVPlatform::PropertyList;
 using QVPlatform::String;
+using QVPlatform::operator""_string;
 using QVPlatform::stringWithFormat;
 using QVPlatform::TakenFile;
 using QVPlatform::Value;
@@ -43,9 +44,7 @@ namespace {
 // holds part of the hits, so saves are put off until all have been added; one that had begun before
 // begins again, because its snapshot may lack them.
 
-constinit String::Literal outOfMemoryText{
-    "out of memory while offline hits were saved or restored"};
-constexpr String kOutOfMemory{outOfMemoryText};
+constexpr String kOutOfMemory = "out of memory while offline hits were saved or restored"_string;
 
 constexpr std::size_t kMaximumXMLSize = 1U << 20;
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QVPlatform/Foundation/CallOut.h>
+#include <QVPlatform/Foundation/Lasting.h>
 
 #include <atomic>
 #include <cstdint>
@@ -56,7 +57,8 @@ class QVSharedInstance {
   /// QVInitStateDone. The initialising thread itself, whose own code may lead back here, gets it
   /// at once, as far as it has come.
   static const std::shared_ptr<Service>& get(const std::atomic<std::int32_t>& state) {
-    QVSharedInstance& shared = holder_;
+    // There is always an instance to give, since it is made when the library is loaded.
+    QVSharedInstance& shared = QVPlatform::Lasting<QVSharedInstance>::object();
     const std::int32_t current = state;
     const bool isUnderWayAgain = current == QVInitStateInProgress && shared.isReady_;
     if (current != QVInitStateDone && !isUnderWayAgain) shared.initialise(state);
@@ -93,10 +95,6 @@ class QVSharedInstance {
       creator_.wait(other);
     }
   }
-
-  /// Made when the library is loaded, so that there is always an instance to give, and never
-  /// destroyed, as its threads are not.
-  static inline QVSharedInstance& holder_ = *new QVSharedInstance;
 
   const std::shared_ptr<Service> instance_ = std::make_shared<Service>();
   std::atomic<std::thread::id> creator_{};

@@ -72,13 +72,13 @@ class ObjectMemo {
 
   struct Node {
     Value value;
-    std::uint64_t expanded = 0;  // values in it, counted as often as they are referred to
-    std::uint32_t height = 0;    // levels below it
+    std::uint64_t expanded = 0;  // how many values it contains; one that is shared counts each time
+    std::uint32_t height = 0;    // how many levels of containers and objects are below it
     State state = State::kNew;
   };
 
   static constexpr std::size_t kAllowance = 1U << 18;
-  /// The innermost container has contents, and the outermost is somebody's content.
+  /// The depth counts containers. The values in the innermost of them are one level more.
   static constexpr std::uint32_t kMaximumHeight = PropertyList::kMaximumDepth + 1;
 
   template <class Build>
@@ -102,8 +102,8 @@ class ObjectMemo {
   std::vector<Node> nodes_;
   std::size_t readableBytes_;
   std::uint64_t expandedLimit_;
-  std::uint32_t firstLimitedDepth_ = 0;  // of what is counted together
-  // Of the object that is being made.
+  std::uint32_t firstLimitedDepth_ = 0;  // from which on expandedLimit_ holds
+  // What is counted for the object that is being made; valueOf() adds each of its values.
   std::uint64_t children_ = 0;
   std::uint32_t height_ = 0;
   std::uint32_t depth_ = 0;

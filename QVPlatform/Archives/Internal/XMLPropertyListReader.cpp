@@ -16,8 +16,6 @@ namespace QVPlatform {
 namespace {
 
 constexpr std::string_view kBlanks = " \t\r\n";
-/// No list of ours is XML, so that a large one is no loss; it takes many times its size in memory.
-constexpr std::size_t kMaximumXMLSize = 256U << 20;
 
 /// Follows the elements of the text as expat reports them.
 class Builder {
@@ -137,11 +135,11 @@ bool canBeXMLPropertyList(std::string_view beginning, std::size_t size) {
   beginning.remove_prefix(std::min(beginning.find_first_not_of(kBlanks), beginning.size()));
   const bool isMarkup = beginning.starts_with("<?xml") || beginning.starts_with("<!") ||
                         beginning.starts_with("<plist");
-  return isMarkup && size <= kMaximumXMLSize;
+  return isMarkup && size <= PropertyList::kMaximumCopySize;
 }
 
 Value valueWithXMLPropertyList(std::string_view text) {
-  if (text.empty() || text.size() > kMaximumXMLSize) return nullptr;
+  if (text.empty() || text.size() > PropertyList::kMaximumCopySize) return nullptr;
   const std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> parser(
       XML_ParserCreate(nullptr), &XML_ParserFree);
   if (!parser) return nullptr;

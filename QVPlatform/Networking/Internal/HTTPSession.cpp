@@ -1,7 +1,7 @@
 #include <QVPlatform/Networking/Internal/HTTPSession.h>
 
 #include <QVPlatform/Foundation/ForkMutex.h>
-#include <QVPlatform/Foundation/Internal/Lasting.h>
+#include <QVPlatform/Foundation/Lasting.h>
 #include <QVPlatform/Networking/Internal/Gzip.h>
 #include <QVPlatform/Networking/Internal/HTTPRedirection.h>
 #include <QVPlatform/Networking/Internal/TransferError.h>

@@ -1,7 +1,7 @@
 #include <QVPlatform/Networking/Internal/KeptSockets.h>
 
 #include <QVPlatform/Foundation/ForkMutex.h>
-#include <QVPlatform/Foundation/Internal/Lasting.h>
+#include <QVPlatform/Foundation/Lasting.h>
 
 #include <linux/tcp.h>
 #include <netinet/in.h>

@@ -1,7 +1,7 @@
 #include <QVPlatform/Networking/Internal/UsualFields.h>
 
 #include <QVPlatform/Application.h>
-#include <QVPlatform/Foundation/Internal/Lasting.h>
+#include <QVPlatform/Foundation/Lasting.h>
 #include <QVPlatform/Foundation/Property.h>
 #include <QVPlatform/Networking/HTTPHeaderFields.h>
 

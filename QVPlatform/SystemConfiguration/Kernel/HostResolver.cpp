@@ -1,7 +1,7 @@
 #include <QVPlatform/SystemConfiguration/Kernel/HostResolver.h>
 
 #include <QVPlatform/Dispatch/Internal/Thread.h>
-#include <QVPlatform/Foundation/Internal/Lasting.h>
+#include <QVPlatform/Foundation/Lasting.h>
 
 #include <netdb.h>
 #include <netinet/in.h>
@@ -82,21 +82,14 @@ void HostResolver::refresh(const String& name) {
 }
 
 std::shared_ptr<void> HostResolver::subscribe(const String& name, Changed changed) {
-  auto subscriber = std::make_shared<const Changed>(std::move(changed));
   const std::lock_guard lock(mutex_);
-  auto& subscribers = host(name).subscribers;
-  std::erase_if(subscribers, [](const auto& other) { return other.expired(); });
-  subscribers.push_back(subscriber);
-  return std::const_pointer_cast<Changed>(subscriber);
+  return host(name).subscribers.add(std::move(changed));
 }
 
 HostResolver::Host& HostResolver::host(const String& name) {
   if (hosts_.size() >= kMaxRestingHosts && !hosts_.contains(name)) {
     std::erase_if(hosts_, [](const auto& entry) {
-      const Host& host = entry.second;
-      return !host.nextLookup && std::ranges::all_of(host.subscribers, [](const auto& subscriber) {
-        return subscriber.expired();
-      });
+      return !entry.second.nextLookup && entry.second.subscribers.isEmpty();
     });
   }
   return hosts_[name];
@@ -145,16 +138,10 @@ void HostResolver::lookUp(std::unique_lock<std::mutex>& lock, const String& name
     host.nextLookup = Clock::now() + std::chrono::seconds(1 << host.failures++);
   }
   if (!found.isCertain || found.addresses == host.addresses) return;
-  decltype(host.subscribers) subscribers;
-  if (!callOut([&] { subscribers = host.subscribers; })) {
-    host.nextLookup = Clock::now() + std::chrono::seconds(1);
-    return;
-  }
   host.addresses = std::move(found.addresses);
+  const Subscribers subscribers = host.subscribers;
   lock.unlock();
-  for (const auto& subscriber : subscribers) {
-    if (const auto changed = subscriber.lock()) callOut(*changed);
-  }
+  subscribers.tell();
   lock.lock();
 }
 

@@ -3,10 +3,10 @@
 #include <QVPlatform/Foundation/ForkMutex.h>
 #include <QVPlatform/Foundation/String.h>
 #include <QVPlatform/SystemConfiguration/Kernel/NetworkAddress.h>
+#include <QVPlatform/SystemConfiguration/Kernel/Subscribers.h>
 
 #include <chrono>
 #include <condition_variable>
-#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -25,7 +25,7 @@ namespace QVPlatform {
 /// any thread. In the child of a fork() the next question starts the thread anew.
 class HostResolver {
  public:
-  using Changed = std::function<void()>;
+  using Changed = Subscribers::Changed;
 
   static HostResolver& shared();
 
@@ -42,7 +42,7 @@ class HostResolver {
   using Clock = std::chrono::steady_clock;
   struct Host {
     std::vector<NetworkAddress> addresses;
-    std::vector<std::weak_ptr<const Changed>> subscribers;
+    Subscribers subscribers;
     std::optional<Clock::time_point> nextLookup;  // none when the name rests
     int failures = 0;                             // in the present series of lookups
   };

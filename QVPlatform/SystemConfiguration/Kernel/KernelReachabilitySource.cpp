@@ -1,6 +1,7 @@
 #include <QVPlatform/SystemConfiguration/Kernel/KernelReachabilitySource.h>
 
 #include <QVPlatform/Foundation/ForkMutex.h>
+#include <QVPlatform/Foundation/Lasting.h>
 #include <QVPlatform/SystemConfiguration/Kernel/HostResolver.h>
 #include <QVPlatform/SystemConfiguration/Kernel/RouteMonitor.h>
 #include <QVPlatform/SystemConfiguration/Kernel/RouteQuery.h>
@@ -11,6 +12,12 @@
 #include <mutex>
 #include <optional>
 #include <utility>
+
+// The flags of an address are those of the way to it: the kernel is asked for the route that it
+// would take now, and for the interface of that route (RouteQuery). Nothing is sent anywhere, and
+// nothing is remembered, so that the answer is that of the moment. A name has the best of the flags
+// of its addresses, which HostResolver looks up in the background. RouteMonitor says when the
+// kernel changed something; docs/reachability.md tells which fact makes which flag.
 
 namespace QVPlatform {
 namespace {
@@ -165,9 +172,10 @@ class KernelReachabilitySource final : public ReachabilitySource {
 }  // namespace
 
 const std::shared_ptr<ReachabilitySource>& kernelReachabilitySource() {
-  static const auto& source =  // never destroyed: threads may outlive main
-      *new std::shared_ptr<ReachabilitySource>(std::make_shared<KernelReachabilitySource>());
-  return source;
+  struct Shared {
+    const std::shared_ptr<ReachabilitySource> source = std::make_shared<KernelReachabilitySource>();
+  };
+  return Lasting<Shared>::object().source;
 }
 
 }  // namespace QVPlatform

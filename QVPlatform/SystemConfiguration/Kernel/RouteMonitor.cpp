@@ -1,7 +1,7 @@
 #include <QVPlatform/SystemConfiguration/Kernel/RouteMonitor.h>
 
 #include <QVPlatform/Dispatch/Internal/Thread.h>
-#include <QVPlatform/Foundation/Internal/Lasting.h>
+#include <QVPlatform/Foundation/Lasting.h>
 #include <QVPlatform/SystemConfiguration/Kernel/RouteQuery.h>
 
 #include <libmnl/libmnl.h>
@@ -78,20 +78,17 @@ void RouteMonitor::beginAnew(void* monitor) {
 }
 
 std::shared_ptr<void> RouteMonitor::subscribe(Changed changed) {
-  auto subscriber = std::make_shared<const Changed>(std::move(changed));
   const std::lock_guard lock(mutex_);
-  auto extended = std::make_shared<Subscribers>();
-  if (subscribers_) *extended = *subscribers_;
-  std::erase_if(*extended, [](const auto& other) { return other.expired(); });
-  extended->push_back(subscriber);
+  Subscribers extended = subscribers_;
+  auto subscription = extended.add(std::move(changed));
   if (socket_ < 0 && !start() && !startRetrying(errno)) return nullptr;
   subscribers_ = std::move(extended);
-  return std::const_pointer_cast<Changed>(subscriber);
+  return subscription;
 }
 
 void RouteMonitor::callWhenKernelAnswers(int error) {
   const std::lock_guard lock(mutex_);
-  if (hasSubscribers()) startRetrying(error);
+  if (!subscribers_.isEmpty()) startRetrying(error);
 }
 
 // The following require the mutex.
@@ -116,7 +113,7 @@ bool RouteMonitor::startRetrying(int error) {
 }
 
 bool RouteMonitor::isRetryOver() {
-  if (hasSubscribers()) {
+  if (!subscribers_.isEmpty()) {
     if (socket_ < 0 && !start()) return false;
     RouteQuery query;
     query.interface(kLoopbackIndex);
@@ -124,12 +121,6 @@ bool RouteMonitor::isRetryOver() {
   }
   isRetrying_ = false;
   return true;
-}
-
-bool RouteMonitor::hasSubscribers() const {
-  return subscribers_ && std::ranges::any_of(*subscribers_, [](const auto& subscriber) {
-           return !subscriber.expired();
-         });
 }
 
 // The threads.
@@ -161,15 +152,12 @@ void RouteMonitor::retry() {
 }
 
 void RouteMonitor::callSubscribers() {
-  std::shared_ptr<const Subscribers> subscribers;
+  Subscribers subscribers;
   {
     const std::lock_guard lock(mutex_);
     subscribers = subscribers_;
   }
-  if (!subscribers) return;
-  for (const auto& subscriber : *subscribers) {
-    if (const auto changed = subscriber.lock()) callOut(*changed);
-  }
+  subscribers.tell();
 }
 
 }  // namespace QVPlatform

@@ -1,10 +1,9 @@
 #pragma once
 
 #include <QVPlatform/Foundation/ForkMutex.h>
+#include <QVPlatform/SystemConfiguration/Kernel/Subscribers.h>
 
-#include <functional>
 #include <memory>
-#include <vector>
 
 struct mnl_socket;
 
@@ -19,7 +18,7 @@ namespace QVPlatform {
 /// fork() the next subscription starts both anew.
 class RouteMonitor {
  public:
-  using Changed = std::function<void()>;
+  using Changed = Subscribers::Changed;
 
   static RouteMonitor& shared();
 
@@ -33,21 +32,18 @@ class RouteMonitor {
   void callWhenKernelAnswers(int error);
 
  private:
-  using Subscribers = std::vector<std::weak_ptr<const Changed>>;
-
   static void beginAnew(void* monitor);
   bool start();
   void run(mnl_socket* socket);
   bool startRetrying(int error);
   void retry();
   bool isRetryOver();
-  bool hasSubscribers() const;
   void callSubscribers();
 
   ForkMutex mutex_{beginAnew, this};
   int socket_ = -1;  // of the thread, while it runs
   bool isRetrying_ = false;
-  std::shared_ptr<const Subscribers> subscribers_;  // never changed once it can be seen
+  Subscribers subscribers_;
 };
 
 }  // namespace QVPlatform

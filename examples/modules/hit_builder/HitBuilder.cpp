@@ -8,13 +8,13 @@ using QVPlatform::Dictionary;
 using QVPlatform::HTTPURLResponse;
 using QVPlatform::Notification;
 using QVPlatform::String;
+using QVPlatform::operator""_string;
 
 namespace {
 
 /// The module's own key in the request data. The core carries it into the answer, also when the hit
 /// waited in a file meanwhile; so it tells our answers from those of other modules.
-constinit String::Literal pageKey{"page"};
-constexpr String kPageKey{pageKey};
+constexpr String kPageKey = "page"_string;
 
 std::string whatFailed(const Dictionary& data) {
   const auto response =

@@ -2,15 +2,14 @@
 
 using QVPlatform::Notification;
 using QVPlatform::String;
+using QVPlatform::operator""_string;
 using QVPlatform::stringWithFormat;
 using QVPlatform::Value;
 
 namespace {
 
-constinit String::Literal name{"vendors"};
-constexpr String kName{name};
-constinit String::Literal versionPath{"info/version"};
-constexpr String kVersionPath{versionPath};
+constexpr String kName = "vendors"_string;
+constexpr String kVersionPath = "info/version"_string;
 
 }  // namespace
 
