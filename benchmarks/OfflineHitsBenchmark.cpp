@@ -8,13 +8,13 @@
 
 #include "support/Answers.h"
 #include "support/KeepAliveServer.h"
-#include "support/Network.h"
 
 #include <QVCore/QVCore.h>
 #include <QVPlatform/Application.h>
 #include <QVPlatform/Archives/KeyedUnarchiver.h>
 #include <QVPlatform/Dispatch/OperationQueue.h>
 #include <QVPlatform/Files/FileManager.h>
+#include <tests/support/ScriptedReachability.h>
 #include <tests/support/TemporaryDirectory.h>
 
 #include <benchmark/benchmark.h>
@@ -282,7 +282,7 @@ int main(int count, char** arguments) {
   hits = makeHits(server.url());
   benchmark::Initialize(&count, arguments);
   if (benchmark::ReportUnrecognizedArguments(count, arguments)) return 1;
-  QVBenchmark::AlwaysReachable::use();
+  QVPlatform::NetworkReachability::setSource(std::make_shared<QVTest::ScriptedReachability>());
   const QVTest::TemporaryDirectory container;
   QVPlatform::Application::setContainerDirectory(container.path().string());
   QVDebug::setDebugLevel(6);

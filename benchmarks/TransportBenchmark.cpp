@@ -6,11 +6,11 @@
 
 #include "support/Answers.h"
 #include "support/KeepAliveServer.h"
-#include "support/Network.h"
 
 #include <QVCore/QVCore.h>
 #include <QVPlatform/Application.h>
 #include <QVPlatform/Dispatch/NotificationCenter.h>
+#include <tests/support/ScriptedReachability.h>
 
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>
@@ -175,7 +175,7 @@ int main(int count, char** arguments) {
   server = &theServer;
   benchmark::Initialize(&count, arguments);
   if (benchmark::ReportUnrecognizedArguments(count, arguments)) return 1;
-  QVBenchmark::AlwaysReachable::use();
+  QVPlatform::NetworkReachability::setSource(std::make_shared<QVTest::ScriptedReachability>());
   const std::filesystem::path container =
       std::filesystem::temp_directory_path() / ("qvcore-benchmark-" + std::to_string(getpid()));
   QVPlatform::Application::setContainerDirectory(container.string());

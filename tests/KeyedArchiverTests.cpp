@@ -1,4 +1,3 @@
-#include "tests/support/EndingThreads.h"
 #include "tests/support/PropertyListValues.h"
 #include "tests/support/Test.h"
 

@@ -8,13 +8,6 @@ namespace {
 
 class QVLoggerTest : public QVTest::CoreTest {
  protected:
-  /// What `action` prints on standard output.
-  static std::string printed(const std::function<void()>& action) {
-    testing::internal::CaptureStdout();
-    action();
-    std::fflush(stdout);
-    return testing::internal::GetCapturedStdout();
-  }
   static std::string printedFor(const String& name, const Dictionary& userInfo = nullptr) {
     return printed([&] { post(name, userInfo); });
   }

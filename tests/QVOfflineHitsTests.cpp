@@ -1,5 +1,4 @@
 #include "tests/support/CoreTest.h"
-#include "tests/support/EndingThreads.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/Test.h"
 
@@ -17,12 +16,6 @@ class QVOfflineHitsTest : public QVTest::CoreTest {
   QVOfflineHitsTest() { network->change(0); }
 
   static void request(const Dictionary& userInfo) { post(kQVNotification_HTTPRequest, userInfo); }
-  static std::string printed(const std::function<void()>& action) {
-    testing::internal::CaptureStdout();
-    action();
-    std::fflush(stdout);
-    return testing::internal::GetCapturedStdout();
-  }
   String path() const {
     return (container.path() / "Library/QVPrivateDocuments/offlineHits").string();
   }

@@ -1,4 +1,4 @@
-#include "tests/support/ScriptedReachabilitySource.h"
+#include "tests/support/ScriptedReachability.h"
 #include "tests/support/Test.h"
 
 namespace {
@@ -66,8 +66,7 @@ class QVReachabilityTest : public testing::Test {
     return monitor.expired();
   }
 
-  const std::shared_ptr<ScriptedReachabilitySource> source_ =
-      std::make_shared<ScriptedReachabilitySource>();
+  const std::shared_ptr<ScriptedReachability> source_ = std::make_shared<ScriptedReachability>(0);
   Journal journal_;
   std::unique_ptr<Notification> lastNotification_;
 };
@@ -108,7 +107,7 @@ TEST_F(QVReachabilityTest, AnswersFromTheFlags) {
   for (const Row& row : rows) {
     SCOPED_TRACE(testing::Message()
                  << std::hex << row.flags << " counting cellular: " << row.countsWWAN);
-    source_->setFlags(row.flags);
+    source_->change(row.flags);
     monitor->setReachableOnWWAN(row.countsWWAN);
     std::string answers;
     for (const bool answer : {monitor->isReachable(), monitor->isReachableViaWWAN(),
@@ -127,7 +126,7 @@ TEST_F(QVReachabilityTest, AnswersFromTheFlags) {
 }
 
 TEST_F(QVReachabilityTest, SaysNoToEverythingWhenTheFlagsCannotBeRead) {
-  source_->setFlags(0x4007e);
+  source_->change(0x4007e);
   source_->refuseFlags(EMFILE);
   const auto bare = std::make_shared<QVReachability>();
   for (const auto& monitor : {makeMonitor(), bare}) {
@@ -176,12 +175,12 @@ TEST_F(QVReachabilityTest, IsNotMadeForATargetThatCannotBe) {
 TEST_F(QVReachabilityTest, CallsTheBlockOnItsQueueAndThenNotifiesOnTheMainThread) {
   const auto monitor = makeMonitor();
   ASSERT_TRUE(monitor->startNotifier());
-  source_->setFlags(0x2);
+  source_->change(0x2);
   EXPECT_THAT(eventsWhenThereAre(2), ElementsAre("reachable (queue)", "notification (main)"));
   ASSERT_TRUE(lastNotification_);
   EXPECT_EQ(lastNotification_->object(), monitor);
   EXPECT_TRUE(lastNotification_->userInfo().isNull());
-  source_->setFlags(0x7);
+  source_->change(0x7);
   EXPECT_THAT(eventsWhenThereAre(4), ElementsAre("reachable (queue)", "notification (main)",
                                                  "unreachable (queue)", "notification (main)"));
   monitor->stopNotifier();
@@ -190,7 +189,7 @@ TEST_F(QVReachabilityTest, CallsTheBlockOnItsQueueAndThenNotifiesOnTheMainThread
 TEST_F(QVReachabilityTest, NotifiesWithoutBlocks) {
   const auto monitor = QVReachability::reachabilityForInternetConnection();
   ASSERT_TRUE(monitor->startNotifier());
-  source_->setFlags(0x2);
+  source_->change(0x2);
   EXPECT_THAT(eventsWhenThereAre(1), ElementsAre("notification (main)"));
   monitor->stopNotifier();
 }
@@ -199,7 +198,7 @@ TEST_F(QVReachabilityTest, PassesOverEventsThatChangeNothing) {
   const auto monitor = makeMonitor();
   ASSERT_TRUE(monitor->startNotifier());
   for (int i = 0; i < 1000; ++i) source_->callSubscribers();
-  source_->setFlags(0x2);
+  source_->change(0x2);
   EXPECT_THAT(eventsWhenThereAre(2), ElementsAre("reachable (queue)", "notification (main)"));
   monitor->stopNotifier();
 }
@@ -218,9 +217,9 @@ TEST_F(QVReachabilityTest, StartsTwiceWithAnotherQueueAndNoSecondDelivery) {
   ASSERT_TRUE(monitor->startNotifier());
   EXPECT_NE(monitor->reachabilitySerialQueue(), firstQueue);
   EXPECT_EQ(source_->numberOfSubscriptions(), 1U);
-  source_->setFlags(0x2);
+  source_->change(0x2);
   eventsWhenThereAre(2);
-  source_->setFlags(0);
+  source_->change(0);
   EXPECT_THAT(eventsWhenThereAre(4), ElementsAre("reachable (queue)", "notification (main)",
                                                  "unreachable (queue)", "notification (main)"));
   monitor->stopNotifier();
@@ -234,16 +233,16 @@ TEST_F(QVReachabilityTest, HoldsItselfFromStartToStopAndIsSilentAfterwards) {
   EXPECT_EQ(monitor->reachabilityObject(), monitor);
   monitor.reset();
   ASSERT_FALSE(weakMonitor.expired());
-  source_->setFlags(0x2);
+  source_->change(0x2);
   eventsWhenThereAre(2);
 
   weakMonitor.lock()->stopNotifier();
   EXPECT_EQ(source_->numberOfSubscriptions(), 0U);
   EXPECT_TRUE(isSoonGone(weakMonitor));
-  source_->setFlags(0);
+  source_->change(0);
   const auto other = QVReachability::reachabilityForInternetConnection();
   ASSERT_TRUE(other->startNotifier());
-  source_->setFlags(0x2);
+  source_->change(0x2);
   EXPECT_THAT(eventsWhenThereAre(3),
               ElementsAre("reachable (queue)", "notification (main)", "notification (main)"));
   other->stopNotifier();
@@ -285,7 +284,7 @@ TEST_F(QVReachabilityTest, MayBeStoppedAndReleasedByItsOwnBlock) {
   });
   ASSERT_TRUE(monitor->startNotifier());
   monitor.reset();
-  source_->setFlags(0x2);
+  source_->change(0x2);
   EXPECT_THAT(eventsWhenThereAre(2), ElementsAre("reachable (queue)", "notification (main)"));
   EXPECT_TRUE(isSoonGone(weakMonitor));
 }
@@ -293,7 +292,7 @@ TEST_F(QVReachabilityTest, MayBeStoppedAndReleasedByItsOwnBlock) {
 TEST_F(QVReachabilityTest, StandsThreadsThatChangeAskStartAndStopAtOnce) {
   std::atomic<bool> isDone = false;
   std::thread network([&] {
-    for (unsigned i = 0; !isDone; ++i) source_->setFlags(i % 2 == 0 ? 0x2 : 0);
+    for (unsigned i = 0; !isDone; ++i) source_->change(i % 2 == 0 ? 0x2 : 0);
   });
   const auto blockCalls = std::make_shared<std::atomic<int>>(0);  // a last call may come late
   const auto count = [blockCalls](const std::shared_ptr<QVReachability>& monitor) {

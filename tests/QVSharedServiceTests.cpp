@@ -1,7 +1,6 @@
 #include <QVCore/Internal/QVSharedService.h>
 
 #include "tests/support/CoreTest.h"
-#include "tests/support/EndingThreads.h"
 #include "tests/support/Test.h"
 
 namespace {

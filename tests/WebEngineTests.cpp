@@ -133,12 +133,7 @@ TEST(WebEngineLibraryTest, LeavesAProcessWithoutItWithoutAnEngineAndSaysSoOnce) 
   const std::string command = "QV_TEST_WITHOUT_LIBRARY=1 LD_LIBRARY_PATH=" + alone.path().string() +
                               " " + fs::read_symlink("/proc/self/exe").string() +
                               " --gtest_filter='WebEngineLibraryTest.*' 2>&1";
-  FILE* const output = popen(command.c_str(), "r");
-  ASSERT_NE(output, nullptr);
-  std::string text;
-  char buffer[4096];
-  while (std::fgets(buffer, sizeof buffer, output)) text += buffer;
-  EXPECT_EQ(pclose(output), 0) << text;
+  const std::string text = outputOf(command);
   const std::string line = "QVCore: no web engine, hence no user agent: ";
   const std::size_t first = text.find(line);
   EXPECT_NE(first, std::string::npos) << text;

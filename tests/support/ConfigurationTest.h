@@ -47,14 +47,6 @@ class ConfigurationTest : public CoreTest {
     const auto queue = QVNetworkManager::sharedInstance()->consentQueue();
     return runMainQueueUntil([&] { return queue->operationCount() == 0; });
   }
-
-  /// What `action` prints on standard output.
-  static std::string printed(const std::function<void()>& action) {
-    testing::internal::CaptureStdout();
-    action();
-    std::fflush(stdout);
-    return testing::internal::GetCapturedStdout();
-  }
 };
 
 /// A specialised configuration whose hook remembers what it was called with, and may throw then.

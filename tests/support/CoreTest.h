@@ -1,45 +1,9 @@
 #pragma once
 
+#include "ScriptedReachability.h"
 #include "Test.h"
 
 namespace QVTest {
-
-/// Reachability as the test says.
-class ScriptedReachability : public QVPlatform::ReachabilitySource {
- public:
-  static constexpr QVPlatform::NetworkReachabilityFlags kReachable =
-      QVPlatform::kSCNetworkReachabilityFlagsReachable;
-
-  bool getFlags(const QVPlatform::ReachabilityTarget&,
-                QVPlatform::NetworkReachabilityFlags* flags) override {
-    const std::lock_guard lock(mutex_);
-    *flags = flags_;
-    return true;
-  }
-  std::shared_ptr<void> subscribe(const QVPlatform::ReachabilityTarget&, Changed changed) override {
-    auto subscription = std::make_shared<Changed>(std::move(changed));
-    const std::lock_guard lock(mutex_);
-    subscriptions_.push_back(subscription);
-    return subscription;
-  }
-  /// Changes the flags and tells the subscribers, but not the manager before the main queue runs.
-  void change(QVPlatform::NetworkReachabilityFlags flags) {
-    std::vector<std::weak_ptr<Changed>> told;
-    {
-      const std::lock_guard lock(mutex_);
-      flags_ = flags;
-      told = subscriptions_;
-    }
-    for (const auto& subscription : told) {
-      if (const auto changed = subscription.lock()) (*changed)();
-    }
-  }
-
- private:
-  std::mutex mutex_;
-  QVPlatform::NetworkReachabilityFlags flags_ = kReachable;
-  std::vector<std::weak_ptr<Changed>> subscriptions_;
-};
 
 /// Remembers the notifications of some names on the default center.
 class Recorder {

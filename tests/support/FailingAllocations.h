@@ -7,10 +7,8 @@
 /// is linked with included; to be included by one source file of it.
 ///
 /// Where clang's ThreadSanitizer keeps that to itself, no allocation ever fails.
-#if defined(__clang__) && defined(__has_feature)
-#if __has_feature(thread_sanitizer)
+#if defined(__clang__) && defined(QV_HAS_THREAD_SANITIZER)
 #define QV_ALLOCATIONS_NEVER_FAIL
-#endif
 #endif
 
 namespace QVTest {

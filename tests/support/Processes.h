@@ -1,42 +1,10 @@
 #pragma once
 
-#include <gtest/gtest.h>
+#include <sys/resource.h>
 
-#include <sys/types.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <iterator>
-#include <stdexcept>
-#include <string>
-#include <string_view>
+#include "Test.h"
 
 namespace QVTest {
-
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-#ifdef __SANITIZE_ADDRESS__
-inline constexpr bool kHasAddressSanitizer = true;
-#else
-inline constexpr bool kHasAddressSanitizer = false;
-#endif
-inline constexpr bool kHasThreadSanitizer = !kHasAddressSanitizer;
-#elif defined(__has_feature)
-inline constexpr bool kHasAddressSanitizer = __has_feature(address_sanitizer);
-inline constexpr bool kHasThreadSanitizer = __has_feature(thread_sanitizer);
-#else
-inline constexpr bool kHasAddressSanitizer = false;
-inline constexpr bool kHasThreadSanitizer = false;
-#endif
-
-/// Whether a child of a process with several threads may go on: ThreadSanitizer ends it when it
-/// starts some of its own, and AddressSanitizer may wait for ever for another thread of the parent
-/// that was just allocating.
-inline constexpr bool kChildrenMayGoOn = !kHasAddressSanitizer && !kHasThreadSanitizer;
 
 /// Starts a copy of this process that runs the function and ends with its result.
 inline pid_t startChild(const std::function<int()>& function) {
@@ -46,9 +14,9 @@ inline pid_t startChild(const std::function<int()>& function) {
 }
 
 /// Exit status of the child; -1 when it did not exit by itself.
-inline int exitStatusOf(pid_t child) {
+inline int exitStatusOf(pid_t child, rusage* usage = nullptr) {
   int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
+  while (wait4(child, &status, 0, usage) < 0 && errno == EINTR) continue;
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
@@ -65,6 +33,14 @@ inline std::string outputOf(const std::string& command) {
   while (const std::size_t got = fread(buffer, 1, sizeof buffer, pipe)) output.append(buffer, got);
   EXPECT_EQ(pclose(pipe), 0) << command;
   return output;
+}
+
+/// What the action prints on standard output.
+inline std::string printed(const std::function<void()>& action) {
+  testing::internal::CaptureStdout();
+  action();
+  std::fflush(stdout);
+  return testing::internal::GetCapturedStdout();
 }
 
 inline std::string contentsOf(const std::filesystem::path& path) {

@@ -2,37 +2,20 @@
 
 #include <sys/prctl.h>
 
-#include "Test.h"
+#include "ChildProcess.h"
 
 namespace QVTest {
 
 /// A display for this process, in memory: an X server that lives as long as this object.
 class XServer {
  public:
-  XServer() {
-    int ends[2];
-    if (pipe(ends) != 0) return;
-    server_ = fork();
-    if (server_ == 0) {
-      prctl(PR_SET_PDEATHSIG, SIGTERM);
-      const std::string descriptor = std::to_string(ends[1]);
-      dup2(open("/dev/null", O_WRONLY), STDERR_FILENO);
-      execlp("Xvfb", "Xvfb", "-displayfd", descriptor.c_str(), "-nolisten", "tcp", nullptr);
-      _exit(127);
-    }
-    close(ends[1]);
-    std::string number;
-    char digit = 0;
-    while (read(ends[0], &digit, 1) == 1 && digit != '\n') number += digit;
-    close(ends[0]);
-    isRunning_ = !number.empty();
-    if (isRunning_) setenv("DISPLAY", (":" + number).c_str(), 1);
+  XServer() : isRunning_(process_.waitForOutput("\n")) {
+    if (isRunning_) setenv("DISPLAY", (":" + process_.printed()).c_str(), 1);
   }
+  /// The server, told to end, removes its lock and its socket.
   ~XServer() {
     unsetenv("DISPLAY");
-    if (server_ <= 0) return;
-    kill(server_, SIGTERM);
-    waitpid(server_, nullptr, 0);
+    process_.end(SIGTERM);
   }
   XServer(const XServer&) = delete;
   XServer& operator=(const XServer&) = delete;
@@ -40,8 +23,17 @@ class XServer {
   bool isRunning() const { return isRunning_; }
 
  private:
-  pid_t server_ = 0;
-  bool isRunning_ = false;
+  static int run(int output) {
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    fcntl(output, F_SETFD, 0);
+    const std::string descriptor = std::to_string(output);
+    dup2(open("/dev/null", O_WRONLY), STDERR_FILENO);
+    execlp("Xvfb", "Xvfb", "-displayfd", descriptor.c_str(), "-nolisten", "tcp", nullptr);
+    return 127;
+  }
+
+  ChildProcess process_{run};
+  const bool isRunning_;
 };
 
 }  // namespace QVTest

@@ -17,6 +17,7 @@
 
 #include "soak/OfflineFile.h"
 #include "soak/Server.h"
+#include "tests/support/Sanitizers.h"
 
 using QVPlatform::MainQueue;
 using QVPlatform::Notification;
@@ -40,15 +41,6 @@ void announce(const String& name) {
   NotificationCenter::defaultCenter()->postNotification(Notification(name));
 }
 
-/// A sanitizer's own locks may be held for ever in a forked process.
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-constexpr bool kMayFork = false;
-#elif defined(__has_feature)
-constexpr bool kMayFork = !__has_feature(thread_sanitizer) && !__has_feature(address_sanitizer);
-#else
-constexpr bool kMayFork = true;
-#endif
-
 }  // namespace
 
 Host::Host(const Errand& errand)
@@ -58,7 +50,7 @@ Host::Host(const Errand& errand)
       savesAlways_(chance(30)),
       runsInBackground_(savesAlways_ && chance(50)),
       hasSmallQueue_(!savesAlways_ && chance(15)),
-      forks_(!savesAlways_ && chance(15) && kMayFork),
+      forks_(!savesAlways_ && chance(15) && QVTest::kChildrenMayGoOn),
       isUp_(chance(70)),
       network_(std::make_shared<ScriptedNetwork>(isUp_)),
       next_(errand.firstHit),

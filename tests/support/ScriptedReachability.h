@@ -1,16 +1,26 @@
 #pragma once
 
-#include "Test.h"
+#include <QVPlatform/SystemConfiguration/NetworkReachability.h>
 
-/// A source of reachability flags that says what the test wants.
-class ScriptedReachabilitySource : public QVPlatform::ReachabilitySource {
+#include <cerrno>
+#include <memory>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+namespace QVTest {
+
+/// Reachability as the test says, whatever the machine's network is like.
+class ScriptedReachability : public QVPlatform::ReachabilitySource {
  public:
   using Flags = QVPlatform::NetworkReachabilityFlags;
+  static constexpr Flags kReachable = QVPlatform::kSCNetworkReachabilityFlagsReachable;
 
-  explicit ScriptedReachabilitySource(Flags flags = 0) : flags_(flags) {}
+  explicit ScriptedReachability(Flags flags = kReachable) : flags_(flags) {}
 
-  /// From now on these are the flags of every target; the subscribers hear of it.
-  void setFlags(Flags flags) {
+  /// From now on these are the flags of every target; the subscribers hear of it, but the core not
+  /// before the main queue runs.
+  void change(Flags flags) {
     {
       const std::lock_guard lock(mutex_);
       flags_ = flags;
@@ -72,3 +82,5 @@ class ScriptedReachabilitySource : public QVPlatform::ReachabilitySource {
   QVPlatform::ReachabilityTarget lastTarget_;
   std::vector<std::weak_ptr<Changed>> subscribers_;
 };
+
+}  // namespace QVTest
