@@ -1,13 +1,14 @@
+#include "tests/support/Certificate.h"
 #include "tests/support/CoreTest.h"
 #include "tests/support/ServerProcess.h"
 #include "tests/support/Test.h"
 
 namespace {
 
-/// An application that sends hits and configurations, and ends after this time whatever is going
-/// on.
-[[noreturn]] void runAndExit(const std::string& url, const std::string& container,
-                             std::chrono::microseconds time) {
+/// An application that sends hits and configurations, over TLS, and ends after this time whatever
+/// is going on.
+[[noreturn]] int runAndExit(const std::string& url, const std::string& container,
+                            std::chrono::microseconds time) {
   alarm(20);  // a hang ends the process by a signal
   QVDebug::setDebugLevel(6);
   QVDebug::useCustomWKProcessPool(true);
@@ -27,18 +28,17 @@ namespace {
 }
 
 TEST(QVCoreExit, MayComeAtAnyMomentWhileHitsAreUnderWay) {
-  const QVTest::ServerProcess server;
+  const QVTest::Certificate certificate;
+  const QVTest::ServerProcess server(certificate.file(), certificate.keyFile());
+  ASSERT_EQ(setenv("SSL_CERT_FILE", certificate.file().c_str(), 1), 0);
   const QVTest::TemporaryDirectory container;
   std::mt19937 random(20210803);
   std::uniform_int_distribution<int> microseconds(0, 20'000);
   for (int i = 0; i < 60; ++i) {
     const std::chrono::microseconds time(microseconds(random));
-    const pid_t application = fork();
-    if (application == 0) runAndExit(server.url(), container.path().string(), time);
-    int status = -1;
-    ASSERT_EQ(waitpid(application, &status, 0), application);
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
-        << "status " << status << " after " << time.count() << " microseconds";
+    ASSERT_EQ(runInChild([&] { return runAndExit(server.url(), container.path().string(), time); }),
+              0)
+        << "after " << time.count() << " microseconds";
   }
 }
 

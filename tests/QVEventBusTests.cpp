@@ -9,7 +9,9 @@ class Participant : public IQVEventListenerDelegate, public IQVEventSenderDelega
     listener->setParent(this);
     sender->setParent(this);
   }
-  ~Participant() override { listener->setParent(nullptr); }
+  ~Participant() override {
+    if (listener) listener->setParent(nullptr);
+  }
 
   void changeNotificationCenter(const std::shared_ptr<NotificationCenter>& center) override {
     sender->setNotificationCenter(center);
@@ -24,40 +26,25 @@ class Participant : public IQVEventListenerDelegate, public IQVEventSenderDelega
   std::shared_ptr<QVEventSender> sender = std::make_shared<QVEventSender>()->init();
 };
 
-TEST(QVEventBus, DeliversWhatWasListenedForAndAlwaysSaysYes) {
-  Participant participant;
-  EXPECT_TRUE(participant.sender->send(Notification("nobody listens")));
-  participant.listener->listen("a");
-  participant.listener->listen("a");
-  EXPECT_TRUE(participant.sender->send(Notification("a")));
-  EXPECT_TRUE(participant.sender->send(Notification("ab")));
-  EXPECT_THAT(participant.heard, ElementsAre("a", "a"));
-  EXPECT_EQ(participant.sender->parent(), &participant);
-}
-
-TEST(QVEventBus, DeliversPrefixedNamesOnlyToTheFullName) {
-  Participant participant;
-  participant.listener->listen(kQVNotification_ConfigurationRequest);
-  participant.listener->listen(kQVNotification_ConfigurationRequest + String("abc"));
-  participant.sender->send(Notification(kQVNotification_ConfigurationRequest + String("abc")));
-  participant.sender->send(Notification(kQVNotification_ConfigurationRequest + String("abcd")));
-  EXPECT_THAT(participant.heard, ElementsAre("QVNotification: Privacy Configuration Requestabc"));
-}
-
 TEST(QVEventBus, LeavesRegistrationsOnTheOldCenterWhenItChanges) {
   const auto oldCenter = NotificationCenter::defaultCenter();
   const auto newCenter = std::make_shared<NotificationCenter>();
   Participant participant;
+  EXPECT_EQ(participant.sender->parent(), &participant);
+  EXPECT_TRUE(participant.sender->send(Notification("nobody listens")));
   participant.listener->listen("old");
   participant.changeNotificationCenter(newCenter);
   participant.listener->listen("new");
-  participant.sender->send(Notification("new"));
+  EXPECT_TRUE(participant.sender->send(Notification("new")));
   participant.sender->send(Notification("old"));  // goes to the new center: nobody there
   oldCenter->postNotification(Notification("old"));
   participant.listener->stopListening();  // on the new center only
   newCenter->postNotification(Notification("new"));
   oldCenter->postNotification(Notification("old"));
   EXPECT_THAT(participant.heard, ElementsAre("new", "old", "old"));
+  participant.listener.reset();  // ends what is left, on every center
+  oldCenter->postNotification(Notification("old"));
+  EXPECT_THAT(participant.heard, SizeIs(3));
 }
 
 TEST(QVEventBus, IsSilentWithoutParentAndWithoutCenter) {
@@ -66,21 +53,10 @@ TEST(QVEventBus, IsSilentWithoutParentAndWithoutCenter) {
   participant.listener->setParent(nullptr);
   participant.sender->send(Notification("a"));
   participant.changeNotificationCenter(nullptr);
-  participant.listener->listen("b");
+  EXPECT_FALSE(participant.listener->listen("b"));
   participant.listener->stopListening();
   EXPECT_TRUE(participant.sender->send(Notification("b")));
   EXPECT_THAT(participant.heard, IsEmpty());
-}
-
-TEST(QVEventBus, EndsRegistrationsOnEveryCenterWithTheListener) {
-  const auto newCenter = std::make_shared<NotificationCenter>();
-  auto participant = std::make_unique<Participant>();
-  participant->listener->listen("a");
-  participant->changeNotificationCenter(newCenter);
-  participant->listener->listen("a");
-  participant.reset();
-  NotificationCenter::defaultCenter()->postNotification(Notification("a"));
-  newCenter->postNotification(Notification("a"));
 }
 
 TEST(QVEventBus, LetsAHandlerDestroyItsOwnListener) {
@@ -89,7 +65,7 @@ TEST(QVEventBus, LetsAHandlerDestroyItsOwnListener) {
     void onNotificationReceived(const Notification& notification) override {
       Participant::onNotificationReceived(notification);
       listener->setParent(nullptr);
-      listener = std::make_shared<QVEventListener>()->init();
+      listener.reset();
     }
   };
   Ending participant;
@@ -151,34 +127,45 @@ TEST(QVEventBus, KeepsAnOwnerDuringDeliveryWheneverItBecameTheParent) {
   EXPECT_THAT(events, ElementsAre("not held", "held", "end"));
 }
 
-// Owners come and go while another thread posts; the sanitizers judge what a delivery touches.
+// Owners come and go while another thread posts. No delivery is under way when setParent() has
+// returned, though somebody keeps the listener; the sanitizers judge what else it touches.
 TEST(QVEventBus, IsSafeWhileOwnersAreDestroyedOnOtherThreads) {
-  class Counting : public IQVEventListenerDelegate {
+  struct Counts {
+    std::atomic<int> delivered = 0, late = 0;
+  } counts;
+  class Owner : public IQVEventListenerDelegate {
    public:
-    explicit Counting(std::atomic<int>& total) : total_(total) { listener->setParent(this); }
-    ~Counting() override { listener->setParent(nullptr); }
+    explicit Owner(Counts& itsCounts) : counts_(itsCounts) { listener->setParent(this); }
+    ~Owner() override {
+      listener->setParent(nullptr);
+      isGone_ = true;
+    }
     void changeNotificationCenter(const std::shared_ptr<NotificationCenter>&) override {}
-    void onNotificationReceived(const Notification&) override { total_ += ++own_; }
+    void onNotificationReceived(const Notification&) override {
+      ++counts_.delivered;
+      std::this_thread::yield();
+      if (isGone_) ++counts_.late;
+    }
 
     std::shared_ptr<QVEventListener> listener = std::make_shared<QVEventListener>()->init();
 
    private:
-    std::atomic<int>& total_;
-    std::atomic<int> own_{0};
+    Counts& counts_;
+    std::atomic<bool> isGone_{false};
   };
   std::atomic<bool> isOver = false;
-  std::atomic<int> delivered = 0;
   std::thread poster([&] {
     while (!isOver) NotificationCenter::defaultCenter()->postNotification(Notification("n"));
   });
-  for (int round = 0; round < 500 || delivered == 0; ++round) {
-    Counting owner(delivered);
+  while (counts.delivered < 500) {
+    std::shared_ptr<QVEventListener> keptLongerThanItsOwner;
+    Owner owner(counts);
     owner.listener->listen("n");
-    const auto keptLongerThanItsOwner = owner.listener;
+    keptLongerThanItsOwner = owner.listener;
   }
   isOver = true;
   poster.join();
-  EXPECT_GT(delivered, 0);
+  EXPECT_EQ(counts.late, 0);
 }
 
 }  // namespace

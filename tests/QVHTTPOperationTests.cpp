@@ -9,7 +9,6 @@ const std::string kSent = "QVNotification: HTTP Request Sent";
 const std::string kError = "QVNotification: HTTP Request Error";
 const std::string kAnswer = "Answer";
 const std::string kConfigurationAnswer = "QVNotification: Privacy Configuration Responseabc";
-const String kLastUpdate("qv_last_update_for_configuration_abc");
 
 class QVHTTPOperationTest : public QVTest::CoreTest {
  protected:
@@ -21,88 +20,79 @@ class QVHTTPOperationTest : public QVTest::CoreTest {
     operation->main();
     return operation;
   }
-  Dictionary requestTo(const std::string& url, const std::string& type = kAnswer) const {
+  static Dictionary requestTo(const std::string& url, const std::string& type = kAnswer) {
     return {{"url", url}, {"RequestType", type}, {"own", 7}};
   }
-  /// A server that answers every request with this status and a body.
-  static QVTest::HTTPServer::Handler answering(int status) {
-    return [status](const httplib::Request&, httplib::Response& response) {
-      response.status = status;
-      // The byte-order mark is no part of the text.
-      if (status != 304)
-        response.set_content(
-            "\xef\xbb\xbf"
-            "body",
-            "text/plain");
-    };
+  /// What comes of the request data in order: each notification's name.
+  static std::vector<std::string> outcomeOf(const Dictionary& data) {
+    const QVTest::Recorder own{{kSent, kError, kAnswer, kConfigurationAnswer}};
+    run(data);
+    return own.names();
   }
 
-  QVTest::Recorder recorder{{kSent, kError, kAnswer, kConfigurationAnswer}};
+  QVTest::Recorder recorder{{kSent, kError, kAnswer}};
+  /// Its answers have this status.
+  std::atomic<int> status = 200;
+  QVTest::HTTPServer server{[this](const auto&, auto& response) {
+    response.status = status;
+    // The byte-order mark is no part of the text.
+    if (status != 304) response.set_content("\xef\xbb\xbf" + "body"s, "text/plain");
+  }};
 };
 
-TEST_F(QVHTTPOperationTest, PostsSentAndThenTheAnswerWithTheRequestsOwnKeys) {
-  QVTest::HTTPServer server(answering(200));
-  run(requestTo(server.url()));
+TEST_F(QVHTTPOperationTest, PostsSentWhenTheTransferIsOverAndThenTheAnswerWithTheRequestsOwnKeys) {
+  const auto operation = std::make_shared<QVHTTPOperation>()->initWithData(requestTo(server.url()));
+  const auto center = QVPlatform::NotificationCenter::defaultCenter();
+  const auto lookAtSent = [&](const Notification& sent) {
+    EXPECT_THAT(server.requests(), SizeIs(1));
+    EXPECT_FALSE(operation->result().isNull());
+    EXPECT_THAT(recorder.names(), ElementsAre(kSent));
+    const Dictionary own = sent.userInfo().get("content").dictionary();
+    EXPECT_TRUE(own.isSameObject(operation->userInfo()));
+    EXPECT_TRUE(own.get("content").isNil());
+    EXPECT_EQ(sent.userInfo().get("data").object(), operation->request());
+    EXPECT_EQ(sent.userInfo().count(), 2U);
+  };
+  center->addObserver(this, lookAtSent, kSent);
+  operation->main();
+  center->removeObserver(this);
   ASSERT_THAT(recorder.names(), ElementsAre(kSent, kAnswer));
   const auto answer = recorder.heard()[1];
   EXPECT_EQ(answer.object(), QVNetworkManager::sharedInstance());
-  EXPECT_EQ(
-      answer.userInfo(),
-      (Value(Dictionary{
-          {"url", server.url()}, {"RequestType", kAnswer}, {"own", 7}, {"content", "body"}})));
-}
-
-TEST_F(QVHTTPOperationTest, CarriesItsOwnRequestDataInSentAndACopyInTheAnswer) {
-  QVTest::HTTPServer server(answering(200));
-  const auto operation = run(requestTo(server.url()));
-  const auto heard = recorder.heard();
-  const Dictionary own = heard[0].userInfo().get("content").dictionary();
-  EXPECT_TRUE(own.isSameObject(operation->userInfo()));
-  EXPECT_EQ(own.get("content"), Value("body"));  // it came after the notification was posted
-  EXPECT_EQ(heard[0].userInfo().get("data").object(), operation->request());
-  EXPECT_FALSE(heard[1].userInfo().isSameObject(operation->userInfo()));
+  const Dictionary expected{
+      {"url", server.url()}, {"RequestType", kAnswer}, {"own", 7}, {"content", "body"}};
+  EXPECT_EQ(Value(answer.userInfo()), Value(expected));
+  EXPECT_FALSE(answer.userInfo().isSameObject(operation->userInfo()));
 }
 
 TEST_F(QVHTTPOperationTest, ClassesOnlyThreeStatusesAsFailures) {
-  std::atomic<int> current = 0;
-  QVTest::HTTPServer server([&current](const httplib::Request&, httplib::Response& response) {
-    response.status = current;
-    response.set_content("body", "text/plain");
-  });
-  for (int status = 200; status < 600; ++status) {
-    current = status;
-    const bool isFailure = status == 403 || status == 404 || status == 500;
-    const bool allowsNoBody = status == 204 || status == 205 || status == 304;
-    const bool isRedirection = status > 300 && status < 309;
-    if (allowsNoBody || isRedirection) continue;
-    QVTest::Recorder own{{kSent, kError, kAnswer}};
-    run(requestTo(server.url()));
-    EXPECT_THAT(own.names(), ElementsAre(kSent, isFailure ? kError : kAnswer)) << status;
+  for (const int each : {200, 201, 400, 401, 402, 403, 404, 405, 499, 500, 501, 502, 503, 599}) {
+    status = each;
+    const bool isFailure = each == 403 || each == 404 || each == 500;
+    EXPECT_THAT(outcomeOf(requestTo(server.url())),
+                ElementsAre(kSent, isFailure ? kError : kAnswer))
+        << each;
   }
 }
 
-TEST_F(QVHTTPOperationTest, CarriesCopiesOfResponseAndRequestInAFailure) {
-  QVTest::HTTPServer server(answering(404));
+TEST_F(QVHTTPOperationTest, CarriesCopiesOfResponseAndRequestInAFailureAndNoError) {
+  status = 404;
   const auto operation = run(requestTo(server.url()));
-  const auto failure = recorder.heard().at(1);
-  const auto response = std::dynamic_pointer_cast<HTTPURLResponse>(
-      failure.userInfo().get("HTTPURLResponse").object());
-  const auto request =
-      std::dynamic_pointer_cast<MutableURLRequest>(failure.userInfo().get("data").object());
+  const Dictionary failure = recorder.heard().at(1).userInfo();
+  const auto response =
+      std::dynamic_pointer_cast<HTTPURLResponse>(failure.get("HTTPURLResponse").object());
+  const auto request = std::dynamic_pointer_cast<MutableURLRequest>(failure.get("data").object());
   ASSERT_TRUE(response && request);
   EXPECT_EQ(response->statusCode(), 404);
   EXPECT_NE(request, operation->request());
   EXPECT_EQ(request->url()->absoluteString(), String(server.url()));
-  EXPECT_EQ(failure.userInfo().get("own"), Value(7));
-  EXPECT_TRUE(failure.userInfo().get("error").isNil());
-  EXPECT_TRUE(failure.userInfo().get("content").isNil());
-}
+  EXPECT_EQ(failure.get("own"), Value(7));
+  EXPECT_EQ(failure.count(), 5U);
 
-TEST_F(QVHTTPOperationTest, ReportsABrokenTransferWithoutAnError) {
-  QVTest::RawServer server([](QVTest::RawServer::Connection&) {});
-  run(requestTo(server.url()));
-  ASSERT_THAT(recorder.names(), ElementsAre(kSent, kError));
-  EXPECT_EQ(recorder.heard()[1].userInfo().keys(),
+  QVTest::RawServer broken([](auto&) {});
+  run(requestTo(broken.url()));
+  ASSERT_THAT(recorder.names(), ElementsAre(kSent, kError, kSent, kError));
+  EXPECT_EQ(recorder.heard()[3].userInfo().keys(),
             (std::vector<String>{"RequestType", "data", "own", "url"}));
 }
 
@@ -110,116 +100,137 @@ TEST_F(QVHTTPOperationTest, RefusesAnInvalidURLWithTheUnchangedRequestData) {
   for (const Value& url : {Value("bare"), Value(""), Value("//host/"), Value(5), Value()}) {
     Dictionary data{{"RequestType", kAnswer}};
     data.set("url", url);
-    QVTest::Recorder own{{kSent, kError, kAnswer}};
-    run(data);
-    ASSERT_THAT(own.names(), ElementsAre(kError)) << url.description().view();
-    EXPECT_EQ(Value(own.heard()[0].userInfo()), Value(data));
+    EXPECT_THAT(outcomeOf(data), ElementsAre(kError)) << url.description().view();
+    EXPECT_EQ(Value(recorder.heard().back().userInfo()), Value(data));
   }
   std::make_shared<QVHTTPOperation>()->main();  // without request data at all
   EXPECT_TRUE(recorder.heard().back().userInfo().isNull());
 }
 
 TEST_F(QVHTTPOperationTest, IsSilentWhenCancelledOrWhileHitsAreBlocked) {
-  QVTest::HTTPServer server;
   const auto cancelled = std::make_shared<QVHTTPOperation>()->initWithData(requestTo(server.url()));
   cancelled->cancel();
   cancelled->main();
   QVDebug::blockHits(true);
-  run(requestTo(server.url()));
+  EXPECT_THAT(outcomeOf(requestTo(server.url())), IsEmpty());
   EXPECT_THAT(recorder.names(), IsEmpty());
   EXPECT_THAT(server.requests(), IsEmpty());
 }
 
 TEST_F(QVHTTPOperationTest, PostsTextAndGetsOtherwise) {
-  QVTest::HTTPServer server;
-  Dictionary data = requestTo(server.url());
-  run(data);
-  data.set("POSTData", "");
-  run(data);
-  data.set("POSTData", 12);  // not text: no body
-  run(data);
-  data.set("POSTData", "a=\xc3\xa9");
-  run(data);
-  const auto requests = server.requests();
-  ASSERT_EQ(requests.size(), 4U);
-  for (std::size_t i = 0; i < 3; ++i) EXPECT_EQ(requests[i].method + requests[i].body, "GET");
-  EXPECT_EQ(requests[3].method + requests[3].body, "POSTa=\xc3\xa9");
+  const std::pair<Value, std::string> cases[] = {
+      {Value(), "GET"}, {"", "GET"}, {12, "GET"}, {"a=\xc3\xa9", "POSTa=\xc3\xa9"}};
+  for (const auto& [text, sent] : cases) {
+    Dictionary data = requestTo(server.url());
+    data.set("POSTData", text);
+    run(data);
+    const auto last = server.requests().back();
+    EXPECT_EQ(last.method + last.body, sent);
+  }
 }
 
-TEST_F(QVHTTPOperationTest, AppendsPostDataAsText) {
-  const auto appended = [](const Value& existing, const String& text) {
-    Dictionary data = Dictionary::dictionary();
+TEST_F(QVHTTPOperationTest, AppendsPostDataAsTextToACopyOfTheRequestData) {
+  const std::pair<Value, const char*> cases[] = {{"a", "ab"}, {nullptr, "(null)b"}, {5, "5b"}};
+  for (const auto& [existing, joined] : cases) {
+    Dictionary data{{"url", "http://h/"}};
     data.set("POSTData", existing);
     const auto operation = std::make_shared<QVHTTPOperation>()->initWithData(data);
-    operation->addPostData(text);
-    return operation->userInfo().get("POSTData").description();
-  };
-  EXPECT_EQ(appended("a", "b"), String("ab"));
-  EXPECT_EQ(appended(nullptr, "b"), String("(null)b"));
-  EXPECT_EQ(appended(5, "b"), String("5b"));
+    operation->addPostData("b");
+    EXPECT_EQ(operation->userInfo().get("POSTData"), Value(joined));
+    EXPECT_EQ(data.get("POSTData"), existing);
+    EXPECT_EQ(operation->timestamp(), 0);
+  }
 }
 
-TEST_F(QVHTTPOperationTest, CopiesTheRequestDataItIsGiven) {
-  Dictionary data{{"url", "http://h/"}};
-  const auto operation = std::make_shared<QVHTTPOperation>()->initWithData(data);
-  data.set("url", "changed");
-  EXPECT_EQ(operation->userInfo().get("url"), Value("http://h/"));
-  EXPECT_EQ(operation->timestamp(), 0);
+TEST_F(QVHTTPOperationTest, GivesTheRequestItsTimeoutAndTheCachePolicyThatIsSet) {
+  using enum QVPlatform::URLRequestCachePolicy;
+  const auto first = run(requestTo(server.url()))->request();
+  EXPECT_EQ(first->timeoutInterval(), 5.0);
+  EXPECT_EQ(first->cachePolicy(), reloadIgnoringLocalCacheData);
+  kQVNetworkDefaultRequestCachePolicy = returnCacheDataDontLoad;  // which refuses, as nothing is
+  EXPECT_THAT(outcomeOf(requestTo(server.url())), ElementsAre(kSent, kError));
+  EXPECT_THAT(server.requests(), SizeIs(1));
+}
+
+TEST_F(QVHTTPOperationTest, AnswersEachKindOfRequestThatIsPosted) {
+  const auto manager = QVNetworkManager::sharedInstance();
+  manager->listenerDelegate()->listen(kQVNotification_ConfigurationRequest + String("c"));
+  manager->listenerDelegate()->listen(kQVNotification_HTTPPartnerRequest + String("p"));
+  const struct {
+    String request;
+    std::string answer;
+    bool isConditional;
+  } cases[] = {{kQVNotification_HTTPRequest, "QVNotification: HTTP Response", false},
+               {kQVNotification_SegmentRequest, "QVNotification: Segment Response", false},
+               {kQVNotification_ConfigurationRequest + String("c"),
+                "QVNotification: Privacy Configuration Responsec", true},
+               {kQVNotification_HTTPPartnerRequest + String("p"),
+                "QVNotification: Partner Response: p", false}};
+  unsigned number = 0;
+  for (const auto& [request, answer, isConditional] : cases) {
+    const QVTest::Recorder answers{{answer}};
+    post(request, {{"url", server.url()}, {"own", 7}});
+    ASSERT_THAT(answers.waitFor(1), SizeIs(1)) << answer;
+    const Dictionary expected{{"url", server.url()},
+                              {"own", 7},
+                              {"RequestType", answer},
+                              {"ID", number++},
+                              {"content", "body"}};
+    EXPECT_EQ(Value(answers.heard()[0].userInfo()), Value(expected));
+    EXPECT_EQ(answers.heard()[0].object(), manager);
+    EXPECT_EQ(server.requests().back().field("If-Modified-Since").empty(), !isConditional);
+  }
 }
 
 TEST_F(QVHTTPOperationTest, SendsToTheURLThatItsDataHoldsWhenItRuns) {
-  QVTest::HTTPServer server(answering(200));
-  const Dictionary data = requestTo("http://127.0.0.1:1/");
-  const auto parsed = QVPlatform::URL::URLWithString(data.get("url").string());
-  const auto operation = std::make_shared<QVHTTPOperation>()->initWithData(data, parsed);
-  operation->userInfo().set("url", server.url());
-  operation->main();
-  EXPECT_THAT(recorder.names(), ElementsAre(kSent, kAnswer));
+  network->change(0);
+  const auto queue = QVNetworkManager::sharedInstance()->operationQueue();
+  post(kQVNotification_HTTPRequest, {{"url", "http://127.0.0.1:1/"}});
+  const auto waiting = std::dynamic_pointer_cast<QVHTTPOperation>(queue->operationAtIndex(0));
+  waiting->userInfo().set("url", server.url());
+  network->change(network->kReachable);
+  EXPECT_TRUE(runMainQueueUntil([&] { return server.requests().size() == 1; }));
 }
 
 TEST_F(QVHTTPOperationTest, ReadsABodyAsTextOrAsNothing) {
-  const QVHTTPOperation operation;
-  EXPECT_EQ(operation.getContentOfData(nullptr), String(""));
-  EXPECT_EQ(operation.getContentOfData(Data("")), String(""));
-  EXPECT_EQ(operation.getContentOfData(Data("\xc3\xa9")), String("\xc3\xa9"));
-  EXPECT_EQ(operation.getContentOfData(Data("caf\xe9")), String(""));
+  const std::pair<Data, const char*> cases[] = {
+      {nullptr, ""}, {Data(""), ""}, {Data("\xc3\xa9"), "\xc3\xa9"}, {Data("caf\xe9"), ""}};
+  for (const auto& [body, text] : cases) {
+    EXPECT_EQ(QVHTTPOperation().getContentOfData(body), String(text));
+  }
 }
 
 TEST_F(QVHTTPOperationTest, AsksForAConfigurationOnTheConditionOfItsLastDownload) {
-  QVTest::HTTPServer server;
-  run(requestTo(server.url(), kConfigurationAnswer));
-  EXPECT_EQ(server.requests()[0].field("If-Modified-Since"), "Thu, 01 Jan 1970 00:00:00 GMT");
-  const auto stored = QVUserDefaults::retrieveInfoFromUserDefaults(kLastUpdate);
-  EXPECT_GT(stored.string(), String("1700000000"));
-
-  QVUserDefaults::saveInfoToUserDefaultsForLabel("1600000000", kLastUpdate);
-  run(requestTo(server.url(), kConfigurationAnswer));
-  EXPECT_EQ(server.requests()[1].field("If-Modified-Since"), "Sun, 13 Sep 2020 12:26:40 GMT");
-  run(requestTo(server.url()));
-  EXPECT_EQ(server.requests()[2].field("If-Modified-Since"), "");
-}
-
-TEST_F(QVHTTPOperationTest, TakesAConditional304AsNothingToDo) {
-  QVTest::HTTPServer server(answering(304));
-  QVUserDefaults::saveInfoToUserDefaultsForLabel("5", kLastUpdate);
-  run(requestTo(server.url(), kConfigurationAnswer));
-  EXPECT_THAT(recorder.names(), ElementsAre(kSent));
-  EXPECT_EQ(QVUserDefaults::retrieveInfoFromUserDefaults(kLastUpdate), Value("5"));
-  run(requestTo(server.url()));  // not conditional: an answer like any other
-  EXPECT_THAT(recorder.names(), ElementsAre(kSent, kSent, kAnswer));
-  EXPECT_EQ(recorder.heard()[2].userInfo().get("content"), Value(""));
-}
-
-TEST_F(QVHTTPOperationTest, MovesTheLastDownloadForwardWhenItFailsToo) {
-  QVTest::HTTPServer missing(answering(404));
-  QVTest::RawServer broken([](QVTest::RawServer::Connection&) {});
-  for (const std::string& url : {missing.url(), broken.url()}) {
-    QVUserDefaults::saveInfoToUserDefaultsForLabel("5", kLastUpdate);
-    QVTest::Recorder own{{kSent, kError, kConfigurationAnswer}};
-    run(requestTo(url, kConfigurationAnswer));
-    EXPECT_THAT(own.names(), ElementsAre(kSent, kError));
-    EXPECT_NE(QVUserDefaults::retrieveInfoFromUserDefaults(kLastUpdate), Value("5"));
+  const String lastDownload("qv_last_update_for_configuration_abc");
+  const struct {
+    const char *stored, *asked;
+    int status;  // 0: the connection breaks
+    std::vector<std::string> posts;
+    bool countsAsDownload;
+  } cases[] = {
+      {"", "Thu, 01 Jan 1970 00:00:00 GMT", 200, {kSent, kConfigurationAnswer}, true},
+      {"1600000000", "Sun, 13 Sep 2020 12:26:40 GMT", 200, {kSent, kConfigurationAnswer}, true},
+      {"5", "Thu, 01 Jan 1970 00:00:05 GMT", 304, {kSent}, false},
+      {"5", "Thu, 01 Jan 1970 00:00:05 GMT", 404, {kSent, kError}, true},
+      {"5", "", 0, {kSent, kError}, true}};
+  QVTest::RawServer broken([](auto&) {});
+  for (const auto& [stored, asked, answered, posts, countsAsDownload] : cases) {
+    SCOPED_TRACE(testing::Message() << stored << ' ' << answered);
+    QVUserDefaults::saveInfoToUserDefaultsForLabel(stored, lastDownload);
+    status = answered;
+    const auto& url = answered == 0 ? broken.url() : server.url();
+    EXPECT_EQ(outcomeOf(requestTo(url, kConfigurationAnswer)), posts);
+    if (answered != 0) {
+      EXPECT_EQ(server.requests().back().field("If-Modified-Since"), asked);
+    }
+    const String after = QVUserDefaults::retrieveInfoFromUserDefaults(lastDownload).string();
+    EXPECT_EQ(Value(after).longLongValue() > 1'700'000'000, countsAsDownload);
+    EXPECT_EQ(after == String(stored), !countsAsDownload);
   }
+  status = 304;  // without a condition an answer like any other
+  EXPECT_THAT(outcomeOf(requestTo(server.url())), ElementsAre(kSent, kAnswer));
+  EXPECT_EQ(recorder.heard().back().userInfo().get("content"), Value(""));
+  EXPECT_EQ(server.requests().back().field("If-Modified-Since"), "");
 }
 
 }  // namespace

@@ -148,11 +148,7 @@ TEST(URLConnectionReuse, ParentAndChildOfAForkShareNoConnection) {
   if (!kChildrenMayGoOn) GTEST_SKIP() << "no child may go on under a sanitizer";
   HTTPServer server;
   EXPECT_EQ(get(server.url("/parent")).body, Data("ok"));
-  const pid_t child = fork();
-  if (child == 0) _exit(get(server.url("/child")).body == Data("ok") ? 0 : 1);
-  int status = -1;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(runInChild([&] { return get(server.url("/child")).body == Data("ok") ? 0 : 1; }), 0);
   EXPECT_EQ(get(server.url("/parent")).body, Data("ok"));
   std::map<std::string, std::set<int>> ports;
   for (const auto& request : server.requests()) ports[request.target].insert(request.clientPort);

@@ -6,36 +6,25 @@
 
 namespace {
 
-void trust(const Certificate& certificate) {
-  ASSERT_EQ(setenv("SSL_CERT_FILE", certificate.file().c_str(), 1), 0);
-}
-
-TEST(URLConnectionTLS, RefusesACertificateThatNobodyVouchesFor) {
-  const Certificate certificate;
-  HTTPServer server(certificate.file(), certificate.keyFile());
-  const Exchange exchange = get(server.url());
-  EXPECT_TRUE(exchange.body.isNull());
-  EXPECT_EQ(exchange.response, nullptr);
-  EXPECT_EQ(exchange.code(), URLErrorCode::secureConnectionFailed);
-  EXPECT_TRUE(server.requests().empty());
-}
-
-TEST(URLConnectionTLS, RefusesACertificateOfAnotherHost) {
-  const Certificate certificate("DNS:example.org");
-  HTTPServer server(certificate.file(), certificate.keyFile());
-  trust(certificate);
-  EXPECT_EQ(get(server.url()).code(), URLErrorCode::secureConnectionFailed);
-  EXPECT_TRUE(server.requests().empty());
-}
-
-TEST(URLConnectionTLS, TrustsTheCertificatesOfTheEnvironmentAndKeepsConnectionsOpen) {
-  const Certificate certificate;
-  HTTPServer server(certificate.file(), certificate.keyFile());
-  trust(certificate);
-  for (int i = 0; i < 5; ++i) EXPECT_EQ(get(server.url()).body, Data("ok"));
-  std::set<int> ports;
-  for (const auto& request : server.requests()) ports.insert(request.clientPort);
-  EXPECT_EQ(ports.size(), 1U);
+TEST(URLConnectionTLS, TrustsTheCertificatesOfTheEnvironmentForTheirHostAlone) {
+  const struct {
+    const char* subject;
+    bool isTrusted;
+    URLErrorCode code;
+  } cases[] = {{"IP:127.0.0.1", false, URLErrorCode::secureConnectionFailed},
+               {"DNS:example.org", true, URLErrorCode::secureConnectionFailed},
+               {"IP:127.0.0.1", true, {}}};
+  for (const auto& [subject, isTrusted, code] : cases) {
+    const Certificate certificate(subject);
+    if (isTrusted) setenv("SSL_CERT_FILE", certificate.file().c_str(), 1);
+    // In a process of its own, which looks into the environment before its first transfer.
+    const int status = runInChild([&, &expected = code] {
+      HTTPServer server(certificate.file(), certificate.keyFile());
+      const bool isExpected = get(server.url()).code() == expected;
+      return isExpected && server.requests().empty() == (expected != URLErrorCode{}) ? 0 : 1;
+    });
+    EXPECT_EQ(status, 0) << subject << isTrusted;
+  }
 }
 
 /// The server ends and resets the connection at once; the first message of TLS, which takes the

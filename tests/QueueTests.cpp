@@ -2,6 +2,30 @@
 
 namespace {
 
+/// Whether no signal can reach the calling thread, but those that cannot be blocked.
+bool blocksAllSignals() {
+  sigset_t blocked;
+  if (pthread_sigmask(SIG_SETMASK, nullptr, &blocked) != 0) return false;
+  const auto isBlocked = [&](int number) { return sigismember(&blocked, number) == 1; };
+  for (int number = 1; number < 32; ++number) {
+    if (number != SIGKILL && number != SIGSTOP && !isBlocked(number)) return false;
+  }
+  return isBlocked(SIGRTMIN) && isBlocked(SIGRTMAX);
+}
+
+std::size_t threadCount() {
+  const std::filesystem::directory_iterator threads("/proc/self/task");
+  return static_cast<std::size_t>(std::distance(begin(threads), end(threads)));
+}
+
+bool threadCountComesTo(std::size_t count) {
+  const auto deadline = std::chrono::steady_clock::now() + 10s;
+  while (threadCount() != count && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::yield();
+  }
+  return threadCount() == count;
+}
+
 class BlockOperation : public Operation {
  public:
   explicit BlockOperation(std::function<void()> block) : block_(std::move(block)) {}
@@ -24,11 +48,12 @@ void drain(OperationQueue& queue) {
 
 const auto kAny = [](const Operation&) { return true; };
 
-TEST(OperationQueue, RunsOneAfterTheOtherInOrder) {
+TEST(OperationQueue, RunsOneAfterTheOtherInOrderAlsoAfterOneThatThrows) {
   OperationQueue queue;
   std::vector<int> order;
   std::atomic<int> running = 0;
   std::atomic<int> most = 0;
+  queue.addOperation(operation([] { throw 1; }));
   for (int i = 0; i < 100; ++i) {
     queue.addOperation(operation([&, i] {
       most = std::max(most.load(), ++running);
@@ -40,30 +65,14 @@ TEST(OperationQueue, RunsOneAfterTheOtherInOrder) {
   EXPECT_EQ(order.size(), 100U);
   EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
   EXPECT_EQ(most, 1);
+  EXPECT_FALSE(queue.isSuspended());
 }
 
-TEST(OperationQueue, StartsNothingWhileSuspendedAndListsWhatWaits) {
-  const auto queue = std::make_shared<OperationQueue>();
-  std::atomic<int> runs = 0;
-  queue->setSuspended(true);
-  const auto first = operation([&runs] { ++runs; });
-  const auto second = operation([&runs] { ++runs; });
-  queue->addOperation(first);
-  queue->addOperation(second);
-  queue->addOperation(nullptr);
-  EXPECT_THAT(queue->operations(), ElementsAre(first, second));
-  EXPECT_EQ(queue->operationAtIndex(1), second);
-  EXPECT_EQ(queue->operationAtIndex(2), nullptr);
-  EXPECT_EQ(runs, 0);
-  queue->setSuspended(false);
-  drain(*queue);
-  EXPECT_EQ(runs, 2);
-}
-
-TEST(OperationQueue, LetsARunningOperationGoOnWhenSuspendedAndListsItFirst) {
+TEST(OperationQueue, StartsNothingWhileSuspendedAndListsWhatRunsAndWhatWaits) {
   OperationQueue queue;
   std::promise<void> started;
   std::promise<void> mayEnd;
+  std::atomic<int> runs = 0;
   const auto running = operation([&] {
     started.set_value();
     mayEnd.get_future().wait();
@@ -71,40 +80,42 @@ TEST(OperationQueue, LetsARunningOperationGoOnWhenSuspendedAndListsItFirst) {
   queue.addOperation(running);
   started.get_future().wait();
   queue.setSuspended(true);
-  const auto waiting = operation();
-  queue.addOperation(waiting);
-  EXPECT_THAT(queue.operations(), ElementsAre(running, waiting));
+  const auto first = operation([&runs] { ++runs; });
+  const auto second = operation([&runs] { ++runs; });
+  queue.addOperation(first);
+  queue.addOperation(second);
+  EXPECT_FALSE(queue.addOperation(nullptr));
+  EXPECT_THAT(queue.operations(), ElementsAre(running, first, second));
+  EXPECT_EQ(queue.operationAtIndex(0), running);
+  EXPECT_EQ(queue.operationAtIndex(2), second);
+  EXPECT_EQ(queue.operationAtIndex(3), nullptr);
   mayEnd.set_value();
-  while (queue.operationCount() != 1) std::this_thread::yield();
-  EXPECT_THAT(queue.operations(), ElementsAre(waiting));
+  while (queue.operationCount() != 2) std::this_thread::yield();
+  EXPECT_THAT(queue.operations(), ElementsAre(first, second));
+  EXPECT_EQ(runs, 0);
+  queue.setSuspended(false);
+  drain(queue);
+  EXPECT_EQ(runs, 2);
 }
 
 TEST(OperationQueue, KeepsCancelledOperationsInTheListAndDoesNotRunThem) {
   OperationQueue queue;
   std::atomic<int> runs = 0;
   queue.setSuspended(true);
+  const auto held = operation([&runs] { runs += 10; });
   const auto kept = operation([&runs] { ++runs; });
   queue.addOperation(operation([&runs] { runs += 100; }));
-  queue.addOperation(kept);
+  queue.addOperation(held);
   queue.operations().front()->cancel();
-  EXPECT_EQ(queue.operationCount(), 2U);
+  held->cancel();
+  queue.addOperation(kept);
+  EXPECT_EQ(queue.operationCount(), 3U);
   EXPECT_EQ(queue.firstOperationPassingTest(kAny), kept);
   EXPECT_TRUE(queue.operations().front()->isCancelled());
-  EXPECT_TRUE(queue.operationAtIndex(0)->isCancelled());
-  EXPECT_EQ(queue.operationAtIndex(1), kept);
+  EXPECT_EQ(queue.operations()[1], held);
   queue.setSuspended(false);
   drain(queue);
   EXPECT_EQ(runs, 1);
-}
-
-TEST(OperationQueue, KeepsTheIdentityOfACancelledOperationThatSomebodyHolds) {
-  OperationQueue queue;
-  queue.setSuspended(true);
-  const auto held = operation();
-  queue.addOperation(held);
-  queue.cancelAllOperations();
-  queue.addOperation(operation());
-  EXPECT_EQ(queue.operations().front(), held);
 }
 
 // What a cancelled operation held is gone although it still counts; one of them stands for all.
@@ -189,31 +200,106 @@ TEST(OperationQueue, DropsARunOfCancelledOperationsAsOneChange) {
   EXPECT_THAT(watcher->counts, Each(::testing::Lt(2)));  // from three to none at once
 }
 
-TEST(OperationQueue, GoesOnAfterAnOperationThatThrows) {
-  OperationQueue queue;
-  queue.addOperation(operation([] { throw 1; }));
-  drain(queue);
-  EXPECT_FALSE(queue.isSuspended());
-}
-
-TEST(OperationQueue, CanBeDestroyedWhileItRunsAnOperation) {
+TEST(OperationQueue, CanBeDestroyedWhileItRunsAnOperationAndThenItsThreadEnds) {
+  const std::size_t before = threadCount();
   std::promise<void> started;
   std::promise<void> mayEnd;
-  std::promise<void> ended;
+  std::promise<bool> ended;
   auto queue = std::make_unique<OperationQueue>();
   auto waiting = operation();
   const std::weak_ptr<Operation> dropped = waiting;
+  EXPECT_EQ(threadCount(), before);
   queue->addOperation(operation([&] {
     started.set_value();
     mayEnd.get_future().wait();
-    ended.set_value();
+    ended.set_value(blocksAllSignals());
   }));
   queue->addOperation(std::move(waiting));
   started.get_future().wait();
   queue.reset();
   EXPECT_TRUE(dropped.expired());
   mayEnd.set_value();
-  ended.get_future().wait();
+  EXPECT_TRUE(ended.get_future().get());
+  EXPECT_TRUE(threadCountComesTo(before));
+}
+
+TEST(MainQueue, RunsBlocksOnTheMainThreadInOrderUntilStopped) {
+  auto& queue = MainQueue::mainQueue();
+  std::vector<int> order;
+  const auto add = [&](int number) {
+    EXPECT_TRUE(MainQueue::isMainThread());
+    order.push_back(number);
+  };
+  queue.async([&] { add(1); });
+  queue.stop();
+  queue.run();  // which the stop before ends
+  EXPECT_THAT(order, IsEmpty());
+  std::thread other([&] {
+    EXPECT_FALSE(MainQueue::isMainThread());
+    queue.async([&] {
+      add(2);
+      throw 2;
+    });
+    EXPECT_TRUE(queue.sync([&] {
+      add(3);
+      throw std::runtime_error("3");
+    }));
+    EXPECT_THAT(order, ElementsAre(1, 2, 3));
+    queue.async([&] {
+      queue.stop();
+      queue.async([&] { add(6); });
+      queue.sync([&] { add(4); });  // at once on this thread
+      add(5);
+    });
+  });
+  queue.run();
+  other.join();
+  EXPECT_THAT(order, ElementsAre(1, 2, 3, 4, 5));
+  queue.drain();
+  EXPECT_THAT(order, ElementsAre(1, 2, 3, 4, 5, 6));
+  std::thread([&] { queue.stop(); }).join();
+  queue.run();
+}
+
+TEST(MainQueue, ShowsByItsDescriptorWhetherBlocksWait) {
+  auto& queue = MainQueue::mainQueue();
+  int runs = 0;
+  queue.async([&] { ++runs; });
+  pollfd waiting{queue.fileDescriptor(), POLLIN, 0};
+  EXPECT_EQ(poll(&waiting, 1, 0), 1);
+  queue.async([&] { queue.async([&] { ++runs; }); });
+  queue.drain();  // not what these hand in
+  EXPECT_EQ(runs, 1);
+  EXPECT_EQ(poll(&waiting, 1, 0), 1);
+  queue.drain();
+  EXPECT_EQ(runs, 2);
+  EXPECT_EQ(poll(&waiting, 1, 0), 0);
+}
+
+TEST(SerialQueue, RunsBlocksInOrderOnOneThreadThatGoesWithTheQueue) {
+  const std::size_t before = threadCount();
+  std::vector<std::size_t> order;
+  std::set<std::thread::id> threads;
+  std::promise<void> reached;
+  {
+    SerialQueue queue("test");
+    EXPECT_EQ(threadCount(), before);
+    for (std::size_t i = 0; i < 100; ++i) {
+      queue.async([&, i] {
+        order.push_back(i);
+        threads.insert(std::this_thread::get_id());
+        EXPECT_TRUE(blocksAllSignals());
+        if (i == 0) throw i;
+      });
+    }
+    queue.async([&] { reached.set_value(); });
+  }
+  reached.get_future().wait();  // what waits when the queue is destroyed still runs
+  EXPECT_TRUE(threadCountComesTo(before));
+  EXPECT_THAT(order, SizeIs(100));
+  EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+  EXPECT_THAT(threads, SizeIs(1));
+  EXPECT_FALSE(threads.contains(std::this_thread::get_id()));
 }
 
 }  // namespace
