@@ -127,45 +127,52 @@ TEST(QVEventBus, KeepsAnOwnerDuringDeliveryWheneverItBecameTheParent) {
   EXPECT_THAT(events, ElementsAre("not held", "held", "end"));
 }
 
-// Owners come and go while another thread posts. No delivery is under way when setParent() has
-// returned, though somebody keeps the listener; the sanitizers judge what else it touches.
-TEST(QVEventBus, IsSafeWhileOwnersAreDestroyedOnOtherThreads) {
-  struct Counts {
-    std::atomic<int> delivered = 0, late = 0;
-  } counts;
-  class Owner : public IQVEventListenerDelegate {
-   public:
-    explicit Owner(Counts& itsCounts) : counts_(itsCounts) { listener->setParent(this); }
-    ~Owner() override {
-      listener->setParent(nullptr);
-      isGone_ = true;
-    }
-    void changeNotificationCenter(const std::shared_ptr<NotificationCenter>&) override {}
-    void onNotificationReceived(const Notification&) override {
-      ++counts_.delivered;
-      std::this_thread::yield();
-      if (isGone_) ++counts_.late;
-    }
-
-    std::shared_ptr<QVEventListener> listener = std::make_shared<QVEventListener>()->init();
-
-   private:
-    Counts& counts_;
-    std::atomic<bool> isGone_{false};
+/// Goes while another thread is in its handler.
+class LeavingOwner : public IQVEventListenerDelegate {
+ public:
+  struct Course {
+    std::atomic<bool> isEntered, isLeaving, isGone, isLate;
   };
+
+  explicit LeavingOwner(Course& course) : course_(course) {
+    listener->setParent(this);
+    listener->listen("n");
+  }
+  ~LeavingOwner() override {
+    while (!course_.isEntered) std::this_thread::yield();
+    course_.isLeaving = true;
+    listener->setParent(nullptr);
+    course_.isGone = true;
+  }
+  void changeNotificationCenter(const std::shared_ptr<NotificationCenter>&) override {}
+  void onNotificationReceived(const Notification&) override {
+    Course& course = course_;
+    course.isEntered = true;
+    while (!course.isLeaving) std::this_thread::yield();
+    for (int i = 0; i < 20; ++i) std::this_thread::yield();
+    if (course.isGone) course.isLate = true;
+  }
+
+  std::shared_ptr<QVEventListener> listener = std::make_shared<QVEventListener>()->init();
+
+ private:
+  Course& course_;
+};
+
+TEST(QVEventBus, LetsNoOwnerGoWhileAnotherThreadIsInItsHandler) {
+  std::array<LeavingOwner::Course, 50> courses{};
   std::atomic<bool> isOver = false;
   std::thread poster([&] {
     while (!isOver) NotificationCenter::defaultCenter()->postNotification(Notification("n"));
   });
-  while (counts.delivered < 500) {
+  for (auto& course : courses) {
     std::shared_ptr<QVEventListener> keptLongerThanItsOwner;
-    Owner owner(counts);
-    owner.listener->listen("n");
+    LeavingOwner owner(course);
     keptLongerThanItsOwner = owner.listener;
   }
   isOver = true;
   poster.join();
-  EXPECT_EQ(counts.late, 0);
+  for (const auto& course : courses) EXPECT_FALSE(course.isLate);
 }
 
 }  // namespace

@@ -40,6 +40,10 @@ class ChildProcess {
     }
     return true;
   }
+  /// The first line that it says; empty if it ends before.
+  std::string firstLine() {
+    return waitForOutput("\n") ? printed_.substr(0, printed_.find('\n')) : std::string();
+  }
   /// What has been read so far.
   const std::string& printed() const { return printed_; }
   void signal(int number) const { kill(process_, number); }

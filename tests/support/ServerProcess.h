@@ -16,16 +16,16 @@ class ServerProcess {
           const HTTPServer server(arguments...);
           dprintf(output, "%s\n", server.url().c_str());
           for (;;) pause();
-        }) {
-    if (!process_.waitForOutput("\n")) throw std::runtime_error("no server");
-    url_ = process_.printed().substr(0, process_.printed().find('\n'));
+        }),
+        url_(process_.firstLine()) {
+    if (url_.empty()) throw std::runtime_error("no server");
   }
 
   const std::string& url() const { return url_; }
 
  private:
   ChildProcess process_;
-  std::string url_;
+  const std::string url_;
 };
 
 }  // namespace QVTest

@@ -9,8 +9,8 @@ namespace QVTest {
 /// A display for this process, in memory: an X server that lives as long as this object.
 class XServer {
  public:
-  XServer() : isRunning_(process_.waitForOutput("\n")) {
-    if (isRunning_) setenv("DISPLAY", (":" + process_.printed()).c_str(), 1);
+  XServer() {
+    if (isRunning()) setenv("DISPLAY", (":" + number_).c_str(), 1);
   }
   /// The server, told to end, removes its lock and its socket.
   ~XServer() {
@@ -20,7 +20,7 @@ class XServer {
   XServer(const XServer&) = delete;
   XServer& operator=(const XServer&) = delete;
 
-  bool isRunning() const { return isRunning_; }
+  bool isRunning() const { return !number_.empty(); }
 
  private:
   static int run(int output) {
@@ -33,7 +33,7 @@ class XServer {
   }
 
   ChildProcess process_{run};
-  const bool isRunning_;
+  const std::string number_ = process_.firstLine();
 };
 
 }  // namespace QVTest
