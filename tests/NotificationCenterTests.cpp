@@ -125,7 +125,7 @@ TEST_F(NotificationCenterTest, IsSafeWhileObserversComeAndGoOnOtherThreads) {
       while (!isOver) post("n");
     });
   }
-  while (delivered < 500) {
+  for (int round = 0; round < 500 || delivered == 0; ++round) {
     const auto isRemoved = std::make_unique<std::atomic<bool>>(false);
     center.addObserver(
         isRemoved.get(),
