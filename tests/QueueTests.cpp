@@ -220,6 +220,11 @@ TEST(OperationQueue, CanBeDestroyedWhileItRunsAnOperationAndThenItsThreadEnds) {
   EXPECT_TRUE(dropped.expired());
   mayEnd.set_value();
   EXPECT_TRUE(ended.get_future().get());
+  for (int i = 0; i < 20; ++i) {  // with nothing to do
+    OperationQueue idle;
+    drain(idle);
+    while (idle.operationCount() > 0) std::this_thread::yield();
+  }
   EXPECT_TRUE(threadCountComesTo(before));
 }
 
