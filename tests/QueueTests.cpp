@@ -299,7 +299,14 @@ TEST(SerialQueue, RunsBlocksInOrderOnOneThreadThatGoesWithTheQueue) {
     }
     queue.async([&] { reached.set_value(); });
   }
-  reached.get_future().wait();  // what waits when the queue is destroyed still runs
+  reached.get_future().wait();    // what waits when the queue is destroyed still runs
+  for (int i = 0; i < 20; ++i) {  // with nothing to do
+    std::promise<void> idle;
+    SerialQueue queue("test");
+    queue.async([&] { idle.set_value(); });
+    idle.get_future().wait();
+    for (int yields = 0; yields < 10; ++yields) std::this_thread::yield();
+  }
   EXPECT_TRUE(threadCountComesTo(before));
   EXPECT_THAT(order, SizeIs(100));
   EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
