@@ -1,4 +1,3 @@
-#include "tests/support/Certificate.h"
 #include "tests/support/CoreTest.h"
 #include "tests/support/ServerProcess.h"
 #include "tests/support/Test.h"
@@ -28,9 +27,7 @@ namespace {
 }
 
 TEST(QVCoreExit, MayComeAtAnyMomentWhileHitsAreUnderWay) {
-  const QVTest::Certificate certificate;
-  const QVTest::ServerProcess server(certificate.file(), certificate.keyFile());
-  ASSERT_EQ(setenv("SSL_CERT_FILE", certificate.file().c_str(), 1), 0);
+  const QVTest::ServerProcess server;
   const QVTest::TemporaryDirectory container;
   std::mt19937 random(20210803);
   std::uniform_int_distribution<int> microseconds(0, 20'000);
