@@ -15,18 +15,7 @@ class QVConfigurationFileTest : public QVTest::ConfigurationTest {
   }
 };
 
-TEST_F(QVConfigurationFileTest, IsBareUntilItHasAnIdentity) {
-  const QVConfigurationFile file;
-  EXPECT_TRUE(file.offlineName().isNull() && file.sharedName().isNull());
-  EXPECT_TRUE(file.baseURL().isNull() && file.versionPath().isNull());
-  EXPECT_EQ(file.siteID() + file.fileID() + file.version(), 0);
-  EXPECT_EQ(file.senderDelegate(), nullptr);
-  EXPECT_EQ(file.listenerDelegate(), nullptr);
-  EXPECT_TRUE(file.getFullJSON().isNull());
-}
-
 TEST_F(QVConfigurationFileTest, TakesItsNamesFromItsIdentity) {
-  QVConfigurationFile::setConfigurationHost("cdn.example:8443");
   struct Case {
     std::function<void(QVConfigurationFile&)> identify;
     std::int32_t site;
@@ -34,13 +23,21 @@ TEST_F(QVConfigurationFileTest, TakesItsNamesFromItsIdentity) {
     String versionPath;
     String url;
   };
+  const auto shortest = [](auto& file) { file.setSiteIDFileIDAndFileName(7, 8, "n"); };
   const Case cases[] = {
-      {[](auto& file) { file.setSiteIDFileIDAndFileName(7, 8, "n"); }, 7, 8, nullptr,
-       "https://cdn.example:8443/mobile/7/8/n.json"},
-      {[](auto& file) { file.setSiteIDFileIDFileNameAndVersionPath(-1, 2147483647, "n", "a/b"); },
+      {shortest, 7, 8, nullptr, "https://configuration.example.invalid/mobile/7/8/n.json"},
+      {[](auto& file) {
+         QVConfigurationFile::setConfigurationHost("cdn.example:8443");
+         file.setSiteIDFileIDFileNameAndVersionPath(-1, 2147483647, "n", "a/b");
+       },
        -1, 2147483647, "a/b", "https://cdn.example:8443/mobile/-1/2147483647/n.json"},
       {[](auto& file) { file.setFilenameVersionPathAndURL("n", "a", nullptr); }, 0, 0, "a",
        "https://cdn.example:8443/mobile/0/0/n.json"},
+      {[&](auto& file) {
+         QVConfigurationFile::setConfigurationHost(nullptr);
+         shortest(file);
+       },
+       7, 8, nullptr, "https://configuration.example.invalid/mobile/7/8/n.json"},
       {[](auto& file) { file.setFilenameVersionPathAndURL("n", nullptr, "any text"); }, 0, 0,
        nullptr, "any text"},
       {[](auto& file) {
@@ -57,22 +54,7 @@ TEST_F(QVConfigurationFileTest, TakesItsNamesFromItsIdentity) {
     EXPECT_EQ(file->versionPath(), versionPath) << url.view();
     EXPECT_EQ(file->offlineName(), String("n"));
     EXPECT_EQ(file->sharedName(), String("configuration_n"));
-    EXPECT_EQ(file->senderDelegate()->parent(), file.get());
-    EXPECT_EQ(file->listenerDelegate()->parent(), file.get());
   }
-}
-
-TEST_F(QVConfigurationFileTest, UsesAPlaceholderAsHostUntilTheApplicationNamesOne) {
-  const auto url = [] {
-    const auto file = std::make_shared<QVConfigurationFile>();
-    file->setSiteIDFileIDAndFileName(1, 2, "n");
-    return file->baseURL();
-  };
-  EXPECT_EQ(url(), String("https://configuration.example.invalid/mobile/1/2/n.json"));
-  QVConfigurationFile::setConfigurationHost("cdn.example");
-  EXPECT_EQ(url(), String("https://cdn.example/mobile/1/2/n.json"));
-  QVConfigurationFile::setConfigurationHost(nullptr);
-  EXPECT_EQ(url(), String("https://configuration.example.invalid/mobile/1/2/n.json"));
 }
 
 TEST_F(QVConfigurationFileTest, WalksPathsInTheOfflineCopyAndInValuesAlike) {
@@ -89,7 +71,6 @@ TEST_F(QVConfigurationFileTest, WalksPathsInTheOfflineCopyAndInValuesAlike) {
       {"a/b", 1, {}},
       {"b", 9, {}},
       {"a/o", Dictionary{{"z", Array{1}}}, {}},
-      {"a/o/z", Array{1}, {}},
       {"a/n", null, {}},
       {"a ", false, {}},
       {"", "empty", {}},
@@ -106,7 +87,6 @@ TEST_F(QVConfigurationFileTest, WalksPathsInTheOfflineCopyAndInValuesAlike) {
       // The last key decides.
       {"a/x", "0", {"x"}},
       {"a/b/", "0", {""}},
-      {"A/B", "0", {"A", "B"}},
       {nullptr, "0", {}},
   };
   save("n", text);
@@ -126,70 +106,39 @@ TEST_F(QVConfigurationFileTest, WalksPathsInTheOfflineCopyAndInValuesAlike) {
 }
 
 TEST_F(QVConfigurationFileTest, ReadsVersionsAsIntegers) {
-  const struct {
-    const char* leaf;
-    std::int32_t version;
-  } cases[] = {
-      {"3", 3},
-      {"-4", -4},
-      {"2.9", 2},
-      {"-2.9", -2},
-      {"1e3", 1000},
-      {"4294967301", 5},
-      {"-1e300", -2147483647 - 1},
-      {"99999999999999999999999999", 2147483647},
-      {"\"12\"", 12},
-      {"\" 12 apples\"", 12},
-      {"\"-7\"", -7},
-      {"\"3.9\"", 3},
-      {"\"v3\"", 0},
-      {"\"\"", 0},
-      {"true", 1},
-      {"false", 0},
-      {"null", 0},
-      {"[3]", 0},
-      {"{\"v\": 3}", 0},
-  };
-  const auto file = bareFile("n", "in/v");
-  for (const auto& [leaf, version] : cases) {
-    const Value json =
-        file->getJSONDictionaryFromString(String("{\"in\": {\"v\": ") + String(leaf) + "}}");
-    EXPECT_FALSE(json.isNil()) << leaf;
-    EXPECT_EQ(file->getVersionFromJSONObject(json), version) << leaf;
-  }
-  EXPECT_EQ(file->getVersionFromJSONObject(nullptr), 0);
-  EXPECT_EQ(bareFile("n")->getVersionFromJSONObject(Dictionary{{"", 5}}), 0) << "no path";
+  const Dictionary json{{"in", Dictionary{{"v", " 12 apples"}, {"n", -2.9}}}, {"", 5}};
+  EXPECT_EQ(bareFile("n", "in/v")->getVersionFromJSONObject(json), 12);
+  EXPECT_EQ(bareFile("n", "in/n")->getVersionFromJSONObject(json), -2);
+  EXPECT_EQ(bareFile("n", "in/x")->getVersionFromJSONObject(json), 0);
+  EXPECT_EQ(bareFile("n", "in")->getVersionFromJSONObject(nullptr), 0);
+  EXPECT_EQ(bareFile("n")->getVersionFromJSONObject(json), 0) << "no path";
 }
 
-TEST_F(QVConfigurationFileTest, LogsWhyThereAreNoValues) {
+TEST_F(QVConfigurationFileTest, LogsWhyThereAreNoValuesInItsOwnCopyOnly) {
   const auto file = bareFile("n");
-  const auto readDictionary = [&] { EXPECT_TRUE(file->getJSONDictionary().isNil()); };
+  Value read;
+  const auto readDictionary = [&] { read = file->getJSONDictionary(); };
   const auto readLeaf = [&] { EXPECT_EQ(file->getJsonLeafFromPath("a/b"), Value("0")); };
+  const auto readGiven = [&](const String& text) {
+    return printed([&] { read = file->getJSONDictionaryFromString(text); });
+  };
   for (const String& text : {String(), String("")}) {
     save("n", text);
     EXPECT_EQ(printed(readDictionary), "Error configuration is empty : n\n");
     EXPECT_EQ(printed(readLeaf), "Error configuration is empty : n\n" + missing({"a", "b"}));
+    EXPECT_EQ(readGiven(text),
+              "Error configuration is empty : "s + (text.isNull() ? "(null)\n" : "\n"));
   }
-  for (const char* text : {"{", "7", " "}) {
+  for (const char* text : {"{", "7"}) {
     save("n", text);
     const char* const start = "Error parsing dictionnary from configuration : n with error: ";
     EXPECT_THAT(printed(readDictionary), StartsWith(start));
     EXPECT_THAT(printed(readLeaf), AllOf(StartsWith(start), HasSubstr(missing({"a", "b"}))));
+    EXPECT_EQ(readGiven(text), "");
+    EXPECT_TRUE(read.isNil());
   }
-}
-
-TEST_F(QVConfigurationFileTest, ReadsAnyTextAndIsSilentAboutABrokenOne) {
-  const auto file = bareFile("n");
-  Value read;
-  const auto readText = [&](const String& text) {
-    return printed([&] { read = file->getJSONDictionaryFromString(text); });
-  };
-  EXPECT_EQ(readText(R"([{"a": 1}])"), "");
+  EXPECT_EQ(readGiven(R"([{"a": 1}])"), "");
   EXPECT_EQ(read, Value(Array{Dictionary{{"a", 1}}}));
-  EXPECT_EQ(readText("{"), "");
-  EXPECT_TRUE(read.isNil());
-  EXPECT_EQ(readText(""), "Error configuration is empty : \n");
-  EXPECT_EQ(readText(nullptr), "Error configuration is empty : (null)\n");
 }
 
 TEST_F(QVConfigurationFileTest, SeedsTheOfflineCopyFromTheShippedText) {
@@ -200,8 +149,9 @@ TEST_F(QVConfigurationFileTest, SeedsTheOfflineCopyFromTheShippedText) {
     String shipped;
     String expected;
   } cases[] = {
-      {nullptr, older, older}, {"", older, older},  {older, newer, newer},   {newer, older, newer},
-      {older, "{", older},     {nullptr, "{", "{"}, {older, nullptr, older}, {nullptr, "", ""},
+      {nullptr, older, older}, {"", older, older},  {older, newer, newer},
+      {newer, older, newer},   {older, "{", older}, {nullptr, "{", "{"},
+      {older, nullptr, older}, {nullptr, "", ""},   {nullptr, nullptr, nullptr},
   };
   int number = 0;
   for (const auto& [before, shipped, expected] : cases) {
@@ -211,25 +161,6 @@ TEST_F(QVConfigurationFileTest, SeedsTheOfflineCopyFromTheShippedText) {
     bareFile(name, "v")->preSaveOfflineJSON();
     EXPECT_EQ(saved(name), expected) << number;
   }
-}
-
-TEST_F(QVConfigurationFileTest, SaysWhenThereIsNeitherAnOfflineCopyNorAShippedText) {
-  const auto file = bareFile("n");
-  EXPECT_THAT(printed([&] { file->preSaveOfflineJSON(); }),
-              StartsWith("Couldn't find configuration n in assets: "));
-  EXPECT_TRUE(saved("n").isNull());
-  QVDebug::setDebugLevel(3);
-  EXPECT_EQ(printed([&] { file->preSaveOfflineJSON(); }), "") << "the line is of level 2";
-}
-
-TEST_F(QVConfigurationFileTest, TakesTheShippedTextFromItsOwnBundle) {
-  ship("n", R"({"from": "main"})");
-  std::filesystem::create_directory(resources() / "module");
-  write(resources() / "module" / "n.json", R"({"from": "module"})");
-  const auto file = bareFile("n");
-  file->setBundle(std::make_shared<Bundle>((resources() / "module").string()));
-  file->preSaveOfflineJSON();
-  EXPECT_EQ(file->getJsonLeafFromPath("from"), Value("module"));
 }
 
 TEST_F(QVConfigurationFileTest, AsksForItselfWithAMarkerForTheConsentQueue) {
@@ -263,28 +194,16 @@ TEST_F(QVConfigurationFileTest, RegistersItselfThenTheManagerThenTheLogger) {
             "QVNotification: Configuration changedn | ((null))\n");
 }
 
-TEST_F(QVConfigurationFileTest, RegistersTheManagerAndTheLoggerOnceMoreWithEachIdentity) {
+TEST_F(QVConfigurationFileTest, RegistersTheManagerOnceMoreWithEachIdentityAndItselfAnew) {
+  save("n", "{}");
   const auto file = std::make_shared<QVConfigurationFile>();
-  const auto identify = [&] { file->setFilenameVersionPathAndURL("n", "v", "http://127.0.0.1/n"); };
-  const auto manager = QVNetworkManager::sharedInstance();
-  identify();
-  const auto firstSender = file->senderDelegate();
-  const auto firstListener = file->listenerDelegate();
-  identify();
-  EXPECT_NE(file->senderDelegate(), firstSender);
-  EXPECT_NE(file->listenerDelegate(), firstListener);
-  EXPECT_EQ(manager->nextRequestID(), 3U) << "one request, and then one for each registration";
-}
-
-TEST_F(QVConfigurationFileTest, MovesSenderAndListenerToAnotherCenter) {
-  const auto file = std::make_shared<QVConfigurationFile>();
-  const auto center = std::make_shared<NotificationCenter>();
-  file->changeNotificationCenter(center);
-  file->setFilenameVersionPathAndURL("n", "v", "http://127.0.0.1/n");
-  EXPECT_EQ(file->senderDelegate()->notificationCenter(), NotificationCenter::defaultCenter());
-  file->changeNotificationCenter(center);
-  EXPECT_EQ(file->senderDelegate()->notificationCenter(), center);
-  EXPECT_EQ(file->listenerDelegate()->notificationCenter(), center);
+  for (int i = 0; i < 2; ++i) file->setFilenameVersionPathAndURL("n", "v", "http://127.0.0.1/n");
+  EXPECT_EQ(QVNetworkManager::sharedInstance()->nextRequestID(), 3U);
+  EXPECT_EQ(printed([] {
+              post(kQVNotification_ConfigurationResponse + String("n"), {{"content", "[]"}});
+            }),
+            missing({"v", "v"}))
+      << "it compares the texts once";
 }
 
 }  // namespace

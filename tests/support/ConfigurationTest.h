@@ -49,32 +49,27 @@ class ConfigurationTest : public CoreTest {
   }
 };
 
-/// A specialised configuration whose hook remembers what it was called with, and may throw then.
+/// A specialised configuration whose hook remembers what it was called with and what the file held
+/// then, and may throw.
 class SpecialisedFile : public QVConfigurationFile {
  public:
   struct Update {
     QVPlatform::String oldText;
     QVPlatform::String newText;
+    QVPlatform::String savedText;
+    std::int32_t version;
     bool operator==(const Update&) const = default;
   };
 
   bool specificUpdateAnd(const QVPlatform::String& oldText,
                          const QVPlatform::String& newText) override {
-    const std::lock_guard lock(mutex_);
-    updates_.push_back({oldText, newText});
+    updates.push_back({oldText, newText, getFullJSON(), version()});
     if (isThrowing) throw std::runtime_error("the hook");
     return true;
   }
-  std::vector<Update> updates() const {
-    const std::lock_guard lock(mutex_);
-    return updates_;
-  }
 
+  std::vector<Update> updates;
   bool isThrowing = false;
-
- private:
-  mutable std::mutex mutex_;
-  std::vector<Update> updates_;
 };
 
 }  // namespace QVTest
