@@ -34,35 +34,36 @@ TEST_F(QVCoreVariablesTest, DerivesTheIdentifiersInOrderAndReadsTheAdvertisingOn
   struct Case {
     SystemVersion system;
     String advertising;
-    bool isStored;
+    String vendor;
+    std::vector<std::string> names;
     bool isNormalized;
   };
   const String real = "6D92078A-8246-4BA4-AE5B-76104861E7DC";
   const String limited = "00000000-0000-0000-0000-000000000000";
+  const std::string idfa = "#QV_IDFA#", idfv = "#QV_IDFV#";
+  const std::string sdk = "#QV_SDK_ID#", normalized = "#QV_NORMALIZED_ID#";
   const Case cases[] = {
-      {{13, 9, 9}, real, true, true},   {{13, 0, 0}, limited, true, false},
-      {{9, 0, 0}, "", false, false},    {{13, 9, 9}, nullptr, false, false},
-      {{14, 0, 0}, real, false, false}, {{15, 1, 0}, real, false, false},
+      {{13, 9, 9}, real, "VENDOR", {idfa, idfv, sdk, normalized}, true},
+      {{13, 0, 0}, limited, "VENDOR", {idfa, idfv, sdk, normalized}, false},
+      {{9, 0, 0}, "", "VENDOR", {idfv, sdk, normalized}, false},
+      {{13, 9, 9}, nullptr, nullptr, {sdk, normalized}, false},
+      {{14, 0, 0}, real, "VENDOR", {idfv, sdk, normalized}, false},
+      {{15, 1, 0}, real, nullptr, {sdk, normalized}, false},
   };
-  for (const auto& [system, advertising, isStored, isNormalized] : cases) {
-    Device::setSystemVersion(system);
-    Device::setAdvertisingIdentifierProvider([given = advertising] { return given; });
+  for (const Case& device : cases) {
+    Device::setSystemVersion(device.system);
+    Device::setAdvertisingIdentifierProvider([&] { return device.advertising; });
+    Device::setIdentifierForVendorProvider([&] { return device.vendor; });
     const auto variables = QVCoreVariables::sharedInstance()->reinit();
-    std::vector<std::string> expected = {"#QV_IDFV#", "#QV_SDK_ID#", "#QV_NORMALIZED_ID#"};
-    if (isStored) expected.insert(expected.begin(), "#QV_IDFA#");
-    EXPECT_EQ(names(*variables), expected);
+    EXPECT_EQ(names(*variables), device.names);
+    const bool isStored = device.names.front() == idfa;
     EXPECT_EQ(variables->getData(kQVPredefinedVariable_IDFA),
-              isStored ? Value(advertising) : Value());
-    EXPECT_EQ(variables->getData(kQVPredefinedVariable_IDFV), Value("VENDOR"));
+              isStored ? Value(device.advertising) : Value());
+    EXPECT_EQ(variables->getData(kQVPredefinedVariable_IDFV), Value(device.vendor));
     EXPECT_EQ(variables->getData(kQVPredefinedVariable_NormalizedID),
-              isNormalized ? Value(advertising) : variables->getData(kQVPredefinedVariable_SDKID));
+              device.isNormalized ? Value(device.advertising)
+                                  : variables->getData(kQVPredefinedVariable_SDKID));
   }
-}
-
-TEST_F(QVCoreVariablesTest, StoresNoIdentifierThatTheDeviceDoesNotHave) {
-  Device::setIdentifierForVendorProvider([] { return String(); });
-  EXPECT_THAT(names(*QVCoreVariables::sharedInstance()),
-              testing::ElementsAre("#QV_SDK_ID#", "#QV_NORMALIZED_ID#"));
 }
 
 TEST_F(QVCoreVariablesTest, KeepsTheInstallationsIdentifierInTheUserDefaults) {
@@ -90,12 +91,6 @@ std::string identifierOfThisProcess() {
       QVCoreVariables::sharedInstance()->getData(kQVPredefinedVariable_SDKID).string().view());
 }
 
-TEST_F(QVCoreVariablesTest, KeepsTheInstallationsIdentifierAcrossARestart) {
-  const std::string first = QVTest::ChildProcess(identifierOfThisProcess).text();
-  EXPECT_THAT(first, testing::MatchesRegex(kUUIDPattern));
-  EXPECT_EQ(QVTest::ChildProcess(identifierOfThisProcess).text(), first);
-}
-
 TEST_F(QVCoreVariablesTest, AgreesOnOneIdentifierWithProcessesThatStartAtTheSameMoment) {
   constexpr int kRounds = 20;
   for (int round = 0; round < kRounds; ++round) {
@@ -110,8 +105,8 @@ TEST_F(QVCoreVariablesTest, AgreesOnOneIdentifierWithProcessesThatStartAtTheSame
       return identifierOfThisProcess();
     };
     std::vector<std::unique_ptr<QVTest::ChildProcess>> children;
-    for (int i = 0; i < 4; ++i) children.push_back(std::make_unique<QVTest::ChildProcess>(body));
-    close(start[1]);  // all of them read the end of the pipe now
+    for (int i = 0; i < 2; ++i) children.push_back(std::make_unique<QVTest::ChildProcess>(body));
+    close(start[1]);  // both of them read the end of the pipe now
     std::vector<std::string> identifiers;
     for (const auto& child : children) identifiers.push_back(child->text());
     close(start[0]);
@@ -121,130 +116,92 @@ TEST_F(QVCoreVariablesTest, AgreesOnOneIdentifierWithProcessesThatStartAtTheSame
   }
 }
 
-TEST_F(QVCoreVariablesTest, BeginsAnewWithReinit) {
+TEST_F(QVCoreVariablesTest, HoldsWhatOthersAddUntilItBeginsAnew) {
   const auto variables = QVCoreVariables::sharedInstance();
-  engine->answer("Agent/1");
   const auto webView = variables->uaWebView();
   const auto pool = std::make_shared<ProcessPool>();
   variables->setPool(pool);
-  variables->addDataWithValue("#ADDED#", 1);
   variables->setEnableSDKInBG(true);
-  const auto store = variables->dynamicStore();
-  QVDebug::useCustomWKProcessPool(true);
-
-  EXPECT_EQ(variables->reinit(), variables);
-  EXPECT_NE(variables->dynamicStore(), store);
-  EXPECT_THAT(names(*variables),
-              testing::ElementsAre("#QV_IDFV#", "#QV_SDK_ID#", "#QV_NORMALIZED_ID#"));
-  EXPECT_FALSE(variables->enableSDKInBG());
-  EXPECT_EQ(variables->pool(), pool);
-  EXPECT_EQ(variables->uaWebView(), webView);
-}
-
-TEST_F(QVCoreVariablesTest, ForwardsTheStoresOperations) {
-  const auto variables = QVCoreVariables::sharedInstance();
   const auto other = std::make_shared<QVDynamicStore>()->init();
   other->addDataWithValue("#OTHER#", 2);
   variables->addData(other);
-  variables->addData(nullptr);
   variables->addDataWithValue("#ADDED#", 1);
-  EXPECT_EQ(variables->getData("#OTHER#"), Value(2));
   EXPECT_EQ(variables->removeData("#ADDED#"), Value(1));
-  EXPECT_THAT(names(*variables),
-              testing::ElementsAre("#QV_IDFV#", "#QV_SDK_ID#", "#QV_NORMALIZED_ID#", "#OTHER#"));
-  variables->clearData();
-  EXPECT_TRUE(names(*variables).empty());
+  EXPECT_EQ(variables->getData("#OTHER#"), Value(2));
+  const std::vector<std::string> own{"#QV_IDFV#", "#QV_SDK_ID#", "#QV_NORMALIZED_ID#"};
+  EXPECT_THAT(names(*variables), ElementsAre(own[0], own[1], own[2], "#OTHER#"));
+  QVDebug::useCustomWKProcessPool(true);
+  EXPECT_EQ(variables->reinit(), variables);
+  EXPECT_EQ(names(*variables), own);
+  EXPECT_FALSE(variables->enableSDKInBG());
+  EXPECT_EQ(variables->pool(), pool);
+  EXPECT_EQ(variables->uaWebView(), webView);
+  EXPECT_NE(webView, nullptr);
 }
 
-TEST_F(QVCoreVariablesTest, LeavesASecondInstanceBare) {
-  QVCoreVariables::sharedInstance();
-  const auto second = std::make_shared<QVCoreVariables>()->init();
-  EXPECT_EQ(second->dynamicStore(), nullptr);
-  EXPECT_EQ(second->senderDelegate(), nullptr);
-  second->addDataWithValue("#ADDED#", 1);
-  second->clearData();
-  EXPECT_TRUE(second->getData("#ADDED#").isNil());
-  EXPECT_TRUE(second->removeData("#ADDED#").isNil());
-}
-
-TEST_F(QVCoreVariablesTest, AnnouncesTheAnswerOfTheWebView) {
-  const auto variables = QVCoreVariables::sharedInstance();
-  ASSERT_EQ(engine->questions->size(), 1U);
-  EXPECT_EQ(engine->questions->front().script, "navigator.userAgent");
-  EXPECT_EQ(engine->questions->front().pool, nullptr);
-  EXPECT_TRUE(recorder.heard().empty());
-
-  engine->answer("Agent/1");
-  EXPECT_EQ(names(*variables).back(), "#QV_USER_AGENT#");
-  ASSERT_EQ(recorder.heard().size(), 1U);
-  EXPECT_EQ(recorder.heard()[0].object(), variables);
-  EXPECT_EQ(recorder.heard()[0].userInfo().count(), 1U);
-  EXPECT_EQ(recorder.heard()[0].userInfo().get("data"), Value("Agent/1"));
-  EXPECT_NE(variables->uaWebView(), nullptr);
-}
-
-TEST_F(QVCoreVariablesTest, AnnouncesAKnownUserAgentAtOnceWithoutAnotherWebView) {
-  const auto variables = QVCoreVariables::sharedInstance();
-  engine->answer("Agent/1");
-  variables->userAgent();
-  std::thread([&] { variables->initUserAgentWithProcessPool(nullptr); }).join();
-  EXPECT_EQ(recorder.heard().size(), 3U);
-  EXPECT_EQ(recorder.heard()[2].userInfo().get("data"), Value("Agent/1"));
-  EXPECT_EQ(engine->questions->size(), 1U);
-}
-
-TEST_F(QVCoreVariablesTest, DoesNothingWithoutAnAnswerAndAsksAgainWhenCalledAgain) {
+TEST_F(QVCoreVariablesTest, AsksAWebViewUntilItAnswersAndAnnouncesWhatIsKnown) {
   engine->canMakeWebViews = false;
   const auto variables = QVCoreVariables::sharedInstance();
-  EXPECT_EQ(variables->uaWebView(), nullptr);
-  engine->canMakeWebViews = true;
-  variables->userAgent();
-  engine->answer(nullptr);
-  EXPECT_TRUE(recorder.heard().empty());
-  EXPECT_TRUE(variables->getData(kQVPredefinedVariable_UserAgent).isNil());
-  variables->userAgent();
-  EXPECT_EQ(engine->questions->size(), 2U);
-  engine->answer("Agent/1");
-  EXPECT_EQ(recorder.heard().size(), 1U);
-}
-
-TEST_F(QVCoreVariablesTest, WaitsForTheApplicationsPoolWhenToldTo) {
-  QVDebug::useCustomWKProcessPool(true);
-  const auto variables = QVCoreVariables::sharedInstance();
-  EXPECT_TRUE(engine->questions->empty());
+  const auto agent = [&] { return variables->getData(kQVPredefinedVariable_UserAgent); };
+  std::vector<Value> stored;  // at each announcement
+  const auto onAvailable = [&](const auto&) { stored.push_back(agent()); };
+  NotificationCenter::defaultCenter()->addObserver(this, onAvailable,
+                                                   kQVNotification_UserAgentAvailable);
   const auto pool = std::make_shared<ProcessPool>();
-  variables->initUserAgentWithProcessPool(pool);
-  ASSERT_EQ(engine->questions->size(), 1U);
-  EXPECT_EQ(engine->questions->back().pool, pool);
-  EXPECT_EQ(variables->pool(), pool);
-  variables->initUserAgentWithProcessPool(nullptr);
-  ASSERT_EQ(engine->questions->size(), 2U);
-  EXPECT_EQ(engine->questions->back().pool, nullptr);
+  const auto askElsewhere = [&] { variables->initUserAgentWithProcessPool(nullptr); };
+  const struct {
+    const char* what;
+    std::function<void()> action;
+    std::size_t questions;
+    std::size_t announcements;
+    Value known;
+  } steps[] = {
+      {"no web view at the start", [&] { engine->canMakeWebViews = true; }, 0, 0, nullptr},
+      {"asked again", [&] { variables->userAgent(); }, 1, 0, nullptr},
+      {"no answer", [&] { engine->answer(nullptr); }, 1, 0, nullptr},
+      {"asked once more", [&] { variables->userAgent(); }, 2, 0, nullptr},
+      {"an answer", [&] { engine->answer("Agent/1"); }, 2, 1, "Agent/1"},
+      {"known", [&] { variables->userAgent(); }, 2, 2, "Agent/1"},
+      {"known, elsewhere", [&] { std::thread(askElsewhere).join(); }, 2, 3, "Agent/1"},
+      {"begun anew", [&] { variables->reinit(); }, 3, 3, nullptr},
+      {"told to wait for the pool", [&] { QVDebug::useCustomWKProcessPool(true); }, 3, 3, nullptr},
+      {"begun anew", [&] { variables->reinit(); }, 3, 3, nullptr},
+      {"a pool", [&] { variables->initUserAgentWithProcessPool(pool); }, 4, 3, nullptr},
+      {"an answer", [&] { engine->answer("Agent/2"); }, 4, 4, "Agent/2"},
+      {"forgotten", [&] { variables->clearData(); }, 4, 4, nullptr},
+      {"no pool", [&] { variables->initUserAgentWithProcessPool(nullptr); }, 5, 4, nullptr},
+  };
+  for (const auto& step : steps) {
+    step.action();
+    EXPECT_EQ(engine->questions->size(), step.questions) << step.what;
+    EXPECT_EQ(recorder.heard().size(), step.announcements) << step.what;
+    EXPECT_EQ(agent(), step.known) << step.what;
+  }
+  EXPECT_THAT(stored,
+              ElementsAre(Value("Agent/1"), Value("Agent/1"), Value("Agent/1"), Value("Agent/2")));
+  EXPECT_EQ(recorder.heard().back().object(), variables);
+  EXPECT_EQ(Value(recorder.heard().back().userInfo()), Value(Dictionary{{"data", "Agent/2"}}));
+  std::vector<std::shared_ptr<ProcessPool>> pools;
+  for (const auto& question : *engine->questions) {
+    EXPECT_EQ(question.script, "navigator.userAgent");
+    pools.push_back(question.pool);
+  }
+  EXPECT_THAT(pools, ElementsAre(nullptr, nullptr, nullptr, pool, nullptr));
 }
 
-TEST_F(QVCoreVariablesTest, PostsOnTheCenterThatItWasMovedTo) {
-  const auto variables = QVCoreVariables::sharedInstance();
-  const auto center = std::make_shared<NotificationCenter>();
-  int heard = 0;
-  center->addObserver(
-      this, [&](const QVPlatform::Notification&) { ++heard; }, kQVNotification_UserAgentAvailable);
-  variables->changeNotificationCenter(center);
+TEST_F(QVCoreVariablesTest, LetsHitsWaitForTheNetworkWhenTheAwaitedUserAgentCameFirst) {
+  network->change(0);
+  const auto manager = QVNetworkManager::sharedInstance();
+  QVCoreVariables::sharedInstance();
+  manager->waitForUserAgent();
   engine->answer("Agent/1");
-  EXPECT_EQ(heard, 1);
-  EXPECT_TRUE(recorder.heard().empty());
+  EXPECT_FALSE(manager->shouldWaitForUserAgent());
+  EXPECT_TRUE(manager->operationQueue()->isSuspended());
+  network->change(QVTest::ScriptedReachability::kReachable);
+  EXPECT_TRUE(runMainQueueUntil([&] { return !manager->operationQueue()->isSuspended(); }));
 }
 
-TEST_F(QVCoreVariablesTest, WaitsOnAnotherThreadUntilTheScriptHasStartedAndNoLonger) {
-  auto started = std::async(std::launch::async, [] { return QVCoreVariables::sharedInstance(); });
-  ASSERT_TRUE(runMainQueueUntil([&] { return !engine->questions->empty(); }));
-  const auto variables = started.get();  // though there is no answer yet
-  EXPECT_TRUE(engine->questions->back().isOnMainThread);
-  EXPECT_TRUE(recorder.heard().empty());
-  engine->answer("Agent/1");
-  EXPECT_EQ(recorder.heard().size(), 1U);
-}
-
-TEST_F(QVCoreVariablesTest, GivesTheMainThreadTheInstanceWhileAnotherThreadWaitsForIt) {
+TEST_F(QVCoreVariablesTest, WaitsOnAnotherThreadForTheScriptsStartWhileTheMainOneHasTheInstance) {
   std::promise<void> isDerived;
   Device::setIdentifierForVendorProvider([&] {
     isDerived.set_value();
@@ -256,7 +213,9 @@ TEST_F(QVCoreVariablesTest, GivesTheMainThreadTheInstanceWhileAnotherThreadWaits
   const auto variables = QVCoreVariables::sharedInstance();
   EXPECT_NE(variables->dynamicStore(), nullptr);
   ASSERT_TRUE(runMainQueueUntil([&] { return !engine->questions->empty(); }));
-  EXPECT_EQ(started.get(), variables);
+  EXPECT_EQ(started.get(), variables);  // though there is no answer yet
+  EXPECT_TRUE(engine->questions->back().isOnMainThread);
+  EXPECT_THAT(recorder.heard(), IsEmpty());
 }
 
 TEST_F(QVCoreVariablesTest, StopsWhatAnEngineThrows) {
@@ -268,10 +227,6 @@ TEST_F(QVCoreVariablesTest, StopsWhatAnEngineThrows) {
   };
   WebEngine::setEngine(std::make_shared<Throwing>());
   EXPECT_NO_THROW(QVCoreVariables::sharedInstance());
-  auto other =
-      std::async(std::launch::async, [] { QVCoreVariables::sharedInstance()->userAgent(); });
-  EXPECT_TRUE(runMainQueueUntil(
-      [&] { return other.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
 }
 
 }  // namespace

@@ -125,51 +125,90 @@ TEST_F(QVLoggerTest, LogsHitsByUnescapedAddressOrElseByData) {
   EXPECT_EQ(printedFor(kQVNotification_HitSent, {{"url", 5}}), "Hit sent: (null): 5\n");
 }
 
-TEST_F(QVLoggerTest, LogsConnectivityAndFailuresAtLevelTwoAndOthersNotAtAll) {
-  const Dictionary request{{"ID", 3U}, {"url", "bare"}};
-  const std::string failure =
-      "QVNotification: HTTP Request Error: ID: 3, Request Type: (null), URL: bare\n";
-  QVDebug::setDebugLevel(2);
-  EXPECT_EQ(printedFor(kQVNotification_InternetUp), "QVNotification: Internet Up\n");
-  EXPECT_EQ(printedFor(kQVNotification_InternetDown), "QVNotification: Internet Down\n");
-  EXPECT_EQ(printedFor(kQVNotification_HTTPRequestError, request), failure);
-  EXPECT_EQ(printedFor(kQVNotification_HTTPRequest, request), "");
-  QVDebug::setDebugLevel(3);
-  EXPECT_EQ(printedFor(kQVNotification_HTTPRequestError, request), "");
-}
-
-TEST_F(QVLoggerTest, TracesNotificationsWhenAskedTo) {
+TEST_F(QVLoggerTest, TracesEighteenNamesAtLevelZeroAndTellsOfFourAtLevelTwo) {
+  const struct {
+    String name;
+    std::string line;
+  } rows[] = {
+      {kQVNotification_HitSent, "Hit sent: (null): a b\n"},
+      {kQVNotification_HTTPRequest, ""},
+      {kQVNotification_HTTPRequestSent, ""},
+      {kQVNotification_HTTPResponse, ""},
+      {kQVNotification_HTTPRequestError,
+       "QVNotification: HTTP Request Error: ID: 3, Request Type: (null), URL: a%20b\n"},
+      {kQVNotification_SegmentRequest, ""},
+      {kQVNotification_SegmentResponse, ""},
+      {kQVNotification_ConfigurationRequest, ""},
+      {kQVNotification_ConfigurationResponse, ""},
+      {kQVNotification_InternetUp, "QVNotification: Internet Up\n"},
+      {kQVNotification_InternetDown, "QVNotification: Internet Down\n"},
+      {kQVNotification_InternetChanged, ""},
+      {kQVNotification_UserAgentAvailable, ""},
+      {kQVNotification_Unknown, ""},
+      {kQVNotification_OnBackground, ""},
+      {kQVNotification_OnForeground, ""},
+      {kQVNotification_StartingTheSDK, ""},
+      {kQVNotification_StoppingTheSDK, ""},
+  };
+  const Dictionary userInfo{{"ID", 3U}, {"url", "a%20b"}};
+  for (const auto& [name, line] : rows) {
+    const std::string trace = std::string(name.view()) + " | ((null))\n";
+    const std::string expected[] = {trace + line, line, line, ""};
+    for (int level = 0; level < 4; ++level) {
+      EXPECT_EQ(logger->reinit(), logger);  // listens again after a stop, and traces no more
+      QVDebug::setDebugLevel(level);
+      if (level != 2) QVDebug::setNotificationLog(true);
+      EXPECT_EQ(printedFor(name, userInfo), expected[level]) << name.view() << level;
+    }
+  }
+  QVDebug::setDebugLevel(0);
   QVDebug::setNotificationLog(true);
-  EXPECT_EQ(printedFor(kQVNotification_InternetUp),
-            "QVNotification: Internet Up | ((null))\nQVNotification: Internet Up\n");
-  QVDebug::setDebugLevel(2);
-  EXPECT_EQ(printedFor(kQVNotification_InternetUp), "QVNotification: Internet Up\n");
+  EXPECT_EQ(printedFor(kQVNotification_HitSent, userInfo), "") << "the kit was stopped";
+  logger->reinit();
+  EXPECT_EQ(printedFor(kQVNotification_Unknown), "");
+  EXPECT_EQ(printedFor(kQVNotification_InternetUp + String("x")), "");
 }
 
-TEST_F(QVLoggerTest, StopsListeningWithTheKitAndResumesOnReinit) {
-  const Dictionary hit{{"data", "d"}};
-  QVDebug::setNotificationLog(true);
-  EXPECT_EQ(printedFor(kQVNotification_StoppingTheSDK),
-            "QVNotification: Stopping SDK | ((null))\n");
-  EXPECT_EQ(printedFor(kQVNotification_HitSent, hit), "");
-  EXPECT_EQ(logger->reinit(), logger);
-  EXPECT_FALSE(logger->debugVerboseNotificationLog());
-  EXPECT_EQ(printedFor(kQVNotification_HitSent, hit), "Hit sent: (null): d\n");
-}
-
-TEST_F(QVLoggerTest, KeepsItsRegistrationsOnTheOldCenter) {
-  const auto center = std::make_shared<NotificationCenter>();
-  logger->changeNotificationCenter(center);
-  EXPECT_EQ(printedFor(kQVNotification_InternetUp), "QVNotification: Internet Up\n");
-  EXPECT_EQ(printed([&] { center->postNotification(Notification(kQVNotification_InternetUp)); }),
-            "");
-}
-
-TEST_F(QVLoggerTest, LeavesASecondInstanceBare) {
-  const auto second = std::make_shared<QVLogger>();
-  EXPECT_EQ(second->init(), second);
-  EXPECT_EQ(second->listenerDelegate(), nullptr);
-  EXPECT_EQ(second->senderDelegate(), nullptr);
+TEST_F(QVLoggerTest, HearsEachKindOfLineAtItsLevel) {
+  network->change(0);
+  QVDebug::setDebugLevel(6);
+  QVDebug::useCustomWKProcessPool(true);
+  const auto manager = QVNetworkManager::sharedInstance();
+  const auto file = std::make_shared<QVConfigurationFile>();
+  file->setOfflineName("n");
+  const auto operation = std::make_shared<QVHTTPOperation>();
+  operation->initWithData({{"url", "http://127.0.0.1:1/"}, {"POSTData", "x"}});
+  post(kQVNotification_HTTPRequest, {{"url", "http://h/"}});
+  const struct {
+    std::int32_t level;
+    const char* start;
+    std::function<void()> action;
+  } rows[] = {
+      {1, "Saving 1 offline", [&] { manager->saveAllHits(); }},
+      {1, "Restoring 1 offline",
+       [&] {
+         manager->saveAllHits();
+         const auto full = manager->operationQueue();
+         auto empty = std::make_shared<QVPlatform::OperationQueue>();
+         empty->setSuspended(true);
+         manager->setOperationQueue(empty);
+         manager->restoreStockedHit();
+         manager->setOperationQueue(full);
+       }},
+      {2, "Checking for update in", [&] { file->downloadConfigurationUpdate(); }},
+      {2, "Couldn't find configuration n in assets: ", [&] { file->preSaveOfflineJSON(); }},
+      {3, "Invalid value when", [] { QVUtils::nsNumberFromString(std::string(5000, '7')); }},
+      {4, "Error configuration is empty", [&] { file->getJSONDictionary(); }},
+      {4, "Error getting branch", [&] { file->getJsonLeafFromPath(nullptr, "a"); }},
+      {4, "Either the offline", [&] { file->updateConfigurationFromOldConfToNew("{", "["); }},
+      {4, "postData: ", [&] { operation->main(); }},
+  };
+  for (const auto& [level, start, action] : rows) {
+    QVDebug::setDebugLevel(level);
+    EXPECT_THAT(printed(action), HasSubstr(start));
+    QVDebug::setDebugLevel(level + 1);
+    EXPECT_THAT(printed(action), Not(HasSubstr(start)));
+  }
 }
 
 TEST_F(QVLoggerTest, MakesThePrivateDirectoryForTheFirstFileAskedFor) {

@@ -1,110 +1,161 @@
-#include <QVCore/Internal/QVSharedService.h>
-
 #include "tests/support/CoreTest.h"
 #include "tests/support/Test.h"
 
 namespace {
 
-class QVSharedServiceTest : public QVTest::CoreTest {};
-
-TEST_F(QVSharedServiceTest, InitialisesOncePerClassAndAgainOnRequest) {
-  std::atomic<std::int32_t> state{QVInitStateNever};
-  int runs = 0;
-  const auto initialise = [&] {
-    ++runs;
-    EXPECT_EQ(state, QVInitStateInProgress);
-    state = QVInitStateDone;
-  };
-  QVGuardedInit(state, initialise);
-  QVGuardedInit(state, initialise);
-  EXPECT_EQ(runs, 1);
-  state = QVInitStateRequestedAgain;
-  QVGuardedInit(state, initialise);
-  EXPECT_EQ(runs, 2);
-  EXPECT_EQ(state, QVInitStateDone);
-}
-
-// A class may store the mark before its initialisation is over: who waits goes on from there.
-TEST_F(QVSharedServiceTest, ReleasesAWaitingThreadExactlyWhenTheMarkIsStored) {
-  std::atomic<std::int32_t> state{QVInitStateNever};
-  std::atomic<bool> isStarted = false;
-  std::atomic<bool> isReleased = false;
-  std::thread waiting;
-  QVGuardedInit(state, [&] {
-    waiting = std::thread([&] {
-      isStarted = true;
-      QVGuardedInit(state, [] { FAIL() << "initialised twice"; });
-      isReleased = true;
-    });
-    while (!isStarted) std::this_thread::yield();
-    EXPECT_FALSE(isReleased);
-    state = QVInitStateDone;
-    while (!isReleased) std::this_thread::yield();  // while this is still under way
-  });
-  waiting.join();
-}
-
-/// A service whose initialisation asks for the instance, and fails as often as is wanted.
-class Service : public QVSingleton {
+/// A network that does something when it is asked for the first time, which is in the middle of the
+/// manager's initialisation.
+class NoticedNetwork : public QVTest::ScriptedReachability {
  public:
-  void init() {
-    QVGuardedInit(state, [this] {
-      seen = QVSharedInstance<Service>::get(state).get();
-      ++runs;
-      if (endsThread.exchange(false)) pthread_exit(nullptr);
-      if (failures-- > 0) throw std::bad_alloc();
-      state = QVInitStateDone;
-    });
+  bool getFlags(const ReachabilityTarget& target, NetworkReachabilityFlags* flags) override {
+    if (const auto action = std::exchange(atFirstLook, nullptr)) action();
+    return ScriptedReachability::getFlags(target, flags);
   }
-  static inline std::atomic<std::int32_t> state{QVInitStateNever};
-  static inline std::atomic<bool> endsThread = QVTest::kThreadsMayEnd;
-  static inline int failures = 0;
-  static inline int runs = 0;
-  Service* seen = nullptr;
+  std::shared_ptr<void> subscribe(const ReachabilityTarget& target, Changed changed) override {
+    ++subscriptions;
+    return ScriptedReachability::subscribe(target, changed);
+  }
+
+  std::function<void()> atFirstLook;
+  int subscriptions = 0;
 };
 
-TEST_F(QVSharedServiceTest, LetsInitialisationAskForTheInstanceAndFail) {
-  if (Service::endsThread) {
-    std::thread([] { QVSharedInstance<Service>::get(Service::state); }).join();
+class QVSharedServiceTest : public QVTest::CoreTest {
+ protected:
+  QVSharedServiceTest() {
+    NetworkReachability::setSource(noticed);
+    QVDebug::useCustomWKProcessPool(true);  // no user agent is sought
   }
-  EXPECT_EQ(Service::state, QVInitStateNever);
-  Service::runs = 0;
-  Service::failures = 3;
-  const auto service = QVSharedInstance<Service>::get(Service::state);
-  EXPECT_EQ(service->seen, service.get());
-  EXPECT_EQ(Service::runs, 2);  // a second attempt came at once
-  EXPECT_EQ(Service::state, QVInitStateNever);
-  EXPECT_EQ(QVSharedInstance<Service>::get(Service::state), service);
-  EXPECT_EQ(Service::runs, 4);
-  EXPECT_EQ(Service::state, QVInitStateDone);
-  QVSharedInstance<Service>::get(Service::state);
-  EXPECT_EQ(Service::runs, 4);
-}
 
-TEST_F(QVSharedServiceTest, GivesOneInstanceToThreadsThatAskAtOnce) {
-  std::vector<std::shared_ptr<QVNetworkManager>> seen(8);
-  std::vector<std::thread> threads;
-  for (auto& instance : seen) {
-    threads.emplace_back([&instance] { instance = QVNetworkManager::sharedInstance(); });
-  }
-  for (auto& thread : threads) thread.join();
-  EXPECT_THAT(seen, testing::Each(seen[0]));
-  EXPECT_NE(seen[0]->operationQueue(), nullptr);
-}
+  const std::shared_ptr<NoticedNetwork> noticed = std::make_shared<NoticedNetwork>();
+};
 
-TEST_F(QVSharedServiceTest, StartsTheCoreInOrder) {
-  QVDebug::useCustomWKProcessPool(true);
+TEST_F(QVSharedServiceTest, StartsTheLoggerThenTheManagerThenTheVariables) {
+  std::string order;
+  noticed->atFirstLook = [&] {
+    const bool isLogging = !printed([] { post(kQVNotification_HitSent); }).empty();
+    order += isLogging ? "logger, manager" : "manager";
+  };
+  Device::setIdentifierForVendorProvider([&] {
+    const QVTest::Recorder refused{{kQVNotification_HTTPRequestError}};
+    post(kQVNotification_HTTPRequest);
+    order += refused.heard().empty() ? ", variables" : " that answers, variables";
+    return String("VENDOR");
+  });
   const auto core = std::make_shared<QVCoreInitialisation>();
   EXPECT_EQ(core->init(), core);
-  EXPECT_NE(QVLogger::sharedInstance()->listenerDelegate(), nullptr);
-  EXPECT_NE(QVNetworkManager::sharedInstance()->operationQueue(), nullptr);
-  EXPECT_FALSE(QVCoreVariables::sharedInstance()->getData("#QV_SDK_ID#").isNil());
+  EXPECT_EQ(order, "logger, manager that answers, variables");
 }
 
-TEST_F(QVSharedServiceTest, PublishesItsVersion) {
-  EXPECT_EQ(kQVCoreVersion, String("4.7.4"));
-  EXPECT_EQ(std::string(QVCoreVersionString), "@(#)PROGRAM:QVCore  PROJECT:QVCore-1\n");
-  EXPECT_EQ(QVCoreVersionNumber, 1.0);
+TEST_F(QVSharedServiceTest, IsInitialisedOnceThoughItAsksForItselfAndOtherThreadsWait) {
+  std::shared_ptr<QVNetworkManager> within;
+  std::vector<std::shared_ptr<QVNetworkManager>> seen(8);
+  std::atomic<int> completeCount = 0;
+  std::latch isAsked(8);
+  std::vector<std::jthread> threads;
+  noticed->atFirstLook = [&] {
+    within = QVNetworkManager::sharedInstance();
+    for (std::size_t i = 0; i < seen.size(); ++i) {
+      threads.emplace_back([&, i] {
+        isAsked.count_down();
+        seen[i] = i % 2 == 0 ? QVNetworkManager::sharedInstance() : within->init();
+        if (seen[i]->operationQueue()) ++completeCount;
+      });
+    }
+    isAsked.wait();
+  };
+  const auto manager = QVNetworkManager::sharedInstance();
+  threads.clear();
+  EXPECT_EQ(within, manager);
+  EXPECT_THAT(seen, Each(manager));
+  EXPECT_EQ(completeCount, 8);
+  EXPECT_EQ(noticed->subscriptions, 1);
+}
+
+TEST_F(QVSharedServiceTest, IsInitialisedByTheNextThreadWhenOneEndsInTheMiddle) {
+  if (!QVTest::kThreadsMayEnd) GTEST_SKIP() << "no thread may end";
+  noticed->atFirstLook = [] { pthread_exit(nullptr); };
+  std::thread([] { QVNetworkManager::sharedInstance(); }).join();
+  EXPECT_NE(QVNetworkManager::sharedInstance()->operationQueue(), nullptr);
+}
+
+TEST_F(QVSharedServiceTest, LeavesASecondInstanceBareAndHarmless) {
+  QVLogger::sharedInstance();
+  QVCoreVariables::sharedInstance();
+  const auto logger = std::make_shared<QVLogger>();
+  EXPECT_EQ(logger->init(), logger);
+  EXPECT_TRUE(!logger->listenerDelegate() && !logger->senderDelegate());
+  logger->onNotificationReceived(Notification(kQVNotification_StoppingTheSDK));
+  logger->changeNotificationCenter(nullptr);
+  const auto variables = std::make_shared<QVCoreVariables>();
+  EXPECT_EQ(variables->init(), variables);
+  EXPECT_TRUE(!variables->dynamicStore() && !variables->senderDelegate());
+  variables->addData(std::make_shared<QVDynamicStore>()->init());
+  variables->addDataWithValue("#ADDED#", 1);
+  variables->clearData();
+  EXPECT_TRUE(variables->getData("#ADDED#").isNil() && variables->removeData("#ADDED#").isNil());
+  variables->changeNotificationCenter(nullptr);
+}
+
+TEST_F(QVSharedServiceTest, GivesItsWrappersTheCenterThatItIsGiven) {
+  const auto center = std::make_shared<NotificationCenter>();
+  const auto check = [&](auto& participant) {
+    participant.changeNotificationCenter(center);
+    EXPECT_EQ(participant.senderDelegate()->notificationCenter(), center);
+    if constexpr (std::is_base_of_v<IQVEventListenerDelegate,
+                                    std::decay_t<decltype(participant)>>) {
+      EXPECT_EQ(participant.listenerDelegate()->notificationCenter(), center);
+    }
+  };
+  QVDebug::blockHits(true);
+  const auto file = std::make_shared<QVConfigurationFile>();
+  file->setFilenameVersionPathAndURL("n", nullptr, "http://127.0.0.1/n");
+  check(*file);
+  check(*QVLogger::sharedInstance());
+  check(*QVNetworkManager::sharedInstance());
+  check(*QVCoreVariables::sharedInstance());
+}
+
+TEST_F(QVSharedServiceTest, LetsGoOfTheMonitorThatAnotherInitialisationReplaces) {
+  noticed->change(0);
+  const auto manager = QVNetworkManager::sharedInstance();
+  const std::weak_ptr<QVReachability> replaced = manager->reachability();
+  const QVTest::Recorder changes{{kQVReachabilityChangedNotification}};
+  const QVTest::Recorder up{{kQVNotification_InternetUp}};
+  manager->reinit();
+  EXPECT_TRUE(runMainQueueUntil([&] { return replaced.expired(); }));
+  noticed->change(QVTest::ScriptedReachability::kReachable);
+  EXPECT_TRUE(runMainQueueUntil([&] { return !changes.heard().empty(); }));
+  EXPECT_EQ(up.heard().size(), 2U) << "it is registered once more with each initialisation";
+  EXPECT_EQ(noticed->subscriptions, 2);
+}
+
+TEST_F(QVSharedServiceTest, TellsOfTheNetworkWhenItsVariableAndItsQueuesAreReady) {
+  noticed->change(0);
+  const auto manager = QVNetworkManager::sharedInstance();
+  std::vector<std::string> told;
+  const auto tell = [&](const Notification& heard) {
+    const Value variable = QVCoreVariables::sharedInstance()->getData("#QV_CONNEXION#");
+    const bool isHeld =
+        manager->operationQueue()->isSuspended() || manager->consentQueue()->isSuspended();
+    told.push_back(std::string((heard.name() + ": " + variable.description()).view()) +
+                   (isHeld ? ", held" : ", running"));
+  };
+  const String names[] = {kQVNotification_InternetChanged, kQVNotification_InternetUp,
+                          kQVNotification_InternetDown};
+  for (const String& name : names) {
+    NotificationCenter::defaultCenter()->addObserver(this, tell, name);
+  }
+  for (const auto flags : {QVTest::ScriptedReachability::kReachable, 0U}) {
+    noticed->change(flags);
+    const std::size_t count = told.size() + 2;
+    EXPECT_TRUE(runMainQueueUntil([&] { return told.size() >= count; }));
+  }
+  EXPECT_THAT(told,
+              ElementsAre("QVNotification: Internet Up: WiFi, running",
+                          "QVNotification: Internet Changed: WiFi, running",
+                          "QVNotification: Internet Down: Connection Type Unavailable, held",
+                          "QVNotification: Internet Changed: Connection Type Unavailable, held"));
 }
 
 class QVDynamicStoreTest : public ::testing::Test {
@@ -166,28 +217,44 @@ TEST_F(QVDynamicStoreTest, IsMergedAndDescribedAtOneMoment) {
   }
 }
 
-TEST_F(QVDynamicStoreTest, ComesBackFromAnArchiveWithWhatWasInIt) {
-  QVPlatform::KeyedArchiver archiver;
-  archiver.encodeObjectForKey(storeOf({{"b", "1"}, {"a", "2"}}), "store");
-  QVPlatform::KeyedUnarchiver unarchiver(archiver.finishEncoding());
-  const auto restored =
-      std::dynamic_pointer_cast<QVDynamicStore>(unarchiver.decodeObjectForKey("store").object());
-  ASSERT_TRUE(restored);
-  EXPECT_EQ(restored->debugDescription(), String("b : 1\na : 2\n"));
+TEST_F(QVDynamicStoreTest, KeepsEachKeyOnceWhateverThreadsDoAtOnce) {
+  constexpr int kLast = 999;
+  const auto store = storeOf({});
+  {
+    std::vector<std::jthread> threads;
+    for (const char* own : {"a", "b", "c", "d"}) {
+      threads.emplace_back([&store, own] {
+        for (int i = 0; i <= kLast; ++i) {
+          store->addDataWithValue(own, i);
+          store->addDataWithValue("shared", own);
+          const auto keys = store->orderedKeys().values();
+          EXPECT_LE(std::count(keys.begin(), keys.end(), Value("shared")), 1);
+          store->removeData("shared");
+          EXPECT_EQ(store->getData(own), Value(i));
+          if (i < kLast) store->removeData(own);
+        }
+      });
+    }
+  }
+  EXPECT_EQ(store->orderedKeys().count(), 4U);
+  EXPECT_EQ(Value(store->dynamicStore()),
+            Value(Dictionary{{"a", kLast}, {"b", kLast}, {"c", kLast}, {"d", kLast}}));
 }
 
-TEST_F(QVDynamicStoreTest, StaysWithoutAContainerThatTheArchiveDoesNotHold) {
-  const auto store = storeOf({{"a", "1"}});
-  store->setOrderedKeys(nullptr);
-  QVPlatform::KeyedArchiver archiver;
-  archiver.encodeObjectForKey(store, "store");
-  QVPlatform::KeyedUnarchiver unarchiver(archiver.finishEncoding());
-  const auto restored =
-      std::dynamic_pointer_cast<QVDynamicStore>(unarchiver.decodeObjectForKey("store").object());
-  ASSERT_TRUE(restored);
-  EXPECT_EQ(restored->getData("a"), Value("1"));
-  EXPECT_EQ(restored->debugDescription(), String(""));
-  EXPECT_TRUE(restored->orderedKeys().isNull());
+TEST_F(QVDynamicStoreTest, ComesBackFromAnArchiveWithWhatWasInIt) {
+  for (const bool isOrdered : {true, false}) {
+    const auto store = storeOf({{"b", "1"}, {"a", "2"}});
+    if (!isOrdered) store->setOrderedKeys(nullptr);
+    QVPlatform::KeyedArchiver archiver;
+    archiver.encodeObjectForKey(store, "store");
+    QVPlatform::KeyedUnarchiver unarchiver(archiver.finishEncoding());
+    const auto restored =
+        std::dynamic_pointer_cast<QVDynamicStore>(unarchiver.decodeObjectForKey("store").object());
+    ASSERT_TRUE(restored);
+    EXPECT_EQ(restored->getData("a"), Value("2"));
+    EXPECT_EQ(restored->debugDescription(), String(isOrdered ? "b : 1\na : 2\n" : ""));
+    EXPECT_EQ(restored->orderedKeys().isNull(), !isOrdered);
+  }
 }
 
 }  // namespace
