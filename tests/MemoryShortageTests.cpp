@@ -35,8 +35,8 @@ class MemoryShortageTest : public QVTest::CoreTest {
 
   /// Runs the operation with its first allocation failing, with its second, and so on until all
   /// that it wants succeed; what holds after each run is for `check` to say.
-  static void failEach(FailingAllocations::Threads threads, const std::function<void()>& operation,
-                       const std::function<bool()>& check) {
+  static void failEach(const std::function<void()>& operation, const std::function<bool()>& check,
+                       FailingAllocations::Threads threads = FailingAllocations::Threads::kThis) {
     for (long count = 0, hasFailed = true; hasFailed; ++count) {
       bool isAsItShouldBe = false;
       {
@@ -101,10 +101,8 @@ TEST_F(MemoryShortageTest, QueuesAHitOrAnswersIt) {
   const auto isHandledOnce = [&] {
     return hits->operationCount() + static_cast<std::size_t>(errors.count()) == handled;
   };
-  failEach(
-      FailingAllocations::Threads::kThis, [&] { post(hit); }, isHandledOnce);
-  failEach(
-      FailingAllocations::Threads::kThis, [&] { post(bad); }, isHandledOnce);
+  failEach([&] { post(hit); }, isHandledOnce);
+  failEach([&] { post(bad); }, isHandledOnce);
 }
 
 TEST_F(MemoryShortageTest, LeavesAStoreEachVariableOnce) {
@@ -112,12 +110,39 @@ TEST_F(MemoryShortageTest, LeavesAStoreEachVariableOnce) {
   const auto other = std::make_shared<QVDynamicStore>()->init();
   for (const char* key : {"a", "b", "c"}) other->addDataWithValue(key, "value");
   failEach(
-      FailingAllocations::Threads::kThis,
       [&] {
         if (store->orderedKeys().count() == 3) store->clearData();
         callOut([&] { store->addData(other); });
       },
       [&] { return store->orderedKeys().count() == store->dynamicStore().count(); });
+}
+
+TEST_F(MemoryShortageTest, LeavesNoArchiveAndNothingMoreToRead) {
+  const QVPlatform::String first("first"), second("second");
+  for (const Value& value : {Value(QVPlatform::String(std::string(5000, 'x'))),
+                             Value(Dictionary({{"list", Array({1, "text"})}}))}) {
+    Data archive;
+    for (long count = 0, hasFailed = true; hasFailed; ++count) {
+      KeyedArchiver archiver;
+      {
+        const FailingAllocations failing(count);
+        callOut([&] { archiver.encodeObjectForKey(value, first); });
+        hasFailed = failing.hasFailed();
+      }
+      archiver.encodeObjectForKey(value, second);
+      archive = archiver.finishEncoding();
+      ASSERT_EQ(archive.isNull(), hasFailed) << count;
+    }
+    for (long count = 0, hasFailed = true; hasFailed; ++count) {
+      KeyedUnarchiver unarchiver(archive);
+      {
+        const FailingAllocations failing(count);
+        callOut([&] { unarchiver.decodeObjectForKey(first); });
+        hasFailed = failing.hasFailed();
+      }
+      ASSERT_EQ(unarchiver.decodeObjectForKey(second), hasFailed ? Value() : value) << count;
+    }
+  }
 }
 
 TEST_F(MemoryShortageTest, AnswersEachHitThatIsSent) {
@@ -129,12 +154,12 @@ TEST_F(MemoryShortageTest, AnswersEachHitThatIsSent) {
   const Notification hit(kQVNotification_HTTPRequest, nullptr, Dictionary{{"url", server.url()}});
   int posted = 0;
   failEach(
-      FailingAllocations::Threads::kAll,
       [&] {
         ++posted;
         NotificationCenter::defaultCenter()->postNotification(hit);
       },
-      [&] { return waitUntil([&] { return errors.count() + answers.count() == posted; }); });
+      [&] { return waitUntil([&] { return errors.count() + answers.count() == posted; }); },
+      FailingAllocations::Threads::kAll);
   EXPECT_GT(answers.count(), 0);
   EXPECT_GT(errors.count(), 0);
 }
@@ -162,13 +187,9 @@ TEST_F(MemoryShortageTest, ReachesNoSenderListenerOrQueue) {
     sender->send(notification);
     return owner.heard == listening;
   };
-  const auto one = FailingAllocations::Threads::kThis;
+  failEach([&] { listening += owner.listener->listen(name) ? 1 : 0; }, hearsEach);
+  failEach([&] { EXPECT_TRUE(sender->send(notification)); }, hearsEach);
   failEach(
-      one, [&] { listening += owner.listener->listen(name) ? 1 : 0; }, hearsEach);
-  failEach(
-      one, [&] { EXPECT_TRUE(sender->send(notification)); }, hearsEach);
-  failEach(
-      one,
       [&] {
         owner.listener->stopListening();
         listening = 0;
@@ -179,15 +200,13 @@ TEST_F(MemoryShortageTest, ReachesNoSenderListenerOrQueue) {
   queue.setSuspended(true);
   std::size_t added = 0;
   const auto operation = std::make_shared<Operation>();
-  failEach(
-      one, [&] { added += queue.addOperation(operation) ? 1 : 0; },
-      [&] { return queue.operationCount() == added; });
-  failEach(
-      one, [&] { queue.setSuspended(false); },
-      [&] {
-        queue.addOperation(operation);
-        return waitUntil([&] { return queue.operationCount() == 0; });
-      });
+  failEach([&] { added += queue.addOperation(operation) ? 1 : 0; },
+           [&] { return queue.operationCount() == added; });
+  failEach([&] { queue.setSuspended(false); },
+           [&] {
+             queue.addOperation(operation);
+             return waitUntil([&] { return queue.operationCount() == 0; });
+           });
 }
 
 }  // namespace

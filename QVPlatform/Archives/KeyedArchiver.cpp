@@ -37,13 +37,11 @@ struct KeyedArchiver::State {
   explicit State(KeyedArchiver& archiver) : archiver_(archiver) {}
 
   void encode(const Value& value, const String& key) {
-    if (isFinished_ || key.isNull()) return;
-    const auto uid = value.isNil() ? std::optional(writer_.addUID(0)) : add(value);
-    if (uid) put(*uid, key);
+    put(key, [&] { return value.isNil() ? std::optional(writer_.addUID(0)) : add(value); });
   }
 
   void encodeInteger(std::int64_t number, const String& key) {
-    if (!isFinished_ && !key.isNull()) put(writer_.add(number), key);
+    put(key, [&] { return std::optional(writer_.add(number)); });
   }
 
   Data finish() {
@@ -62,6 +60,19 @@ struct KeyedArchiver::State {
 
   /// How many elements of a list are looked at to tell how long the rest will be.
   static constexpr std::size_t kSample = 16;
+
+  /// Has the key stand for what `added` answers. When memory runs out in the middle, or the thread
+  /// ends, what was added so far is in no order: there will be no archive.
+  template <class Added>
+  void put(const String& key, const Added& added) {
+    if (isFinished_ || key.isNull()) return;
+    try {
+      if (const auto value = added()) put(*value, key);
+    } catch (...) {
+      isFinished_ = true;
+      throw;
+    }
+  }
 
   /// Has the key stand for the value, in the archive or the object that is being archived.
   void put(Reference value, const String& key) {
@@ -123,10 +134,8 @@ struct KeyedArchiver::State {
     try {
       return contents();
     } catch (const std::bad_alloc&) {
-      isFinished_ = true;  // what was added so far is in no order
       throw;
     } catch (const abi::__forced_unwind&) {
-      isFinished_ = true;
       throw;
     } catch (...) {
       return std::nullopt;

@@ -91,8 +91,13 @@ struct KeyedUnarchiver::State {
 
   Value decode(const String& key) {
     if (key.isNull() || !isValid()) return nullptr;
-    const Value value = entry(scope_, Format::escapedKey(key.view()));
-    return isValid() ? value : Value();
+    try {
+      const Value value = entry(scope_, Format::escapedKey(key.view()));
+      return isValid() ? value : Value();
+    } catch (...) {
+      memo_.fail();  // what is half made must not be met again
+      throw;
+    }
   }
 
  private:
@@ -237,10 +242,8 @@ struct KeyedUnarchiver::State {
       scope_ = outer;
       return coding ? Value(made) : Value();
     } catch (const std::bad_alloc&) {
-      memo_.fail();  // what is half made must not be met again
       throw;
     } catch (const abi::__forced_unwind&) {
-      memo_.fail();
       throw;
     } catch (...) {
       if (!std::exchange(hasReported_, true)) {
