@@ -1,3 +1,4 @@
+#include <pwd.h>
 #include <sys/resource.h>
 
 #include "tests/support/Test.h"
@@ -12,7 +13,8 @@ void useOtherPlaces() {
   fs::current_path("/");
 }
 
-/// In a copy of this program: tells its identifier, having lost its file, and makes its directory.
+/// In a copy of this program: tells its identifier and the directory of its resources, having lost
+/// its file, and makes its directory.
 const bool isCopy = [] {
   if (std::getenv("QV_TEST_IS_COPY") == nullptr) return false;
   fs::remove(fs::read_symlink("/proc/self/exe"));
@@ -26,7 +28,8 @@ const bool isCopy = [] {
   useOtherPlaces();
   const bool isStable = Application::containerDirectory() == container;
   Application::makeLibraryDirectory();
-  std::cout << Application::identifier().view() << (isStable ? "" : " moved") << std::flush;
+  std::cout << Application::identifier().view() << (isStable ? "" : " moved") << " "
+            << Application::resourceDirectory().view() << std::flush;
   _exit(0);
 }();
 
@@ -37,41 +40,56 @@ TEST(ApplicationTest, KeepsItsPlacesWhateverTheyAreCalledAndWhateverBecomesOfThe
     std::string below;
     std::string program;
     std::string identifier;
-  } cases[] = {{"HOME", "home", ".local/share", "player", "player"},
-               {"XDG_DATA_HOME", "data", "", "player (deleted)", "player (deleted)"},
-               {"HOME", "caf\xe9", ".local/share", "play\xe9r", "play%E9r"},
-               {"XDG_DATA_HOME", "caf\xe9/data", "", "player", "player"}};
-  for (const auto& [variable, directory, below, program, identifier] : cases) {
+    const char* resources;
+  } cases[] = {{"HOME", "home", ".local/share", "player", "player", ""},
+               {"XDG_DATA_HOME", "data", "", "player (deleted)", "player (deleted)", "/Resources"},
+               {"HOME", "caf\xe9", ".local/share", "play\xe9r", "play%E9r", "/Resources"},
+               {"XDG_DATA_HOME", "caf\xe9/data", "", "player", "player", ""}};
+  for (const auto& [variable, directory, below, program, identifier, resources] : cases) {
     const QVTest::TemporaryDirectory places;
-    const fs::path copy = places.path() / program;
-    fs::copy_file("/proc/self/exe", copy);
+    const std::string place = places.path();
+    fs::copy_file("/proc/self/exe", places.path() / program);
+    fs::create_directory(place + resources);
     const fs::path home = places.path() / directory;
-    const std::string output = QVTest::outputOf(
-        "cd '" + places.path().string() + "' && unset XDG_DATA_HOME && QV_TEST_IS_COPY=1 " +
-        variable + "='" + home.string() + "' '" + copy.string() + "'");
-    EXPECT_EQ(output, identifier);
+    EXPECT_EQ(outputOf("cd '" + place + "' && unset XDG_DATA_HOME && QV_TEST_IS_COPY=1 " +
+                       variable + "='" + home.string() + "' './" + program + "'"),
+              identifier + " " + place + resources);
     EXPECT_TRUE(fs::is_directory(home / below / identifier / "Library")) << identifier;
     fs::remove_all(places.path() / directory.substr(0, directory.find('/')));
+    fs::remove(place + "/Resources");
     EXPECT_TRUE(fs::is_empty(places.path())) << identifier;
   }
 }
 
-TEST(ApplicationTest, StaysBelowTheDataDirectoryWhateverTheIdentifier) {
-  setenv("XDG_DATA_HOME", "/data/", 1);
+TEST(ApplicationTest, StaysBelowTheUsersDataDirectoryWhateverTheIdentifier) {
+  const std::string home = getpwuid(geteuid())->pw_dir;
   const struct {
+    const char* dataHome;
+    const char* home;
     String identifier;
     String container;
-  } cases[] = {{"org.example.player", "/data/org.example.player"},
-               {"/x", "/data/-x"},
-               {"../../x", "/data/..-..-x"},
-               {".", "/data/.-"},
-               {"..", "/data/..-"},
-               {String(std::string_view("\0", 1)), "/data/-"},
-               {"", "/data/ApplicationTests"}};
-  for (const auto& [identifier, container] : cases) {
-    Application::setIdentifier(identifier);
-    EXPECT_EQ(Application::containerDirectory(), container);
-    EXPECT_EQ(Application::libraryDirectory(), container + String("/Library"));
+  } cases[] = {{"/data/", "/home", "org.example.player", "/data/org.example.player"},
+               {"data", "/home", "x", "/home/.local/share/x"},
+               {"", "home", "x", home + "/.local/share/x"},
+               {"", "", "x", home + "/.local/share/x"},
+               {"/data", "", "/x", "/data/-x"},
+               {"/data", "", "../../x", "/data/..-..-x"},
+               {"/data", "", ".", "/data/.-"},
+               {"/data", "", "..", "/data/..-"},
+               {"/data", "", "\0"s, "/data/-"},
+               {"/data", "", "", "/data/ApplicationTests"}};
+  for (const auto& row : cases) {
+    EXPECT_EQ(runInChild([&row] {
+                setenv("XDG_DATA_HOME", row.dataHome, 1);
+                setenv("HOME", row.home, 1);
+                Application::setIdentifier(row.identifier);
+                const String library = row.container + String("/Library");
+                return Application::containerDirectory() != row.container ? 1
+                       : Application::libraryDirectory() != library       ? 2
+                                                                          : 0;
+              }),
+              0)
+        << row.container.view();
   }
 }
 

@@ -30,19 +30,13 @@ std::string identifierOnMachine(const std::string& contents) {
 }
 
 TEST(DeviceTest, MakesTheVendorIdentifierFromTheMachinesIdAndTheVendorsName) {
-  struct Case {
-    const char* machineId;
-    const char* vendor;
-    const char* identifier;
-  };
-  const Case cases[] = {
+  const char* const cases[][3] = {
       {"6e6e3b4c8f0a4e5fb1b7a1d4c3e2f101\n", "org.example", "0F78B62E-3D9F-5BE1-96CF-6EE9816861C6"},
       {"6E6E3B4C8F0A4E5FB1B7A1D4C3E2F101", "org.example", "0F78B62E-3D9F-5BE1-96CF-6EE9816861C6"},
       {"6e6e3b4c8f0a4e5fb1b7a1d4c3e2f101\n", "org.example2",
        "3CBAFEC1-1715-5EDA-8B24-61DD945031AB"},
       {"6e6e3b4c8f0a4e5fb1b7a1d4c3e2f102\n", "org.example", "FA5D928E-71E9-502C-9CA4-E3E37BFDEFE8"},
       {"", "org.example", ""},
-      {"uninitialized\n", "org.example", ""},
       {"6e6e3b4c8f0a4e5fb1b7a1d4c3e2f10\n", "org.example", ""},
       {"6e6e3b4c8f0a4e5fb1b7a1d4c3e2f10g\n", "org.example", ""},
       {"6e6e3b4c8f0a4e5fb1b7a1d4c3e2f10100\n", "org.example", ""},
@@ -68,22 +62,22 @@ TEST(DeviceTest, TakesTheVendorsNameFromTheApplicationsIdentifier) {
 }
 
 TEST(DeviceTest, LetsTheApplicationReplaceEachIdentifier) {
-  EXPECT_TRUE(Device::advertisingIdentifier().isNull());
-  const String cases[][2] = {
-      {"advertising", "advertising"},
-      {"", nullptr},
-      {"6e6e3b4c-8f0a-4e5f-b1b7-a1d4c3e2f1ff", "6E6E3B4C-8F0A-4E5F-B1B7-A1D4C3E2F1FF"},
-      {"6e6e3b4c-8f0a-4e5f-b1b7-a1d4c3e2f1fg", "6e6e3b4c-8f0a-4e5f-b1b7-a1d4c3e2f1fg"}};
-  for (const auto& [given, identifier] : cases) {
-    Device::setAdvertisingIdentifierProvider([text = given] { return text; });
-    EXPECT_EQ(Device::advertisingIdentifier(), identifier);
-  }
-
   const String byDefault = Device::identifierForVendor();
-  Device::setIdentifierForVendorProvider([] { return String("vendor"); });
-  EXPECT_EQ(Device::identifierForVendor(), String("vendor"));
-  Device::setIdentifierForVendorProvider([]() -> String { throw std::runtime_error("no bus"); });
-  EXPECT_TRUE(Device::identifierForVendor().isNull());
+  EXPECT_TRUE(Device::advertisingIdentifier().isNull());
+  const std::pair<Device::IdentifierProvider, String> cases[] = {
+      {[] { return String("own"); }, "own"},
+      {[] { return String(""); }, nullptr},
+      {[]() -> String { throw std::runtime_error("no bus"); }, nullptr},
+      {[] { return String("6e6e3b4c-8f0a-4e5f-b1b7-a1d4c3e2f1ff"); },
+       "6E6E3B4C-8F0A-4E5F-B1B7-A1D4C3E2F1FF"},
+      {[] { return String("6e6e3b4c-8f0a-4e5f-b1b7-a1d4c3e2f1fg"); },
+       "6e6e3b4c-8f0a-4e5f-b1b7-a1d4c3e2f1fg"}};
+  for (const auto& [provider, identifier] : cases) {
+    Device::setAdvertisingIdentifierProvider(provider);
+    Device::setIdentifierForVendorProvider(provider);
+    EXPECT_EQ(Device::advertisingIdentifier(), identifier);
+    EXPECT_EQ(Device::identifierForVendor(), identifier);
+  }
   Device::setIdentifierForVendorProvider(nullptr);
   EXPECT_EQ(Device::identifierForVendor(), byDefault);
 }

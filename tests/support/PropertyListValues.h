@@ -56,24 +56,32 @@ inline QVPlatform::Value nested(QVPlatform::Value value, std::size_t depth) {
   return value;
 }
 
-/// Equal in everything, kinds of numbers and signs of zeros included.
+/// How many arrays the value is inside of.
+inline std::size_t depthOf(QVPlatform::Value value) {
+  std::size_t depth = 0;
+  for (; !value.array().isNull(); ++depth) value = value.array().at(0);
+  return depth;
+}
+
+/// Equal in everything, kind of number and sign of zero included.
 inline bool identical(const QVPlatform::Value& a, const QVPlatform::Value& b) {
-  using namespace QVPlatform;
-  if (a.storage().index() != b.storage().index()) return false;
-  if (const auto* real = std::get_if<double>(&a.storage())) {
-    return std::bit_cast<std::uint64_t>(*real) ==
-           std::bit_cast<std::uint64_t>(std::get<double>(b.storage()));
+  const auto* real = std::get_if<double>(&a.storage());
+  if (a.storage().index() != b.storage().index() || !real) {
+    return a.storage().index() == b.storage().index() && a == b;
   }
-  const auto left = a.array().values();
-  const auto right = b.array().values();
-  const auto entries = a.dictionary().entries();
-  const auto others = b.dictionary().entries();
-  return (!a.array().isNull() || !a.dictionary().isNull() || a == b) &&
-         std::equal(left.begin(), left.end(), right.begin(), right.end(), identical) &&
-         std::equal(entries.begin(), entries.end(), others.begin(), others.end(),
-                    [](const auto& x, const auto& y) {
-                      return x.first == y.first && identical(x.second, y.second);
-                    });
+  return std::bit_cast<std::uint64_t>(*real) ==
+         std::bit_cast<std::uint64_t>(std::get<double>(b.storage()));
+}
+
+/// Everything comes back as it was from where that takes it, by itself and within containers.
+inline void expectToComeBack(const std::function<QVPlatform::Value(QVPlatform::Value)>& through) {
+  for (const auto& value : propertyListValues()) {
+    using namespace QVPlatform;
+    const std::string text(value.description().view().substr(0, 100));
+    EXPECT_TRUE(identical(through(value), value)) << text;
+    const Value read = through(Dictionary({{"key", Array({value, "next"})}}));
+    EXPECT_TRUE(identical(read.dictionary().get("key").array().at(0), value)) << text;
+  }
 }
 
 }  // namespace QVTest
