@@ -10,12 +10,14 @@ namespace {
 
 constexpr std::size_t kLimit = 1000;
 
+/// The current directory is an empty one.
 class FileManagerTest : public ::testing::Test {
  protected:
-  String path(const std::string& name) const { return String((directory.path() / name).string()); }
+  FileManagerTest() { fs::current_path(directory.path()); }
+
   /// Names in the directory, those of unfinished files included.
-  std::size_t fileCount() const {
-    return static_cast<std::size_t>(std::distance(fs::directory_iterator(directory.path()), {}));
+  static std::size_t fileCount() {
+    return static_cast<std::size_t>(std::distance(fs::directory_iterator("."), {}));
   }
 
   QVTest::TemporaryDirectory directory;
@@ -32,16 +34,16 @@ std::string contents(int number) {
 }
 
 TEST_F(FileManagerTest, ReadsRegularFilesUpToTheLimit) {
-  putFile(path("empty").UTF8String(), "");
-  putFile(path("largest").UTF8String(), std::string(kLimit, 'x'));
-  putFile(path("larger").UTF8String(), std::string(kLimit + 1, 'x'));
-  ASSERT_EQ(mkfifo(path("pipe").UTF8String(), 0600), 0);
+  putFile("empty", "");
+  putFile("largest", std::string(kLimit, 'x'));
+  putFile("larger", std::string(kLimit + 1, 'x'));
+  ASSERT_EQ(mkfifo("pipe", 0600), 0);
   const std::pair<String, Data> cases[] = {
-      {path("empty"), Data("")}, {path("largest"), Data(std::string(kLimit, 'x'))},
-      {path("larger"), nullptr}, {path("missing"), nullptr},
-      {path("pipe"), nullptr},   {path(""), nullptr},
-      {"/dev/zero", nullptr},    {path("empty\0x"s), nullptr},
-      {String(), nullptr},       {"", nullptr},
+      {"empty", Data("")},    {"largest", Data(std::string(kLimit, 'x'))},
+      {"larger", nullptr},    {"missing", nullptr},
+      {"pipe", nullptr},      {"./", nullptr},
+      {"/dev/zero", nullptr}, {"empty\0x"s, nullptr},
+      {String(), nullptr},    {"", nullptr},
   };
   for (const auto& [name, expected] : cases) {
     EXPECT_EQ(FileManager::contentsAtPath(name, kLimit), expected) << name.view();
@@ -52,81 +54,81 @@ TEST_F(FileManagerTest, ReadsRegularFilesUpToTheLimit) {
 }
 
 TEST_F(FileManagerTest, TellsWhyATextCannotBeRead) {
-  putFile(path("text").UTF8String(), "caf\u00e9");
-  putFile(path("bytes").UTF8String(), "caf\xe9");
+  putFile("text", "caf\u00e9");
+  putFile("bytes", "caf\xe9");
   String error;
-  EXPECT_EQ(FileManager::stringWithContentsOfFile(path("text"), &error), String("caf\u00e9"));
+  EXPECT_EQ(FileManager::stringWithContentsOfFile("text", &error), String("caf\u00e9"));
   EXPECT_TRUE(error.isNull());
   // 64 MiB are read, and not a byte more.
   for (const char* name : {"largest", "larger"}) {
-    putFile(path(name).UTF8String(), "");
-    fs::resize_file(path(name).UTF8String(), (64U << 20) + (name == "larger"s ? 1 : 0));
+    putFile(name, "");
+    fs::resize_file(name, (64U << 20) + (name == "larger"s ? 1 : 0));
   }
-  EXPECT_EQ(FileManager::stringWithContentsOfFile(path("largest")).view().size(), 64U << 20);
-  const std::pair<String, std::string> cases[] = {{path("missing"), "No such file or directory"},
-                                                  {path("bytes"), "it is not UTF-8"},
-                                                  {path("larger"), "File too large"},
-                                                  {path(""), "Invalid argument"}};
+  EXPECT_EQ(FileManager::stringWithContentsOfFile("largest").view().size(), 64U << 20);
+  const std::pair<String, std::string> cases[] = {{"missing", "No such file or directory"},
+                                                  {"bytes", "it is not UTF-8"},
+                                                  {"larger", "File too large"},
+                                                  {"./", "Invalid argument"}};
   for (const auto& [name, reason] : cases) {
     EXPECT_TRUE(FileManager::stringWithContentsOfFile(name, &error).isNull());
     EXPECT_TRUE(error.view().ends_with(reason)) << error.view();
   }
-  EXPECT_TRUE(FileManager::stringWithContentsOfFile(path("missing")).isNull());
+  EXPECT_TRUE(FileManager::stringWithContentsOfFile("missing").isNull());
 }
 
 TEST_F(FileManagerTest, MakesAndRemovesOneLevel) {
-  EXPECT_FALSE(FileManager::createDirectoryAtPath(path("a/b")));
-  EXPECT_TRUE(FileManager::createDirectoryAtPath(path("a")));
-  EXPECT_FALSE(FileManager::createDirectoryAtPath(path("a")));
-  EXPECT_EQ(modeOf(directory.path() / "a"), 0700U);
-  EXPECT_TRUE(FileManager::writeAtomically("x", path("a/file")));
-  EXPECT_FALSE(FileManager::removeItemAtPath(path("a")));
-  EXPECT_TRUE(FileManager::removeItemAtPath(path("a/file")));
-  EXPECT_TRUE(FileManager::removeItemAtPath(path("a")));
-  EXPECT_FALSE(FileManager::removeItemAtPath(path("a")));
+  EXPECT_FALSE(FileManager::createDirectoryAtPath("a/b"));
+  EXPECT_TRUE(FileManager::createDirectoryAtPath("a"));
+  EXPECT_FALSE(FileManager::createDirectoryAtPath("a"));
+  EXPECT_EQ(modeOf("a"), 0700U);
+  EXPECT_TRUE(FileManager::writeAtomically("x", "a/file"));
+  EXPECT_FALSE(FileManager::removeItemAtPath("a"));
+  EXPECT_TRUE(FileManager::removeItemAtPath("a/file"));
+  EXPECT_TRUE(FileManager::removeItemAtPath("a"));
+  EXPECT_FALSE(FileManager::removeItemAtPath("a"));
 }
 
 TEST_F(FileManagerTest, LeavesEverythingAsItWasWhenItCannotWrite) {
-  putFile(path("file").UTF8String(), "old");
-  fs::create_directories(path("full/inner").UTF8String());
+  putFile("file", "old");
+  fs::create_directories("full/inner");
   for (const String& target :
-       {path("missing/file"), path("file/inner"), path("full"), path(""), String(), path("a\0b"s),
-        path(std::string(300, 'n')), String("/proc/self/status")}) {
+       std::vector<String>{"missing/file", "file/inner", "full", "./", "", nullptr, "a\0b"s,
+                           std::string(300, 'n'), "/proc/self/status"}) {
     EXPECT_FALSE(FileManager::writeAtomically("new", target)) << target.view();
   }
-  EXPECT_FALSE(FileManager::writeAtomically(Data(), path("file")));
-  EXPECT_EQ(contentsOf(path("file").UTF8String()), "old");
+  EXPECT_FALSE(FileManager::writeAtomically(Data(), "file"));
+  EXPECT_EQ(contentsOf("file"), "old");
   EXPECT_EQ(fileCount(), 2U);
 }
 
 TEST_F(FileManagerTest, KeepsTheOldFileWhenTheDiskIsFull) {
-  const std::string mountPoint = directory.path();
   // In a mount namespace of its own, so that nothing stays mounted whatever happens.
   const int status = QVTest::runInChild([&] {
     if (unshare(CLONE_NEWNS) != 0 ||
         mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        mount("none", mountPoint.c_str(), "tmpfs", 0, "size=256k") != 0) {
+        mount("none", directory.path().c_str(), "tmpfs", 0, "size=256k") != 0) {
       return 2;
     }
-    if (!FileManager::writeAtomically(contents(0), path("file"))) return 3;
-    if (FileManager::writeAtomically(std::string(300000, 'x'), path("file"))) return 4;
-    if (contentsOf(path("file").UTF8String()) != contents(0) || fileCount() != 1) return 5;
-    return FileManager::writeAtomically(contents(1), path("file")) ? 0 : 6;
+    fs::current_path(directory.path());
+    if (!FileManager::writeAtomically(contents(0), "file")) return 3;
+    if (FileManager::writeAtomically(std::string(300000, 'x'), "file")) return 4;
+    if (contentsOf("file") != contents(0) || fileCount() != 1) return 5;
+    return FileManager::writeAtomically(contents(1), "file") ? 0 : 6;
   });
   if (status == 2) GTEST_SKIP() << "no right to mount a file system";
   EXPECT_EQ(status, 0);
 }
 
 TEST_F(FileManagerTest, KeepsAFileWholeThatManyWriteAtOnceOfWhomSomeAreKilled) {
-  ASSERT_TRUE(FileManager::writeAtomically(contents(0), path("file")));
+  ASSERT_TRUE(FileManager::writeAtomically(contents(0), "file"));
   const auto write = [&](int count) {
     for (int number = 0; number != count; ++number) {
-      if (!FileManager::writeAtomically(contents(number), path("file"))) return 1;
+      if (!FileManager::writeAtomically(contents(number), "file")) return 1;
     }
     return 0;
   };
   const auto isWhole = [&] {
-    const std::string bytes = contentsOf(path("file").UTF8String());
+    const std::string bytes = contentsOf("file");
     return bytes == contents(0) || bytes == contents(1);
   };
   const pid_t writer = QVTest::startChild([&] { return write(25); });
@@ -147,42 +149,39 @@ TEST_F(FileManagerTest, KeepsAFileWholeThatManyWriteAtOnceOfWhomSomeAreKilled) {
 }
 
 TEST_F(FileManagerTest, WritesAPrivateFileBesideALeftOverOfAnyKind) {
-  const auto temporary = [&](int number) {
-    return std::string(path(".file.tmp" + std::to_string(number)).view());
-  };
-  for (const std::string& old : {temporary(0), std::string(path("file").view())}) {
+  const auto temporary = [](int number) { return ".file.tmp" + std::to_string(number); };
+  for (const std::string& old : {temporary(0), "file"s}) {
     putFile(old, std::string(1000, 'x'));
     fs::permissions(old, fs::perms::all);
   }
-  EXPECT_TRUE(FileManager::writeAtomically("new", path("file")));
-  EXPECT_EQ(contentsOf(path("file").UTF8String()), "new");
-  EXPECT_EQ(modeOf(path("file").UTF8String()), 0600U);
+  EXPECT_TRUE(FileManager::writeAtomically("new", "file"));
+  EXPECT_EQ(contentsOf("file"), "new");
+  EXPECT_EQ(modeOf("file"), 0600U);
   EXPECT_EQ(fileCount(), 1U);
   // What is somebody else's is left alone: what a link points to, by either kind of link, too.
-  putFile(path("other").UTF8String(), "other");
+  putFile("other", "other");
   fs::create_symlink("other", temporary(0));
-  fs::create_hard_link(path("other").UTF8String(), temporary(1));
+  fs::create_hard_link("other", temporary(1));
   fs::create_directory(temporary(2));
   ASSERT_EQ(mkfifo(temporary(3).c_str(), 0600), 0);
   const int reader = open(temporary(3).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   putFile(temporary(4), "another user's");
   const bool isForeign = chown(temporary(4).c_str(), 65534, 65534) == 0;  // root alone can
   const std::size_t before = fileCount() - (isForeign ? 0 : 1);
-  EXPECT_TRUE(FileManager::writeAtomically("", path("file")));
-  EXPECT_EQ(contentsOf(path("file").UTF8String()), "");
-  EXPECT_EQ(contentsOf(path("other").UTF8String()), "other");
+  EXPECT_TRUE(FileManager::writeAtomically("", "file"));
+  EXPECT_EQ(contentsOf("file"), "");
+  EXPECT_EQ(contentsOf("other"), "other");
   EXPECT_EQ(fileCount(), before);
   close(reader);
 }
 
 TEST_F(FileManagerTest, LeavesTheLockOnAFileToNoChild) {
-  const fs::path place(path("file").UTF8String());
-  auto file = std::make_unique<AtomicFile>(path("file"));
+  auto file = std::make_unique<AtomicFile>("file");
   ASSERT_TRUE(file->write("new"));
   const pid_t child = QVTest::startChild([] { return pause(); });
   ASSERT_TRUE(file->moveIntoPlace());
   file.reset();
-  const int opened = open(place.c_str(), O_RDONLY | O_CLOEXEC);
+  const int opened = open("file", O_RDONLY | O_CLOEXEC);
   EXPECT_EQ(flock(opened, LOCK_EX | LOCK_NB), 0);
   close(opened);
   kill(child, SIGKILL);
@@ -192,24 +191,22 @@ TEST_F(FileManagerTest, LeavesTheLockOnAFileToNoChild) {
 TEST_F(FileManagerTest, WritesWhereThereAreNoLocks) {
   const QVTest::LocklessFileSystem lockless;
   // One of these is being written, as far as can be told; the other one was left long ago.
-  for (const char* name : {".file.tmp0", ".file.tmp1"}) putFile(path(name).UTF8String(), "x");
-  fs::last_write_time(path(".file.tmp1").UTF8String(),
-                      fs::file_time_type::clock::now() - std::chrono::hours(1));
-  EXPECT_TRUE(FileManager::writeAtomically("new", path("file")));
-  EXPECT_EQ(contentsOf(path("file").UTF8String()), "new");
-  EXPECT_EQ(contentsOf(path(".file.tmp0").UTF8String()), "x");
+  for (const char* name : {".file.tmp0", ".file.tmp1"}) putFile(name, "x");
+  fs::last_write_time(".file.tmp1", fs::file_time_type::clock::now() - std::chrono::hours(1));
+  EXPECT_TRUE(FileManager::writeAtomically("new", "file"));
+  EXPECT_EQ(contentsOf("file"), "new");
+  EXPECT_EQ(contentsOf(".file.tmp0"), "x");
   EXPECT_EQ(fileCount(), 2U);
 }
 
 TEST_F(FileManagerTest, TakesNothingButFilesOfNobody) {
-  const auto take = [&] {
-    return TakenFile::takeAtPath(path("file"), [](const String&) { return true; });
+  const auto take = [] {
+    return TakenFile::takeAtPath("file", [](const String&) { return true; });
   };
-  const auto takenBy = [&](pid_t owner) {
-    const std::string number = std::to_string(owner);
-    return fs::path(path(".file.taken00000000000000000001-" + number + "-0").view());
+  const auto takenBy = [](pid_t owner) {
+    return ".file.taken00000000000000000001-" + std::to_string(owner) + "-0";
   };
-  putFile(path("file").UTF8String(), "whole");
+  putFile("file", "whole");
   fs::create_directory(takenBy(1));
   {
     auto files = take();
@@ -218,12 +215,12 @@ TEST_F(FileManagerTest, TakesNothingButFilesOfNobody) {
     EXPECT_EQ(take().size(), 0U);
     files[0].putBack();
   }
-  EXPECT_EQ(contentsOf(path("file").UTF8String()), "rest");
+  EXPECT_EQ(contentsOf("file"), "rest");
   const LocklessFileSystem lockless;
-  fs::rename(path("file").UTF8String(), takenBy(getppid()));
-  fs::create_symlink(takenBy(getppid()), path("file").UTF8String());
+  fs::rename("file", takenBy(getppid()));
+  fs::create_symlink(takenBy(getppid()), "file");
   EXPECT_EQ(take().size(), 0U);
-  EXPECT_TRUE(fs::is_symlink(path("file").UTF8String()));
+  EXPECT_TRUE(fs::is_symlink("file"));
   const pid_t ended = startChild([] { return 0; });
   exitStatusOf(ended);
   fs::rename(takenBy(getppid()), takenBy(ended));
@@ -231,14 +228,12 @@ TEST_F(FileManagerTest, TakesNothingButFilesOfNobody) {
 }
 
 TEST_F(FileManagerTest, FindsTheResourcesOfABundle) {
-  fs::create_directory(path("bundle").UTF8String());
-  for (const char* name : {"bundle/a.json", "bundle/plain", "outside.json"}) {
-    putFile(path(name).UTF8String(), "{}");
-  }
-  const Bundle bundle(path("bundle"));
-  EXPECT_EQ(bundle.pathForResource("a", "json"), path("bundle/a.json"));
-  EXPECT_EQ(bundle.pathForResource("plain", nullptr), path("bundle/plain"));
-  EXPECT_EQ(bundle.pathForResource("plain", ""), path("bundle/plain"));
+  fs::create_directory("bundle");
+  for (const char* name : {"bundle/a.json", "bundle/plain", "outside.json"}) putFile(name, "{}");
+  const Bundle bundle("bundle");
+  EXPECT_EQ(bundle.pathForResource("a", "json"), String("bundle/a.json"));
+  EXPECT_EQ(bundle.pathForResource("plain", nullptr), String("bundle/plain"));
+  EXPECT_EQ(bundle.pathForResource("plain", ""), String("bundle/plain"));
   const std::pair<String, String> missing[] = {
       {"b", "json"}, {"../outside", "json"}, {"x/../a", "json"},
       {"", "json"},  {nullptr, "json"},      {"..", ""},
@@ -247,8 +242,9 @@ TEST_F(FileManagerTest, FindsTheResourcesOfABundle) {
     EXPECT_TRUE(bundle.pathForResource(name, type).isNull()) << name.view();
   }
   EXPECT_TRUE(Bundle(nullptr).pathForResource("a", "json").isNull());
-  Application::setResourceDirectory(path("bundle"));
-  EXPECT_EQ(Bundle::mainBundle()->pathForResource("a", "json"), path("bundle/a.json"));
+  Application::setResourceDirectory("bundle");
+  EXPECT_EQ(Bundle::mainBundle()->pathForResource("a", "json"),
+            String((directory.path() / "bundle/a.json").string()));
   EXPECT_EQ(Bundle::mainBundle(), Bundle::mainBundle());
 }
 

@@ -6,21 +6,15 @@
 namespace {
 
 /// Counts notifications of one name, and takes no memory for it.
-class Tally {
- public:
+struct Tally {
   explicit Tally(const QVPlatform::String& name) {
-    center_->addObserver(
-        this, [this](const Notification&) { ++count_; }, name);
+    center->addObserver(
+        this, [this](const Notification&) { ++count; }, name);
   }
-  ~Tally() { center_->removeObserver(this); }
-  Tally(const Tally&) = delete;
-  Tally& operator=(const Tally&) = delete;
+  ~Tally() { center->removeObserver(this); }
 
-  int count() const { return count_; }
-
- private:
-  const std::shared_ptr<NotificationCenter> center_ = NotificationCenter::defaultCenter();
-  std::atomic<int> count_{0};
+  const std::shared_ptr<NotificationCenter> center = NotificationCenter::defaultCenter();
+  std::atomic<int> count{0};
 };
 
 class MemoryShortageTest : public QVTest::CoreTest {
@@ -99,7 +93,7 @@ TEST_F(MemoryShortageTest, QueuesAHitOrAnswersIt) {
     NotificationCenter::defaultCenter()->postNotification(request);
   };
   const auto isHandledOnce = [&] {
-    return hits->operationCount() + static_cast<std::size_t>(errors.count()) == handled;
+    return hits->operationCount() + static_cast<std::size_t>(errors.count) == handled;
   };
   failEach([&] { post(hit); }, isHandledOnce);
   failEach([&] { post(bad); }, isHandledOnce);
@@ -119,6 +113,7 @@ TEST_F(MemoryShortageTest, LeavesAStoreEachVariableOnce) {
 
 TEST_F(MemoryShortageTest, LeavesNoArchiveAndNothingMoreToRead) {
   const QVPlatform::String first("first"), second("second");
+  const Value other("other");
   for (const Value& value : {Value(QVPlatform::String(std::string(5000, 'x'))),
                              Value(Dictionary({{"list", Array({1, "text"})}}))}) {
     Data archive;
@@ -129,7 +124,7 @@ TEST_F(MemoryShortageTest, LeavesNoArchiveAndNothingMoreToRead) {
         callOut([&] { archiver.encodeObjectForKey(value, first); });
         hasFailed = failing.hasFailed();
       }
-      archiver.encodeObjectForKey(value, second);
+      archiver.encodeObjectForKey(other, second);
       archive = archiver.finishEncoding();
       ASSERT_EQ(archive.isNull(), hasFailed) << count;
     }
@@ -140,7 +135,7 @@ TEST_F(MemoryShortageTest, LeavesNoArchiveAndNothingMoreToRead) {
         callOut([&] { unarchiver.decodeObjectForKey(first); });
         hasFailed = failing.hasFailed();
       }
-      ASSERT_EQ(unarchiver.decodeObjectForKey(second), hasFailed ? Value() : value) << count;
+      ASSERT_EQ(unarchiver.decodeObjectForKey(second), hasFailed ? Value() : other) << count;
     }
   }
 }
@@ -158,10 +153,10 @@ TEST_F(MemoryShortageTest, AnswersEachHitThatIsSent) {
         ++posted;
         NotificationCenter::defaultCenter()->postNotification(hit);
       },
-      [&] { return waitUntil([&] { return errors.count() + answers.count() == posted; }); },
+      [&] { return waitUntil([&] { return errors.count + answers.count == posted; }); },
       FailingAllocations::Threads::kAll);
-  EXPECT_GT(answers.count(), 0);
-  EXPECT_GT(errors.count(), 0);
+  EXPECT_GT(answers.count, 0);
+  EXPECT_GT(errors.count, 0);
 }
 
 TEST_F(MemoryShortageTest, ReachesNoSenderListenerOrQueue) {

@@ -140,15 +140,23 @@ TEST_F(UserDefaultsTest, WritesAtTheNextChanceWhatCouldNotBeWritten) {
   EXPECT_EQ(store("b", "twice"), 1);
   EXPECT_EQ(defaults().exchangeObjectForKey(nullptr, "mine", "agreed"), Value("mine"));
   EXPECT_EQ(defaults().exchangeObjectForKey("old", "mine", "kept"), Value("mine"));
-  EXPECT_EQ(defaults().objectForKey("twice"), Value("b"));
-  EXPECT_TRUE(defaults().objectForKey("removed").isNil());
   fs::remove(preferences);
   fs::rename(container.path() / "aside", preferences);
+  // The file can be read, but there is no name left for an unfinished one.
+  const std::string unfinished = preferences / ".org.example.tests.plist.tmp";
+  for (int i = 0; i < 64; ++i) fs::create_directory(unfinished + std::to_string(i));
+  EXPECT_EQ(store("c", "later"), 1);
+  EXPECT_EQ(defaults().objectForKey("twice"), Value("b"));
+  EXPECT_EQ(defaults().objectForKey("agreed"), Value("mine"));
+  EXPECT_TRUE(defaults().objectForKey("removed").isNil());
+  for (int i = 0; i < 64; ++i) fs::remove(unfinished + std::to_string(i));
   ASSERT_EQ(runInChild([] { return store("theirs", "agreed") + store("theirs", "set"); }), 0);
   EXPECT_TRUE(defaults().synchronize());
-  EXPECT_EQ(
-      Value(stored()),
-      Value(Dictionary({{"agreed", "theirs"}, {"kept", "mine"}, {"set", "new"}, {"twice", "b"}})));
+  EXPECT_EQ(Value(stored()), Value(Dictionary({{"agreed", "theirs"},
+                                               {"kept", "mine"},
+                                               {"later", "c"},
+                                               {"set", "new"},
+                                               {"twice", "b"}})));
 }
 
 TEST_F(UserDefaultsTest, WaitsOnceForALockThatSomebodyElseHolds) {

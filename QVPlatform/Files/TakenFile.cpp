@@ -62,7 +62,8 @@ std::vector<std::string> takenPaths(const std::string& place) {
   const std::string directory = directoryOf(place);
   const std::string prefix = prefixOf(place);
   std::vector<std::string> paths;
-  const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(directory.c_str()), &closedir);
+  const char* name = directory.empty() ? "." : directory.c_str();
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(name), &closedir);
   while (const dirent* entry = entries ? readdir(entries.get()) : nullptr) {
     if (std::string_view(entry->d_name).starts_with(prefix)) {
       paths.push_back(directory + entry->d_name);
