@@ -198,7 +198,8 @@ TEST(KeyedArchiver, LeavesOutWhatCannotBeArchivedAndSaysSoOnce) {
       {Array({cyclic, cyclic}), Array({Array({1, null}), Array({1, null})})},
       {opaque, nullptr},
       {Array({selfish}), Array({null})},
-      {nested(1, 129), nested(null, 128)}};
+      {nested(1, 129), nested(null, 128)},
+      {nested(Array::array(), 128), nested(null, 128)}};
   for (const auto& [value, expected] : cases) {
     testing::internal::CaptureStderr();
     const Value read = throughArchive(value);
