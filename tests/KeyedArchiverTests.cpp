@@ -191,6 +191,7 @@ TEST(KeyedArchiver, LeavesOutWhatCannotBeArchivedAndSaysSoOnce) {
   const Value null = Null::null();
   const auto selfish = std::make_shared<Stranger>();
   selfish->content = Array({selfish});
+  constexpr std::size_t kDeepest = PropertyList::kMaximumDepth;
   const std::pair<Value, Value> cases[] = {
       {Array({1, opaque, opaque, "x"}), Array({1, null, null, "x"})},
       {Array({std::make_shared<Thrower>(), 2}), Array({null, 2})},
@@ -198,8 +199,8 @@ TEST(KeyedArchiver, LeavesOutWhatCannotBeArchivedAndSaysSoOnce) {
       {Array({cyclic, cyclic}), Array({Array({1, null}), Array({1, null})})},
       {opaque, nullptr},
       {Array({selfish}), Array({null})},
-      {nested(1, 129), nested(null, 128)},
-      {nested(Array::array(), 128), nested(null, 128)}};
+      {nested(1, kDeepest + 1), nested(null, kDeepest)},
+      {nested(Array::array(), kDeepest), nested(null, kDeepest)}};
   for (const auto& [value, expected] : cases) {
     testing::internal::CaptureStderr();
     const Value read = throughArchive(value);
