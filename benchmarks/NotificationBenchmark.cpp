@@ -1,15 +1,27 @@
-// What a post costs: with 1 and 10 observers of its name, with no and 10,000 other names
-// registered, and from two threads at once.
+// What a post costs beside the least that could do its work: a look-up in a map, and the call of
+// what it holds. All names are registered among 10,000 others; one thread posts, or two at once.
 //
 //   build/release/benchmarks/NotificationBenchmark
+//
+// The rows take turns in many short rounds. What else runs on the machine can only make a round
+// longer, hence the lower quartiles; the rows with two threads need two free processors.
 
-#include <QVPlatform/Dispatch/NotificationCenter.h>
+#include <QVCore/QVEventListener.h>
+#include <QVCore/QVEventSender.h>
 
-#include <benchmark/benchmark.h>
-
+#include <algorithm>
+#include <array>
 #include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <limits>
 #include <memory>
 #include <string>
+#include <thread>
+#include <unordered_map>
+#include <vector>
 
 namespace {
 
@@ -17,34 +29,196 @@ using QVPlatform::Notification;
 using QVPlatform::NotificationCenter;
 using QVPlatform::String;
 
-/// A center with the given numbers of observers of "name" and of other names.
-std::unique_ptr<NotificationCenter> makeCenter(std::int64_t observers, std::int64_t otherNames) {
-  static std::atomic<std::int64_t> delivered;
-  auto center = std::make_unique<NotificationCenter>();
-  const auto count = [](const Notification&) { delivered.fetch_add(1, std::memory_order_relaxed); };
-  for (std::int64_t i = 0; i < observers; ++i) center->addObserver(center.get(), count, "name");
-  for (std::int64_t i = 0; i < otherNames; ++i) {
-    center->addObserver(center.get(), count, "other name " + std::to_string(i));
+constexpr int kNames = 10'000;
+constexpr int kPosts = 5'000;
+constexpr int kRounds = 400;
+
+/// On all sides a delivery counts here, so that nothing but the bus is shared by the threads.
+thread_local std::uint64_t delivered = 0;
+
+void count(const Notification&) { ++delivered; }
+
+std::string nameOf(int i) { return "QVNotification: benchmark " + std::to_string(i); }
+
+class alignas(64) Owner : public IQVEventListenerDelegate, public QVPlatform::Object {
+ public:
+  void changeNotificationCenter(const std::shared_ptr<NotificationCenter>&) override {}
+  void onNotificationReceived(const Notification& notification) override { count(notification); }
+
+  std::shared_ptr<QVEventListener> listener = std::make_shared<QVEventListener>()->init();
+  std::shared_ptr<QVEventSender> sender = std::make_shared<QVEventSender>()->init();
+};
+
+/// What the rows post to.
+struct Sides {
+  Sides() {
+    for (int i = 0; i < kNames; ++i) {
+      map.emplace(nameOf(i), count);
+      center.addObserver(this, count, nameOf(i));
+      if (i >= 2) NotificationCenter::defaultCenter()->addObserver(this, count, nameOf(i));
+    }
+    for (std::size_t i = 0; i < owners.size(); ++i) {
+      owners[i]->listener->setParent(owners[i].get());
+      owners[i]->listener->listen(nameOf(static_cast<int>(i)));
+    }
   }
-  return center;
+
+  std::unordered_map<std::string, std::function<void(const Notification&)>> map;
+  NotificationCenter center;
+  std::array<std::shared_ptr<Owner>, 2> owners{std::make_shared<Owner>(),
+                                               std::make_shared<Owner>()};
+};
+
+/// Posts `kPosts` times the name with the given number.
+using Batch = void (*)(Sides& sides, int name);
+
+void callThroughMap(Sides& sides, int name) {
+  const std::string text = nameOf(name);
+  const Notification notification{String(text)};
+  for (int i = 0; i < kPosts; ++i) {
+    const auto found = sides.map.find(text);
+    if (found != sides.map.end()) found->second(notification);
+  }
 }
 
-void post(benchmark::State& state) {
-  const auto center = makeCenter(state.range(0), state.range(1));
-  const Notification notification("name");
-  for (auto _ : state) center->postNotification(notification);
+void postDirectly(Sides& sides, int name) {
+  const Notification notification{String(nameOf(name))};
+  for (int i = 0; i < kPosts; ++i) sides.center.postNotification(notification);
 }
-BENCHMARK(post)->ArgNames({"observers", "other_names"})->ArgsProduct({{1, 10}, {0, 10'000}});
 
-void postFromTwoThreads(benchmark::State& state) {
-  static std::unique_ptr<NotificationCenter> center;
-  if (state.thread_index() == 0) center = makeCenter(state.range(0), 0);
-  const Notification notification("name");
-  for (auto _ : state) center->postNotification(notification);
-  if (state.thread_index() == 0) center.reset();
+void sendToListener(Sides& sides, int name) {
+  const auto& owner = sides.owners[static_cast<std::size_t>(name)];
+  const Notification notification{String(nameOf(name)), owner};
+  for (int i = 0; i < kPosts; ++i) owner->sender->send(notification);
 }
-BENCHMARK(postFromTwoThreads)->ArgName("observers")->Arg(1)->Arg(10)->Threads(2)->UseRealTime();
+
+using Clock = std::chrono::steady_clock;
+
+/// When a batch ran.
+struct Span {
+  static Span of(Batch batch, Sides& sides, int name) {
+    Span span;
+    batch(sides, name);
+    span.end = Clock::now();
+    return span;
+  }
+  double nanosecondsAPost() const {
+    return std::chrono::duration<double, std::nano>(end - begin).count() / kPosts;
+  }
+
+  Clock::time_point begin = Clock::now();
+  Clock::time_point end{};
+};
+
+/// A thread that runs a batch at the same time as the main one. Both spin to their start, since
+/// waking a thread takes longer than a batch.
+class SecondThread {
+ public:
+  explicit SecondThread(Sides& sides) : thread_([this, &sides] { run(sides); }) {}
+  ~SecondThread() {
+    call(nullptr, 0);
+    thread_.join();
+  }
+  SecondThread(const SecondThread&) = delete;
+  SecondThread& operator=(const SecondThread&) = delete;
+
+  /// Returns when the thread waits for nothing but start().
+  void prepare(Batch batch, int name) {
+    call(batch, name);
+    while (state_ != kIsReady) {
+    }
+  }
+  void start() { state_ = kIsStarted; }
+  Span finish() const {
+    while (state_ != kIsDone) {
+    }
+    return span_;
+  }
+
+ private:
+  enum State { kIsCalled, kIsReady, kIsStarted, kIsDone };
+
+  void call(Batch batch, int name) {
+    batch_ = batch;
+    name_ = name;
+    state_ = kIsCalled;
+    ++calls_;
+    calls_.notify_all();
+  }
+  void run(Sides& sides) {
+    for (unsigned call = 0;; ++call) {
+      calls_.wait(call);
+      if (!batch_) return;
+      state_ = kIsReady;
+      while (state_ != kIsStarted) {
+      }
+      span_ = Span::of(batch_, sides, name_);
+      state_ = kIsDone;
+    }
+  }
+
+  Batch batch_ = nullptr;
+  int name_ = 0;
+  Span span_;
+  std::atomic<unsigned> calls_{0};
+  std::atomic<State> state_{kIsDone};
+  std::thread thread_;
+};
+
+struct Row {
+  const char* what;
+  Batch batch;
+  int secondName;  // of the second thread; -1 without one
+  std::size_t comparedWith;
+  const char* relation;
+  std::vector<double> times{};
+
+  void measure(Sides& sides, SecondThread& second) {
+    if (secondName < 0) {
+      times.push_back(Span::of(batch, sides, 0).nanosecondsAPost());
+      return;
+    }
+    second.prepare(batch, secondName);
+    second.start();
+    const Span own = Span::of(batch, sides, 0);
+    addIfAtOnce(own, second.finish());
+  }
+  /// Batches that ran mostly one after the other, for want of a free processor, tell nothing.
+  void addIfAtOnce(const Span& one, const Span& other) {
+    const auto shared = std::min(one.end, other.end) - std::max(one.begin, other.begin);
+    const auto longer = std::max(one.end - one.begin, other.end - other.begin);
+    if (shared < longer * 9 / 10) return;
+    times.push_back(std::max(one.nanosecondsAPost(), other.nanosecondsAPost()));
+  }
+  double quartile() {
+    if (times.empty()) return std::numeric_limits<double>::quiet_NaN();
+    std::sort(times.begin(), times.end());
+    return times[times.size() / 4];
+  }
+};
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main() {
+  std::vector<Row> rows{
+      {"bare map", callThroughMap, -1, 0, "of a bare map"},
+      {"bare map, two threads, two names", callThroughMap, 1, 0, "of one thread"},
+      {"center", postDirectly, -1, 0, "of a bare map"},
+      {"center, two threads, two names", postDirectly, 1, 2, "of one thread"},
+      {"center, two threads, one name", postDirectly, 0, 2, "of one thread"},
+      {"sender to listener", sendToListener, -1, 0, "of a bare map"},
+      {"sender to listener, two threads, two names", sendToListener, 1, 5, "of one thread"},
+      {"sender to listener, two threads, one name", sendToListener, 0, 5, "of one thread"},
+  };
+  Sides sides;
+  SecondThread second(sides);
+  for (int round = 0; round < kRounds; ++round) {
+    for (Row& row : rows) row.measure(sides, second);
+  }
+  std::printf("ns a post, lower quartile; those of %d rounds that count\n", kRounds);
+  for (Row& row : rows) {
+    std::printf("%-44s %7.1f  %5zu  %5.2f %s\n", row.what, row.quartile(), row.times.size(),
+                row.quartile() / rows[row.comparedWith].quartile(), row.relation);
+  }
+  return 0;
+}
