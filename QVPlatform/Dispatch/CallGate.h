@@ -2,6 +2,7 @@
 
 #include <QVPlatform/Export.h>
 
+#include <array>
 #include <atomic>
 
 namespace QVPlatform {
@@ -10,18 +11,30 @@ namespace QVPlatform {
 /// they use can be destroyed.
 ///
 /// Threads: all operations may be called from any thread; calls may nest. The gate itself must
-/// outlive the calls in it.
+/// outlive the calls in it. Threads that enter at once hardly slow each other down, for which a
+/// gate takes some 320 bytes; closing it takes longer.
 class QVPLATFORM_EXPORT CallGate {
  public:
   CallGate() noexcept;
   CallGate(const CallGate&) = delete;
   CallGate& operator=(const CallGate&) = delete;
 
-  /// Calls `call` on the calling thread unless the gate is closed.
+  /// Calls `call` on the calling thread and answers true, unless the gate is closed.
   template <class Call>
-  void enter(Call&& call) {
+  bool enter(Call&& call) {
     const Passage passage(*this);
-    if (!isClosed_) call();
+    if (isClosed_) return false;
+    call();
+    return true;
+  }
+
+  /// As enter(), a little quicker, for a call that neither enters nor closes any gate.
+  template <class Call>
+  bool enterBriefly(Call&& call) {
+    const Stay stay(*this);
+    if (isClosed_) return false;
+    call();
+    return true;
   }
 
   /// Lets no further call through and returns when none is under way on any other thread. Calls
@@ -32,8 +45,27 @@ class QVPLATFORM_EXPORT CallGate {
   /// As close(), without waiting: wait with close() afterwards.
   void beginClosing() noexcept { isClosed_ = true; }
   bool isClosed() const noexcept { return isClosed_; }
+  /// Whether the gate is closed and no call is under way in it, on any thread. Never so in the
+  /// child of a fork() for a gate that was made before it.
+  bool isIdle() const noexcept;
+  /// Lets calls through again. Requires an idle gate, and that no thread is in close().
+  void open() noexcept { isClosed_ = false; }
 
  private:
+  /// A call under way, counted.
+  class QVPLATFORM_EXPORT Stay {
+   public:
+    explicit Stay(CallGate& gate) noexcept;
+    ~Stay();
+    Stay(const Stay&) = delete;
+    Stay& operator=(const Stay&) = delete;
+
+    const CallGate& gate() const noexcept { return gate_; }
+
+   private:
+    CallGate& gate_;
+    std::atomic<unsigned>& underWay_;
+  };
   /// A call under way on this thread. They form a stack, since calls nest.
   class QVPLATFORM_EXPORT Passage {
    public:
@@ -45,13 +77,21 @@ class QVPLATFORM_EXPORT CallGate {
     static unsigned countOnThisThread(const CallGate& gate) noexcept;
 
    private:
-    CallGate& gate_;
     const Passage* const outer_;
+    const Stay stay_;
+  };
+  /// The calls of some of the threads, in a cache line of their own.
+  struct alignas(64) Stripe {
+    std::atomic<unsigned> callsUnderWay{0};
   };
 
+  void tellOfLeaving() noexcept;
+  unsigned callsUnderWay() const noexcept;
+
   const unsigned forkGeneration_;
-  std::atomic<unsigned> callsUnderWay_{0};
   std::atomic<bool> isClosed_{false};
+  std::atomic<unsigned> left_{0};  // counts calls that ended while the gate was closed
+  std::array<Stripe, 4> stripes_;
 };
 
 }  // namespace QVPlatform

@@ -1,14 +1,17 @@
 #include <QVPlatform/Dispatch/NotificationCenter.h>
 
 #include <QVPlatform/Dispatch/CallGate.h>
+#include <QVPlatform/Dispatch/Internal/ReadMostly.h>
+#include <QVPlatform/Dispatch/Internal/StripedPointer.h>
 #include <QVPlatform/Foundation/CallOut.h>
-#include <QVPlatform/Foundation/ForkMutex.h>
 #include <QVPlatform/Foundation/Lasting.h>
 
 #include <cxxabi.h>
 
+#include <algorithm>
 #include <exception>
-#include <mutex>
+#include <iterator>
+#include <memory>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -30,45 +33,24 @@ struct Registration {
 
 /// A list is never changed once it can be seen: a post walks the one that it found, unlocked.
 using Registrations = std::vector<std::shared_ptr<Registration>>;
-using RegistrationList = std::shared_ptr<const Registrations>;
+using RegistrationList = StripedPointer<const Registrations>;
 
 /// The registrations that are still in force, and one more, if any.
 RegistrationList listFrom(const RegistrationList& earlier,
                           const std::shared_ptr<Registration>& added) {
+  const Registrations none;
+  const Registrations& before = earlier ? *earlier.get() : none;
   auto list = std::make_shared<Registrations>();
-  list->reserve((earlier ? earlier->size() : 0) + 1);
-  for (std::size_t i = 0; earlier && i < earlier->size(); ++i) {
-    if (!(*earlier)[i]->gate.isClosed()) list->push_back((*earlier)[i]);
-  }
+  list->reserve(before.size() + 1);
+  std::copy_if(before.begin(), before.end(), std::back_inserter(*list),
+               [](const auto& registration) { return !registration->gate.isClosed(); });
   if (added) list->push_back(added);
-  return list->empty() ? nullptr : list;
+  return list->empty() ? RegistrationList() : RegistrationList(std::move(list));
 }
 
-}  // namespace
+using RegistrationsByObserver = std::unordered_map<const void*, Registrations>;
 
-struct NotificationCenter::State {
-  using RegistrationsByObserver = std::unordered_map<const void*, Registrations>;
-
-  RegistrationList find(const String& name) const {
-    const std::lock_guard lock(mutex);
-    const auto place = listsByName.find(name);
-    return place == listsByName.end() ? nullptr : place->second;
-  }
-
-  /// Takes the observer's registrations out of the lists. Without memory for a new list they stay
-  /// in the old one, closed, until it is next made anew.
-  RegistrationsByObserver::node_type take(const void* observer) {
-    const std::lock_guard lock(mutex);
-    auto taken = registrationsByObserver.extract(observer);
-    if (taken.empty()) return taken;
-    for (const auto& registration : taken.mapped()) registration->gate.beginClosing();
-    callOut([&] {
-      for (const auto& registration : taken.mapped()) renew(registration->name);
-    });
-    return taken;
-  }
-
-  /// Requires the mutex.
+struct Table {
   void renew(const String& name) {
     const auto place = listsByName.find(name);
     if (place == listsByName.end()) return;
@@ -76,9 +58,38 @@ struct NotificationCenter::State {
     if (!place->second) listsByName.erase(place);
   }
 
-  mutable ForkMutex mutex;
   std::unordered_map<String, RegistrationList> listsByName;
   RegistrationsByObserver registrationsByObserver;
+};
+
+}  // namespace
+
+struct NotificationCenter::State {
+  std::shared_ptr<const Registrations> find(const String& name) const {
+    std::shared_ptr<const Registrations> found;
+    table.read([&](const Table& read) {
+      const auto place = read.listsByName.find(name);
+      if (place != read.listsByName.end()) found = place->second.get();
+    });
+    return found;
+  }
+
+  /// Takes the observer's registrations out of the lists. Without memory for a new list they stay
+  /// in the old one, closed, until it is next made anew.
+  RegistrationsByObserver::node_type take(const void* observer) {
+    RegistrationsByObserver::node_type taken;
+    table.change([&](Table& changed) {
+      taken = changed.registrationsByObserver.extract(observer);
+      if (taken.empty()) return;
+      for (const auto& registration : taken.mapped()) registration->gate.beginClosing();
+      callOut([&] {
+        for (const auto& registration : taken.mapped()) changed.renew(registration->name);
+      });
+    });
+    return taken;
+  }
+
+  ReadMostly<Table> table;
 };
 
 const std::shared_ptr<NotificationCenter>& NotificationCenter::defaultCenter() {
@@ -98,12 +109,12 @@ bool NotificationCenter::addObserver(const void* observer, Callback callback, co
   RegistrationList replaced;  // destroyed after the lock, as callbacks may go with it
   return callOut([&] {
     const auto added = std::make_shared<Registration>(std::move(callback), name, object);
-    const std::lock_guard lock(state_->mutex);
-    auto& list = state_->listsByName[name];
-    replaced = list;
-    auto extended = listFrom(list, added);
-    state_->registrationsByObserver[observer].push_back(added);
-    list = std::move(extended);
+    state_->table.change([&](Table& table) {
+      auto& list = table.listsByName[name];
+      auto extended = listFrom(list, added);
+      table.registrationsByObserver[observer].push_back(added);
+      replaced = std::exchange(list, std::move(extended));
+    });
   });
 }
 

@@ -35,9 +35,12 @@ class FailingAllocations {
   /// Whether there were that many. A loop over the count ends where this is false.
   bool hasFailed() const { return left_ < 0; }
 
-  static void* allocate(std::size_t size) noexcept {
+  static void* allocate(std::size_t size,
+                        std::size_t alignment = alignof(std::max_align_t)) noexcept {
     const bool isCounted = thisCounts_ || allCount_;
-    return isCounted && left_.fetch_sub(1) == 0 ? nullptr : std::malloc(size == 0 ? 1 : size);
+    if (isCounted && left_.fetch_sub(1) == 0) return nullptr;
+    return std::aligned_alloc(alignment,
+                              (std::max(size, alignment) + alignment - 1) & ~(alignment - 1));
   }
 
  private:
@@ -54,6 +57,10 @@ void* operator new(std::size_t size) {
   throw std::bad_alloc();
 }
 void* operator new[](std::size_t size) { return operator new(size); }
+void* operator new(std::size_t size, std::align_val_t alignment) {
+  void* memory = QVTest::FailingAllocations::allocate(size, static_cast<std::size_t>(alignment));
+  return memory ? memory : throw std::bad_alloc();
+}
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   return QVTest::FailingAllocations::allocate(size);
 }
@@ -64,4 +71,6 @@ void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete[](void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete(void* memory, std::align_val_t) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept { std::free(memory); }
 #endif
