@@ -127,6 +127,29 @@ TEST(QVEventBus, KeepsAnOwnerDuringDeliveryWheneverItBecameTheParent) {
   EXPECT_THAT(events, ElementsAre("not held", "held", "end"));
 }
 
+TEST(QVEventBus, HandsOverToTheParentThatIsSetDuringADelivery) {
+  class Passing : public Participant {
+   public:
+    void onNotificationReceived(const Notification& notification) override {
+      Participant::onNotificationReceived(notification);
+      shared->setParent(next);
+      if (heard.size() % 10 == 1) sender->send(Notification("a"));
+    }
+    std::shared_ptr<QVEventListener> shared;
+    Passing* next = nullptr;
+  };
+  Passing one;
+  Passing other;
+  one.next = &other;
+  other.next = &one;
+  one.shared = other.shared = one.listener;
+  one.shared->listen("a");
+  for (int i = 0; i < 90; ++i) one.sender->send(Notification("a"));
+  EXPECT_THAT(one.heard, SizeIs(50));
+  EXPECT_THAT(other.heard, SizeIs(50));
+  one.shared->setParent(nullptr);
+}
+
 /// Goes while another thread is in its handler.
 class LeavingOwner : public IQVEventListenerDelegate {
  public:
@@ -134,9 +157,9 @@ class LeavingOwner : public IQVEventListenerDelegate {
     std::atomic<bool> isEntered, isLeaving, isGone, isLate;
   };
 
-  explicit LeavingOwner(Course& course) : course_(course) {
+  LeavingOwner(Course& course, std::shared_ptr<QVEventListener> itsListener)
+      : listener(std::move(itsListener)), course_(course) {
     listener->setParent(this);
-    listener->listen("n");
   }
   ~LeavingOwner() override {
     while (!course_.isEntered) std::this_thread::yield();
@@ -153,7 +176,7 @@ class LeavingOwner : public IQVEventListenerDelegate {
     if (course.isGone) course.isLate = true;
   }
 
-  std::shared_ptr<QVEventListener> listener = std::make_shared<QVEventListener>()->init();
+  const std::shared_ptr<QVEventListener> listener;
 
  private:
   Course& course_;
@@ -165,10 +188,13 @@ TEST(QVEventBus, LetsNoOwnerGoWhileAnotherThreadIsInItsHandler) {
   std::thread poster([&] {
     while (!isOver) NotificationCenter::defaultCenter()->postNotification(Notification("n"));
   });
-  for (auto& course : courses) {
-    std::shared_ptr<QVEventListener> keptLongerThanItsOwner;
-    LeavingOwner owner(course);
-    keptLongerThanItsOwner = owner.listener;
+  std::shared_ptr<QVEventListener> keptLongerThanItsOwner;
+  for (std::size_t i = 0; i < courses.size(); ++i) {
+    if (i % 2 == 0) {  // every other owner gets the listener of the one before it
+      keptLongerThanItsOwner = std::make_shared<QVEventListener>()->init();
+      keptLongerThanItsOwner->listen("n");
+    }
+    const LeavingOwner owner(courses[i], keptLongerThanItsOwner);
   }
   isOver = true;
   poster.join();

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <forward_list>
+#include <mutex>
 #include <utility>
 
 using QVPlatform::CallGate;
@@ -15,8 +17,19 @@ using QVPlatform::NotificationCenter;
 using QVPlatform::Object;
 using QVPlatform::String;
 
-/// The way to one parent. It outlives the listener while a delivery is on it.
+/// The way to one parent. Its gate is open while it leads to somebody; what it knows of the parent
+/// changes only while the gate is closed and nobody is in it.
 struct QVEventListener::Forwarding {
+  Forwarding() { gate.beginClosing(); }
+
+  void begin(IQVEventListenerDelegate* itsParent) {
+    isUsed = true;
+    parent = itsParent;
+    object = dynamic_cast<const Object*>(parent);
+    hasOwner = false;
+    gate.open();
+  }
+
   void deliver(const Notification& notification) {
     // Keeps the parent until the gate is left.
     std::shared_ptr<const Object> owner;
@@ -27,38 +40,56 @@ struct QVEventListener::Forwarding {
   }
 
   /// False when the parent is being destroyed: what a derived class added may be gone already.
-  /// Asked at each delivery, since a parent in its constructor has no owner yet, and in the
-  /// constructor of a base class is no object yet.
   bool holdOwner(std::shared_ptr<const Object>& owner) {
+    if (!hasOwner) return findOwner(owner);
+    try {
+      owner = object.load(std::memory_order_relaxed)->shared_from_this();
+      return true;
+    } catch (const std::bad_weak_ptr&) {
+      return false;
+    }
+  }
+  /// The same for a parent of which no owner is known. Asked at each delivery, since a parent in
+  /// its constructor has no owner yet, and in the constructor of a base class is no object yet.
+  bool findOwner(std::shared_ptr<const Object>& owner) {
     if (!object) object = dynamic_cast<const Object*>(parent);
     if (!object) return true;
     const std::weak_ptr<const Object> weakOwner = object.load()->weak_from_this();
     owner = weakOwner.lock();
+    if (owner) hasOwner = true;
     const std::weak_ptr<const Object> nobody;
     const bool hasNoOwner = !weakOwner.owner_before(nobody) && !nobody.owner_before(weakOwner);
     return owner || hasNoOwner;
   }
 
-  IQVEventListenerDelegate* parent = nullptr;  // set before it can be seen
+  IQVEventListenerDelegate* parent = nullptr;
   std::atomic<const Object*> object{nullptr};  // the same, if it is one
+  bool isUsed = false;                         // until it is closed; guarded by the line's mutex
+  std::atomic<bool> hasOwner{false};           // once known it is asked more cheaply
   CallGate gate;
 };
 
 /// What the registrations hold. It outlives the listener while a delivery is on it.
 struct QVEventListener::Line {
-  std::shared_ptr<Forwarding> forwarding() const {
-    const std::lock_guard lock(mutex);
-    return current;
-  }
-  void deliver(const Notification& notification) const {
+  void deliver(const Notification& notification) {
     // The parent's handler may destroy the listener: nothing of it is touched here.
-    if (const auto way = forwarding()) way->deliver(notification);
+    if (Forwarding* const way = current) way->deliver(notification);
   }
 
-  mutable QVPlatform::ForkMutex mutex;
-  std::shared_ptr<Forwarding> current;  // null without a parent
-  /// For the first parent, who then meets no want of memory.
-  std::shared_ptr<Forwarding> spare = std::make_shared<Forwarding>();
+  /// Requires the mutex. A delivery may have found any of the ways and be late to enter it, so they
+  /// stay, and are used again. There are at most as many as calls of setParent() at once and from
+  /// within one another's deliveries, and in the child of a fork() those of the parent.
+  Forwarding& freeWay() {
+    for (Forwarding& way : ways) {
+      if (!way.isUsed && way.gate.isIdle()) return way;
+    }
+    return ways.emplace_front();
+  }
+
+  QVPlatform::ForkMutex mutex;
+  std::atomic<Forwarding*> current{nullptr};  // null without a parent
+  /// One is there for the first parent, who then meets no want of memory.
+  std::forward_list<Forwarding> ways{1};
 };
 
 QVEventListener::QVEventListener() : line_(std::make_shared<Line>()) {}
@@ -107,26 +138,23 @@ void QVEventListener::stopListening() {
 }
 
 IQVEventListenerDelegate* QVEventListener::parent() const {
-  const auto way = line_->forwarding();
+  const std::lock_guard lock(line_->mutex);
+  const Forwarding* const way = line_->current;
   return way ? way->parent : nullptr;
 }
 
 void QVEventListener::setParent(IQVEventListenerDelegate* parent) {
-  std::shared_ptr<Forwarding> way;
-  if (parent) {
-    {
-      const std::lock_guard lock(line_->mutex);
-      way.swap(line_->spare);
-    }
-    if (!way) way = std::make_shared<Forwarding>();
-    way->parent = parent;
-    way->object = dynamic_cast<const Object*>(parent);
-  }
+  Forwarding* replaced = nullptr;
   {
     const std::lock_guard lock(line_->mutex);
-    line_->current.swap(way);
+    Forwarding* const way = parent ? &line_->freeWay() : nullptr;
+    if (way) way->begin(parent);
+    replaced = line_->current.exchange(way);
   }
-  if (way) way->gate.close();
+  if (!replaced) return;
+  replaced->gate.close();
+  const std::lock_guard lock(line_->mutex);
+  replaced->isUsed = false;
 }
 
 std::shared_ptr<NotificationCenter> QVEventListener::notificationCenter() const {

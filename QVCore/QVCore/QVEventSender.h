@@ -2,7 +2,7 @@
 
 #include <QVCore/Export.h>
 #include <QVPlatform/Dispatch/NotificationCenter.h>
-#include <QVPlatform/Foundation/Property.h>
+#include <QVPlatform/Foundation/ForkMutex.h>
 
 #include <atomic>
 #include <memory>
@@ -36,14 +36,14 @@ class QVCORE_EXPORT QVEventSender : public QVPlatform::Object {
   IQVEventSenderDelegate* parent() const noexcept { return parent_; }
   void setParent(IQVEventSenderDelegate* parent) noexcept { parent_ = parent; }
 
-  std::shared_ptr<QVPlatform::NotificationCenter> notificationCenter() const {
-    return notificationCenter_.get();
-  }
-  void setNotificationCenter(std::shared_ptr<QVPlatform::NotificationCenter> center) {
-    notificationCenter_.set(std::move(center));
-  }
+  std::shared_ptr<QVPlatform::NotificationCenter> notificationCenter() const;
+  void setNotificationCenter(std::shared_ptr<QVPlatform::NotificationCenter> center);
 
  private:
   std::atomic<IQVEventSenderDelegate*> parent_{nullptr};
-  QVPlatform::Property<std::shared_ptr<QVPlatform::NotificationCenter>> notificationCenter_;
+  mutable QVPlatform::ForkMutex mutex_;
+  std::shared_ptr<QVPlatform::NotificationCenter> notificationCenter_;
+  /// The same, if it is the default center: that is never destroyed, so that a post needs no
+  /// reference to it. Written under the mutex.
+  std::atomic<QVPlatform::NotificationCenter*> lastingCenter_{nullptr};
 };
