@@ -51,6 +51,19 @@ class MemoryShortageTest : public QVTest::CoreTest {
   }
 };
 
+TEST_F(MemoryShortageTest, IsThrownWhereJSONIsRead) {
+  const String text(R"({"a": [1, "x", 1e999]})");
+  bool isRead = false;
+  for (long count = 0; !isRead; ++count) {
+    const FailingAllocations failing(count);
+    try {
+      isRead = !JSONSerialization::JSONObjectWithText(text).isNil();
+      ASSERT_TRUE(isRead) << "allocation " << count;
+    } catch (const std::bad_alloc&) {
+    }
+  }
+}
+
 TEST_F(MemoryShortageTest, LeavesTheCoreStarted) {
   network->change(0);
   enum Outcome { kUntouched, kStarted, kBroken };
