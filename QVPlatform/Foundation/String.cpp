@@ -3,6 +3,8 @@
 #include <QVPlatform/Foundation/Internal/Hash.h>
 #include <QVPlatform/Foundation/Internal/HexadecimalDigit.h>
 
+#include <unicode/utf8.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -11,34 +13,19 @@
 namespace QVPlatform {
 namespace {
 
-/// The number of bytes of the character that the text begins with; 0 if it is malformed. The second
-/// byte tells overlong forms, surrogates and what is beyond U+10FFFF from characters.
-std::size_t sizeOfCharacter(std::string_view text) {
-  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-  const unsigned char lead = byte(0);
-  if (lead < 0x80) return 1;
-  if (lead < 0xC2 || lead > 0xF4) return 0;
-  const std::size_t size = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-  if (text.size() < size) return 0;
-  const unsigned char lowest = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
-  const unsigned char highest = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
-  if (byte(1) < lowest || byte(1) > highest) return 0;
-  for (std::size_t i = 2; i < size; ++i) {
-    if ((byte(i) & 0xC0) != 0x80) return 0;
-  }
-  return size;
-}
-
-/// Written out because texts are made until the very end of a process, when a library that could
-/// tell has been torn down.
+/// Eight characters of ASCII at once, the others one by one.
 bool isUTF8(std::string_view text) {
-  while (!text.empty()) {
+  const auto* const bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+  for (std::size_t i = 0; i < text.size();) {
     std::uint64_t eight = 0x80;
-    if (text.size() >= sizeof eight) std::memcpy(&eight, text.data(), sizeof eight);
-    const bool isASCII = (eight & 0x8080808080808080U) == 0;
-    const std::size_t size = isASCII ? sizeof eight : sizeOfCharacter(text);
-    if (size == 0) return false;
-    text.remove_prefix(size);
+    if (text.size() - i >= sizeof eight) std::memcpy(&eight, bytes + i, sizeof eight);
+    if ((eight & 0x8080808080808080U) == 0) {
+      i += sizeof eight;
+      continue;
+    }
+    UChar32 character = 0;
+    U8_NEXT(bytes, i, text.size(), character);
+    if (character < 0) return false;
   }
   return true;
 }

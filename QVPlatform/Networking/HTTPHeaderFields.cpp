@@ -1,11 +1,12 @@
 #include <QVPlatform/Networking/HTTPHeaderFields.h>
 
-#include <QVPlatform/Foundation/Internal/Unicode.h>
 #include <QVPlatform/Foundation/Value.h>
 
 #include <strings.h>
+#include <unicode/utf8.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <string>
 
 namespace QVPlatform {
@@ -33,9 +34,11 @@ String trimmed(const String& text) {
 String textOf(std::string_view bytes) {
   String text(bytes);
   if (!text.isNull()) return text;
-  std::string utf8;
-  for (const char byte : bytes) appendUTF8(utf8, static_cast<unsigned char>(byte));
-  return String(utf8);
+  std::string utf8(2 * bytes.size(), '\0');
+  std::size_t size = 0;
+  for (const char byte : bytes)
+    U8_APPEND_UNSAFE(utf8.data(), size, static_cast<std::uint8_t>(byte));
+  return String(std::string_view(utf8.data(), size));
 }
 
 /// Takes the first line, without its end, off the text.

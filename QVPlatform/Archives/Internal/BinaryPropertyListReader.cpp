@@ -2,7 +2,8 @@
 
 #include <QVPlatform/Archives/Internal/BinaryPropertyListFormat.h>
 #include <QVPlatform/Archives/PropertyList.h>
-#include <QVPlatform/Foundation/Internal/Unicode.h>
+
+#include <unicode/utf.h>
 
 #include <bit>
 #include <cstring>
@@ -13,8 +14,6 @@ namespace QVPlatform {
 namespace {
 
 namespace Format = BinaryPropertyListFormat;
-
-constexpr char32_t kReplacementCharacter = 0xFFFD;
 
 template <class Word>
 std::uint64_t load(std::string_view bytes) {
@@ -47,23 +46,19 @@ std::uint64_t bigEndian(std::string_view bytes) {
 
 /// A surrogate without its partner, which UTF-8 cannot express, becomes U+FFFD.
 String textOfUTF16(std::string_view bytes) {
-  std::string text;
-  text.reserve(bytes.size());
-  while (!bytes.empty()) {
-    auto character = static_cast<char32_t>(bigEndian(bytes.substr(0, 2)));
-    bytes.remove_prefix(2);
-    if (isHighSurrogate(character) || isLowSurrogate(character)) {
-      const auto low = static_cast<char32_t>(bigEndian(bytes.substr(0, 2)));
-      if (isHighSurrogate(character) && bytes.size() >= 2 && isLowSurrogate(low)) {
-        character = characterOfPair(character, low);
-        bytes.remove_prefix(2);
-      } else {
-        character = kReplacementCharacter;
-      }
-    }
-    appendUTF8(text, character);
+  std::u16string units;
+  units.reserve(bytes.size() / 2);
+  for (; !bytes.empty(); bytes.remove_prefix(2)) {
+    units.push_back(static_cast<char16_t>(bigEndian(bytes.substr(0, 2))));
   }
-  return String(text);
+  std::string text(3 * units.size(), '\0');  // a pair takes four bytes
+  std::size_t size = 0;
+  for (std::size_t i = 0; i < units.size();) {
+    UChar32 character = 0;
+    U16_NEXT_OR_FFFD(units.data(), i, units.size(), character);
+    U8_APPEND_UNSAFE(text.data(), size, character);
+  }
+  return String(std::string_view(text.data(), size));
 }
 
 double real(std::string_view content) {

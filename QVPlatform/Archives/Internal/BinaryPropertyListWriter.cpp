@@ -3,6 +3,8 @@
 #include <QVPlatform/Archives/Internal/BinaryPropertyListFormat.h>
 #include <QVPlatform/Archives/PropertyList.h>
 
+#include <unicode/utf.h>
+
 #include <algorithm>
 #include <bit>
 #include <concepts>
@@ -30,30 +32,15 @@ std::size_t widthOf(std::uint64_t number) {
   return std::bit_ceil((static_cast<std::size_t>(std::bit_width(number | 1)) + 7) / 8);
 }
 
-/// Takes the first character off well-formed UTF-8.
-std::uint32_t nextCharacter(std::string_view& utf8) {
-  const auto first = static_cast<unsigned char>(utf8.front());
-  const std::size_t length = first < 0x80 ? 1 : static_cast<std::size_t>(std::countl_one(first));
-  std::uint32_t character = length == 1 ? first : first & (0x7FU >> length);
-  for (std::size_t i = 1; i < length; ++i) {
-    character = character << 6 | (static_cast<unsigned char>(utf8[i]) & 0x3FU);
-  }
-  utf8.remove_prefix(length);
-  return character;
-}
-
 std::u16string utf16(std::string_view utf8) {
-  std::u16string text;
-  text.reserve(utf8.size());
-  while (!utf8.empty()) {
-    const std::uint32_t character = nextCharacter(utf8);
-    if (character < 0x10000) {
-      text.push_back(static_cast<char16_t>(character));
-    } else {
-      text.push_back(static_cast<char16_t>(0xD7C0 + (character >> 10)));
-      text.push_back(static_cast<char16_t>(0xDC00 + (character & 0x3FF)));
-    }
+  std::u16string text(utf8.size(), u'\0');
+  std::size_t size = 0;
+  for (std::size_t i = 0; i < utf8.size();) {
+    UChar32 character = 0;
+    U8_NEXT_UNSAFE(utf8, i, character);
+    U16_APPEND_UNSAFE(text.data(), size, character);
   }
+  text.resize(size);
   return text;
 }
 
