@@ -164,7 +164,12 @@ TEST(PropertyList, RefusesMalformedXML) {
                                 "<integer>-9223372036854775809</integer>",
                                 "<real>1.0x</real>",
                                 "<data>A</data>",
+                                "<data>QQ=</data>",
                                 "<data>QQ=A</data>",
+                                "<data>QQ==QQ==</data>",
+                                "<data>Q===</data>",
+                                "<data>QUJD-</data>",
+                                "<data>QUJ_</data>",
                                 "<date>2001-02-30T00:00:00Z</date>",
                                 "<date>2001-02-03</date>",
                                 "<date>-001-02-03T00:00:00Z</date>"}) {

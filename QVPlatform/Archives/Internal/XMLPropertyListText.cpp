@@ -1,12 +1,16 @@
 #include <QVPlatform/Archives/Internal/XMLPropertyListText.h>
 
-#include <array>
+#include <openssl/evp.h>
+
 #include <charconv>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <limits>
+#include <memory>
+#include <new>
 #include <string>
+#include <utility>
 
 namespace QVPlatform {
 namespace {
@@ -64,32 +68,24 @@ Value date(std::string_view text) {
   return Date{static_cast<TimeInterval>(point.time_since_epoch().count())};
 }
 
-int base64Digit(char c) {
-  if (c >= 'A' && c <= 'Z') return c - 'A';
-  if (c >= 'a' && c <= 'z') return c - 'a' + 26;
-  if (c >= '0' && c <= '9') return c - '0' + 52;
-  return c == '+' ? 62 : c == '/' ? 63 : -1;
-}
-
 Value data(std::string_view text) {
-  std::string bytes;
-  std::uint32_t bits = 0;
-  unsigned digits = 0;
-  unsigned padding = 0;
-  for (const char c : text) {
-    if (kBlanks.find(c) != std::string_view::npos) continue;
-    const int digit = base64Digit(c);
-    if (c == '=') {
-      ++padding;
-    } else if (digit < 0 || padding > 0) {
-      return nullptr;
-    } else {
-      bits = bits << 6 | static_cast<std::uint32_t>(digit);
-      if (++digits % 4 != 1) bytes.push_back(static_cast<char>(bits >> (4 - digits % 4) % 4 * 2));
-    }
-  }
-  const bool isWhole = (digits + padding) % 4 == 0 && padding <= 2;
-  return isWhole ? Value(Data(std::move(bytes))) : Value();
+  // The decoder takes a hyphen for the end of what it decodes.
+  if (text.find('-') != std::string_view::npos) return nullptr;
+  const std::unique_ptr<EVP_ENCODE_CTX, decltype(&EVP_ENCODE_CTX_free)> context(
+      EVP_ENCODE_CTX_new(), EVP_ENCODE_CTX_free);
+  if (!context) throw std::bad_alloc();
+  std::string bytes(text.size(), '\0');
+  auto* const out = reinterpret_cast<unsigned char*>(bytes.data());
+  int size = 0;
+  int rest = 0;
+  EVP_DecodeInit(context.get());
+  const bool isDecoded = EVP_DecodeUpdate(context.get(), out, &size,
+                                          reinterpret_cast<const unsigned char*>(text.data()),
+                                          static_cast<int>(text.size())) >= 0 &&
+                         EVP_DecodeFinal(context.get(), out + size, &rest) >= 0;
+  if (!isDecoded) return nullptr;
+  bytes.resize(static_cast<std::size_t>(size));
+  return Data(std::move(bytes));
 }
 
 }  // namespace
