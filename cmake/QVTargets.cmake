@@ -2,6 +2,9 @@
 
 include(CheckIPOSupported)
 check_ipo_supported(RESULT QV_HAS_IPO OUTPUT reason LANGUAGES CXX)
+# One word for up to 63 places that hold an address of the library's own, instead of three words each.
+include(CheckLinkerFlag)
+check_linker_flag(CXX "LINKER:-z,pack-relative-relocs" QV_HAS_PACKED_RELOCATIONS)
 
 # qv_target(<target>): language level, warnings, hidden visibility.
 function(qv_target target)
@@ -29,6 +32,9 @@ function(qv_library target)
     -Wl,--as-needed
     -Wl,-z,nodelete
     -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
+  if(QV_HAS_PACKED_RELOCATIONS)
+    target_link_options(${target} PRIVATE LINKER:-z,pack-relative-relocs)
+  endif()
   # Calls into other libraries without a jump table, and calls within this one directly, since nobody
   # is to replace its functions: code that a hit runs through once costs mostly what it takes to load.
   target_compile_options(${target} PRIVATE -fno-plt -fno-semantic-interposition)
