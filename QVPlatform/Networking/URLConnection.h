@@ -40,9 +40,9 @@ enum class URLErrorCode : int {
 /// HTTP transfers, over HTTP/1.1.
 ///
 /// Certificates are checked against the system's store, or that of $SSL_CERT_FILE and
-/// $SSL_CERT_DIR; $http_proxy, $https_proxy, $all_proxy and $no_proxy are honoured. Answers may be
-/// compressed with gzip (RFC 1952); one in another coding, which nobody asked for, is handed over
-/// as it came. There are no cookies and no cache.
+/// $SSL_CERT_DIR; $http_proxy, $https_proxy, $all_proxy and $no_proxy are honoured. Answers may
+/// come in the content codings that "Accept-Encoding" names; one in another coding, which nobody
+/// asked for, is handed over as it came. There are no cookies and no cache.
 ///
 /// Path and query go out as they stand in the URL, dot segments included; a proxy for http gets
 /// them as libcurl writes them. Up to 20 redirections (301, 302, 303, 307, 308) are followed,
@@ -60,8 +60,8 @@ enum class URLErrorCode : int {
 /// https, with one that has no body, counts as its answer; over https any message on the breaking
 /// connection, the alert that closes it included, counts as the beginning of one.
 ///
-/// Sent along with the request's own fields are Host, Accept, "Accept-Encoding: gzip",
-/// Accept-Language, User-Agent and, with a body, Content-Length and the Content-Type of a form; a
+/// Sent along with the request's own fields are Host, Accept, Accept-Encoding, Accept-Language,
+/// User-Agent and, with a body, Content-Length and the Content-Type of a form; a
 /// field of the request replaces any of them but Host and Content-Length. Connection,
 /// Content-Length, Expect, Host and Transfer-Encoding are the transfer's to decide: as fields of a
 /// request they are not sent.

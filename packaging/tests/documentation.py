@@ -69,6 +69,7 @@ def words_in(path, pattern):
 
 
 SCRIPTS = {
+    "bench.sh": {"--quick"},
     "demo.sh": set(),
     "lint.sh": words_in("scripts/lint.sh", r"^  ([a-z]+)\) "),
     "setup.sh": words_in("scripts/packages.txt", r"^([a-z]+) "),

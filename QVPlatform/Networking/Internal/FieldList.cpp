@@ -1,5 +1,6 @@
 #include <QVPlatform/Networking/Internal/FieldList.h>
 
+#include <QVPlatform/Networking/Internal/ContentCoding.h>
 #include <QVPlatform/Networking/Internal/UsualFields.h>
 
 #include <strings.h>
@@ -42,7 +43,7 @@ FieldList fieldList(const HTTPHeaderFields& fields) {
   };
   appendUsual("User-Agent", UsualFields::userAgent());
   appendUsual("Accept-Language", UsualFields::acceptLanguage());
-  appendUsual("Accept-Encoding", "gzip");
+  appendUsual("Accept-Encoding", ContentCoding::accepted());
   // A server that knows nothing of "Expect: 100-continue" would cost every large body a second.
   append(list, "Expect:");
   return list;

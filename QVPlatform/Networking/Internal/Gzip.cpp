@@ -1,4 +1,4 @@
-#include <QVPlatform/Networking/Internal/Gzip.h>
+#include <QVPlatform/Networking/Internal/ContentCoding.h>
 
 #define ZLIB_CONST  // so that it does not ask for a right to change its input
 #include <zlib.h>
@@ -25,27 +25,28 @@ void feed(z_stream& stream, std::string_view& input) {
 
 }  // namespace
 
-GzipResult gunzip(std::string_view compressed, std::size_t limit, std::string& text) {
+DecodingResult decodeGzip(std::string_view encoded, std::size_t limit, std::string& text) {
   z_stream stream{};
   if (inflateInit2(&stream, kGzipOnly) != Z_OK) throw std::bad_alloc();
   const std::unique_ptr<z_stream, decltype(&inflateEnd)> end(&stream, inflateEnd);
   std::array<char, 16384> buffer;
   for (;;) {
-    feed(stream, compressed);
+    feed(stream, encoded);
     stream.next_out = reinterpret_cast<Bytef*>(buffer.data());
     stream.avail_out = static_cast<uInt>(buffer.size());
     const int result = inflate(&stream, Z_NO_FLUSH);
     const std::size_t size = buffer.size() - stream.avail_out;
-    if (size > limit - text.size()) return GzipResult::tooLarge;
+    if (size > limit - text.size()) return DecodingResult::tooLarge;
     text.append(buffer.data(), size);
     if (result == Z_STREAM_END) {
       // The end of some files is filled up with zeros.
       const std::string_view rest(reinterpret_cast<const char*>(stream.next_in),
-                                  stream.avail_in + compressed.size());
-      if (rest.find_first_not_of('\0') == std::string_view::npos) return GzipResult::whole;
+                                  stream.avail_in + encoded.size());
+      if (rest.find_first_not_of('\0') == std::string_view::npos) return DecodingResult::whole;
       inflateReset(&stream);
     } else if (result != Z_OK) {
-      return GzipResult::malformed;  // of an early end zlib says that it has nothing to go on with
+      return DecodingResult::malformed;  // of an early end zlib says that it has nothing to go on
+                                         // with
     }
   }
 }

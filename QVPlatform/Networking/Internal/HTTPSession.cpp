@@ -2,7 +2,7 @@
 
 #include <QVPlatform/Foundation/ForkMutex.h>
 #include <QVPlatform/Foundation/Lasting.h>
-#include <QVPlatform/Networking/Internal/Gzip.h>
+#include <QVPlatform/Networking/Internal/ContentCoding.h>
 #include <QVPlatform/Networking/Internal/HTTPRedirection.h>
 #include <QVPlatform/Networking/Internal/TransferError.h>
 #include <QVPlatform/Networking/Internal/UsualFields.h>
@@ -293,18 +293,16 @@ bool HTTPSession::isCutShort(const HTTPURLResponse& response, const URL& url,
 /// not asked for is the receiver's: many servers name one that is none.
 CURLcode HTTPSession::decodeBody(const HTTPURLResponse& response) {
   const String coding = response.valueForHTTPHeaderField("Content-Encoding");
-  const auto isCoding = [&](const char* name) {
-    return strcasecmp(coding.UTF8String(), name) == 0;
-  };
-  if (body_.empty() || (!isCoding("gzip") && !isCoding("x-gzip"))) return CURLE_OK;
-  const std::string compressed = std::exchange(body_, {});
-  switch (gunzip(compressed, maximumBodySize_, body_)) {
-    case GzipResult::whole:
+  const auto decode = ContentCoding::decoderOf(coding);
+  if (body_.empty() || !decode) return CURLE_OK;
+  const std::string encoded = std::exchange(body_, {});
+  switch (decode(encoded, maximumBodySize_, body_)) {
+    case DecodingResult::whole:
       return CURLE_OK;
-    case GzipResult::tooLarge:
+    case DecodingResult::tooLarge:
       fail(URLErrorCode::responseTooLarge);
       break;
-    case GzipResult::malformed:
+    case DecodingResult::malformed:
       break;
   }
   return CURLE_BAD_CONTENT_ENCODING;
