@@ -1,17 +1,12 @@
-// 2,000 waiting hits saved and restored by the network manager, beside a plain write of as many
-// bytes and beside the same rows in an SQLite file; and what a hit costs when every change of the
-// queue saves it whole. All files lie in the system's directory for temporary ones: TMPDIR chooses
-// the file system that is measured.
-//
-//   build/release/benchmarks/OfflineHitsBenchmark --benchmark_enable_random_interleaving=true
-//       --benchmark_repetitions=9 --benchmark_report_aggregates_only=true
+// Waiting hits saved and restored by the network manager, 2,000 and a million of them, beside a
+// plain write of as many bytes and beside the same rows in an SQLite file; and what a change of the
+// queue costs in the background, where each one saves it whole. All files lie in the system's
+// directory for temporary ones: TMPDIR chooses the file system that is measured.
 
-#include "support/Answers.h"
 #include "support/KeepAliveServer.h"
 
 #include <QVCore/QVCore.h>
 #include <QVPlatform/Application.h>
-#include <QVPlatform/Archives/KeyedUnarchiver.h>
 #include <QVPlatform/Dispatch/OperationQueue.h>
 #include <QVPlatform/Files/FileManager.h>
 #include <tests/support/ScriptedReachability.h>
@@ -20,6 +15,7 @@
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <sqlite3.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -39,9 +35,24 @@ using QVPlatform::OperationQueue;
 using QVPlatform::String;
 
 constexpr int kHits = 2000;
+constexpr int kNoLimit = 2'000'000;
 constexpr std::size_t kURLSize = 120;
 constexpr std::size_t kBodySize = 300;
-constexpr std::size_t kMaximumFileSize = 16U << 20;
+constexpr std::size_t kMaximumFileSize = INT32_MAX;
+
+namespace fs = std::filesystem;
+
+void fail(const char* what) {
+  std::fprintf(stderr, "%s\n", what);
+  std::_Exit(1);
+}
+
+/// The most memory that the process ever had.
+double peakKilobytes() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return static_cast<double>(usage.ru_maxrss);
+}
 
 struct Hit {
   int id = 0;
@@ -55,17 +66,14 @@ std::string filled(std::string text, std::size_t size) {
   return text;
 }
 
-std::vector<Hit> makeHits(const std::string& url) {
-  std::vector<Hit> hits;
-  for (int id = 0; id < kHits; ++id) {
-    const std::string number = "&n=" + std::to_string(id) + "&x=";
-    hits.push_back({id, std::string(kQVNotification_HTTPResponse.view()),
-                    filled(url + number, kURLSize), filled("s=1" + number, kBodySize)});
-  }
-  return hits;
-}
+std::string url;
 
-std::vector<Hit> hits;
+/// The hit of this number. Each is another one.
+Hit hit(int id) {
+  const std::string number = "&n=" + std::to_string(id) + "&x=";
+  return {id, std::string(kQVNotification_HTTPResponse.view()), filled(url + number, kURLSize),
+          filled("s=1" + number, kBodySize)};
+}
 
 std::shared_ptr<QVNetworkManager> manager() { return QVNetworkManager::sharedInstance(); }
 
@@ -80,26 +88,33 @@ void emptyQueue() {
   manager()->setOperationQueue(queue);
 }
 
-/// Gives the manager a new suspended queue with all the hits.
-void fillQueue() {
-  emptyQueue();
-  for (const Hit& hit : hits) {
-    QVPlatform::NotificationCenter::defaultCenter()->postNotification(QVPlatform::Notification(
-        kQVNotification_HTTPRequest, nullptr,
-        {{kQVUserInfo_URLKey, hit.url}, {kQVUserInfo_POSTData, hit.body}}));
-  }
+void post(int id) {
+  const Hit posted = hit(id);
+  QVPlatform::NotificationCenter::defaultCenter()->postNotification(QVPlatform::Notification(
+      kQVNotification_HTTPRequest, nullptr,
+      {{kQVUserInfo_URLKey, posted.url}, {kQVUserInfo_POSTData, posted.body}}));
 }
 
-/// What the manager saves of a full queue.
-Data savedHits() {
-  fillQueue();
+/// Gives the manager a new suspended queue with so many hits.
+void fillQueue(std::int64_t count) {
+  manager()->changeOfflineConfigurationsForMaxLifetimeAndMaxOperationsInQueue(200000, kNoLimit);
+  emptyQueue();
+  for (int id = 0; id < count; ++id) post(id);
+}
+
+/// What the manager saves of so many hits.
+Data savedHits(std::int64_t count) {
+  fillQueue(count);
   manager()->saveAllHits();
   return FileManager::contentsAtPath(offlineHitsPath(), kMaximumFileSize);
 }
 
+/// Its times are those of one hit.
 void save(benchmark::State& state) {
-  fillQueue();
-  for (auto _ : state) manager()->saveAllHits();
+  fillQueue(state.range(0));
+  while (state.KeepRunningBatch(state.range(0))) manager()->saveAllHits();
+  state.counters["bytes"] = static_cast<double>(fs::file_size(offlineHitsPath()));
+  state.counters["peak"] = peakKilobytes();
 }
 
 bool writeFlushRename(std::string_view bytes, const std::string& path) {
@@ -111,20 +126,41 @@ bool writeFlushRename(std::string_view bytes, const std::string& path) {
   return isWritten && isFlushed && std::rename(aside.c_str(), path.c_str()) == 0;
 }
 
+/// The same bytes as save() writes; its times are those of one hit as well.
 void savePlainly(benchmark::State& state) {
-  const Data bytes = savedHits();
+  const Data bytes = savedHits(state.range(0));
+  const std::string path = offlineHitsPath() + ".plain";
+  while (state.KeepRunningBatch(state.range(0))) {
+    if (!writeFlushRename(bytes.view(), path)) fail("The file was not written.");
+  }
+}
+
+/// One more hit in the background, with so many waiting.
+void change(benchmark::State& state) {
+  fillQueue(state.range(0));
+  manager()->enableRunningInBackground();
+  auto id = static_cast<int>(state.range(0));
+  for (auto _ : state) post(id++);
+}
+
+/// What change() writes, written plainly.
+void changePlainly(benchmark::State& state) {
+  const Data bytes = savedHits(state.range(0));
   const std::string path = offlineHitsPath() + ".plain";
   for (auto _ : state) {
-    if (!writeFlushRename(bytes.view(), path)) state.SkipWithError("not written");
+    if (!writeFlushRename(bytes.view(), path)) fail("The file was not written.");
   }
-  state.counters["bytes"] = static_cast<double>(bytes.view().size());
 }
 
 /// The baseline's file.
 class Database {
  public:
+  /// Whether changes are flushed to the disk, as a save is; the removal of a file is not.
+  inline static bool isDurable = true;
+
   Database() {
     check(sqlite3_open((offlineHitsPath() + ".sqlite").c_str(), &database_));
+    run(isDurable ? "PRAGMA synchronous=FULL" : "PRAGMA synchronous=OFF");
     run("CREATE TABLE IF NOT EXISTS hits (id INTEGER PRIMARY KEY, type TEXT, url TEXT, body TEXT)");
   }
   ~Database() { sqlite3_close(database_); }
@@ -137,11 +173,12 @@ class Database {
   void insertHits() {
     run("BEGIN");
     sqlite3_stmt* statement = prepared("INSERT INTO hits VALUES (?, ?, ?, ?)");
-    for (const Hit& hit : hits) {
-      sqlite3_bind_int(statement, 1, hit.id);
-      bind(statement, 2, hit.type);
-      bind(statement, 3, hit.url);
-      bind(statement, 4, hit.body);
+    for (int id = 0; id < kHits; ++id) {
+      const Hit row = hit(id);
+      sqlite3_bind_int(statement, 1, row.id);
+      bind(statement, 2, row.type);
+      bind(statement, 3, row.url);
+      bind(statement, 4, row.body);
       sqlite3_step(statement);
       check(sqlite3_reset(statement));
     }
@@ -188,7 +225,7 @@ class Database {
 
 void saveInSQLite(benchmark::State& state) {
   Database database;
-  for (auto _ : state) {
+  while (state.KeepRunningBatch(kHits)) {
     state.PauseTiming();
     database.run("DELETE FROM hits");
     state.ResumeTiming();
@@ -196,44 +233,26 @@ void saveInSQLite(benchmark::State& state) {
   }
 }
 
+/// From the file to the queue, file removed. Its times are those of one hit.
 void restore(benchmark::State& state) {
-  const Data bytes = savedHits();
-  for (auto _ : state) {
+  const Data bytes = savedHits(state.range(0));
+  while (state.KeepRunningBatch(state.range(0))) {
     state.PauseTiming();
     FileManager::writeAtomically(bytes, offlineHitsPath());
     emptyQueue();
     state.ResumeTiming();
     manager()->restoreStockedHit();
   }
-  if (manager()->operationQueue()->operationCount() != kHits) state.SkipWithError("not restored");
+  if (manager()->operationQueue()->operationCount() != static_cast<std::size_t>(state.range(0))) {
+    fail("Hits were not restored.");
+  }
+  state.counters["peak"] = peakKilobytes();
 }
 
-/// The part of restore() that reads the file: from its bytes to the requests' data.
-void readArchive(benchmark::State& state) {
-  savedHits();
-  for (auto _ : state) {
-    QVPlatform::KeyedUnarchiver unarchiver(
-        FileManager::contentsAtPath(offlineHitsPath(), kMaximumFileSize));
-    const auto read = unarchiver.decodeObjectForKey(kQVFileOfflineHits).array();
-    if (read.count() != hits.size()) state.SkipWithError("not read");
-  }
-}
-
-/// Opens the file anew, as a process does that starts.
-void readFromSQLite(benchmark::State& state) {
-  {
-    Database database;
-    database.run("DELETE FROM hits");
-    database.insertHits();
-  }
-  for (auto _ : state) {
-    if (Database().readHits().size() != hits.size()) state.SkipWithError("not read");
-  }
-}
-
-/// What restore() does, with the rows.
+/// From the rows to the queue, rows removed. Opens the file anew, as a process does that starts.
 void restoreFromSQLite(benchmark::State& state) {
-  for (auto _ : state) {
+  manager()->changeOfflineConfigurationsForMaxLifetimeAndMaxOperationsInQueue(200000, kNoLimit);
+  while (state.KeepRunningBatch(kHits)) {
     state.PauseTiming();
     {
       Database database;
@@ -241,45 +260,33 @@ void restoreFromSQLite(benchmark::State& state) {
       database.insertHits();
     }
     emptyQueue();
+    Database::isDurable = false;
     state.ResumeTiming();
     Database database;
     for (const Dictionary& hit : database.readHits()) manager()->queueRequestWithData(hit);
     database.run("DELETE FROM hits");
+    Database::isDurable = true;
   }
-}
-
-/// Its times are those of one hit.
-void drain(benchmark::State& state) {
-  QVBenchmark::Answers answers;
-  while (state.KeepRunningBatch(kHits)) {
-    state.PauseTiming();
-    fillQueue();
-    if (state.range(0) != 0) manager()->enableRunningInBackground();
-    answers.expect(kHits);
-    state.ResumeTiming();
-    manager()->operationQueue()->setSuspended(false);
-    answers.wait();
-  }
+  if (manager()->operationQueue()->operationCount() != kHits) fail("Rows were not restored.");
 }
 
 void timed(benchmark::internal::Benchmark* benchmark) {
   benchmark->MeasureProcessCPUTime()->UseRealTime()->Unit(benchmark::kMicrosecond);
 }
 
-BENCHMARK(save)->Apply(timed);
-BENCHMARK(savePlainly)->Apply(timed);
+BENCHMARK(save)->Apply(timed)->Arg(2000)->Arg(20'000)->Arg(1'000'000);
+BENCHMARK(savePlainly)->Apply(timed)->Arg(2000)->Arg(20'000)->Arg(1'000'000);
 BENCHMARK(saveInSQLite)->Apply(timed);
-BENCHMARK(restore)->Apply(timed);
-BENCHMARK(readArchive)->Apply(timed);
-BENCHMARK(readFromSQLite)->Apply(timed);
+BENCHMARK(change)->Apply(timed)->Arg(2000)->Arg(20'000);
+BENCHMARK(changePlainly)->Apply(timed)->Arg(2000)->Arg(20'000);
+BENCHMARK(restore)->Apply(timed)->Arg(2000)->Arg(1'000'000);
 BENCHMARK(restoreFromSQLite)->Apply(timed);
-BENCHMARK(drain)->ArgName("background")->Arg(0)->Arg(1)->Apply(timed)->Iterations(kHits);
 
 }  // namespace
 
 int main(int count, char** arguments) {
   const KeepAliveServer server;
-  hits = makeHits(server.url());
+  url = server.url();
   benchmark::Initialize(&count, arguments);
   if (benchmark::ReportUnrecognizedArguments(count, arguments)) return 1;
   QVPlatform::NetworkReachability::setSource(std::make_shared<QVTest::ScriptedReachability>());

@@ -1,97 +1,99 @@
-// What it costs an application to bring the core up: wall time and memory of QVCoreInitialisation,
-// in a process that has no web view library and in one that has it beside the platform's. Each
-// measurement is the first start in a fresh process and a fresh container; the best and the median
-// of them are printed.
+// What it costs an application to have the core: the load of its libraries beside that of libcurl
+// alone, which any client needs, and of nothing; and the first start of the core in a fresh process
+// and a fresh container, without a web view library and with the one beside the platform's.
 
 #include <QVCore/QVCoreInitialisation.h>
 #include <QVPlatform/Application.h>
 #include <QVPlatform/Foundation/Log.h>
 
+#include <benchmark/benchmark.h>
 #include <dlfcn.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <vector>
 
 namespace {
 
 namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
 
-constexpr int kStarts = 21;
+fs::path scratch;
 
-struct Cost {
-  double milliseconds = 0;
-  long kilobytes = 0;
-};
+void fail(const char* what) {
+  std::fprintf(stderr, "%s\n", what);
+  std::_Exit(1);
+}
 
 /// What the process holds in memory beside the files mapped into it.
-long anonymousKilobytes() {
+double anonymousKilobytes() {
   std::ifstream mappings("/proc/self/smaps_rollup");
   for (std::string line; std::getline(mappings, line);) {
-    if (line.starts_with("Anonymous:")) return std::atol(line.c_str() + 10);
+    if (line.starts_with("Anonymous:")) return std::atof(line.c_str() + 10);
   }
   return 0;
 }
 
-int start(const char* container) {
+/// What the program is when it is started by itself: one first start.
+int startCore(const char* container) {
   QVPlatform::Application::setContainerDirectory(container);
-  const long before = anonymousKilobytes();
-  const auto begin = std::chrono::steady_clock::now();
+  const double before = anonymousKilobytes();
+  const auto begin = Clock::now();
   std::make_shared<QVCoreInitialisation>()->init();
-  const std::chrono::duration<double, std::milli> taken = std::chrono::steady_clock::now() - begin;
-  std::printf("%f %ld\n", taken.count(), anonymousKilobytes() - before);
+  const std::chrono::duration<double> taken = Clock::now() - begin;
+  std::printf("%.9f %f\n", taken.count(), anonymousKilobytes() - before);
   std::fflush(stdout);
   _exit(0);
 }
 
-std::vector<Cost> costsOf(const std::string& environment, const fs::path& scratch) {
-  std::vector<Cost> costs;
-  for (int i = 0; i < kStarts; ++i) {
-    const fs::path container = scratch / "container";
-    const std::string command = environment + " " + fs::read_symlink("/proc/self/exe").string() +
-                                " " + container.string() + " 2>/dev/null";
-    Cost cost;
+void start(benchmark::State& state, const std::string& environment) {
+  const fs::path container = scratch / "container";
+  const std::string command = environment + " " + fs::read_symlink("/proc/self/exe").string() +
+                              " --start " + container.string() + " 2>/dev/null";
+  double kilobytes = 0;
+  for (auto _ : state) {
+    double seconds = 0;
     FILE* const output = popen(command.c_str(), "r");
-    const bool isMeasured =
-        output && std::fscanf(output, "%lf %ld", &cost.milliseconds, &cost.kilobytes) == 2;
-    if (output) pclose(output);
-    if (isMeasured) costs.push_back(cost);
+    if (!output || std::fscanf(output, "%lf %lf", &seconds, &kilobytes) != 2) {
+      fail("The core did not start.");
+    }
+    pclose(output);
     fs::remove_all(container);
+    state.SetIterationTime(seconds);
   }
-  return costs;
+  state.counters["kilobytes"] = kilobytes;
 }
 
-template <class T>
-std::string bestAndMedian(std::vector<Cost> costs, T Cost::*member) {
-  std::sort(costs.begin(), costs.end(),
-            [member](const Cost& a, const Cost& b) { return a.*member < b.*member; });
-  char text[64];
-  std::snprintf(text, sizeof text, "%8.2f %8.2f", static_cast<double>(costs.front().*member),
-                static_cast<double>(costs[costs.size() / 2].*member));
-  return text;
-}
-
-void report(const char* name, const std::string& environment, const fs::path& scratch) {
-  const std::vector<Cost> costs = costsOf(environment, scratch);
-  if (costs.empty()) return static_cast<void>(std::printf("%-32s could not be measured\n", name));
-  std::printf("%-32s %s  %s\n", name, bestAndMedian(costs, &Cost::milliseconds).c_str(),
-              bestAndMedian(costs, &Cost::kilobytes).c_str());
+/// A process from its start to its end, in which nothing but loading happens.
+void load(benchmark::State& state, const char* program) {
+  const fs::path path = fs::read_symlink("/proc/self/exe").parent_path() / program;
+  char* arguments[] = {const_cast<char*>(program), nullptr};
+  for (auto _ : state) {
+    pid_t process = 0;
+    int status = -1;
+    if (posix_spawn(&process, path.c_str(), nullptr, nullptr, arguments, environ) != 0 ||
+        waitpid(process, &status, 0) != process || status != 0) {
+      fail("A program that only loads did not run.");
+    }
+  }
 }
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  if (argc > 1) return start(argv[1]);
+int main(int count, char** arguments) {
+  if (count == 3 && std::strcmp(arguments[1], "--start") == 0) return startCore(arguments[2]);
+  benchmark::Initialize(&count, arguments);
+  if (benchmark::ReportUnrecognizedArguments(count, arguments)) return 1;
   std::string pattern = (fs::temp_directory_path() / "qvcore-XXXXXX").string();
-  if (mkdtemp(pattern.data()) == nullptr) return 1;
-  const fs::path scratch = pattern;
+  if (mkdtemp(pattern.data()) == nullptr) fail("There is no temporary directory.");
+  scratch = pattern;
   // A link to the platform's library, beside which no web view library lies.
   Dl_info platform{};
   dladdr(reinterpret_cast<const void*>(&QVPlatform::consoleLog), &platform);
@@ -99,9 +101,18 @@ int main(int argc, char** argv) {
   fs::create_directory(scratch / "alone");
   fs::create_symlink(library, scratch / "alone" / library.filename());
 
-  std::printf("%-32s %17s  %17s\n", "", "best, median ms", "best, median KiB");
-  report("without the web view library", "LD_LIBRARY_PATH=" + (scratch / "alone").string(),
-         scratch);
-  report("with it", "", scratch);
+  for (const auto& [name, environment] :
+       {std::pair("start/alone", "LD_LIBRARY_PATH=" + (scratch / "alone").string()),
+        std::pair("start/with_web_view", std::string())}) {
+    benchmark::RegisterBenchmark(name, start, environment)->UseManualTime();
+  }
+  for (const char* what : {"Nothing", "Curl", "Core"}) {
+    const std::string program = std::string("Load") + what;
+    benchmark::RegisterBenchmark(
+        ("load/" + std::string(what)).c_str(),
+        [program](benchmark::State& state) { load(state, program.c_str()); })
+        ->UseRealTime();
+  }
+  benchmark::RunSpecifiedBenchmarks();
   fs::remove_all(scratch);
 }

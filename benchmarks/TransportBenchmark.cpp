@@ -1,8 +1,7 @@
-// 2,000 hits through the core beside the same 2,000 requests by a bare loop over one curl handle,
-// to the same server, in interleaved rounds; and what posting a hit costs the thread that posts.
-//
-//   build/release/benchmarks/TransportBenchmark --benchmark_enable_random_interleaving=true
-//       --benchmark_repetitions=9 --benchmark_report_aggregates_only=true
+// 2,000 hits through the core beside the same 2,000 requests by a loop over one curl handle and by
+// one over a socket, to the same server: each with another URL of 120 characters, by GET and by
+// POST with 700 bytes; how long a single hit takes to the server; and what posting a hit costs the
+// thread that posts.
 
 #include "support/Answers.h"
 #include "support/KeepAliveServer.h"
@@ -19,8 +18,8 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
-#include <map>
 #include <memory>
+#include <semaphore>
 #include <string>
 #include <thread>
 #include <vector>
@@ -33,40 +32,112 @@ using QVPlatform::Dictionary;
 using QVPlatform::Notification;
 using QVPlatform::NotificationCenter;
 
-constexpr int kHits = 2000;
+constexpr std::size_t kHits = 2000;
+constexpr std::size_t kURLSize = 120;
+constexpr std::size_t kBodySize = 700;
 const KeepAliveServer* server = nullptr;
+std::vector<std::string> urls;
+std::vector<std::string> bodies;
 
-void postHits(int count) {
-  const Dictionary hit{{"url", server->url()}};
-  for (int i = 0; i < count; ++i) {
-    NotificationCenter::defaultCenter()->postNotification(
-        Notification(kQVNotification_HTTPRequest, nullptr, hit));
+void fail(const char* what) {
+  std::fprintf(stderr, "%s\n", what);
+  std::_Exit(1);
+}
+
+std::string filled(std::string text, std::size_t size) {
+  while (text.size() < size) text.push_back(static_cast<char>('a' + text.size() % 26));
+  return text;
+}
+
+void makeRequests() {
+  for (std::size_t i = 0; i < kHits; ++i) {
+    const std::string number = "&n=" + std::to_string(i) + "&x=";
+    urls.push_back(filled(server->url() + number, kURLSize));
+    bodies.push_back(filled("s=1" + number, kBodySize));
   }
 }
 
-void throughCore(benchmark::State& state) {
+enum class Method { get, post };
+
+void postHit(std::size_t i, Method method) {
+  const Dictionary hit =
+      method == Method::get
+          ? Dictionary({{kQVUserInfo_URLKey, urls[i]}})
+          : Dictionary({{kQVUserInfo_URLKey, urls[i]}, {kQVUserInfo_POSTData, bodies[i]}});
+  NotificationCenter::defaultCenter()->postNotification(
+      Notification(kQVNotification_HTTPRequest, nullptr, hit));
+}
+
+void postHits(std::size_t count, Method method = Method::get) {
+  for (std::size_t i = 0; i < count; ++i) postHit(i % kHits, method);
+}
+
+void throughCore(benchmark::State& state, Method method) {
   Answers answers;
   server->newConnections();
   for (auto _ : state) {
     answers.expect(kHits);
-    postHits(kHits);
+    postHits(kHits, method);
     answers.wait();
   }
   state.counters["connections"] = server->newConnections();
 }
 
-std::size_t discard(char*, std::size_t size, std::size_t count, void*) { return size * count; }
+/// A curl handle as an application has it that sends from a thread.
+class BareCurl {
+ public:
+  BareCurl() {
+    curl_easy_setopt(handle_, CURLOPT_WRITEFUNCTION, &discard);
+    curl_easy_setopt(handle_, CURLOPT_NOSIGNAL, 1L);
+  }
+  ~BareCurl() { curl_easy_cleanup(handle_); }
+  BareCurl(const BareCurl&) = delete;
+  BareCurl& operator=(const BareCurl&) = delete;
 
-void bareLoop(benchmark::State& state) {
-  CURL* handle = curl_easy_init();
-  curl_easy_setopt(handle, CURLOPT_URL, server->url().c_str());
-  curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, discard);
+  void send(std::size_t i, Method method) {
+    curl_easy_setopt(handle_, CURLOPT_URL, urls[i].c_str());
+    if (method == Method::post) {
+      curl_easy_setopt(handle_, CURLOPT_POSTFIELDSIZE, static_cast<long>(bodies[i].size()));
+      curl_easy_setopt(handle_, CURLOPT_POSTFIELDS, bodies[i].data());
+    }
+    if (curl_easy_perform(handle_) != CURLE_OK) fail("A bare transfer failed.");
+  }
+
+ private:
+  static std::size_t discard(char*, std::size_t size, std::size_t count, void*) {
+    return size * count;
+  }
+  CURL* handle_ = curl_easy_init();
+};
+
+void throughCurl(benchmark::State& state, Method method) {
+  BareCurl curl;
   for (auto _ : state) {
-    for (int i = 0; i < kHits; ++i) {
-      if (curl_easy_perform(handle) != CURLE_OK) state.SkipWithError("a transfer failed");
+    for (std::size_t i = 0; i < kHits; ++i) curl.send(i, method);
+  }
+}
+
+/// What the kernel and the server take: requests that are made and answers that are passed over.
+void throughSocket(benchmark::State& state, Method method) {
+  const int file = server->connectedSocket();
+  char answer[4096];
+  for (auto _ : state) {
+    for (std::size_t i = 0; i < kHits; ++i) {
+      const std::string target = urls[i].substr(urls[i].find('/', 8));
+      const std::string request =
+          method == Method::get
+              ? "GET " + target + " HTTP/1.1\r\nHost: 127.0.0.1\r\nAccept: */*\r\n\r\n"
+              : "POST " + target +
+                    " HTTP/1.1\r\nHost: 127.0.0.1\r\nAccept: */*\r\nContent-Length: " +
+                    std::to_string(bodies[i].size()) + "\r\n\r\n" + bodies[i];
+      const auto size = static_cast<ssize_t>(request.size());
+      if (send(file, request.data(), request.size(), MSG_NOSIGNAL) != size ||
+          recv(file, answer, sizeof answer, 0) <= 0) {
+        fail("An exchange over the socket failed.");
+      }
     }
   }
-  curl_easy_cleanup(handle);
+  close(file);
 }
 
 /// Puts all threads of a process on these processors.
@@ -93,6 +164,48 @@ void placeFreely(const benchmark::State&) {
   place(server->process(), all);
 }
 
+/// Time from handing over one hit, when nothing else is under way, to its arrival.
+template <class HandOver>
+void measureLatency(benchmark::State& state, const HandOver& handOver) {
+  std::size_t i = 0;
+  for (auto _ : state) {
+    const auto begin = KeepAliveServer::Clock::now();
+    handOver(i++ % kHits);
+    const std::chrono::duration<double> time = server->lastArrival() - begin;
+    state.SetIterationTime(time.count());
+  }
+}
+
+void latencyThroughCore(benchmark::State& state) {
+  Answers answers;
+  measureLatency(state, [&](std::size_t i) {
+    answers.expect(1);
+    postHit(i, Method::get);
+    answers.wait();
+  });
+}
+
+/// A worker thread with a curl handle, which sleeps until it gets a request.
+void latencyThroughCurl(benchmark::State& state) {
+  std::binary_semaphore isGiven{0}, isDone{0};
+  std::size_t next = 0;
+  std::thread worker([&] {
+    BareCurl curl;
+    for (isGiven.acquire(); next != kHits; isGiven.acquire()) {
+      curl.send(next, Method::get);
+      isDone.release();
+    }
+  });
+  measureLatency(state, [&](std::size_t i) {
+    next = i;
+    isGiven.release();
+    isDone.acquire();
+  });
+  next = kHits;
+  isGiven.release();
+  worker.join();
+}
+
 /// Time per post, of posts alone; what they set off is waited for outside the time.
 void postWhileRunning(benchmark::State& state) {
   constexpr int kBatch = 1000;
@@ -111,10 +224,11 @@ void postWhileRunning(benchmark::State& state) {
 /// post cancels one of them.
 void postWhileSuspended(benchmark::State& state) {
   const auto manager = QVNetworkManager::sharedInstance();
-  const auto queued = static_cast<int>(state.range(0));
-  manager->changeOfflineConfigurationsForMaxLifetimeAndMaxOperationsInQueue(200000, queued);
+  const auto queued = state.range(0);
+  manager->changeOfflineConfigurationsForMaxLifetimeAndMaxOperationsInQueue(
+      200000, static_cast<int>(queued));
   manager->operationQueue()->setSuspended(true);
-  postHits(queued);
+  postHits(static_cast<std::size_t>(queued));
   for (auto _ : state) postHits(1);
   manager->operationQueue()->cancelAllOperations();
   manager->operationQueue()->setSuspended(false);
@@ -122,57 +236,44 @@ void postWhileSuspended(benchmark::State& state) {
   manager->changeOfflineConfigurationsForMaxLifetimeAndMaxOperationsInQueue(200000, 2000);
 }
 
-BENCHMARK(bareLoop)
-    ->Name("one core/bare")
-    ->MeasureProcessCPUTime()
-    ->UseRealTime()
-    ->Setup(placeOnOneCore);
-BENCHMARK(throughCore)
-    ->Name("one core/core")
-    ->MeasureProcessCPUTime()
-    ->UseRealTime()
-    ->Setup(placeOnOneCore);
-BENCHMARK(bareLoop)->Name("free/bare")->MeasureProcessCPUTime()->UseRealTime()->Setup(placeFreely);
-BENCHMARK(throughCore)
-    ->Name("free/core")
-    ->MeasureProcessCPUTime()
-    ->UseRealTime()
-    ->Setup(placeFreely);
+void registerTransfers() {
+  using Run = void (*)(benchmark::State&, Method);
+  const std::pair<const char*, Run> ways[] = {
+      {"core", throughCore}, {"curl", throughCurl}, {"socket", throughSocket}};
+  for (const bool isPinned : {true, false}) {
+    for (const Method method : {Method::get, Method::post}) {
+      for (const auto& [name, run] : ways) {
+        const std::string title = std::string(isPinned ? "one_core/" : "free/") +
+                                  (method == Method::get ? "GET/" : "POST/") + name;
+        benchmark::RegisterBenchmark(title.c_str(), run, method)
+            ->MeasureProcessCPUTime()
+            ->UseRealTime()
+            ->Unit(benchmark::kMicrosecond)
+            ->Setup(isPinned ? placeOnOneCore : placeFreely);
+      }
+    }
+  }
+}
+
+BENCHMARK(latencyThroughCore)->Name("latency/core")->Setup(placeFreely)->UseManualTime();
+BENCHMARK(latencyThroughCurl)->Name("latency/curl")->Setup(placeFreely)->UseManualTime();
 // Its time is a small part of what it takes, so it does not choose its iterations by time.
 BENCHMARK(postWhileRunning)->Setup(placeFreely)->UseManualTime()->Iterations(20);
-BENCHMARK(postWhileSuspended)->Setup(placeFreely)->Arg(100)->Arg(2000)->Arg(100'000);
-
-/// Prints the ratios of the medians after the table.
-class Reporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const Run& run : runs) {
-      const bool isMedian = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
-      if (isMedian) medians_[run.run_name.function_name] = run;
-    }
-  }
-  void Finalize() override {
-    for (const std::string placement : {"one core", "free"}) {
-      if (!medians_.contains(placement + "/core") || !medians_.contains(placement + "/bare"))
-        continue;
-      const Run& core = medians_[placement + "/core"];
-      const Run& bare = medians_[placement + "/bare"];
-      std::printf("%s: core / bare loop, medians: wall %.2f, CPU %.2f\n", placement.c_str(),
-                  core.real_accumulated_time / bare.real_accumulated_time,
-                  core.cpu_accumulated_time / bare.cpu_accumulated_time);
-    }
-  }
-
- private:
-  std::map<std::string, Run> medians_;
-};
+BENCHMARK(postWhileSuspended)
+    ->Setup(placeFreely)
+    ->Arg(10)
+    ->Arg(100)
+    ->Arg(2000)
+    ->Arg(100'000)
+    ->Arg(1'000'000);
 
 }  // namespace
 
 int main(int count, char** arguments) {
   const KeepAliveServer theServer;
   server = &theServer;
+  makeRequests();
+  registerTransfers();
   benchmark::Initialize(&count, arguments);
   if (benchmark::ReportUnrecognizedArguments(count, arguments)) return 1;
   QVPlatform::NetworkReachability::setSource(std::make_shared<QVTest::ScriptedReachability>());
@@ -181,8 +282,7 @@ int main(int count, char** arguments) {
   QVPlatform::Application::setContainerDirectory(container.string());
   QVDebug::setDebugLevel(6);
   QVNetworkManager::sharedInstance();
-  Reporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
+  benchmark::RunSpecifiedBenchmarks();
   std::filesystem::remove_all(container);
   return 0;
 }

@@ -87,15 +87,17 @@ bool AtomicFile::claim() {
   }
 }
 
-bool AtomicFile::write(std::string_view bytes) {
+bool AtomicFile::write(std::span<const std::string_view> pieces) {
   if (!open()) return false;
   const SignalShield shield;
   // A left-over may hold anything and have any mode.
   bool isWritten = ftruncate(descriptor_, 0) == 0 && fchmod(descriptor_, S_IRUSR | S_IWUSR) == 0;
-  while (isWritten && !bytes.empty()) {
-    const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
-    isWritten = written >= 0 || errno == EINTR;
-    if (written > 0) bytes.remove_prefix(static_cast<std::size_t>(written));
+  for (std::string_view bytes : pieces) {
+    while (isWritten && !bytes.empty()) {
+      const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
+      isWritten = written >= 0 || errno == EINTR;
+      if (written > 0) bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
   }
   isWritten = isWritten && fsync(descriptor_) == 0;
   if (!isWritten) error_ = errno;

@@ -3,6 +3,7 @@
 #include <QVPlatform/Export.h>
 #include <QVPlatform/Foundation/String.h>
 
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -31,7 +32,9 @@ class QVPLATFORM_EXPORT AtomicFile {
 
   /// Writes all the bytes, mode 0600, and flushes them to the disk; false, with error(), when that
   /// fails. To be called once.
-  bool write(std::string_view bytes);
+  bool write(std::string_view bytes) { return write(std::span(&bytes, 1)); }
+  /// The same for bytes that lie in several places, one behind the other.
+  bool write(std::span<const std::string_view> pieces);
   /// Moves what was written into its place, at once. False, with error(), when that fails.
   bool moveIntoPlace();
   /// Why the last operation failed, for people ("No space left on device").

@@ -2,15 +2,18 @@
 
 #include <QVCore/QVCoreConstants.h>
 #include <QVPlatform/Dispatch/NotificationCenter.h>
+#include <QVPlatform/Foundation/Value.h>
 
 #include <atomic>
+#include <cstdio>
+#include <cstdlib>
 #include <semaphore>
 
 namespace QVBenchmark {
 
 /// Counts the answers to hits, and wakes who waits for them once, at the last. The one who waits
 /// must sleep meanwhile: waiting for the counter itself, which always changes, it would take turns
-/// with the transfers on their processor.
+/// with the transfers on their processor. A hit that fails ends the program.
 class Answers {
  public:
   Answers() {
@@ -20,6 +23,14 @@ class Answers {
           if (--missing_ == 0) areComplete_.release();
         },
         kQVNotification_HTTPResponse);
+    QVPlatform::NotificationCenter::defaultCenter()->addObserver(
+        this,
+        [](const QVPlatform::Notification& notification) {
+          std::fprintf(stderr, "A hit failed: %s\n",
+                       QVPlatform::stringWithFormat("%@", {notification.userInfo()}).UTF8String());
+          std::_Exit(1);
+        },
+        kQVNotification_HTTPRequestError);
   }
   ~Answers() { QVPlatform::NotificationCenter::defaultCenter()->removeObserver(this); }
   Answers(const Answers&) = delete;

@@ -4,6 +4,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -11,6 +12,9 @@
 
 #include <poll.h>
 
+#include <atomic>
+#include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -26,21 +30,19 @@ class KeepAliveServer {
  public:
   KeepAliveServer() {
     const int listening = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    sockaddr_in address = addressOf(0);
     socklen_t size = sizeof address;
     if (bind(listening, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
         listen(listening, 16) != 0 ||
         getsockname(listening, reinterpret_cast<sockaddr*>(&address), &size) != 0 ||
-        pipe(counter_) != 0 || (process_ = fork()) < 0) {
+        pipe(counter_) != 0 || (shared_ = makeShared()) == MAP_FAILED || (process_ = fork()) < 0) {
       std::perror("no server");
       std::exit(1);
     }
-    url_ = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/hit?s=1&p=page";
+    port_ = ntohs(address.sin_port);
     if (process_ == 0) {
       prctl(PR_SET_PDEATHSIG, SIGKILL);
-      serve(listening, counter_[1]);
+      serve(listening);
     }
     close(listening);
     close(counter_[1]);
@@ -53,8 +55,28 @@ class KeepAliveServer {
   KeepAliveServer(const KeepAliveServer&) = delete;
   KeepAliveServer& operator=(const KeepAliveServer&) = delete;
 
-  const std::string& url() const { return url_; }
+  int port() const { return port_; }
+  std::string url() const {
+    return "http://127.0.0.1:" + std::to_string(port_) + "/hit?s=1&p=page";
+  }
   pid_t process() const { return process_; }
+
+  /// A new connection to it, which the caller closes.
+  int connectedSocket() const {
+    const int file = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_in address = addressOf(port_);
+    const int on = 1;
+    setsockopt(file, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    if (connect(file, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+      std::perror("no connection");
+      std::exit(1);
+    }
+    return file;
+  }
+
+  using Clock = std::chrono::steady_clock;
+  /// When the last request arrived, by the clock that all processes share.
+  Clock::time_point lastArrival() const { return Clock::time_point(Clock::duration(*arrival())); }
 
   /// How many connections were made since the last call.
   int newConnections() const {
@@ -67,7 +89,22 @@ class KeepAliveServer {
   }
 
  private:
-  [[noreturn]] static void serve(int listening, int counter) {
+  static sockaddr_in addressOf(int port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    return address;
+  }
+  static void* makeShared() {
+    return mmap(nullptr, sizeof(Clock::rep), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1,
+                0);
+  }
+  std::atomic<Clock::rep>* arrival() const {
+    return static_cast<std::atomic<Clock::rep>*>(shared_);
+  }
+
+  [[noreturn]] void serve(int listening) const {
     std::vector<pollfd> files{{listening, POLLIN, 0}};
     for (;;) {
       poll(files.data(), files.size(), -1);
@@ -81,22 +118,24 @@ class KeepAliveServer {
         const int on = 1;
         setsockopt(connection, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         files.push_back({connection, POLLIN, 0});
-        if (write(counter, "c", 1) != 1) _exit(1);
+        if (write(counter_[1], "c", 1) != 1) _exit(1);
       }
     }
   }
 
   /// Requests are small and come one at a time: one read holds one of them, whole.
-  static bool answer(int connection) {
+  bool answer(int connection) const {
     static constexpr std::string_view kAnswer = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
     char request[65536];
     const ssize_t size = recv(connection, request, sizeof request, 0);
+    *arrival() = Clock::now().time_since_epoch().count();
     return size > 0 && send(connection, kAnswer.data(), kAnswer.size(), MSG_NOSIGNAL) > 0;
   }
 
   int counter_[2]{};
+  void* shared_ = nullptr;
   pid_t process_ = -1;
-  std::string url_;
+  int port_ = 0;
 };
 
 }  // namespace QVBenchmark

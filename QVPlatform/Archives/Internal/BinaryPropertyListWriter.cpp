@@ -1,5 +1,6 @@
 #include <QVPlatform/Archives/Internal/BinaryPropertyListWriter.h>
 
+#include <QVPlatform/Archives/Internal/BinaryPropertyListBytes.h>
 #include <QVPlatform/Archives/Internal/BinaryPropertyListFormat.h>
 #include <QVPlatform/Archives/PropertyList.h>
 
@@ -16,21 +17,16 @@ namespace QVPlatform {
 namespace {
 
 namespace Format = BinaryPropertyListFormat;
+using namespace BinaryPropertyListBytes;
 
 /// Bytes that a number, a UID or the head of anything takes at most.
 constexpr std::size_t kMaximumPlainSize = 32;
 constexpr std::size_t kMaximumReservation = 16U << 20;
 /// Added to the number of a UID, until it is known which object it will be.
 constexpr std::uint32_t kUIDReference = 1U << 31;
-constexpr std::size_t kUnusedTrailerSize = 6;
 
 static_assert(PropertyList::kMaximumSize <= kUIDReference, "UIDs can be told from objects");
 static_assert(PropertyList::kMaximumSize <= UINT32_MAX, "offsets are kept in 32 bits");
-
-/// Bytes that the format takes for an unsigned number: 1, 2, 4 or 8.
-std::size_t widthOf(std::uint64_t number) {
-  return std::bit_ceil((static_cast<std::size_t>(std::bit_width(number | 1)) + 7) / 8);
-}
 
 std::u16string utf16(std::string_view utf8) {
   std::u16string text(utf8.size(), u'\0');
@@ -42,59 +38,6 @@ std::u16string utf16(std::string_view utf8) {
   }
   text.resize(size);
   return text;
-}
-
-template <std::unsigned_integral Number>
-char* put(char* to, Number number) {
-  if constexpr (std::endian::native == std::endian::little) {
-    if constexpr (sizeof number == 2) number = __builtin_bswap16(number);
-    if constexpr (sizeof number == 4) number = __builtin_bswap32(number);
-    if constexpr (sizeof number == 8) number = __builtin_bswap64(number);
-  }
-  std::memcpy(to, &number, sizeof number);
-  return to + sizeof number;
-}
-
-/// The number in as many bytes as `width` says, which widthOf() has found to be enough.
-char* put(char* to, std::uint64_t number, std::size_t width) {
-  switch (width) {
-    case 1:
-      return put(to, static_cast<std::uint8_t>(number));
-    case 2:
-      return put(to, static_cast<std::uint16_t>(number));
-    case 4:
-      return put(to, static_cast<std::uint32_t>(number));
-    default:
-      return put(to, number);
-  }
-}
-
-char* put(char* to, std::span<const std::uint32_t> numbers, std::size_t width) {
-  switch (width) {
-    case 1:
-      for (const auto number : numbers) to = put(to, static_cast<std::uint8_t>(number));
-      return to;
-    case 2:
-      for (const auto number : numbers) to = put(to, static_cast<std::uint16_t>(number));
-      return to;
-    default:
-      for (const auto number : numbers) to = put(to, number);
-      return to;
-  }
-}
-
-/// The marker that an object begins with, and the length if the marker has no room for it.
-char* putHead(char* to, std::uint8_t type, std::size_t count) {
-  const bool isShort = count < Format::kLengthMask;
-  to = put(to, static_cast<std::uint8_t>(type | (isShort ? count : Format::kLengthMask)));
-  if (isShort) return to;
-  const std::size_t width = widthOf(count);
-  to = put(to, static_cast<std::uint8_t>(Format::kInteger | std::countr_zero(width)));
-  return put(to, count, width);
-}
-
-std::size_t headSize(std::size_t count) {
-  return count < Format::kLengthMask ? 1 : 2 + widthOf(count);
 }
 
 /// What the UIDs below `count` take: a marker and one byte or, if the number is large, more.
@@ -189,10 +132,8 @@ BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addPlain(std::stri
                                                                        std::string_view content,
                                                                        Hash::Number hash) {
   const auto next = static_cast<Reference>(offsets_.size());
-  // What lies in the buffer ends where the next object begins.
   const auto isSame = [&](Reference known) {
-    const std::size_t end = known + 1 < next ? offsets_[known + 1] : buffer_.size();
-    const auto bytes = std::string_view(buffer_).substr(offsets_[known], end - offsets_[known]);
+    const std::string_view bytes = bytesOf(known);
     return bytes.size() == head.size() + content.size() && bytes.starts_with(head) &&
            bytes.ends_with(content);
   };
@@ -202,6 +143,12 @@ BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addPlain(std::stri
     buffer_.append(head).append(content);
   }
   return found;
+}
+
+std::string_view BinaryPropertyListWriter::bytesOf(Reference plain) const {
+  // What lies in the buffer ends where the next object begins.
+  const std::size_t end = plain + 1 < offsets_.size() ? offsets_[plain + 1] : buffer_.size();
+  return std::string_view(buffer_).substr(offsets_[plain], end - offsets_[plain]);
 }
 
 BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addUID(std::uint32_t number) {
@@ -293,12 +240,8 @@ Data BinaryPropertyListWriter::finish(Reference root) {
   if (size > PropertyList::kMaximumSize) return nullptr;
   buffer_.resize(size);
   char* end = putUIDs(putContainers(buffer_.data() + containers, referenceWidth));
-  end = put(end, offsets_, offsetWidth) + kUnusedTrailerSize;
-  end = put(end, static_cast<std::uint8_t>(offsetWidth));
-  end = put(end, static_cast<std::uint8_t>(referenceWidth));
-  end = put(end, std::uint64_t{offsets_.size()});
-  end = put(end, std::uint64_t{root});
-  put(end, std::uint64_t{table});
+  putTrailer(put(end, offsets_, offsetWidth),
+             {offsetWidth, referenceWidth, offsets_.size(), root, table});
   return Data(std::move(buffer_));
 }
 

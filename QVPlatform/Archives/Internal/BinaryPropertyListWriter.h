@@ -36,6 +36,8 @@ class BinaryPropertyListWriter {
   Reference add(Date value);
   Reference add(const String& text);
   Reference addData(std::string_view bytes);
+  /// What such an object is in the file, as long as nothing is added.
+  std::string_view bytesOf(Reference plain) const;
   /// UIDs number the objects of an archive: their numbers are below the number of objects here, or
   /// else there will be no file.
   Reference addUID(std::uint32_t number);

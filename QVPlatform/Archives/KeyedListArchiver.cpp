@@ -1,0 +1,338 @@
+#include <QVPlatform/Archives/KeyedListArchiver.h>
+
+#include <QVPlatform/Archives/Internal/BinaryPropertyListBytes.h>
+#include <QVPlatform/Archives/Internal/BinaryPropertyListWriter.h>
+#include <QVPlatform/Archives/Internal/KeyedArchiveFormat.h>
+#include <QVPlatform/Archives/PropertyList.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <initializer_list>
+#include <optional>
+#include <span>
+#include <string>
+#include <type_traits>
+#include <unordered_map>
+#include <utility>
+
+// An archive is made of three pieces. The first has what the messages share: their keys, and the
+// texts that a message has in common with the one before it. The second has the messages, one after
+// the other, each with the objects that are its own. The third has what must be made anew each
+// time: the list, and the tables that tell where the objects lie.
+//
+// The bytes of a message never change while it is in the list. They refer to objects and UIDs by
+// number, so a number is never given to something else: those of the first piece come from a room
+// that is set aside for them, and those of messages that have left stand for "$null" from then on.
+// Once these are in the majority all is encoded anew, which is seldom enough to cost nothing.
+
+namespace QVPlatform {
+namespace {
+
+namespace Format = BinaryPropertyListFormat;
+namespace Archive = KeyedArchiveFormat;
+using namespace BinaryPropertyListBytes;
+
+using Number = std::uint32_t;  // of an object in the file, or of a UID
+
+constexpr std::size_t kWidth = sizeof(Number);  // of references, UIDs and offsets in the file
+/// How many objects the messages may share, and how many UIDs.
+constexpr Number kSharedRoom = 512;
+/// From how many on it is worth while to clear away the numbers of what has left.
+constexpr std::size_t kManyNumbers = 1000;
+constexpr std::size_t kManyBytes = 1U << 20;
+
+/// Objects that follow one another in the file, and what their UIDs stand for.
+struct Piece {
+  Number nextObject() const { return firstObject + static_cast<Number>(offsets.size()); }
+  Number nextUID() const { return firstUID + static_cast<Number>(targets.size()); }
+
+  Number addObject() {
+    offsets.push_back(static_cast<Number>(bytes.size()));
+    return nextObject() - 1;
+  }
+  Number add(std::string_view object) {
+    const Number number = addObject();
+    bytes.append(object);
+    return number;
+  }
+  Number addContainer(std::uint8_t type, std::size_t count, std::span<const Number> references) {
+    const Number number = addObject();
+    const std::size_t begin = bytes.size();
+    bytes.resize(begin + headSize(count) + references.size() * kWidth);
+    put(putHead(bytes.data() + begin, type, count), references, kWidth);
+    return number;
+  }
+  Number addArray(std::span<const Number> elements) {
+    return addContainer(Format::kArray, elements.size(), elements);
+  }
+  /// All keys, then all values.
+  Number addDictionary(std::initializer_list<Number> references) {
+    return addContainer(Format::kDictionary, references.size() / 2, references);
+  }
+  /// The UID of an object.
+  Number addUID(Number object) {
+    char uid[1 + kWidth];
+    put(putHead(uid, Format::kUID, kWidth - 1), nextUID());
+    targets.push_back(object);
+    return add({uid, sizeof uid});
+  }
+
+  Number firstObject = 0;
+  Number firstUID = 0;
+  std::string bytes;
+  std::vector<Number> offsets;  // of objects, in `bytes`
+  std::vector<Number> targets;  // of UIDs: objects
+};
+
+/// How far the messages reach into their piece.
+struct Extent {
+  std::size_t bytes = 0;
+  std::size_t objects = 0;
+  std::size_t targets = 0;
+};
+
+Extent endOf(const Piece& piece) {
+  return {piece.bytes.size(), piece.offsets.size(), piece.targets.size()};
+}
+
+struct Message {
+  Dictionary::Snapshot entries;  // kept, so that no other one gets its address
+  Number uid = 0;
+  Extent end;
+};
+
+}  // namespace
+
+class KeyedListArchiver::Implementation {
+ public:
+  explicit Implementation(const String& key) : key_(text(Archive::escapedKey(key.view()))) {}
+
+  /// Drops the messages that have left. False when the others are not what the list begins with.
+  bool dropUntil(std::span<const Dictionary::Snapshot> list) {
+    const auto isFirst = [&](const Message& message) {
+      return !list.empty() && message.entries == list.front();
+    };
+    const auto begin = messages_.begin() + static_cast<std::ptrdiff_t>(dropped_);
+    const auto first = std::find_if(begin, messages_.end(), isFirst);
+    const auto rest = static_cast<std::size_t>(messages_.end() - first);
+    if (rest > list.size()) return false;
+    if (!std::equal(first, messages_.end(), list.begin(),
+                    [](const Message& message, const auto& entries) {
+                      return message.entries == entries;
+                    })) {
+      return false;
+    }
+    drop(messages_.size() - rest);
+    return dead_.objects < kManyNumbers || dead_.objects < own_.offsets.size() / 2;
+  }
+
+  std::size_t count() const { return messages_.size() - dropped_; }
+
+  /// False when the message must be left to KeyedArchiver.
+  bool add(Dictionary::Snapshot entries) {
+    if (leaves_.size() > kManyBytes) leaves_ = {};
+    std::vector<Number> keys;
+    std::vector<Number> values;
+    for (const auto& [key, value] : *entries) {
+      const auto keyUID = sharedUID(key);
+      const auto valueUID = keyUID ? uidOf(key, value) : std::nullopt;
+      if (!valueUID) return false;
+      keys.push_back(*keyUID);
+      values.push_back(*valueUID);
+    }
+    const auto keyList = listOfKeys(std::move(keys));
+    if (!keyList || !isWithinLimits()) return false;
+    const Number dictionary = own_.addDictionary(
+        {class_, keysKey_, elementsKey_, dictionaryClass_, *keyList, own_.addArray(values)});
+    const Number uid = own_.addUID(dictionary);
+    messages_.push_back({std::move(entries), uid, endOf(own_)});
+    return true;
+  }
+
+  /// Whether the archive can be written; then it is in the pieces.
+  bool finish() {
+    leaves_ = {};
+    tail_.firstObject = own_.nextObject();
+    tail_.firstUID = own_.nextUID();
+    tail_.bytes.clear();
+    tail_.offsets.clear();
+    const Number root = addRoot();
+    const std::size_t table =
+        shared_.bytes.size() + own_.bytes.size() - dead_.bytes + tail_.bytes.size();
+    const std::size_t size = table + tail_.nextObject() * kWidth + Format::kTrailerSize;
+    if (size > PropertyList::kMaximumSize) return false;
+    addTable(root, table);
+    return true;
+  }
+
+  std::vector<std::string_view> pieces() const {
+    return {shared_.bytes, std::string_view(own_.bytes).substr(dead_.bytes), tail_.bytes};
+  }
+
+ private:
+  Number text(std::string_view text) {
+    return shared_.add(leaves_.bytesOf(leaves_.add(String(text))));
+  }
+
+  /// The UID of the class; "NSObject" ends every chain.
+  Number addClass(std::string_view name, std::string_view base) {
+    const Number names[] = {text(name), text(base), text("NSObject")};
+    const Number chain = shared_.addArray(names);
+    return shared_.addUID(shared_.addDictionary(
+        {text(Archive::kClassNameKey), text(Archive::kClassesKey), names[0], chain}));
+  }
+
+  void drop(std::size_t end) {
+    if (end == dropped_) return;
+    for (; dropped_ < end; ++dropped_) messages_[dropped_].entries.reset();
+    dead_ = messages_[end - 1].end;
+    std::fill_n(own_.targets.begin(), dead_.targets, 0);
+  }
+
+  bool hasSharedRoom() const { return shared_.offsets.size() + 2 <= kSharedRoom; }
+
+  std::optional<Number> sharedUID(const String& text) {
+    const auto known = sharedTexts_.find(text);
+    if (known != sharedTexts_.end()) return known->second;
+    if (!hasSharedRoom() || text.view() == Archive::kNull) return std::nullopt;
+    const Number uid = shared_.addUID(shared_.add(leaves_.bytesOf(leaves_.add(text))));
+    sharedTexts_.emplace(text, uid);
+    return uid;
+  }
+
+  /// The UID of a plain value; nothing for any other one.
+  std::optional<Number> uidOf(const String& key, const Value& value) {
+    const auto* text = std::get_if<String>(&value.storage());
+    if (text && isInPrevious(key, *text)) {
+      if (const auto uid = sharedUID(*text)) return uid;
+    }
+    return std::visit(
+        [&]<class T>(const T& held) -> std::optional<Number> {
+          if constexpr (std::is_same_v<T, String>) {
+            if (held.view() == Archive::kNull) return std::nullopt;  // would be read as nil
+            return ownUID(leaves_.add(held));
+          } else if constexpr (std::is_same_v<T, Data>) {
+            return ownUID(leaves_.addData(held.view()));
+          } else if constexpr (std::is_arithmetic_v<T>) {
+            return ownUID(leaves_.add(held));
+          } else {
+            return std::nullopt;
+          }
+        },
+        value.storage());
+  }
+
+  Number ownUID(BinaryPropertyListWriter::Reference leaf) {
+    return own_.addUID(own_.add(leaves_.bytesOf(leaf)));
+  }
+
+  /// Whether the message before has the same text object under the key.
+  bool isInPrevious(const String& key, const String& text) const {
+    if (count() == 0) return false;
+    const auto& entries = *messages_.back().entries;
+    const auto place = std::lower_bound(
+        entries.begin(), entries.end(), key,
+        [](const Dictionary::Entry& entry, const String& name) { return entry.first < name; });
+    if (place == entries.end() || place->first != key) return false;
+    const auto* other = std::get_if<String>(&place->second.storage());
+    return other && other->isSameObject(text);
+  }
+
+  /// The list of these keys, which messages with the same keys share.
+  std::optional<Number> listOfKeys(std::vector<Number> keys) {
+    for (const auto& [known, list] : keyLists_) {
+      if (known == keys) return list;
+    }
+    if (!hasSharedRoom()) return std::nullopt;
+    const Number list = shared_.addArray(keys);
+    keyLists_.emplace_back(std::move(keys), list);
+    return list;
+  }
+
+  bool isWithinLimits() const {
+    return own_.bytes.size() < PropertyList::kMaximumSize && own_.offsets.size() < UINT32_MAX / 4;
+  }
+
+  /// The list, and around it what makes it an archive; answers the outermost dictionary.
+  Number addRoot() {
+    std::vector<Number> numbers;
+    numbers.reserve(kSharedRoom + own_.targets.size());
+    for (std::size_t i = dropped_; i < messages_.size(); ++i) numbers.push_back(messages_[i].uid);
+    const Number elements = tail_.addArray(numbers);
+    const Number list = tail_.addDictionary({class_, elementsKey_, arrayClass_, elements});
+    tail_.targets.clear();
+    const Number listUID = tail_.addUID(list);
+    const Number top = tail_.addDictionary({key_, listUID});
+    numbers.assign(shared_.targets.begin(), shared_.targets.end());
+    numbers.resize(kSharedRoom);
+    numbers.insert(numbers.end(), own_.targets.begin(), own_.targets.end());
+    numbers.push_back(list);
+    const Number objects = tail_.addArray(numbers);
+    return tail_.addDictionary(
+        {archiverKey_, versionKey_, topKey_, objectsKey_, archiver_, version_, top, objects});
+  }
+
+  /// Where each object lies, and the trailer; the table begins at that place of the file.
+  void addTable(Number root, std::size_t table) {
+    const std::size_t begin = tail_.bytes.size();
+    tail_.bytes.resize(begin + tail_.nextObject() * kWidth + Format::kTrailerSize);
+    char* to = tail_.bytes.data() + begin;
+    const auto putOffsets = [&to](std::span<const Number> offsets, std::size_t place) {
+      for (const Number offset : offsets) to = put(to, offset + static_cast<Number>(place));
+    };
+    const auto putNulls = [&](std::size_t count) {
+      for (; count > 0; --count) to = put(to, shared_.offsets.front());
+    };
+    putOffsets(shared_.offsets, 0);
+    putNulls(kSharedRoom - shared_.offsets.size() + dead_.objects);
+    // Modulo 2^32 that is the place less what is not written any more.
+    putOffsets(std::span(own_.offsets).subspan(dead_.objects), shared_.bytes.size() - dead_.bytes);
+    putOffsets(tail_.offsets, table - begin);
+    putTrailer(to, {kWidth, kWidth, tail_.nextObject(), root, table});
+  }
+
+  std::vector<Message> messages_;
+  std::size_t dropped_ = 0;  // of the messages, at the beginning
+  Extent dead_;              // what these have in the piece
+
+  BinaryPropertyListWriter leaves_;  // makes plain objects
+  Piece shared_{0, 0, std::string(Format::kMagic), {}, {}};
+  Piece own_{kSharedRoom, kSharedRoom, {}, {}, {}};
+  Piece tail_;
+  std::unordered_map<String, Number> sharedTexts_;                // UIDs
+  std::vector<std::pair<std::vector<Number>, Number>> keyLists_;  // arrays of UIDs
+
+  // In the shared piece. "$null" is first, so that a UID of 0 stands for nil.
+  const Number null_ = shared_.addUID(text(Archive::kNull));
+  const Number class_ = text(Archive::kClassKey);
+  const Number keysKey_ = text(Archive::kKeysKey);
+  const Number elementsKey_ = text(Archive::kElementsKey);
+  const Number archiverKey_ = text(Archive::kArchiverKey);
+  const Number archiver_ = text(Archive::kArchiver);
+  const Number versionKey_ = text(Archive::kVersionKey);
+  const Number version_ = shared_.add(leaves_.bytesOf(leaves_.add(Archive::kVersion)));
+  const Number topKey_ = text(Archive::kTopKey);
+  const Number objectsKey_ = text(Archive::kObjectsKey);
+  const Number arrayClass_ = addClass("NSMutableArray", "NSArray");
+  const Number dictionaryClass_ = addClass("NSMutableDictionary", "NSDictionary");
+  const Number key_;
+};
+
+KeyedListArchiver::KeyedListArchiver(String key) : key_(std::move(key)) {}
+
+KeyedListArchiver::~KeyedListArchiver() = default;
+
+std::vector<std::string_view> KeyedListArchiver::archive(
+    std::vector<Dictionary::Snapshot> messages) {
+  // What an exception or a refusal leaves behind is not used again.
+  auto known = std::move(implementation_);
+  if (!known || !known->dropUntil(messages)) known = std::make_unique<Implementation>(key_);
+  for (std::size_t i = known->count(); i < messages.size(); ++i) {
+    if (!known->add(std::move(messages[i]))) return {};
+  }
+  if (!known->finish()) return {};
+  implementation_ = std::move(known);
+  return implementation_->pieces();
+}
+
+}  // namespace QVPlatform

@@ -1,0 +1,2 @@
+// A program that has libraries loaded and does nothing.
+int main() {}

@@ -1,0 +1,113 @@
+#include "tests/support/Test.h"
+
+namespace {
+
+/// A list that is archived after each change, as the queue of hits is in the background.
+class KeyedListArchiverTest : public testing::Test {
+ protected:
+  Dictionary message(const std::string& content) {
+    return {{"url", String("http://example.org/" + content)}, {"type", kType}, {"id", number_++}};
+  }
+
+  std::string archive() {
+    std::vector<Dictionary::Snapshot> snapshots;
+    for (const Value& message : messages_) snapshots.push_back(message.dictionary().snapshot());
+    std::string bytes;
+    for (const std::string_view piece : archiver_.archive(std::move(snapshots))) bytes += piece;
+    return bytes;
+  }
+
+  void expectList(const char* after) {
+    const std::string bytes = archive();
+    KeyedUnarchiver unarchiver{Data(bytes)};
+    EXPECT_EQ(unarchiver.decodeObjectForKey("list"), Value(Array(messages_))) << after;
+    EXPECT_TRUE(unarchiver.isValid()) << after;
+  }
+
+  const String kType{"a type of all messages"};
+  KeyedListArchiver archiver_{"list"};
+  std::vector<Value> messages_;
+  int number_ = 0;
+};
+
+TEST_F(KeyedListArchiverTest, HoldsTheListAfterWhateverChange) {
+  std::mt19937 random(4711);
+  expectList("nothing");
+  for (int i = 0; i < 3000; ++i) {
+    const auto place = messages_.empty() ? 0 : random() % messages_.size();
+    const auto at = messages_.begin() + static_cast<std::ptrdiff_t>(place);
+    switch (random() % 16) {
+      case 0:
+        messages_.erase(messages_.begin(), at);
+        break;
+      case 1:
+        if (!messages_.empty()) messages_.erase(at);
+        break;
+      case 2:
+        if (!messages_.empty()) at->dictionary().set("more", Value(i % 2 == 0));
+        break;
+      case 3:
+        messages_.push_back(Dictionary{{"body", Data("\xff\0"s)}, {"\u00e9", 1e300}, {"$top", -1}});
+        break;
+      default:
+        messages_.push_back(message(std::to_string(i) + "\u20ac"));
+    }
+    if (i % 10 == 0) expectList(std::to_string(i).c_str());
+  }
+  messages_.clear();
+  expectList("the end");
+}
+
+TEST_F(KeyedListArchiverTest, WritesNothingOfWhatHasLeft) {
+  constexpr std::size_t kCount = 2000;
+  for (std::size_t i = 0; i < kCount; ++i) messages_.push_back(message(std::to_string(i) + "end"));
+  const std::size_t full = archive().size();
+  for (std::size_t left = 100; left < kCount; left += 100) {
+    messages_.erase(messages_.begin(), messages_.begin() + 100);
+    const std::string bytes = archive();
+    EXPECT_EQ(bytes.find("/" + std::to_string(left - 1) + "end"), bytes.npos);
+    EXPECT_NE(bytes.find("/" + std::to_string(left) + "end"), bytes.npos);
+    EXPECT_LT(bytes.size(), 2 * full / kCount * (kCount - left) + 10'000);
+  }
+}
+
+TEST_F(KeyedListArchiverTest, LeavesToTheOtherArchiverWhatIsNotPlain) {
+  for (const Value& value : {Value(Date{1.0}), Value(Array::array()), Value("$null")}) {
+    messages_ = {message("plain"), Dictionary({{"key", value}})};
+    EXPECT_EQ(archive(), "");
+    messages_.pop_back();
+    expectList("a refusal");
+  }
+}
+
+TEST_F(KeyedListArchiverTest, SharesWhatMessagesHaveInCommonAndOwnsTheRest) {
+  const String body(std::string(10'000, 'x'));
+  for (int i = 0; i < 100; ++i) messages_.push_back(Dictionary{{"body", body}, {"id", i}});
+  EXPECT_LT(archive().size(), 4 * body.view().size());
+  expectList("a text in all messages");
+  messages_.clear();
+  for (int i = 0; i < 300; ++i)
+    messages_.push_back(Dictionary{{String("k" + std::to_string(i)), i}});
+  EXPECT_EQ(archive(), "");  // too many keys for one table
+}
+
+TEST_F(KeyedListArchiverTest, IsReadByOtherReaders) {
+  for (int i = 0; i < 40; ++i) messages_.push_back(message(std::to_string(i)));
+  archive();
+  messages_.erase(messages_.begin(), messages_.begin() + 39);
+  const TemporaryDirectory directory;
+  putFile(directory.path() / "list", archive());
+  putFile(directory.path() / "read.py", R"(
+import plistlib, sys
+archive = plistlib.load(open(sys.argv[1], "rb"))
+get = lambda uid: archive["$objects"][uid.data]
+list = get(archive["$top"]["list"])
+print([{get(k): get(v) for k, v in zip(get(message)["NS.keys"], get(message)["NS.objects"])}
+       for message in list["NS.objects"]], get(list["$class"])["$classname"])
+)");
+  EXPECT_EQ(outputOf("cd " + directory.path().string() + " && python3 read.py list"),
+            "[{'id': 39, 'type': 'a type of all messages', 'url': 'http://example.org/39'}] "
+            "NSMutableArray\n");
+}
+
+}  // namespace
