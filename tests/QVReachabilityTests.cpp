@@ -77,8 +77,7 @@ class QVReachabilityTest : public testing::Test {
     return monitor.expired();
   }
 
-  const std::shared_ptr<ScriptedReachability> source_ =
-      std::make_shared<ScriptedReachability>(0);
+  const std::shared_ptr<ScriptedReachability> source_ = std::make_shared<ScriptedReachability>(0);
   Journal journal_;
   std::unique_ptr<Notification> lastNotification_;
 };

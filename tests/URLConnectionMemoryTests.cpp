@@ -10,7 +10,8 @@ namespace {
 /// Has libcurl fail as the rest of the program does.
 void shareAllocations() {
   curl_global_init_mem(
-      CURL_GLOBAL_DEFAULT, &FailingAllocations::allocate, &std::free,
+      CURL_GLOBAL_DEFAULT, [](std::size_t size) { return FailingAllocations::allocate(size); },
+      &std::free,
       [](void* memory, std::size_t size) {
         void* const chance = FailingAllocations::allocate(1);
         std::free(chance);

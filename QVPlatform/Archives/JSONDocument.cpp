@@ -1,7 +1,7 @@
 #include <QVPlatform/Archives/JSONDocument.h>
 
 #include <QVPlatform/Archives/Internal/JSONNumbers.h>
-#include <QVPlatform/Foundation/Internal/Lasting.h>
+#include <QVPlatform/Foundation/Lasting.h>
 #include <QVPlatform/Foundation/Null.h>
 
 #include <simdjson.h>
