@@ -254,8 +254,10 @@ TEST_F(QVOfflineHitsTest, SavesAtEachChangeOfTheCountOnceAskedTo) {
   const auto manager = QVNetworkManager::sharedInstance();
   manager->enableRunningInBackground();
   for (std::size_t count = 1; count <= 3; ++count) {
-    request({{"url", server.url()}});
+    const Value date = count == 2 ? Value(Date{1.0}) : Value();  // one that is not plain
+    request({{"url", server.url()}, {"date", date}});
     EXPECT_THAT(saved(), SizeIs(count));
+    EXPECT_EQ(saved().back().dictionary().get("date"), date);
   }
   post(kQVNotification_OnBackground);
   post(kQVNotification_OnForeground);
@@ -301,6 +303,7 @@ TEST_F(QVOfflineHitsTest, LosesAndDoublesNothingWhenMemoryRunsOut) {
   QVDebug::setDebugLevel(6);
   testing::internal::CaptureStderr();
   const std::vector<Value> hits{hit("http://h/1", 1U), hit("http://h/2", 2U)};
+  manager->enableRunningInBackground();
   long count = 0;
   for (bool hasFailed = true; hasFailed; ++count) {
     manager->setOperationQueue(suspendedQueue());

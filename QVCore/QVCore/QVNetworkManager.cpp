@@ -342,6 +342,7 @@ bool QVNetworkManager::isInternetReachable() const {
 void QVNetworkManager::enableRunningInBackground() {
   const auto manager = std::static_pointer_cast<QVNetworkManager>(self());
   if (const auto hits = operationQueue()) {
+    QVOfflineHits::expectChanges();
     hits->addObserverForOperationCount(manager, &OperationQueueCountChange);
   }
 }

@@ -5,6 +5,7 @@
 #include <QVCore/QVHTTPOperation.h>
 #include <QVCore/QVLogger.h>
 #include <QVPlatform/Archives/KeyedArchiver.h>
+#include <QVPlatform/Archives/KeyedListArchiver.h>
 #include <QVPlatform/Archives/KeyedUnarchiver.h>
 #include <QVPlatform/Archives/PropertyList.h>
 #include <QVPlatform/Files/AtomicFile.h>
@@ -26,6 +27,7 @@ using QVPlatform::consoleLog;
 using QVPlatform::Data;
 using QVPlatform::Dictionary;
 using QVPlatform::ForkMutex;
+using QVPlatform::KeyedListArchiver;
 using QVPlatform::PropertyList;
 using QVPlatform::String;
 using QVPlatform::operator""_string;
@@ -39,6 +41,9 @@ namespace {
 // to a file of its own, and moves that into place. Only the first and the last are under the lock
 // of `Order`, so that saves write at once, and the number tells the last step whether a newer
 // snapshot is in place already.
+//
+// Once the queue is saved at each change, what was encoded for one save is kept for the next one.
+// It is for one thread at a time; a save that finds it in use encodes all by itself.
 //
 // A restore takes the file away from all others first and removes it last. In between the queue
 // holds part of the hits, so saves are put off until all have been added; one that had begun before
@@ -81,6 +86,19 @@ class Order {
     return Verdict::kDone;
   }
 
+  void expectChanges() {
+    const std::lock_guard lock(keptMutex_);
+    if (!kept_) kept_ = new KeyedListArchiver(kQVFileOfflineHits);
+  }
+
+  /// Hands what is kept between saves to the function, if it is there and nobody else has it.
+  /// Whether that did its work.
+  template <class Function>
+  bool withKept(const Function& function) {
+    const std::unique_lock lock(keptMutex_, std::try_to_lock);
+    return lock && kept_ && function(*kept_);
+  }
+
   /// False while somebody else restores.
   bool beginRestoring() {
     const std::lock_guard lock(mutex_);
@@ -107,6 +125,8 @@ class Order {
   std::uint64_t restored_ = 0;  // the last one before hits were restored
   bool isRestoring_ = false;
   bool isSaveDue_ = false;
+  std::mutex keptMutex_;
+  KeyedListArchiver* kept_ = nullptr;  // for as long as the process runs
 };
 
 constinit Order order;
@@ -126,12 +146,12 @@ void logCount(const char* format, std::size_t count) {
   QVLogger::sharedInstance()->logMessageWithLevel(stringWithFormat(format, {count}), 1);
 }
 
-std::vector<Value> waitingAmong(const Operations& operations) {
-  std::vector<Value> waiting;
+std::vector<Dictionary> waitingAmong(const Operations& operations) {
+  std::vector<Dictionary> waiting;
   waiting.reserve(operations.size());
   for (const auto& operation : operations) {
     const auto* hit = dynamic_cast<const QVHTTPOperation*>(operation.get());
-    if (hit && !hit->isCancelled()) waiting.emplace_back(hit->userInfo());
+    if (hit && !hit->isCancelled()) waiting.push_back(hit->userInfo());
   }
   return waiting;
 }
@@ -170,7 +190,8 @@ std::vector<Value> thoseThatFit(const std::vector<Value>& hits) {
 }
 
 /// Nearly always all of them can be archived at once, which is the quickest.
-Data archiveOfHits(const std::vector<Value>& hits) {
+Data archiveOfHits(const std::vector<Dictionary>& waiting) {
+  const std::vector<Value> hits(waiting.begin(), waiting.end());
   try {
     Data archive = archiveOf(Array(hits));
     if (!archive.isNull()) return archive;
@@ -178,6 +199,29 @@ Data archiveOfHits(const std::vector<Value>& hits) {
     // One of them may be to blame.
   }
   return archiveOf(Array(thoseThatFit(hits)));
+}
+
+/// False when the hits must be encoded in another way, or there is no memory for this one.
+bool writeKept(KeyedListArchiver& kept, const std::vector<Dictionary>& waiting, AtomicFile& file,
+               bool& isWritten) {
+  try {
+    std::vector<Dictionary::Snapshot> snapshots;
+    snapshots.reserve(waiting.size());
+    for (const Dictionary& hit : waiting) snapshots.push_back(hit.snapshot());
+    const auto pieces = kept.archive(std::move(snapshots));
+    if (!pieces.empty()) isWritten = file.write(pieces);
+    return !pieces.empty();
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
+bool write(const std::vector<Dictionary>& waiting, AtomicFile& file) {
+  bool isWritten = false;
+  const auto writeHits = [&](KeyedListArchiver& kept) {
+    return writeKept(kept, waiting, file, isWritten);
+  };
+  return order.withKept(writeHits) ? isWritten : file.write(archiveOfHits(waiting).view());
 }
 
 void reportFailure(const AtomicFile& file) {
@@ -189,16 +233,14 @@ bool trySave(const QVOfflineHits::HitQueue& hitQueue) {
   Operations operations;
   std::uint64_t number = 0;
   if (!order.begin(hitQueue, number, operations)) return true;
-  const std::vector<Value> waiting = waitingAmong(operations);
+  const std::vector<Dictionary> waiting = waitingAmong(operations);
   operations.clear();
   if (!QVCoreVariables::sharedInstance()->enableSDKInBG()) {
     logCount("Saving %@ offline Hits", waiting.size());
   }
   // An empty list is written, too: older hits must not come back.
-  const Data archive = archiveOfHits(waiting);
   AtomicFile file(offlineHitsPath());
-  const bool isWritten = file.write(archive.view());
-  const auto verdict = isWritten ? order.finish(file, number) : Order::Verdict::kFailed;
+  const auto verdict = write(waiting, file) ? order.finish(file, number) : Order::Verdict::kFailed;
   if (verdict == Order::Verdict::kFailed) reportFailure(file);
   return verdict != Order::Verdict::kAgain;
 }
@@ -258,6 +300,10 @@ bool restoreFrom(TakenFile& file, const std::function<void(const Dictionary&)>& 
 }
 
 }  // namespace
+
+void QVOfflineHits::expectChanges() {
+  withinMemory([] { order.expectChanges(); });
+}
 
 void QVOfflineHits::save(const HitQueue& hitQueue) {
   if (!hitQueue()) return;

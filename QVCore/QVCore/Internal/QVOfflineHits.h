@@ -12,7 +12,7 @@
 /// than what lies in the file already does not replace it. No save is made in the middle of a
 /// restore, when part of the hits is in the queue and part is not; the restore makes up for it.
 ///
-/// Threads: both operations may be called from any thread. Nothing is thrown: memory that runs out
+/// Threads: all operations may be called from any thread. Nothing is thrown: memory that runs out
 /// is told on the console log, the file stays as it is, and the next call mends it.
 class QVOfflineHits {
  public:
@@ -24,6 +24,10 @@ class QVOfflineHits {
   /// that cannot be archived is left out, and named on the console log; so is the reason why
   /// nothing could be written.
   static void save(const HitQueue& hitQueue);
+
+  /// From now on save() is called at each change of the queue, so that it is worth while to keep
+  /// what it has encoded, which takes about as much memory as the file.
+  static void expectChanges();
 
   /// Hands the data of each stored hit to `add`, in order, and removes the file; does nothing
   /// without a queue, or while it holds operations. What `add` throws is told on the console log
