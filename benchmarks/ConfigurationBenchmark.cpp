@@ -43,7 +43,7 @@ std::string vendor(Shape shape, int number) {
 /// Half of the vendors stand before the leaf and half of them after it.
 std::string configurationText(Shape shape) {
   std::string vendors;
-  for (int number = 0; vendors.size() < kTextSize / 2; ++number) vendors += vendor(shape, number);
+  for (int number = 1; vendors.size() < kTextSize / 2; ++number) vendors += vendor(shape, number);
   vendors.pop_back();
   return R"({"lists": {"first": [)" + vendors + R"(]}, "privacy": {"banner": {"version": )" +
          std::to_string(kLeaf) + R"(}}, "more": {"second": [)" + vendors + "]}}";

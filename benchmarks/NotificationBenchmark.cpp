@@ -1,10 +1,8 @@
 // What a post costs beside the least that could do its work: a look-up in a map, and the call of
 // what it holds. All names are registered among 10,000 others; one thread posts, or two at once.
 //
-//   build/release/benchmarks/NotificationBenchmark
-//
-// The rows take turns in many short rounds. What else runs on the machine can only make a round
-// longer, hence the lower quartiles; the rows with two threads need two free processors.
+// The rows take turns in many short rounds, and the time of a post in each of them is printed as
+// Google Benchmark prints repetitions. The rows with two threads need two free processors.
 
 #include <QVCore/QVEventListener.h>
 #include <QVCore/QVEventSender.h>
@@ -16,11 +14,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
-#include <limits>
 #include <memory>
 #include <string>
 #include <thread>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -166,11 +164,9 @@ class SecondThread {
 };
 
 struct Row {
-  const char* what;
+  const char* name;
   Batch batch;
   int secondName;  // of the second thread; -1 without one
-  std::size_t comparedWith;
-  const char* relation;
   std::vector<double> times{};
 
   void measure(Sides& sides, SecondThread& second) {
@@ -190,35 +186,36 @@ struct Row {
     if (shared < longer * 9 / 10) return;
     times.push_back(std::max(one.nanosecondsAPost(), other.nanosecondsAPost()));
   }
-  double quartile() {
-    if (times.empty()) return std::numeric_limits<double>::quiet_NaN();
-    std::sort(times.begin(), times.end());
-    return times[times.size() / 4];
-  }
 };
 
 }  // namespace
 
 int main() {
   std::vector<Row> rows{
-      {"bare map", callThroughMap, -1, 0, "of a bare map"},
-      {"bare map, two threads, two names", callThroughMap, 1, 0, "of one thread"},
-      {"center", postDirectly, -1, 0, "of a bare map"},
-      {"center, two threads, two names", postDirectly, 1, 2, "of one thread"},
-      {"center, two threads, one name", postDirectly, 0, 2, "of one thread"},
-      {"sender to listener", sendToListener, -1, 0, "of a bare map"},
-      {"sender to listener, two threads, two names", sendToListener, 1, 5, "of one thread"},
-      {"sender to listener, two threads, one name", sendToListener, 0, 5, "of one thread"},
+      {"map", callThroughMap, -1},
+      {"map/two_threads/two_names", callThroughMap, 1},
+      {"center", postDirectly, -1},
+      {"center/two_threads/two_names", postDirectly, 1},
+      {"center/two_threads/one_name", postDirectly, 0},
+      {"sender", sendToListener, -1},
+      {"sender/two_threads/two_names", sendToListener, 1},
+      {"sender/two_threads/one_name", sendToListener, 0},
   };
   Sides sides;
   SecondThread second(sides);
   for (int round = 0; round < kRounds; ++round) {
     for (Row& row : rows) row.measure(sides, second);
   }
-  std::printf("ns a post, lower quartile; those of %d rounds that count\n", kRounds);
-  for (Row& row : rows) {
-    std::printf("%-44s %7.1f  %5zu  %5.2f %s\n", row.what, row.quartile(), row.times.size(),
-                row.quartile() / rows[row.comparedWith].quartile(), row.relation);
+  const char* separator = "";
+  std::printf("{\"benchmarks\": [");
+  for (const Row& row : rows) {
+    for (const double time : row.times) {
+      std::printf(
+          "%s\n{\"run_name\": \"%s\", \"run_type\": \"iteration\", \"real_time\": %f, "
+          "\"time_unit\": \"ns\"}",
+          std::exchange(separator, ","), row.name, time);
+    }
   }
+  std::printf("]}\n");
   return 0;
 }

@@ -135,8 +135,8 @@ void savePlainly(benchmark::State& state) {
   }
 }
 
-/// One more hit in the background, with so many waiting; not the first one, at which all of them are
-/// encoded.
+/// One more hit in the background, with so many waiting; not the first one, at which all of them
+/// are encoded.
 void change(benchmark::State& state) {
   fillQueue(state.range(0));
   manager()->enableRunningInBackground();

@@ -45,6 +45,18 @@ CLAIMS = [
            Row("libcurl beside a socket, GET, one core", "one_core/GET/curl", "one_core/GET/socket"),
            Row("the core beside a socket, GET, one core", "one_core/GET/core", "one_core/GET/socket")],
           "hits"),
+    Claim("Event bus", "NotificationBenchmark",
+          "A post with one observer, among 10,000 names, beside a look-up in `std::unordered_map` and the\n"
+          "call of the `std::function` that it holds; then two threads that post at once beside one, each\n"
+          "with counters of its own. Rounds in which the two did not run at once are left out: the machine\n"
+          "must have two free processors.",
+          [Row("the center beside a bare map", "center", "map", 3),
+           Row("through sender and listener, beside a bare map", "sender", "map", 5),
+           Row("two threads, two names, beside one", "center/two_threads/two_names", "center", 2),
+           Row("two threads, one name, beside one", "center/two_threads/one_name", "center", 2),
+           Row("the same through sender and listener, two names", "sender/two_threads/two_names",
+               "sender", 2),
+           Row("the same, one name", "sender/two_threads/one_name", "sender", 2)], "bus"),
     Claim("Queueing", "TransportBenchmark",
           "What a post costs the thread that posts while as many hits wait as the queue may hold, so that\n"
           "each cancels an older one, beside a queue of 10.",
@@ -52,4 +64,45 @@ CLAIMS = [
                is_quick=count <= 2000)
            for count, goal in ((100, 1.5), (2000, 1.5), (100000, 2), (1000000, 3))],
           "queueing"),
+    Claim("Saving and restoring", "OfflineHitsBenchmark",
+          "Hits of 120 characters of URL and 300 bytes of body, from the queue into the file and back,\n"
+          "beside the same bytes written, flushed and renamed by system calls alone, and beside the same\n"
+          "rows in SQLite. Saving is durable on both sides, the removal of what was restored on none. In\n"
+          "the background each change of the queue saves all of it.",
+          [Row("saving 2,000 beside a plain write", "save/2000", "savePlainly/2000", 2),
+           Row("saving 2,000 beside SQLite", "save/2000", "saveInSQLite", 1),
+           Row("restoring 2,000 beside SQLite", "restore/2000", "restoreFromSQLite", 1),
+           Row("a change in the background, 2,000 waiting, beside a plain write, wall", "change/2000",
+               "changePlainly/2000", 1.25),
+           Row("the same, CPU", "change/2000", "changePlainly/2000", 1.25, "cpu_time"),
+           Row("a change in the background, 20,000 waiting, wall", "change/20000",
+               "changePlainly/20000", 1.25, is_quick=False),
+           Row("the same, CPU", "change/20000", "changePlainly/20000", 1.25, "cpu_time",
+               is_quick=False),
+           Row("a hit of a million saved, CPU in µs", "save/1000000", goal=2, measure="cpu_time",
+               unit=1000, is_quick=False),
+           Row("a hit of a million restored, CPU in µs", "restore/1000000", goal=2,
+               measure="cpu_time", unit=1000, is_quick=False),
+           Row("a hit of a million saved beside one of 2,000, CPU", "save/1000000", "save/2000", 2,
+               "cpu_time", is_quick=False),
+           Row("a hit of a million restored beside one of 2,000, CPU", "restore/1000000",
+               "restore/2000", 2, "cpu_time", is_quick=False),
+           Row("most memory while a million are saved and restored, GiB", "restore/1000000",
+               measure="peak", unit=1 << 20, is_quick=False)], "saves"),
+    Claim("Configurations", "ConfigurationBenchmark",
+          "One leaf, three keys down, out of a configuration of 500 KB, the read from the user defaults\n"
+          "included, beside parsers that are handed the text; and the whole of it as values. Three shapes\n"
+          "of text: much text, much white space, many numbers.",
+          [Row(f"a leaf beside {other}, {shape}", f"readLeafWithCore/{number}",
+               f"readLeafWith{name}/{number}", 1)
+           for other, name in (("RapidJSON's DOM", "RapidJSON"), ("nlohmann's", "NlohmannJSON"))
+           for number, shape in enumerate(("text", "white space", "numbers"))], "configurations"),
+    Claim("Loading and starting", "StartBenchmark",
+          "A process from its start to its end in which nothing but loading happens, with the core, with\n"
+          "libcurl alone and with neither; and the first start of the core, in a fresh container.",
+          [Row("loading the core beside libcurl", "load/Core", "load/Curl"),
+           Row("loading libcurl beside nothing", "load/Curl", "load/Nothing"),
+           Row("starting the core beside loading it", "start/with_web_view", "load/Core", 1),
+           Row("memory of a started core, MiB", "start/with_web_view", goal=1, measure="kilobytes",
+               unit=1024)], "start"),
 ]

@@ -4,13 +4,14 @@
 #   tidy     clang-tidy
 #   PRESET   configures, builds and runs the whole suite: dev, asan, tsan, asan-clang, tsan-clang, or
 #            release, which builds the benchmarks, too
-#   all      what CI runs: format dev asan tsan-clang
+#   bench    the quick form of scripts/bench.sh
+#   all      what CI runs: format dev asan tsan-clang bench
 # Without a step: format dev. Ends with the number of passed, failed and skipped tests, in which a
 # step that broke off counts as one that failed; above it stands what each skipped test lacks.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-known=(format tidy dev release asan tsan asan-clang tsan-clang)
+known=(format tidy dev release asan tsan asan-clang tsan-clang bench)
 
 passed=0
 failed=0
@@ -67,6 +68,7 @@ run_step() {
   echo "== $1"
   case $1 in
     format | tidy) scripts/lint.sh "$1" || break_off "$1" ;;
+    bench) scripts/bench.sh --quick || break_off "$1" ;;
     *) run_preset "$1" ;;
   esac
   echo "== $1: $((SECONDS - start)) s"
@@ -76,7 +78,7 @@ steps=("$@")
 groups=(build test)
 [[ $# -gt 0 ]] || steps=(format dev)
 if [[ ${steps[*]} == all ]]; then
-  steps=(format dev asan tsan-clang)
+  steps=(format dev asan tsan-clang bench)
   groups+=(web)  # or else the web engine would be left out of the build
 fi
 
