@@ -79,6 +79,38 @@ struct KeyedArchiver::State {
     scopes_.put(writer_.add(String(Format::escapedKey(key.view()))), value);
   }
 
+  /// What `contents` answers; nothing when an object throws. The end of a thread is not stopped.
+  template <class Contents>
+  std::optional<Reference> tried(const Contents& contents) {
+    try {
+      return contents();
+    } catch (const std::bad_alloc&) {
+      throw;
+    } catch (const abi::__forced_unwind&) {
+      throw;
+    } catch (...) {
+      return std::nullopt;
+    }
+  }
+
+  /// Archives what has an identity, once; `contents` writes it and answers its reference.
+  template <class Contents>
+  std::optional<UID> addShared(const void* identity, const Value& value, const Contents& contents) {
+    if (writer_.isTooLarge()) return std::nullopt;
+    if (scopes_.depth() == PropertyList::kMaximumDepth) return drop(value);
+    const auto [number, isNew] = objects_.meet(identity, value);
+    if (isNew) {
+      const auto outer = scopes_.enter();
+      const auto added = tried(contents);
+      const auto extent = scopes_.leave(outer);
+      if (added) objects_.finish(number, *added, extent);
+    }
+    const ArchiveObjects::Known& known = objects_.known(number);
+    if (known.isBeingAdded || isTooMuch(known)) return drop(value);
+    scopes_.contain(known);
+    return known.uid;
+  }
+
   /// The UID of the value, archived now if it was not before; nothing if it cannot be.
   std::optional<UID> add(const Value& value) {
     return std::visit(
@@ -103,43 +135,11 @@ struct KeyedArchiver::State {
     return objects_.addNull();
   }
 
-  /// Archives what has an identity, once; `contents` writes it and answers its reference.
-  template <class Contents>
-  std::optional<UID> addShared(const void* identity, const Value& value, const Contents& contents) {
-    if (writer_.isTooLarge()) return std::nullopt;
-    if (scopes_.depth() == PropertyList::kMaximumDepth) return drop(value);
-    const auto [number, isNew] = objects_.meet(identity, value);
-    if (isNew) {
-      const auto outer = scopes_.enter();
-      const auto added = tried(contents);
-      const auto extent = scopes_.leave(outer);
-      if (added) objects_.finish(number, *added, extent);
-    }
-    const ArchiveObjects::Known& known = objects_.known(number);
-    if (known.isBeingAdded || isTooMuch(known)) return drop(value);
-    scopes_.contain(known);
-    return known.uid;
-  }
-
   /// Whether the reader would refuse it where it stands now.
   bool isTooMuch(const ArchiveScopes::Extent& extent) const {
     return scopes_.depth() + extent.height > PropertyList::kMaximumDepth ||
            (scopes_.depth() > 0 &&
             extent.expanded > ObjectMemo::expandedLimitOfElement(writer_.size()));
-  }
-
-  /// What `contents` answers; nothing when an object throws. The end of a thread is not stopped.
-  template <class Contents>
-  std::optional<Reference> tried(const Contents& contents) {
-    try {
-      return contents();
-    } catch (const std::bad_alloc&) {
-      throw;
-    } catch (const abi::__forced_unwind&) {
-      throw;
-    } catch (...) {
-      return std::nullopt;
-    }
   }
 
   Reference contentsOf(const Array& array) {
