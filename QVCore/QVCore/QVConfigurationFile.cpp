@@ -1,6 +1,6 @@
 #include <QVCore/QVConfigurationFile.h>
 
-#include <QVCore/Internal/QVParticipant.h>
+#include <QVCore/Internal/QVLogLevel.h>
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVLogger.h>
 #include <QVCore/QVNetworkManager.h>
@@ -30,9 +30,6 @@ using QVPlatform::stringWithFormat;
 using QVPlatform::Value;
 
 namespace {
-
-constexpr std::int32_t kTrafficLevel = 2;
-constexpr std::int32_t kConfigurationLevel = 4;
 
 constexpr const char* kPlaceholderHost = "configuration.example.invalid";
 
@@ -78,8 +75,8 @@ class ValueBranch {
   Value value_;
 };
 
-/// A key that is missing leaves the branch where it is, and the walk goes on: only the last key
-/// decides whether something was found.
+/// A key that is missing leaves the branch where it is, and the walk goes on, on purpose: only the
+/// last key decides whether something was found.
 template <class Branch>
 Value leaf(Branch& branch, const String& path) {
   bool isFound = false;
@@ -90,7 +87,7 @@ Value leaf(Branch& branch, const String& path) {
     isMore = slash != rest.npos;
     if (isMore) rest.remove_prefix(slash + 1);
     isFound = branch.enterMember(key);
-    if (!isFound) log("Error getting branch in JSON: %@", {String(key)}, kConfigurationLevel);
+    if (!isFound) log("Error getting branch in JSON: %@", {String(key)}, kLogConfigurations);
   }
   return isFound ? branch.value() : Value("0");
 }
@@ -109,10 +106,8 @@ void QVConfigurationFile::setConfigurationHost(String name) {
   host().set(name.isNull() ? String(kPlaceholderHost) : std::move(name));
 }
 
-QVConfigurationFile::QVConfigurationFile() : participant_(std::make_unique<QVParticipant>()) {}
-
 QVConfigurationFile::~QVConfigurationFile() {
-  participant_->end();
+  end();
   NotificationCenter::defaultCenter()->removeObserver(this);
 }
 
@@ -127,8 +122,8 @@ void QVConfigurationFile::setSiteIDFileIDFileNameVersionPathAndURL(std::int32_t 
     setOfflineName(name);
     setVersionPath(versionPath);
     setSharedName(nameFor(kQVConfigurationFilesPrefix, name));
-    participant_->begin(this, std::make_shared<QVEventSender>()->init());
-    participant_->begin(this, std::make_shared<QVEventListener>()->init());
+    begin(this, std::make_shared<QVEventSender>()->init());
+    begin(this, std::make_shared<QVEventListener>()->init());
     registerListeners();
     setBaseURL(!url.isNull() ? url
                              : stringWithFormat("https://%@/mobile/%@/%@/%@.json",
@@ -178,7 +173,7 @@ Value QVConfigurationFile::getJSONDictionary() const {
 }
 
 Value QVConfigurationFile::getJSONDictionaryFromString(const String& text) const {
-  if (text.isEmpty()) log("Error configuration is empty : %@", {text}, kConfigurationLevel);
+  if (text.isEmpty()) log("Error configuration is empty : %@", {text}, kLogConfigurations);
   return JSONSerialization::JSONObjectWithText(text);
 }
 
@@ -200,10 +195,10 @@ std::int32_t QVConfigurationFile::getVersionFromJSONObject(const Value& json) co
 
 void QVConfigurationFile::logIfUnreadable(const String& text, const String& error) const {
   if (text.isEmpty()) {
-    log("Error configuration is empty : %@", {offlineName()}, kConfigurationLevel);
+    log("Error configuration is empty : %@", {offlineName()}, kLogConfigurations);
   } else if (!error.isNull()) {
     log("Error parsing dictionnary from configuration : %@ with error: %@", {offlineName(), error},
-        kConfigurationLevel);
+        kLogConfigurations);
   }
 }
 
@@ -220,7 +215,7 @@ void QVConfigurationFile::useShippedText() {
   if (!saved.isEmpty()) {
     if (!shipped.isNull()) updateConfigurationFromOldConfToNew(saved, shipped);
   } else if (shipped.isNull()) {
-    log("Couldn't find configuration %@ in assets: %@", {offlineName(), error}, kTrafficLevel);
+    log("Couldn't find configuration %@ in assets: %@", {offlineName(), error}, kLogTraffic);
   } else {
     saveFirstCopy(shipped);
   }
@@ -228,7 +223,7 @@ void QVConfigurationFile::useShippedText() {
 
 void QVConfigurationFile::saveFirstCopy(const Value& text) {
   if (text.string().view().size() > JSONDocument::kMaximumSize) {
-    log("Configuration %@ is too large to be read", {offlineName()}, kConfigurationLevel);
+    log("Configuration %@ is too large to be read", {offlineName()}, kLogConfigurations);
   } else {
     QVUserDefaults::saveInfoToUserDefaultsForLabel(text, sharedName());
   }
@@ -236,8 +231,8 @@ void QVConfigurationFile::saveFirstCopy(const Value& text) {
 
 void QVConfigurationFile::downloadConfigurationUpdate() {
   callOut([this] {
-    log("Checking for update in privacy configuration: %@", {offlineName()}, kTrafficLevel);
-    // What is under the response's key sends the request to the consent queue.
+    log("Checking for update in privacy configuration: %@", {offlineName()}, kLogTraffic);
+    // No response, but a mark: whatever is under this key sends a request to the consent queue.
     const Dictionary userInfo{{kQVUserInfo_URLKey, baseURL()},
                               {kQVUserInfo_ResponseKey, "configuration"}};
     const Notification request(nameFor(kQVNotification_ConfigurationRequest, offlineName()), self(),
@@ -281,31 +276,15 @@ void QVConfigurationFile::update(const String& oldText, const String& newText) {
     callOut([&] { specificUpdateAnd(oldText, newText); });
   }
   if (before.isReadable && after.isReadable) return;
-  log("Either the offline or the new configuration is not valid", {}, kConfigurationLevel);
-  log("Saved one: %@", {oldText}, kConfigurationLevel);
-  log("New one: %@", {newText}, kConfigurationLevel);
+  log("Either the offline or the new configuration is not valid", {}, kLogConfigurations);
+  log("Saved one: %@", {oldText}, kLogConfigurations);
+  log("New one: %@", {newText}, kLogConfigurations);
 }
 
 bool QVConfigurationFile::specificUpdateAnd(const String&, const String&) { return false; }
 
 void QVConfigurationFile::changeNotificationCenter(
     const std::shared_ptr<NotificationCenter>& center) {
-  participant_->moveSender(center);
-  participant_->moveListener(center);
-}
-
-std::shared_ptr<QVEventSender> QVConfigurationFile::senderDelegate() const {
-  return participant_->sender();
-}
-
-void QVConfigurationFile::setSenderDelegate(std::shared_ptr<QVEventSender> sender) {
-  participant_->setSender(std::move(sender));
-}
-
-std::shared_ptr<QVEventListener> QVConfigurationFile::listenerDelegate() const {
-  return participant_->listener();
-}
-
-void QVConfigurationFile::setListenerDelegate(std::shared_ptr<QVEventListener> listener) {
-  participant_->setListener(std::move(listener));
+  moveSender(center);
+  moveListener(center);
 }

@@ -1,8 +1,7 @@
 #pragma once
 
 #include <QVCore/Export.h>
-#include <QVCore/QVEventListener.h>
-#include <QVCore/QVEventSender.h>
+#include <QVCore/QVParticipant.h>
 #include <QVPlatform/Files/Bundle.h>
 #include <QVPlatform/Foundation/Property.h>
 #include <QVPlatform/Foundation/Value.h>
@@ -10,8 +9,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-
-class QVParticipant;
 
 /// One remote JSON configuration, known by its name, with an offline copy of its text.
 ///
@@ -33,7 +30,8 @@ class QVParticipant;
 /// being handled on another.
 class QVCORE_EXPORT QVConfigurationFile : public QVPlatform::Object,
                                           public IQVEventListenerDelegate,
-                                          public IQVEventSenderDelegate {
+                                          public IQVEventSenderDelegate,
+                                          public QVParticipant {
  public:
   /// Host, or host:port, that configurations without a URL of their own are downloaded from. The
   /// default, "configuration.example.invalid", is a placeholder that no name server knows: an
@@ -42,7 +40,6 @@ class QVCORE_EXPORT QVConfigurationFile : public QVPlatform::Object,
   static QVPlatform::String configurationHost();
   static void setConfigurationHost(QVPlatform::String host);
 
-  QVConfigurationFile();
   ~QVConfigurationFile() override;
 
   // Identity. Each setter seeds the offline copy and asks for a download before it returns; the
@@ -132,10 +129,6 @@ class QVCORE_EXPORT QVConfigurationFile : public QVPlatform::Object,
   /// Where the shipped text is; null for the main bundle. Set before the identity is given.
   std::shared_ptr<QVPlatform::Bundle> bundle() const { return bundle_.get(); }
   void setBundle(std::shared_ptr<QVPlatform::Bundle> bundle) { bundle_.set(std::move(bundle)); }
-  std::shared_ptr<QVEventSender> senderDelegate() const;
-  void setSenderDelegate(std::shared_ptr<QVEventSender> sender);
-  std::shared_ptr<QVEventListener> listenerDelegate() const;
-  void setListenerDelegate(std::shared_ptr<QVEventListener> listener);
 
  private:
   struct Reading;
@@ -156,5 +149,4 @@ class QVCORE_EXPORT QVConfigurationFile : public QVPlatform::Object,
   QVPlatform::Property<QVPlatform::String> baseURL_;
   QVPlatform::Property<QVPlatform::String> versionPath_;
   QVPlatform::Property<std::shared_ptr<QVPlatform::Bundle>> bundle_;
-  const std::unique_ptr<QVParticipant> participant_;
 };

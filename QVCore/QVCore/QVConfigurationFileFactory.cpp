@@ -22,7 +22,7 @@ std::shared_ptr<QVConfigurationFileFactory> QVConfigurationFileFactory::sharedIn
 }
 
 std::shared_ptr<QVConfigurationFileFactory> QVConfigurationFileFactory::init() {
-  // QVInitStateDone is never stored: modules rely on nothing but reinit() after the first time.
+  // QVInitStateDone is never stored, on purpose: after the first time there is reinit().
   QVGuardedInit(QV_INIT_STATE, [this] { forgetAll(); });
   return std::static_pointer_cast<QVConfigurationFileFactory>(self());
 }
@@ -64,6 +64,8 @@ void QVConfigurationFileFactory::addConfigurationFileFromFileForListener(
     const std::shared_ptr<QVEventListener>& listener) {
   if (name.isEmpty() || !file) return;
   callOut([&] {
+    // Of this very class, and by a name with "@" that is not the one which the file itself has the
+    // logger listen for: both on purpose.
     if (const QVEventListener* given = listener.get();
         given && typeid(*given) == typeid(QVEventListener)) {
       listener->listen(stringWithFormat("%@@%@", {kQVNotification_ConfigurationChanged, name}));

@@ -15,6 +15,7 @@
 #include <QVCore/QVHTTPOperation.h>
 #include <QVCore/QVLogger.h>
 #include <QVCore/QVNetworkManager.h>
+#include <QVCore/QVParticipant.h>
 #include <QVCore/QVReachability.h>
 #include <QVCore/QVSingleton.h>
 #include <QVCore/QVUserDefaults.h>

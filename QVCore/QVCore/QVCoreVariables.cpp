@@ -1,6 +1,5 @@
 #include <QVCore/QVCoreVariables.h>
 
-#include <QVCore/Internal/QVParticipant.h>
 #include <QVCore/Internal/QVSharedService.h>
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVDebug.h>
@@ -44,9 +43,7 @@ std::shared_ptr<QVCoreVariables> QVCoreVariables::sharedInstance() {
   return QVSharedInstance<QVCoreVariables>::get(QV_INIT_STATE);
 }
 
-QVCoreVariables::QVCoreVariables() : participant_(std::make_unique<QVParticipant>()) {}
-
-QVCoreVariables::~QVCoreVariables() { participant_->end(); }
+QVCoreVariables::~QVCoreVariables() { end(); }
 
 std::shared_ptr<QVCoreVariables> QVCoreVariables::init() {
   QVGuardedInit(QV_INIT_STATE, [this] { initialise(); });
@@ -61,7 +58,7 @@ std::shared_ptr<QVCoreVariables> QVCoreVariables::reinit() {
 void QVCoreVariables::initialise() {
   setDynamicStore(std::make_shared<QVDynamicStore>()->init());
   setEnableSDKInBG(false);
-  participant_->begin(this, std::make_shared<QVEventSender>()->init());
+  begin(this, std::make_shared<QVEventSender>()->init());
   // Before the identifiers, since the user agent may have to wait for the main thread, which may be
   // about to ask for this service itself.
   QV_INIT_STATE = QVInitStateDone;
@@ -164,19 +161,11 @@ void QVCoreVariables::clearData() {
 }
 
 void QVCoreVariables::changeNotificationCenter(const std::shared_ptr<NotificationCenter>& center) {
-  participant_->moveSender(center);
+  moveSender(center);
 }
 
 void QVCoreVariables::setDynamicStore(std::shared_ptr<QVDynamicStore> store) {
   dynamicStore_.set(std::move(store));
-}
-
-std::shared_ptr<QVEventSender> QVCoreVariables::senderDelegate() const {
-  return participant_->sender();
-}
-
-void QVCoreVariables::setSenderDelegate(std::shared_ptr<QVEventSender> sender) {
-  participant_->setSender(std::move(sender));
 }
 
 void QVCoreVariables::setPool(std::shared_ptr<ProcessPool> pool) { pool_.set(std::move(pool)); }

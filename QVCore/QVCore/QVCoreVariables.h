@@ -2,7 +2,7 @@
 
 #include <QVCore/Export.h>
 #include <QVCore/QVDynamicStore.h>
-#include <QVCore/QVEventSender.h>
+#include <QVCore/QVParticipant.h>
 #include <QVCore/QVSingleton.h>
 #include <QVPlatform/Foundation/Property.h>
 #include <QVPlatform/WebKit/WebView.h>
@@ -10,8 +10,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-
-class QVParticipant;
 
 /// The kit's variables under their names (kQVPredefinedVariable_*): the identifiers of device and
 /// installation, the user agent, the kind of connection, and what other modules add.
@@ -23,10 +21,10 @@ class QVParticipant;
 /// Threads: all operations may be called from any thread.
 class QVCORE_EXPORT QVCoreVariables : public QVSingleton,
                                       public IQVDynamicStore,
-                                      public IQVEventSenderDelegate {
+                                      public IQVEventSenderDelegate,
+                                      protected QVParticipant {
  public:
   static std::shared_ptr<QVCoreVariables> sharedInstance();
-  QVCoreVariables();
   ~QVCoreVariables() override;
 
   /// See QVSingleton. Both return the receiver. reinit() begins with a new store: what other
@@ -74,8 +72,8 @@ class QVCORE_EXPORT QVCoreVariables : public QVSingleton,
   std::shared_ptr<QVDynamicStore> dynamicStore() const { return dynamicStore_.get(); }
   void setDynamicStore(std::shared_ptr<QVDynamicStore> store);
   /// Null in a bare instance.
-  std::shared_ptr<QVEventSender> senderDelegate() const;
-  void setSenderDelegate(std::shared_ptr<QVEventSender> sender);
+  using QVParticipant::senderDelegate;
+  using QVParticipant::setSenderDelegate;
   /// Whether the application goes on sending hits in the background. False after init(); the core
   /// only reads it.
   bool enableSDKInBG() const noexcept { return enableSDKInBG_; }
@@ -95,7 +93,6 @@ class QVCORE_EXPORT QVCoreVariables : public QVSingleton,
   static std::atomic<std::int32_t> QV_INIT_STATE;
 
   QVPlatform::Property<std::shared_ptr<QVDynamicStore>> dynamicStore_;
-  const std::unique_ptr<QVParticipant> participant_;
   std::atomic<bool> enableSDKInBG_{false};
   QVPlatform::Property<std::shared_ptr<QVPlatform::ProcessPool>> pool_;
   QVPlatform::Property<std::shared_ptr<QVPlatform::WebView>> uaWebView_;

@@ -162,6 +162,8 @@ std::shared_ptr<NotificationCenter> QVEventListener::notificationCenter() const 
   return notificationCenter_;
 }
 
+/// The registrations stay on the earlier center, on purpose, while senders post on the new one at
+/// once.
 void QVEventListener::setNotificationCenter(std::shared_ptr<NotificationCenter> center) {
   const std::lock_guard lock(line_->mutex);
   notificationCenter_.swap(center);

@@ -1,5 +1,6 @@
 #include <QVCore/QVHTTPOperation.h>
 
+#include <QVCore/Internal/QVLogLevel.h>
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVDebug.h>
 #include <QVCore/QVLogger.h>
@@ -130,7 +131,7 @@ std::shared_ptr<MutableURLRequest> QVHTTPOperation::customizeRequest() {
   const String postData = userInfo().get(kQVUserInfo_POSTData).string();
   if (customized && !postData.isEmpty()) {
     QVLogger::sharedInstance()->logMessageWithLevel(stringWithFormat("postData: %@", {postData}),
-                                                    4);
+                                                    kLogConfigurations);
     customized->setHTTPMethod("POST");
     customized->setHTTPBody(Data(std::string(postData.view())));
   }

@@ -1,6 +1,6 @@
 #include <QVCore/QVLogger.h>
 
-#include <QVCore/Internal/QVParticipant.h>
+#include <QVCore/Internal/QVLogLevel.h>
 #include <QVCore/Internal/QVSharedService.h>
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVDebug.h>
@@ -20,8 +20,6 @@ using QVPlatform::stringWithFormat;
 using QVPlatform::Value;
 
 namespace {
-
-constexpr std::int32_t kSilence = 6;
 
 /// Most of them are only traced: verboseNotificationLog() is all that hears of them.
 const String* const kLoggedNames[] = {
@@ -53,9 +51,7 @@ std::shared_ptr<QVLogger> QVLogger::sharedInstance() {
   return QVSharedInstance<QVLogger>::get(QV_INIT_STATE);
 }
 
-QVLogger::QVLogger() : participant_(std::make_unique<QVParticipant>()) {}
-
-QVLogger::~QVLogger() { participant_->end(); }
+QVLogger::~QVLogger() { end(); }
 
 std::shared_ptr<QVLogger> QVLogger::init() {
   QVGuardedInit(QV_INIT_STATE, [this] { initialise(); });
@@ -69,30 +65,16 @@ std::shared_ptr<QVLogger> QVLogger::reinit() {
 
 void QVLogger::initialise() {
   auto sender = std::make_shared<QVEventSender>()->init();
-  auto listener = QVParticipant::makeListener(kLoggedNames);
-  participant_->begin(this, std::move(sender));
-  participant_->begin(this, std::move(listener));
+  auto listener = makeListener(kLoggedNames);
+  begin(this, std::move(sender));
+  begin(this, std::move(listener));
   setDebugVerboseNotificationLog(false);
   QV_INIT_STATE = QVInitStateDone;
 }
 
-std::shared_ptr<QVEventSender> QVLogger::senderDelegate() const { return participant_->sender(); }
-
-void QVLogger::setSenderDelegate(std::shared_ptr<QVEventSender> sender) {
-  participant_->setSender(std::move(sender));
-}
-
-std::shared_ptr<QVEventListener> QVLogger::listenerDelegate() const {
-  return participant_->listener();
-}
-
-void QVLogger::setListenerDelegate(std::shared_ptr<QVEventListener> listener) {
-  participant_->setListener(std::move(listener));
-}
-
 void QVLogger::logMessageWithLevel(const Value& message, std::int32_t level) {
   const std::int32_t setting = QVDebug::getLogLevel();
-  if (setting == kSilence) return;
+  if (setting == kLogSilence) return;
   // As unsigned numbers on purpose: a setting below 0 silences all levels from 0 on.
   if (static_cast<std::uint32_t>(level) >= static_cast<std::uint32_t>(setting)) {
     logToConsole(message);
@@ -122,8 +104,8 @@ String QVLogger::getPrivatePathToFile(const String& name) {
 }
 
 void QVLogger::changeNotificationCenter(const std::shared_ptr<NotificationCenter>& center) {
-  participant_->moveListener(center);
-  participant_->moveSender(center);
+  moveListener(center);
+  moveSender(center);
 }
 
 void QVLogger::onNotificationReceived(const Notification& notification) {
@@ -139,7 +121,7 @@ void QVLogger::handle(const Notification& notification) {
   } else if (name == kQVNotification_HitSent) {
     logHitSent(notification);
   } else if (name == kQVNotification_InternetUp || name == kQVNotification_InternetDown) {
-    logMessageWithLevel(name, 2);
+    logMessageWithLevel(name, kLogTraffic);
   } else if (name == kQVNotification_HTTPRequestError) {
     logRequestError(notification);
   }
@@ -151,7 +133,7 @@ void QVLogger::logRequestError(const Notification& notification) {
       stringWithFormat("%@: ID: %@, Request Type: %@, URL: %@",
                        {notification.name(), userInfo.get(kQVUserInfo_RequestID),
                         userInfo.get(kQVUserInfo_RequestType), userInfo.get(kQVUserInfo_URLKey)}),
-      2);
+      kLogTraffic);
 }
 
 void QVLogger::logHitSent(const Notification& notification) {
@@ -160,7 +142,8 @@ void QVLogger::logHitSent(const Notification& notification) {
     const Value url = userInfo.get(kQVUserInfo_URLKey);
     const Value text = url.isNil() ? userInfo.get(kQVUserInfo_DataKey)
                                    : url.description().stringByReplacingPercentEscapes();
-    logMessageWithLevel(stringWithFormat("Hit sent: %@: %@", {notification.object(), text}), 2);
+    logMessageWithLevel(stringWithFormat("Hit sent: %@: %@", {notification.object(), text}),
+                        kLogTraffic);
   });
 }
 
@@ -168,6 +151,6 @@ void QVLogger::verboseNotificationLog(const Notification& notification) {
   if (!debugVerboseNotificationLog()) return;
   callOut([&] {
     logMessageWithLevel(stringWithFormat("%@ | (%@)", {notification.name(), notification.object()}),
-                        0);
+                        kLogTrace);
   });
 }

@@ -1,16 +1,13 @@
 #pragma once
 
 #include <QVCore/Export.h>
-#include <QVCore/QVEventListener.h>
-#include <QVCore/QVEventSender.h>
+#include <QVCore/QVParticipant.h>
 #include <QVCore/QVSingleton.h>
 #include <QVPlatform/Foundation/Value.h>
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
-
-class QVParticipant;
 
 /// Writes the kit's diagnostic lines to standard output, filtered by one level, and turns some of
 /// the kit's notifications into such lines. It also knows the kit's private directory.
@@ -20,10 +17,10 @@ class QVParticipant;
 /// Threads: all operations may be called from any thread.
 class QVCORE_EXPORT QVLogger : public QVSingleton,
                                public IQVEventSenderDelegate,
-                               public IQVEventListenerDelegate {
+                               public IQVEventListenerDelegate,
+                               public QVParticipant {
  public:
   static std::shared_ptr<QVLogger> sharedInstance();
-  QVLogger();
   ~QVLogger() override;
 
   /// See QVSingleton. Both return the receiver. reinit() also resumes listening after a stop.
@@ -54,12 +51,6 @@ class QVCORE_EXPORT QVLogger : public QVSingleton,
   bool debugVerboseNotificationLog() const noexcept { return debugVerboseNotificationLog_; }
   void setDebugVerboseNotificationLog(bool isOn) noexcept { debugVerboseNotificationLog_ = isOn; }
 
-  /// Both are null in a bare instance.
-  std::shared_ptr<QVEventSender> senderDelegate() const;
-  void setSenderDelegate(std::shared_ptr<QVEventSender> sender);
-  std::shared_ptr<QVEventListener> listenerDelegate() const;
-  void setListenerDelegate(std::shared_ptr<QVEventListener> listener);
-
  private:
   void handle(const QVPlatform::Notification& notification);
   void initialise();
@@ -67,6 +58,5 @@ class QVCORE_EXPORT QVLogger : public QVSingleton,
 
   static std::atomic<std::int32_t> QV_INIT_STATE;
 
-  const std::unique_ptr<QVParticipant> participant_;
   std::atomic<bool> debugVerboseNotificationLog_{false};
 };

@@ -1,7 +1,6 @@
 #include <QVCore/QVNetworkManager.h>
 
 #include <QVCore/Internal/QVOfflineHits.h>
-#include <QVCore/Internal/QVParticipant.h>
 #include <QVCore/Internal/QVQueueGate.h>
 #include <QVCore/Internal/QVRequestNames.h>
 #include <QVCore/Internal/QVSharedService.h>
@@ -52,13 +51,11 @@ std::shared_ptr<QVNetworkManager> QVNetworkManager::sharedInstance() {
   return QVSharedInstance<QVNetworkManager>::get(QV_INIT_STATE);
 }
 
-QVNetworkManager::QVNetworkManager() : participant_(std::make_unique<QVParticipant>()) {}
-
 QVNetworkManager::~QVNetworkManager() {
   NotificationCenter::defaultCenter()->removeObserver(this);
   setOperationQueue(nullptr);
   setConsentQueue(nullptr);
-  participant_->end();
+  end();
   if (const auto monitor = reachability()) monitor->stopNotifier();
   setReachability(nullptr);
 }
@@ -77,7 +74,7 @@ std::shared_ptr<QVNetworkManager> QVNetworkManager::reinit() {
 /// manager as it was.
 struct QVNetworkManager::Parts {
   std::shared_ptr<QVEventSender> sender = std::make_shared<QVEventSender>()->init();
-  std::shared_ptr<QVEventListener> listener = QVParticipant::makeListener(kHandledNames);
+  std::shared_ptr<QVEventListener> listener = makeListener(kHandledNames);
   std::shared_ptr<QVReachability> monitor = QVReachability::reachabilityForInternetConnection();
   std::shared_ptr<OperationQueue> hits = std::make_shared<OperationQueue>();
   std::shared_ptr<OperationQueue> consent = std::make_shared<OperationQueue>();
@@ -88,8 +85,8 @@ void QVNetworkManager::initialise() {
   const Parts parts;
   if (!registerReachability()) throw std::bad_alloc();
 
-  participant_->begin(this, parts.sender);
-  participant_->begin(this, parts.listener);
+  begin(this, parts.sender);
+  begin(this, parts.listener);
   nextRequestID_ = 0;
   nextRequestIDToCancel_ = 0;
   maxRequestsInQueue_ = kDefaultMaxRequestsInQueue;
@@ -367,8 +364,8 @@ void QVNetworkManager::restoreStockedHit() {
 }
 
 void QVNetworkManager::changeNotificationCenter(const std::shared_ptr<NotificationCenter>& center) {
-  participant_->moveSender(center);
-  participant_->moveListener(center);
+  moveSender(center);
+  moveListener(center);
 }
 
 String QVNetworkManager::description() const {
@@ -376,22 +373,4 @@ String QVNetworkManager::description() const {
   const std::size_t count = hits ? hits->operationCount() : 0;
   if (count <= 1) return "QVNetworkManager";  // one counts as in flight
   return stringWithFormat("QVNetworkManager : (waiting hits: %@)", {count - 1});
-}
-
-// Properties.
-
-std::shared_ptr<QVEventSender> QVNetworkManager::senderDelegate() const {
-  return participant_->sender();
-}
-
-void QVNetworkManager::setSenderDelegate(std::shared_ptr<QVEventSender> sender) {
-  participant_->setSender(std::move(sender));
-}
-
-std::shared_ptr<QVEventListener> QVNetworkManager::listenerDelegate() const {
-  return participant_->listener();
-}
-
-void QVNetworkManager::setListenerDelegate(std::shared_ptr<QVEventListener> listener) {
-  participant_->setListener(std::move(listener));
 }

@@ -1,8 +1,7 @@
 #pragma once
 
 #include <QVCore/Export.h>
-#include <QVCore/QVEventListener.h>
-#include <QVCore/QVEventSender.h>
+#include <QVCore/QVParticipant.h>
 #include <QVCore/QVReachability.h>
 #include <QVCore/QVSingleton.h>
 #include <QVPlatform/Dispatch/OperationQueue.h>
@@ -16,7 +15,6 @@
 #include <optional>
 #include <utility>
 
-class QVParticipant;
 enum class QVQueueEvent;
 
 /// What consent allows.
@@ -39,10 +37,10 @@ enum QVManagerState : std::int32_t {
 class QVCORE_EXPORT QVNetworkManager : public QVSingleton,
                                        public IQVEventListenerDelegate,
                                        public IQVEventSenderDelegate,
+                                       public QVParticipant,
                                        public QVPlatform::KeyValueObserver {
  public:
   static std::shared_ptr<QVNetworkManager> sharedInstance();
-  QVNetworkManager();
   ~QVNetworkManager() override;
 
   /// See QVSingleton. Both return the receiver. reinit() makes new queues and drops what waited in
@@ -145,10 +143,6 @@ class QVCORE_EXPORT QVNetworkManager : public QVSingleton,
   void setReachability(std::shared_ptr<QVReachability> reachability) {
     reachability_.set(std::move(reachability));
   }
-  std::shared_ptr<QVEventSender> senderDelegate() const;
-  void setSenderDelegate(std::shared_ptr<QVEventSender> sender);
-  std::shared_ptr<QVEventListener> listenerDelegate() const;
-  void setListenerDelegate(std::shared_ptr<QVEventListener> listener);
   std::shared_ptr<QVPlatform::OperationQueue> operationQueue() const {
     return operationQueue_.get();
   }
@@ -189,7 +183,6 @@ class QVCORE_EXPORT QVNetworkManager : public QVSingleton,
   std::atomic<std::int32_t> managerState_{QVManagerStateWaitingForStart};
   std::atomic<std::uint32_t> nextRequestID_{0};
   std::atomic<std::uint32_t> nextRequestIDToCancel_{0};
-  const std::unique_ptr<QVParticipant> participant_;
   QVPlatform::Property<std::shared_ptr<QVPlatform::OperationQueue>> operationQueue_;
   QVPlatform::Property<std::shared_ptr<QVPlatform::OperationQueue>> consentQueue_;
 };

@@ -92,6 +92,7 @@ bool QVReachability::watchTarget() {
   if (!monitor || !target) {
     return failToStart(kSetCallback, String(std::generic_category().message(EINVAL)));
   }
+  // Holds itself, on purpose: whoever started it need not keep it for changes to be told.
   reachabilityObject_.set(std::static_pointer_cast<QVReachability>(monitor));
   const auto queue = std::make_shared<SerialQueue>(String(kQueueLabel));
   reachabilitySerialQueue_.set(queue);

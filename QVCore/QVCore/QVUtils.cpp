@@ -1,5 +1,6 @@
 #include <QVCore/QVUtils.h>
 
+#include <QVCore/Internal/QVLogLevel.h>
 #include <QVCore/QVLogger.h>
 #include <QVPlatform/Text/CharacterSet.h>
 #include <QVPlatform/Text/NumberFormatter.h>
@@ -13,8 +14,6 @@ using QVPlatform::operator""_string;
 using QVPlatform::Value;
 
 namespace {
-
-constexpr std::int32_t kLevelOfNumberFailures = 3;
 
 // The characters that RFC 3986 calls unreserved; not std::isalnum, which asks the locale.
 bool isUnreserved(char c) {
@@ -70,7 +69,7 @@ Value QVUtils::nsNumberFromString(const String& text) {
     const Value noUserInfo;
     const String message = QVPlatform::stringWithFormat(
         "Invalid value when converting to number: %@, %@, %@", {text, failure, noUserInfo});
-    QVLogger::sharedInstance()->logMessageWithLevel(message, kLevelOfNumberFailures);
+    QVLogger::sharedInstance()->logMessageWithLevel(message, kLogNumberParsing);
   }
   return number;
 }

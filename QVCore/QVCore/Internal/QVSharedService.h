@@ -12,7 +12,8 @@
 // is loaded, and one state, which says how far its initialisation is. The first thread that asks
 // for the instance initialises it, and later ones wait for that. The state is the class's and not
 // the instance's, so that whoever makes an instance of its own finds the initialisation done, and
-// its instance stays bare.
+// its instance stays bare. The few lines by which a class calls what is below stand in each of the
+// four, since its state and the type of its results are its own.
 
 /// Values of a service class's QV_INIT_STATE.
 enum QVInitState : std::int32_t {
