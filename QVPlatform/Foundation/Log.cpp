@@ -27,7 +27,8 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kPatience{200};
 constexpr std::chrono::milliseconds kInterval{1};
 
-/// What a pipe takes without waiting when it takes anything, less some room for what stands around.
+/// A pipe that takes anything takes this much without waiting. Some of it is left for what stands
+/// around the text.
 constexpr std::size_t kLargestPiece = PIPE_BUF - 64;
 
 /// A thread of the host may be held while it prints, with the stream's lock in its hand.

@@ -19,7 +19,8 @@ namespace {
 /// after so many values, is left out of descriptions and counts as unequal.
 constexpr std::size_t kMaximumDescribed = 1U << 16;
 constexpr std::size_t kMaximumCompared = 1U << 20;
-/// Levels; or else the blanks in front of a deep list would take far more room than what is in it.
+/// How many levels are indented: in front of what lies deep, blanks would take far more room than
+/// what is described.
 constexpr std::size_t kMaximumIndent = 64;
 
 template <class... Visitors>

@@ -12,7 +12,7 @@ namespace QVPlatform {
 inline constexpr std::size_t kStripes = 4;
 inline constexpr std::size_t kCacheLine = 64;
 
-/// What a post looks at of the thread that it is on.
+/// What is kept for each thread, because a post looks at it.
 struct PostingThread {
   static std::size_t nextStripe() noexcept;
 
@@ -20,9 +20,9 @@ struct PostingThread {
   std::size_t stripe = kStripes;  // not chosen yet
 };
 
-/// It has a fixed place behind the thread's pointer, where a library's variable otherwise takes a
-/// call to find. There is little room for such variables in a process that loads the library late,
-/// so this is the one.
+/// In this model it lies at a fixed distance from the thread's pointer, while finding another
+/// variable of a library takes a call. A process that loads the library late has room for few such
+/// variables, so this is the only one.
 [[gnu::tls_model("initial-exec")]] extern constinit thread_local PostingThread postingThread;
 
 /// The part that belongs to the calling thread, always the same one. Threads get them in turn.

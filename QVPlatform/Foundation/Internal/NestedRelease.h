@@ -18,9 +18,9 @@ class NestedRelease {
   NestedRelease(const NestedRelease&) = delete;
   NestedRelease& operator=(const NestedRelease&) = delete;
 
-  /// Makes a container or object that is about to be destroyed outlive the levels that are too deep
-  /// for it.
-  /// Anything else, and what is not that deep, is left alone.
+  /// To be called with each value of the container that is destroyed. If that lies too deep, a
+  /// container or object in it is kept until the outermost level ends; any other value is left
+  /// alone.
   void keep(const Value& value) noexcept {
     if (isDeep_) keepOwner(value);
   }

@@ -17,9 +17,10 @@ bool isRedirection(const HTTPURLResponse& response);
 /// https URL with a host. What may not stand in a URL, but does in some answers, is escaped.
 std::optional<URL> redirectedURL(const HTTPURLResponse& redirection, const URL& url);
 
-/// Makes of a request's content what goes to `next`, as the Fetch standard has it: a POST becomes a
-/// GET after 301 and 302, whatever is no HEAD after 303; the fields that are about a body go with
-/// it, and what proves who sends does not go to another origin than `url`.
+/// Changes a request's content into what goes to `next`, as the Fetch standard has it. A POST
+/// becomes a GET after 301 and 302, and so does any method but HEAD after 303; the body is dropped
+/// then, and with it the fields that describe it. What proves who sends is dropped when `next` is
+/// of another origin than `url`.
 void redirect(MutableURLRequest::Content& content, int status, const URL& url, const URL& next);
 
 }  // namespace QVPlatform

@@ -10,7 +10,8 @@ String userAgent();
 void setUserAgent(const String& text);
 String acceptLanguage();
 void setAcceptLanguage(const String& text);
-/// Another number after each change, for who keeps what he made of them.
+/// Changes with each change of the above, so that who keeps something made of them knows when to
+/// make it anew.
 unsigned version() noexcept;
 
 }  // namespace QVPlatform::UsualFields

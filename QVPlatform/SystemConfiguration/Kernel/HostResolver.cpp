@@ -39,7 +39,7 @@ struct Found {
   bool isCertain = false;  // a name server (or the hosts file) answered, if only that there is none
 };
 
-/// Takes its time.
+/// Asks the name servers, however long they take to answer.
 Found find(const String& name) {
   addrinfo hints{};
   hints.ai_family = AF_UNSPEC;

@@ -9,7 +9,8 @@
 
 namespace QVPlatform {
 
-// What one message of the kernel says; nothing when it is of another kind or cut short.
+// These read one message of the kernel. They return nothing when it is of another kind or cut
+// short.
 
 /// Nothing as well when the route refuses or drops packets.
 std::optional<Route> readRoute(const nlmsghdr* message);
