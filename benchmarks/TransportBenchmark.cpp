@@ -57,18 +57,18 @@ void makeRequests() {
   }
 }
 
-enum class Method { get, post };
+enum class Method { kGet, kPost };
 
 void postHit(std::size_t i, Method method) {
   const Dictionary hit =
-      method == Method::get
+      method == Method::kGet
           ? Dictionary({{kQVUserInfo_URLKey, urls[i]}})
           : Dictionary({{kQVUserInfo_URLKey, urls[i]}, {kQVUserInfo_POSTData, bodies[i]}});
   NotificationCenter::defaultCenter()->postNotification(
       Notification(kQVNotification_HTTPRequest, nullptr, hit));
 }
 
-void postHits(std::size_t count, Method method = Method::get) {
+void postHits(std::size_t count, Method method = Method::kGet) {
   for (std::size_t i = 0; i < count; ++i) postHit(i % kHits, method);
 }
 
@@ -96,7 +96,7 @@ class BareCurl {
 
   void send(std::size_t i, Method method) {
     curl_easy_setopt(handle_, CURLOPT_URL, urls[i].c_str());
-    if (method == Method::post) {
+    if (method == Method::kPost) {
       curl_easy_setopt(handle_, CURLOPT_POSTFIELDSIZE, static_cast<long>(bodies[i].size()));
       curl_easy_setopt(handle_, CURLOPT_POSTFIELDS, bodies[i].data());
     }
@@ -125,7 +125,7 @@ void throughSocket(benchmark::State& state, Method method) {
     for (std::size_t i = 0; i < kHits; ++i) {
       const std::string target = urls[i].substr(urls[i].find('/', 8));
       const std::string request =
-          method == Method::get
+          method == Method::kGet
               ? "GET " + target + " HTTP/1.1\r\nHost: 127.0.0.1\r\nAccept: */*\r\n\r\n"
               : "POST " + target +
                     " HTTP/1.1\r\nHost: 127.0.0.1\r\nAccept: */*\r\nContent-Length: " +
@@ -180,7 +180,7 @@ void latencyThroughCore(benchmark::State& state) {
   Answers answers;
   measureLatency(state, [&](std::size_t i) {
     answers.expect(1);
-    postHit(i, Method::get);
+    postHit(i, Method::kGet);
     answers.wait();
   });
 }
@@ -192,7 +192,7 @@ void latencyThroughCurl(benchmark::State& state) {
   std::thread worker([&] {
     BareCurl curl;
     for (isGiven.acquire(); next != kHits; isGiven.acquire()) {
-      curl.send(next, Method::get);
+      curl.send(next, Method::kGet);
       isDone.release();
     }
   });
@@ -241,10 +241,10 @@ void registerTransfers() {
   const std::pair<const char*, Run> ways[] = {
       {"core", throughCore}, {"curl", throughCurl}, {"socket", throughSocket}};
   for (const bool isPinned : {true, false}) {
-    for (const Method method : {Method::get, Method::post}) {
+    for (const Method method : {Method::kGet, Method::kPost}) {
       for (const auto& [name, run] : ways) {
         const std::string title = std::string(isPinned ? "one_core/" : "free/") +
-                                  (method == Method::get ? "GET/" : "POST/") + name;
+                                  (method == Method::kGet ? "GET/" : "POST/") + name;
         benchmark::RegisterBenchmark(title.c_str(), run, method)
             ->MeasureProcessCPUTime()
             ->UseRealTime()

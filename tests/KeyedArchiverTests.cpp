@@ -152,7 +152,7 @@ TEST(KeyedArchiver, ArchivesObjectsByTheirParts) {
 
 TEST(KeyedArchiver, BringsBackTheObjectsOfRequests) {
   const auto request = std::make_shared<MutableURLRequest>(
-      URL::URLWithString("http://h/"), URLRequestCachePolicy::returnCacheDataElseLoad, 2.5);
+      URL::URLWithString("http://h/"), URLRequestCachePolicy::kReturnCacheDataElseLoad, 2.5);
   request->setHTTPMethod("POST");
   request->setHTTPBody(Data("a\0b"s));
   request->addValueForHTTPHeaderField("x", "Field");

@@ -148,8 +148,8 @@ TEST_F(QVHTTPOperationTest, GivesTheRequestItsTimeoutAndTheCachePolicyThatIsSet)
   using enum QVPlatform::URLRequestCachePolicy;
   const auto first = run(requestTo(server.url()))->request();
   EXPECT_EQ(first->timeoutInterval(), 5.0);
-  EXPECT_EQ(first->cachePolicy(), reloadIgnoringLocalCacheData);
-  kQVNetworkDefaultRequestCachePolicy = returnCacheDataDontLoad;  // which refuses, as nothing is
+  EXPECT_EQ(first->cachePolicy(), kReloadIgnoringLocalCacheData);
+  kQVNetworkDefaultRequestCachePolicy = kReturnCacheDataDontLoad;  // which refuses, as nothing is
   EXPECT_THAT(outcomeOf(requestTo(server.url())), ElementsAre(kSent, kError));
   EXPECT_THAT(server.requests(), SizeIs(1));
 }

@@ -32,11 +32,11 @@ extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* na
 namespace {
 
 TEST(URLConnection, FailsForAHostThatDoesNotExistAndWaitsForNoResolver) {
-  EXPECT_EQ(get("http://missing.example/").code(), URLErrorCode::cannotFindHost);
+  EXPECT_EQ(get("http://missing.example/").code(), URLErrorCode::kCannotFindHost);
   const auto start = std::chrono::steady_clock::now();
   const Exchange exchange = get("http://hanging.example/", 0.2);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
-  EXPECT_EQ(exchange.code(), URLErrorCode::timedOut);
+  EXPECT_EQ(exchange.code(), URLErrorCode::kTimedOut);
   HTTPServer server;
   EXPECT_EQ(get(server.url()).body, Data("ok"));
   hangingLookUps.release();

@@ -138,7 +138,7 @@ TEST(URLConnectionReuse, SendsNothingTwiceButAGetOfWhichNothingWasAnswered) {
         const Exchange exchange = send(request);
         EXPECT_EQ(exchange.body.isNull(), !succeeds) << method << ' ' << begin << isReset;
         EXPECT_EQ(seen, requests) << method << ' ' << begin << isReset;
-        EXPECT_EQ(exchange.code(), succeeds ? URLErrorCode{} : URLErrorCode::connectionLost);
+        EXPECT_EQ(exchange.code(), succeeds ? URLErrorCode{} : URLErrorCode::kConnectionLost);
       }
     }
   }
@@ -171,8 +171,8 @@ TEST(URLConnectionReuse, TakesAnAnswerOverTLSForWholeOnlyIfTheServerEndedIt) {
     bool isEnded;
     URLErrorCode code;
   } cases[] = {{"", true, {}},
-               {"", false, URLErrorCode::connectionLost},
-               {"Transfer-Encoding: identity\r\n", false, URLErrorCode::connectionLost},
+               {"", false, URLErrorCode::kConnectionLost},
+               {"Transfer-Encoding: identity\r\n", false, URLErrorCode::kConnectionLost},
                {"Content-Length: 4\r\n", false, {}}};
   for (const auto& [field, isEnded, code] : cases) {
     RawServer server([&, &field = field, &isEnded = isEnded](Connection& connection) {

@@ -11,8 +11,8 @@ TEST(URLConnectionTLS, TrustsTheCertificatesOfTheEnvironmentForTheirHostAlone) {
     const char* subject;
     bool isTrusted;
     URLErrorCode code;
-  } cases[] = {{"IP:127.0.0.1", false, URLErrorCode::secureConnectionFailed},
-               {"DNS:example.org", true, URLErrorCode::secureConnectionFailed},
+  } cases[] = {{"IP:127.0.0.1", false, URLErrorCode::kSecureConnectionFailed},
+               {"DNS:example.org", true, URLErrorCode::kSecureConnectionFailed},
                {"IP:127.0.0.1", true, {}}};
   for (const auto& [subject, isTrusted, code] : cases) {
     const Certificate certificate(subject);

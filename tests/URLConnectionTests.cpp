@@ -235,13 +235,22 @@ TEST(URLConnection, DecodesWhatIsCompressedWithGzipAndNothingElse) {
       "\x1f\x8b\x08\x00\x00\x00\x00\x00\x02\x03\x2b\xcf\xc8\xcf\x49\x05\x00\x4f\x29\x59\xc4\x05\x00"
       "\x00\x00",
       25);
+  const auto zeros = [](std::size_t count) { return std::string(count, '\0'); };
+  const std::string letters = "\x1f\x8b\x08" + zeros(5) + "\x02\x03\xed\xc1\x31\x01" + zeros(3) +
+                              "\xc2\xa0\xac\xeb\x5f\xc2\x1a\x1e\x40\x01" + zeros(18);
+  const std::string large = letters + "\xf0\x60\x31\x87\xbd\xca\x20\x4e" + zeros(2);
+  const std::string tooLarge = letters + "\x70\x61\xfe\x03\xa3\xb9\x21\x4e" + zeros(2);
+  EXPECT_EQ(URLConnection::maximumResponseSize(), 64U << 20);
+  URLConnection::setMaximumResponseSize(20'000);
   const struct {
     const char* coding;
     std::string sent;
     Data body;  // null: not an answer
   } cases[] = {{"gzip", whole, Data("whole")},
+               {"gzip", large, Data(std::string(20'000, 'a'))},
+               {"gzip", tooLarge, nullptr},
                {"X-GZIP", whole + whole, Data("wholewhole")},
-               {"gzip", whole + std::string(512, '\0'), Data("whole")},
+               {"gzip", whole + zeros(512), Data("whole")},
                {"gzip", whole + "x", nullptr},
                {"gzip", whole.substr(0, 24), nullptr},
                {"gzip", "not gzip", nullptr},
@@ -249,15 +258,17 @@ TEST(URLConnection, DecodesWhatIsCompressedWithGzipAndNothingElse) {
                {"", "ok", Data("ok")},
                {"identity", "ok", Data("ok")},
                {"gzip, identity", whole, Data(whole)}};
-  for (const auto& [coding, sent, body] : cases) {
-    RawServer server([&, &coded = coding, &bytes = sent](auto& connection) {
+  for (const auto& [coding, bytes, body] : cases) {
+    RawServer server([&coded = coding, &bytes = bytes](auto& connection) {
       connection.readRequest();
       connection.send("HTTP/1.1 200 OK\r\nContent-Encoding: "s + coded +
                       "\r\nConnection: close\r\n\r\n" + bytes);
     });
     const Exchange exchange = get(server.url());
-    EXPECT_EQ(exchange.body, body) << coding << sent.size();
-    EXPECT_EQ(exchange.code(), body.isNull() ? URLErrorCode::badServerResponse : URLErrorCode{});
+    EXPECT_EQ(exchange.body, body) << coding << bytes.size();
+    const auto failure =
+        bytes == tooLarge ? URLErrorCode::kResponseTooLarge : URLErrorCode::kBadServerResponse;
+    EXPECT_EQ(exchange.code(), body.isNull() ? failure : URLErrorCode{});
     EXPECT_EQ(exchange.status(), 200);
   }
 }
@@ -323,10 +334,10 @@ TEST(URLConnection, LoadsUnlessTheCachePolicyForbidsIt) {
   using enum URLRequestCachePolicy;
   HTTPServer server;
   const std::optional url = URL::URLWithString(server.url());
-  EXPECT_EQ(send({url, returnCacheDataElseLoad, 10}).body, Data("ok"));
-  const Exchange refused = send({url, returnCacheDataDontLoad, 10});
+  EXPECT_EQ(send({url, kReturnCacheDataElseLoad, 10}).body, Data("ok"));
+  const Exchange refused = send({url, kReturnCacheDataDontLoad, 10});
   EXPECT_TRUE(refused.body.isNull());
-  EXPECT_EQ(refused.code(), URLErrorCode::notCached);
+  EXPECT_EQ(refused.code(), URLErrorCode::kNotCached);
   EXPECT_EQ(server.requests().size(), 1U);
 }
 

@@ -4,7 +4,7 @@ namespace {
 
 MutableURLRequest makeRequest(TimeInterval timeout = 5) {
   return {URL::URLWithString("http://example.com/"),
-          URLRequestCachePolicy::reloadIgnoringLocalCacheData, timeout};
+          URLRequestCachePolicy::kReloadIgnoringLocalCacheData, timeout};
 }
 
 TEST(MutableURLRequest, TakesAPositiveTimeoutOrTheDefault) {
@@ -46,7 +46,7 @@ TEST(MutableURLRequest, AddsValuesToAFieldWhateverItsCaseAndIsCopiedWithAllOfIt)
   request.setHTTPBody(nullptr);
   request.addValueForHTTPHeaderField("fr", "Accept-Language");
   EXPECT_EQ(copy->url()->absoluteString(), String("http://example.com/"));
-  EXPECT_EQ(copy->cachePolicy(), URLRequestCachePolicy::reloadIgnoringLocalCacheData);
+  EXPECT_EQ(copy->cachePolicy(), URLRequestCachePolicy::kReloadIgnoringLocalCacheData);
   EXPECT_EQ(copy->timeoutInterval(), 5);
   EXPECT_EQ(copy->HTTPMethod(), String("POST"));
   EXPECT_EQ(copy->HTTPBody(), Data("body"));

@@ -70,5 +70,5 @@ constexpr String kQVFilePrivateDocuments = "QVPrivateDocuments"_string;
 
 const QVPlatform::TimeInterval kQVNetworkDefaultTimeout = 5.0;
 constinit std::atomic<QVPlatform::URLRequestCachePolicy> kQVNetworkDefaultRequestCachePolicy =
-    QVPlatform::URLRequestCachePolicy::reloadIgnoringLocalCacheData;
+    QVPlatform::URLRequestCachePolicy::kReloadIgnoringLocalCacheData;
 const std::int32_t kQVVisitDurationDefaultValue = 1800;

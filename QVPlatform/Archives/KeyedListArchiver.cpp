@@ -103,9 +103,8 @@ struct Message {
 
 }  // namespace
 
-class KeyedListArchiver::Implementation {
- public:
-  explicit Implementation(const String& key) : key_(text(Archive::escapedKey(key.view()))) {}
+struct KeyedListArchiver::State {
+  explicit State(const String& key) : key_(text(Archive::escapedKey(key.view()))) {}
 
   /// Drops the messages that have left. False when the others are not what the list begins with.
   bool dropUntil(std::span<const Dictionary::Snapshot> list) {
@@ -325,14 +324,14 @@ KeyedListArchiver::~KeyedListArchiver() = default;
 std::vector<std::string_view> KeyedListArchiver::archive(
     std::vector<Dictionary::Snapshot> messages) {
   // What an exception or a refusal leaves behind is not used again.
-  auto known = std::move(implementation_);
-  if (!known || !known->dropUntil(messages)) known = std::make_unique<Implementation>(key_);
+  auto known = std::move(state_);
+  if (!known || !known->dropUntil(messages)) known = std::make_unique<State>(key_);
   for (std::size_t i = known->count(); i < messages.size(); ++i) {
     if (!known->add(std::move(messages[i]))) return {};
   }
   if (!known->finish()) return {};
-  implementation_ = std::move(known);
-  return implementation_->pieces();
+  state_ = std::move(known);
+  return state_->pieces();
 }
 
 }  // namespace QVPlatform

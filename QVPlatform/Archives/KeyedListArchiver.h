@@ -33,9 +33,9 @@ class QVPLATFORM_EXPORT KeyedListArchiver {
   std::vector<std::string_view> archive(std::vector<Dictionary::Snapshot> messages);
 
  private:
-  class Implementation;
+  struct State;
   String key_;
-  std::unique_ptr<Implementation> implementation_;
+  std::unique_ptr<State> state_;
 };
 
 }  // namespace QVPlatform

@@ -61,16 +61,16 @@ class IdleSessions {
 
 /// Why the request cannot be sent at all, or null.
 std::shared_ptr<Error> refusal(const MutableURLRequest& request) {
-  if (request.cachePolicy() == URLRequestCachePolicy::returnCacheDataDontLoad) {
-    return makeError(URLErrorCode::notCached);
+  if (request.cachePolicy() == URLRequestCachePolicy::kReturnCacheDataDontLoad) {
+    return makeError(URLErrorCode::kNotCached);
   }
-  if (!isHTTPWithHost(request.url())) return makeError(URLErrorCode::unsupportedURL);
+  if (!isHTTPWithHost(request.url())) return makeError(URLErrorCode::kUnsupportedURL);
   return nullptr;
 }
 
 /// Of a transfer for which memory ran out; null where there is none left to say so.
 std::shared_ptr<Error> outOfMemory() noexcept try {
-  return makeError(URLErrorCode::outOfMemory);
+  return makeError(URLErrorCode::kOutOfMemory);
 } catch (const std::bad_alloc&) {
   return nullptr;
 }

@@ -16,25 +16,25 @@ namespace QVPlatform {
 QVPLATFORM_EXPORT extern const String kURLErrorDomain;
 
 enum class URLErrorCode : int {
-  unknown = 1,
+  kUnknown = 1,
   /// No URL, one that is not http or https (that of a redirection included), or one without host.
-  unsupportedURL,
+  kUnsupportedURL,
   /// The cache policy forbids to load.
-  notCached,
-  cannotFindHost,
-  cannotConnect,
+  kNotCached,
+  kCannotFindHost,
+  kCannotConnect,
   /// No TLS connection, or a certificate that is not to be trusted.
-  secureConnectionFailed,
-  timedOut,
+  kSecureConnectionFailed,
+  kTimedOut,
   /// The connection broke before the answer was whole.
-  connectionLost,
-  tooManyRedirects,
+  kConnectionLost,
+  kTooManyRedirects,
   /// What came is not HTTP, cannot be decoded, or names two different lengths.
-  badServerResponse,
+  kBadServerResponse,
   /// The answer is longer than maximumResponseSize(), or its header is longer than 256 KiB.
-  responseTooLarge,
+  kResponseTooLarge,
   /// Memory ran out.
-  outOfMemory,
+  kOutOfMemory,
 };
 
 /// HTTP transfers, over HTTP/1.1.

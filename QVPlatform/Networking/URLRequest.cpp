@@ -22,7 +22,7 @@ MutableURLRequest::MutableURLRequest(std::optional<URL> url, URLRequestCachePoli
       content_{"GET"_string, nullptr, {}} {}
 
 MutableURLRequest::MutableURLRequest()
-    : MutableURLRequest(std::nullopt, URLRequestCachePolicy::useProtocolCachePolicy, 0) {}
+    : MutableURLRequest(std::nullopt, URLRequestCachePolicy::kUseProtocolCachePolicy, 0) {}
 
 MutableURLRequest::MutableURLRequest(const MutableURLRequest& other)
     : Object(other),

@@ -16,14 +16,14 @@
 namespace QVPlatform {
 
 /// Whether a cached answer may or must stand in for a transfer. URLConnection has no cache: all
-/// policies load but returnCacheDataDontLoad, which forbids that and always fails.
+/// policies load but kReturnCacheDataDontLoad, which forbids that and always fails.
 enum class URLRequestCachePolicy : std::uint32_t {
-  useProtocolCachePolicy = 0,
-  reloadIgnoringLocalCacheData = 1,
-  returnCacheDataElseLoad = 2,
-  returnCacheDataDontLoad = 3,
-  reloadIgnoringLocalAndRemoteCacheData = 4,
-  reloadRevalidatingCacheData = 5,
+  kUseProtocolCachePolicy = 0,
+  kReloadIgnoringLocalCacheData = 1,
+  kReturnCacheDataElseLoad = 2,
+  kReturnCacheDataDontLoad = 3,
+  kReloadIgnoringLocalAndRemoteCacheData = 4,
+  kReloadRevalidatingCacheData = 5,
 };
 
 /// One HTTP request to be sent: where, how, with which fields and which body.

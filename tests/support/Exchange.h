@@ -19,7 +19,7 @@ struct Exchange {
 
 inline QVPlatform::MutableURLRequest requestTo(const std::string& url, double timeout = 10) {
   return {QVPlatform::URL::URLWithString(url),
-          QVPlatform::URLRequestCachePolicy::reloadIgnoringLocalCacheData, timeout};
+          QVPlatform::URLRequestCachePolicy::kReloadIgnoringLocalCacheData, timeout};
 }
 
 inline Exchange send(const QVPlatform::MutableURLRequest& request) {

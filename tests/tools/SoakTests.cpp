@@ -31,7 +31,7 @@ struct Case {
 
 Event at(Time time, What what, int life = 0) { return {time, life, what}; }
 
-Reception got(Time time, int life, unsigned connection, unsigned place, Deed deed = answer,
+Reception got(Time time, int life, unsigned connection, unsigned place, Deed deed = kAnswer,
               bool isPost = false) {
   return {kHit, time, life, connection, place, deed, isPost, true};
 }
@@ -57,65 +57,65 @@ std::string verdictOn(const Case& test, bool isFollowed = false) {
 }
 
 TEST(SoakJudge, ExplainsALossByWhatWasSeenOfTheHitAlone) {
-  const std::vector<Event> hit{at(1, posting), at(2, posted)};
-  const Event gone = at(3, backgrounding);
+  const std::vector<Event> hit{at(1, kPosting), at(2, kPosted)};
+  const Event gone = at(3, kBackgrounding);
   const Case kCases[] = {
-      {"dropped", Rule::droppedByFullQueue, {hit[0], hit[1], at(3, dropped)}},
-      {"not posted", Rule::endedWhilePosting, {hit[0]}},
-      {"not saved", Rule::endedBeforeSave, hit},
-      {"the queue ran empty", "lost", hit, {}, {{at(3, drained)}}},
-      {"saved", "lost", hit, {}, {{gone, at(4, backgrounded)}}},
-      {"save not finished", Rule::endedBeforeSave, hit, {}, {{gone}}},
-      {"saved at each change", "lost", hit, {}, {{at(0, savesAlways)}}},
-      {"restored", Rule::restoredAndEndedBeforeSave, hit, {}, {{}, {}}, true},
-      {"restored, and the queue ran empty", "lost", hit, {}, {{}, {at(50, drained, 1)}}, true},
+      {"dropped", Rule::kDroppedByFullQueue, {hit[0], hit[1], at(3, kDropped)}},
+      {"not posted", Rule::kEndedWhilePosting, {hit[0]}},
+      {"not saved", Rule::kEndedBeforeSave, hit},
+      {"the queue ran empty", "lost", hit, {}, {{at(3, kDrained)}}},
+      {"saved", "lost", hit, {}, {{gone, at(4, kBackgrounded)}}},
+      {"save not finished", Rule::kEndedBeforeSave, hit, {}, {{gone}}},
+      {"saved at each change", "lost", hit, {}, {{at(0, kSavesAlways)}}},
+      {"restored", Rule::kRestoredAndEndedBeforeSave, hit, {}, {{}, {}}, true},
+      {"restored, and the queue ran empty", "lost", hit, {}, {{}, {at(50, kDrained, 1)}}, true},
       {"waiting", "", hit, {}, {{}}, true},
-      {"refused", "", {hit[0], hit[1], at(3, failed)}},
+      {"refused", "", {hit[0], hit[1], at(3, kFailed)}},
   };
   for (const Case& test : kCases) EXPECT_EQ(verdictOn(test), test.verdict.text) << test.what;
 }
 
 TEST(SoakJudge, ExplainsADoubleByWhatWasSeenOfTheHitAlone) {
-  const std::string once = textOf(Rule::sentOnceMore);
-  const Event told = at(60, answered);
-  const Event toldLater = at(60, answered, 1);
-  const Event filing = at(21, filed);
-  const std::vector<Event> visit{at(20, backgrounding), at(22, backgrounded)};
-  const std::vector<Event> visitAndBack{visit[0], visit[1], at(23, foregrounding),
-                                        at(24, foregrounded)};
-  const std::vector<Event> slowReturn{visit[0], visit[1], visitAndBack[2], at(28, foregrounded)};
-  const std::vector<Event> savesAndReturn{at(0, savesAlways), visit[0], visit[1], visitAndBack[2],
-                                          at(28, foregrounded)};
+  const std::string once = textOf(Rule::kSentOnceMore);
+  const Event told = at(60, kAnswered);
+  const Event toldLater = at(60, kAnswered, 1);
+  const Event filing = at(21, kFiled);
+  const std::vector<Event> visit{at(20, kBackgrounding), at(22, kBackgrounded)};
+  const std::vector<Event> visitAndBack{visit[0], visit[1], at(23, kForegrounding),
+                                        at(24, kForegrounded)};
+  const std::vector<Event> slowReturn{visit[0], visit[1], visitAndBack[2], at(28, kForegrounded)};
+  const std::vector<Event> savesAndReturn{at(0, kSavesAlways), visit[0], visit[1], visitAndBack[2],
+                                          at(28, kForegrounded)};
   const Reception again = got(4, 0, 2, 0);
-  const Reception closed = got(4, 0, 2, 0, closeAfterRead);
+  const Reception closed = got(4, 0, 2, 0, kCloseAfterRead);
   const std::vector<Reception> twoLives{got(3, 0, 1, 0), got(50, 1, 2, 0)};
   const std::vector<Reception> late{got(18, 0, 1, 0), got(50, 1, 2, 0)};
   const std::vector<Reception> later{got(30, 0, 1, 0), got(50, 1, 2, 0)};
   const std::vector<Reception> within{got(24, 0, 1, 0), got(30, 0, 1, 1)};
   const std::vector<Reception> after{got(29, 0, 1, 0), got(30, 0, 1, 1)};
-  const std::vector<Event> starts{at(1, starting)};
-  const std::vector<Event> started{at(1, starting), at(2, What::started)};
-  const Rule stays = Rule::fileOfBackgroundStays;
+  const std::vector<Event> starts{at(1, kStarting)};
+  const std::vector<Event> started{at(1, kStarting), at(2, What::kStarted)};
+  const Rule stays = Rule::kFileOfBackgroundStays;
   const Case kCases[] = {
-      {"GET on a kept connection", once, {told}, {got(3, 0, 1, 1, closeAfterRead), again}},
-      {"POST", "doubled", {told}, {got(3, 0, 1, 1, closeAfterRead, true), again}},
-      {"a new connection", "doubled", {told}, {got(3, 0, 1, 0, closeAfterRead), again}},
-      {"part of an answer", "doubled", {told}, {got(3, 0, 1, 1, resetInAnswer), again}},
+      {"GET on a kept connection", once, {told}, {got(3, 0, 1, 1, kCloseAfterRead), again}},
+      {"POST", "doubled", {told}, {got(3, 0, 1, 1, kCloseAfterRead, true), again}},
+      {"a new connection", "doubled", {told}, {got(3, 0, 1, 0, kCloseAfterRead), again}},
+      {"part of an answer", "doubled", {told}, {got(3, 0, 1, 1, kResetInAnswer), again}},
       {"a GET that goes a third time",
        once + "doubled",
        {told},
-       {got(3, 0, 1, 1, closeAfterRead), closed, got(5, 0, 3, 0)}},
+       {got(3, 0, 1, 1, kCloseAfterRead), closed, got(5, 0, 3, 0)}},
       {"not on file", "doubled", {toldLater}, twoLives, {{}, {}}},
       {"on file for no reason", "doubled", {toldLater}, twoLives, {{}, {}}, true},
       {"in flight when saved",
-       Rule::inFlightWhenSaved,
-       {at(19, answered), filing, toldLater},
+       Rule::kInFlightWhenSaved,
+       {at(19, kAnswered), filing, toldLater},
        late,
        {visit, {}},
        true},
       {"sent after the return",
        stays,
-       {filing, at(31, answered), toldLater},
+       {filing, at(31, kAnswered), toldLater},
        later,
        {visitAndBack, {}},
        true},
@@ -124,12 +124,12 @@ TEST(SoakJudge, ExplainsADoubleByWhatWasSeenOfTheHitAlone) {
       {"neither filed nor saved at a change", "doubled", {told}, within, {slowReturn}},
       {"sent twice after the return", "doubled", {filing, told}, after, {visitAndBack}},
       {"saved at each change",
-       Rule::endedBeforeNextSave,
-       {at(4, answered), toldLater},
+       Rule::kEndedBeforeNextSave,
+       {at(4, kAnswered), toldLater},
        twoLives,
-       {{at(0, savesAlways)}, {}},
+       {{at(0, kSavesAlways)}, {}},
        true},
-      {"within a restore", Rule::endedWhileRestoring, {toldLater}, twoLives, {starts, {}}, true},
+      {"within a restore", Rule::kEndedWhileRestoring, {toldLater}, twoLives, {starts, {}}, true},
       {"after a restore", "doubled", {toldLater}, twoLives, {started, {}}, true},
   };
   for (const Case& test : kCases) EXPECT_EQ(verdictOn(test), test.verdict.text) << test.what;
@@ -143,13 +143,13 @@ TEST(SoakJudge, LetsNobodyHaveAnAnswerThatTheServerDidNotGive) {
   const Reception good = got(3, 0, 1, 0);
   const char* const notGiven = "answered though the server did not";
   const Case kCases[] = {
-      {"own answer", "", {at(4, answered)}, {good}},
-      {"another's answer", "answered by what is not its answer", {at(4, answeredWrong)}, {good}},
-      {"before the server had it", notGiven, {at(2, answered), at(4, answered)}, {good}},
-      {"an empty one", notGiven, {at(4, answeredEmpty)}, {good}},
-      {"an error", "an error was told although it was answered", {at(4, failed)}, {good}},
-      {"an error for a reset", "", {at(4, failed)}, {got(3, 0, 1, 0, resetAfterRead)}},
-      {"nothing", Rule::inFlightAtTheEnd, {}, {good}},
+      {"own answer", "", {at(4, kAnswered)}, {good}},
+      {"another's answer", "answered by what is not its answer", {at(4, kAnsweredWrong)}, {good}},
+      {"before the server had it", notGiven, {at(2, kAnswered), at(4, kAnswered)}, {good}},
+      {"an empty one", notGiven, {at(4, kAnsweredEmpty)}, {good}},
+      {"an error", "an error was told although it was answered", {at(4, kFailed)}, {good}},
+      {"an error for a reset", "", {at(4, kFailed)}, {got(3, 0, 1, 0, kResetAfterRead)}},
+      {"nothing", Rule::kInFlightAtTheEnd, {}, {good}},
   };
   for (const Case& test : kCases) EXPECT_EQ(verdictOn(test), test.verdict.text) << test.what;
   EXPECT_EQ(verdictOn(kCases[6], true), "came, and the application was told nothing");

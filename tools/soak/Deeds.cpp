@@ -9,23 +9,23 @@ struct Share {
 
 // What is left is answered.
 constexpr Share kInFlow[] = {
-    {Deed::answerAndClose, 100},
-    {Deed::answerEmpty, 200},
-    {Deed::closeAfter, 150},
-    {Deed::closeBeforeNext, 200},
-    {Deed::secondAnswer, 200},
-    {Deed::strayBehind204, 200},
-    {Deed::resetAfterRead, 200},
-    {Deed::closeAfterRead, 200},
-    {Deed::resetInAnswer, 100},
-    {Deed::forbidden, 100},
-    {Deed::notFound, 100},
-    {Deed::serverError, 100},
-    {Deed::hang, 2},
+    {Deed::kAnswerAndClose, 100},
+    {Deed::kAnswerEmpty, 200},
+    {Deed::kCloseAfter, 150},
+    {Deed::kCloseBeforeNext, 200},
+    {Deed::kSecondAnswer, 200},
+    {Deed::kStrayBehind204, 200},
+    {Deed::kResetAfterRead, 200},
+    {Deed::kCloseAfterRead, 200},
+    {Deed::kResetInAnswer, 100},
+    {Deed::kForbidden, 100},
+    {Deed::kNotFound, 100},
+    {Deed::kServerError, 100},
+    {Deed::kHang, 2},
 };
 constexpr Share kLast[] = {
-    {Deed::lateClose, 1500},   {Deed::late408, 2000},       {Deed::lateSecondAnswer, 2000},
-    {Deed::lateLineEnd, 1500}, {Deed::lateBehind204, 1500},
+    {Deed::kLateClose, 1500},   {Deed::kLate408, 2000},       {Deed::kLateSecondAnswer, 2000},
+    {Deed::kLateLineEnd, 1500}, {Deed::kLateBehind204, 1500},
 };
 constexpr unsigned kWhole = 10'000;
 constexpr unsigned kUnwelcome = 200;
@@ -36,7 +36,7 @@ Deed pick(const Share (&shares)[count], std::uint64_t number) {
     if (number < share.count) return share.deed;
     number -= share.count;
   }
-  return Deed::answer;
+  return Deed::kAnswer;
 }
 
 std::string response(const char* status, const std::string& body) {
@@ -68,20 +68,20 @@ bool isUnwelcome(std::uint64_t seed, unsigned connection) {
 std::string answerTo(HitID hit, Deed deed) {
   const std::string own = std::to_string(hit);
   switch (deed) {
-    case Deed::answerAndClose:
+    case Deed::kAnswerAndClose:
       return "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n" + own;
-    case Deed::answerEmpty:
-    case Deed::lateBehind204:
+    case Deed::kAnswerEmpty:
+    case Deed::kLateBehind204:
       return "HTTP/1.1 204 No Content\r\n\r\n";
-    case Deed::secondAnswer:
+    case Deed::kSecondAnswer:
       return response("200 OK", own) + kStray;
-    case Deed::strayBehind204:
+    case Deed::kStrayBehind204:
       return "HTTP/1.1 204 No Content\r\n\r\n" + kStray;
-    case Deed::forbidden:
+    case Deed::kForbidden:
       return response("403 Forbidden", own);
-    case Deed::notFound:
+    case Deed::kNotFound:
       return response("404 Not Found", own);
-    case Deed::serverError:
+    case Deed::kServerError:
       return response("500 Internal Server Error", own);
     default:
       return response("200 OK", own);
@@ -90,12 +90,12 @@ std::string answerTo(HitID hit, Deed deed) {
 
 std::string lateBytes(Deed deed) {
   switch (deed) {
-    case Deed::late408:
+    case Deed::kLate408:
       return "HTTP/1.1 408 Request Timeout\r\nConnection: close\r\nContent-Length: 4\r\n\r\nlate";
-    case Deed::lateSecondAnswer:
-    case Deed::lateBehind204:
+    case Deed::kLateSecondAnswer:
+    case Deed::kLateBehind204:
       return kStray;
-    case Deed::lateLineEnd:
+    case Deed::kLateLineEnd:
       return "\r\n";
     default:
       return "";

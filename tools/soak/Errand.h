@@ -8,11 +8,11 @@
 
 /// How a host ends.
 enum class Ending : std::uint8_t {
-  drained,             // when all has been sent
-  saved,               // in the background, with hits waiting
-  exits,               // whatever is going on
-  killed,              // whatever is going on
-  killedInBackground,  // as the system does with applications in the background
+  kDrained,             // when all has been sent
+  kSaved,               // in the background, with hits waiting
+  kExits,               // whatever is going on
+  kKilled,              // whatever is going on
+  kKilledInBackground,  // as the system does with applications in the background
 };
 const char* nameOf(Ending ending);
 
@@ -27,7 +27,7 @@ struct Errand {
   std::uint64_t seed = 0;
   HitID firstHit = 1;
   std::uint32_t hitCount = 0;
-  Ending ending = Ending::drained;
+  Ending ending = Ending::kDrained;
 
   /// Where the host's standard error goes.
   std::string log() const { return ledger + ".log"; }

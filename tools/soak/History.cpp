@@ -43,10 +43,10 @@ const char* nameOf(Deed deed) {
   return kNames[static_cast<std::size_t>(deed)];
 }
 
-bool isAnswer(Deed deed) { return deed <= Deed::strayBehind204 || deed >= Deed::lateClose; }
+bool isAnswer(Deed deed) { return deed <= Deed::kStrayBehind204 || deed >= Deed::kLateClose; }
 
 bool isSilentDeath(Deed deed) {
-  return deed == Deed::resetAfterRead || deed == Deed::closeAfterRead;
+  return deed == Deed::kResetAfterRead || deed == Deed::kCloseAfterRead;
 }
 
 std::string historyOf(const Hit& hit, const History& history) {

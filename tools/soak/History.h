@@ -20,48 +20,48 @@ inline Time timeNow() {
 
 /// What a host writes into its ledger, of a hit or of itself.
 enum class What : std::uint8_t {
-  posting,        // a hit is about to be handed to the core
-  posted,         // the core has it
-  answered,       // by the server's own answer to this hit
-  answeredEmpty,  // by an answer without a body
-  answeredWrong,  // by what is no answer to this hit
-  failed,         // an error was told
-  dropped,        // cancelled by the core because the queue was full
-  filed,          // seen in the file after going to the background
-  starting,       // the core is about to be started, which restores hits
-  started,
-  savesAlways,  // from here on each change of the queue is saved
-  backgrounding,
-  backgrounded,  // and the hits are saved, unless they are with each change
-  foregrounding,
-  foregrounded,
-  drained,  // the queue ran empty
-  stuck,    // the queue did not run empty, or a forked process did not end
+  kPosting,        // a hit is about to be handed to the core
+  kPosted,         // the core has it
+  kAnswered,       // by the server's own answer to this hit
+  kAnsweredEmpty,  // by an answer without a body
+  kAnsweredWrong,  // by what is no answer to this hit
+  kFailed,         // an error was told
+  kDropped,        // cancelled by the core because the queue was full
+  kFiled,          // seen in the file after going to the background
+  kStarting,       // the core is about to be started, which restores hits
+  kStarted,
+  kSavesAlways,  // from here on each change of the queue is saved
+  kBackgrounding,
+  kBackgrounded,  // and the hits are saved, unless they are with each change
+  kForegrounding,
+  kForegrounded,
+  kDrained,  // the queue ran empty
+  kStuck,    // the queue did not run empty, or a forked process did not end
 };
 const char* nameOf(What what);
 
 /// What the server does about a request.
 enum class Deed : std::uint8_t {
-  answer,
-  answerAndClose,   // as announced
-  answerEmpty,      // with 204
-  closeAfter,       // answer, and close although the connection should be kept
-  closeBeforeNext,  // answer, and reset when the next request comes, unread
-  secondAnswer,     // two answers at once
-  strayBehind204,   // an answer with a body that it must not have
-  resetAfterRead,
-  closeAfterRead,
-  resetInAnswer,
-  forbidden,
-  notFound,
-  serverError,
-  hang,
+  kAnswer,
+  kAnswerAndClose,   // as announced
+  kAnswerEmpty,      // with 204
+  kCloseAfter,       // answer, and close although the connection should be kept
+  kCloseBeforeNext,  // answer, and reset when the next request comes, unread
+  kSecondAnswer,     // two answers at once
+  kStrayBehind204,   // an answer with a body that it must not have
+  kResetAfterRead,
+  kCloseAfterRead,
+  kResetInAnswer,
+  kForbidden,
+  kNotFound,
+  kServerError,
+  kHang,
   // What is done to a connection that is kept, once the client has its answer and is idle:
-  lateClose,
-  late408,
-  lateSecondAnswer,
-  lateLineEnd,
-  lateBehind204,
+  kLateClose,
+  kLate408,
+  kLateSecondAnswer,
+  kLateLineEnd,
+  kLateBehind204,
 };
 const char* nameOf(Deed deed);
 /// Whether the client gets a whole answer that is no error.

@@ -57,7 +57,7 @@ Host::Host(const Errand& errand)
       left_(errand.hitCount) {}
 
 int Host::run() {
-  if (errand_.ending == Ending::killed) killLater();
+  if (errand_.ending == Ending::kKilled) killLater();
   start();
   sendBursts();
   end();
@@ -74,13 +74,13 @@ void Host::start() {
   const auto onOutcome = [this](const Notification& outcome) { this->onOutcome(outcome); };
   center->addObserver(this, onOutcome, kQVNotification_HTTPResponse);
   center->addObserver(this, onOutcome, kQVNotification_HTTPRequestError);
-  ledger_->write(What::starting);
+  ledger_->write(What::kStarting);
   std::make_shared<QVCoreInitialisation>()->init();
-  ledger_->write(What::started);
+  ledger_->write(What::kStarted);
   if (savesAlways_) {
     QVCoreVariables::sharedInstance()->setEnableSDKInBG(runsInBackground_);
     manager().enableRunningInBackground();
-    ledger_->write(What::savesAlways);
+    ledger_->write(What::kSavesAlways);
   }
   if (hasSmallQueue_) {
     manager().changeOfflineConfigurationsForMaxLifetimeAndMaxOperationsInQueue(kUsualLifetime,
@@ -125,36 +125,36 @@ void Host::visitBackground() {
   enterBackground();
   pauseUpTo(kShortPause);
   if (chance(30)) postSome(upTo(kLastBurst));
-  ledger_->write(What::foregrounding);
+  ledger_->write(What::kForegrounding);
   announce(kQVNotification_OnForeground);
-  ledger_->write(What::foregrounded);
+  ledger_->write(What::kForegrounded);
 }
 
 void Host::enterBackground() {
-  ledger_->write(What::backgrounding);
+  ledger_->write(What::kBackgrounding);
   announce(kQVNotification_OnBackground);
   if (!savesAlways_) {
-    for (const HitID hit : hitsOnFile(errand_.container)) ledger_->write(What::filed, hit);
+    for (const HitID hit : hitsOnFile(errand_.container)) ledger_->write(What::kFiled, hit);
   }
-  ledger_->write(What::backgrounded);
+  ledger_->write(What::kBackgrounded);
 }
 
 void Host::end() {
-  setNetworkUp(errand_.ending == Ending::drained || chance(50));
+  setNetworkUp(errand_.ending == Ending::kDrained || chance(50));
   postSome(left_);
   switch (errand_.ending) {
-    case Ending::drained:
+    case Ending::kDrained:
       return drain();
-    case Ending::saved:
+    case Ending::kSaved:
       return enterBackground();
-    case Ending::exits:
+    case Ending::kExits:
       return;
-    case Ending::killedInBackground:
+    case Ending::kKilledInBackground:
       enterBackground();
       pauseUpTo(kShortPause);
       kill(getpid(), SIGKILL);
       return;
-    case Ending::killed:
+    case Ending::kKilled:
       for (;;) pause();
   }
 }
@@ -174,16 +174,16 @@ void Host::sendFromFork() {
   int status = 0;
   waitpid(child, &status, 0);
   const bool isGood = WIFSIGNALED(status) ? WTERMSIG(status) == SIGKILL : status == 0;
-  if (!isGood) ledger_->write(What::stuck);
+  if (!isGood) ledger_->write(What::kStuck);
 }
 
 void Host::runForked(HitID first, std::uint32_t count) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   alarm(kForkedPatience);
   ledger_ = std::make_unique<Ledger>(errand_.ledger + kForkedSuffix);
-  ledger_->write(What::starting);
+  ledger_->write(What::kStarting);
   manager().reinit();
-  ledger_->write(What::started);
+  ledger_->write(What::kStarted);
   for (HitID hit = first; hit < first + count; ++hit) post(hit, "/flow/");
   if (chance(70)) drain();
   if (chance(30)) kill(getpid(), SIGKILL);
@@ -206,7 +206,7 @@ void Host::setNetworkUp(bool isUp) {
 
 void Host::drain() {
   runUntil([] { return manager().operationQueue()->operationCount() == 0; });
-  ledger_->write(What::drained);
+  ledger_->write(What::kDrained);
 }
 
 void Host::runUntil(const std::function<bool()>& condition) {
@@ -214,7 +214,7 @@ void Host::runUntil(const std::function<bool()>& condition) {
   auto& queue = MainQueue::mainQueue();
   while (!condition()) {
     if (std::chrono::steady_clock::now() > deadline) {
-      ledger_->write(What::stuck);
+      ledger_->write(What::kStuck);
       _exit(kStuck);
     }
     pollfd file{queue.fileDescriptor(), POLLIN, 0};

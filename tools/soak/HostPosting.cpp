@@ -57,24 +57,24 @@ void Host::post(HitID hit, const char* place) {
 
   const std::string url = "http://127.0.0.1:" + std::to_string(errand_.port) + place;
   const std::string body = hit % 2 == 0 ? "hit=" + std::to_string(hit) : "";
-  ledger_->write(What::posting, hit);
+  ledger_->write(What::kPosting, hit);
   NotificationCenter::defaultCenter()->postNotification(Notification(
       kQVNotification_HTTPRequest, nullptr,
       {{kQVUserInfo_URLKey, url + std::to_string(hit)}, {kQVUserInfo_POSTData, body}}));
-  ledger_->write(What::posted, hit);
+  ledger_->write(What::kPosted, hit);
   for (const auto& operation : waiting) {
-    if (operation->isCancelled()) ledger_->write(What::dropped, hitIn(*operation));
+    if (operation->isCancelled()) ledger_->write(What::kDropped, hitIn(*operation));
   }
 }
 
 void Host::onOutcome(const Notification& outcome) {
   const Dictionary data = outcome.userInfo();
   const HitID hit = hitOf(data.get(kQVUserInfo_URLKey).string().view());
-  if (outcome.name() == kQVNotification_HTTPRequestError) return ledger_->write(What::failed, hit);
+  if (outcome.name() == kQVNotification_HTTPRequestError) return ledger_->write(What::kFailed, hit);
   const String content = data.get(kQVUserInfo_ContentKey).string();
   const bool isOwn = content.view() == std::to_string(hit);
-  ledger_->write(isOwn               ? What::answered
-                 : content.isEmpty() ? What::answeredEmpty
-                                     : What::answeredWrong,
+  ledger_->write(isOwn               ? What::kAnswered
+                 : content.isEmpty() ? What::kAnsweredEmpty
+                                     : What::kAnsweredWrong,
                  hit);
 }

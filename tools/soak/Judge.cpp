@@ -4,10 +4,11 @@
 
 namespace {
 
-bool isOutcome(What what) { return what >= What::answered && what <= What::failed; }
+bool isOutcome(What what) { return what >= What::kAnswered && what <= What::kFailed; }
 
 bool isWithoutBody(Deed deed) {
-  return deed == Deed::answerEmpty || deed == Deed::strayBehind204 || deed == Deed::lateBehind204;
+  return deed == Deed::kAnswerEmpty || deed == Deed::kStrayBehind204 ||
+         deed == Deed::kLateBehind204;
 }
 
 /// Time of the first event of that kind; null if there is none.
@@ -47,7 +48,7 @@ Judge::Judge(const History& history) : history_(history) {
     for (const Reception& reception : hit.receptions) {
       receptionsOfLife_[reception.life].push_back(reception.time);
     }
-    if (const auto time = timeOf(hit.events, What::posted)) {
+    if (const auto time = timeOf(hit.events, What::kPosted)) {
       const auto [first, isNew] = firstPostOfLife_.try_emplace(hit.life, *time);
       if (!isNew) first->second = std::min(first->second, *time);
     }
@@ -87,30 +88,30 @@ void Judge::add(std::optional<Rule> rule, const char* what, Verdict& verdict) {
 // Lost hits.
 
 std::optional<Rule> Judge::ruleForLoss(HitID id, const Hit& hit) const {
-  if (timeOf(hit.events, What::dropped)) return Rule::droppedByFullQueue;
+  if (timeOf(hit.events, What::kDropped)) return Rule::kDroppedByFullQueue;
   // The life in which it was seen last.
   int number = hit.life;
   for (int later = number + 1; later < static_cast<int>(history_.lives.size()); ++later) {
     if (life(later).fileAtStart.contains(id)) number = later;
   }
   const bool isRestored = number != hit.life;
-  const auto posted = timeOf(hit.events, What::posted);
-  if (!isRestored && !posted) return Rule::endedWhilePosting;
+  const auto posted = timeOf(hit.events, What::kPosted);
+  if (!isRestored && !posted) return Rule::kEndedWhilePosting;
   const Time since = isRestored ? 0 : *posted;
   if (isSaved(number, since, isRestored)) return std::nullopt;
-  return isRestored ? Rule::restoredAndEndedBeforeSave : Rule::endedBeforeSave;
+  return isRestored ? Rule::kRestoredAndEndedBeforeSave : Rule::kEndedBeforeSave;
 }
 
 /// Whether a hit that was queued at that time must have been saved, or else sent.
 bool Judge::isSaved(int number, Time since, bool isRestored) const {
   const auto& events = life(number).events;
-  if (happensBetween(events, What::drained, since, kNever)) return true;
+  if (happensBetween(events, What::kDrained, since, kNever)) return true;
   const auto visits = visitsOf(number);
   const bool hasSaved = std::any_of(visits.begin(), visits.end(), [since](const Visit& visit) {
     return visit.begin > since && visit.end != kNever;
   });
   if (hasSaved) return true;
-  if (!timeOf(events, What::savesAlways)) return false;
+  if (!timeOf(events, What::kSavesAlways)) return false;
   // Restored hits are saved with the first one that is posted.
   return !isRestored || firstPostOfLife_.contains(number);
 }
@@ -121,18 +122,18 @@ std::optional<Rule> Judge::ruleForDouble(HitID id, const Hit& hit, std::size_t s
   const Reception& first = hit.receptions[second - 1];
   const Reception& next = hit.receptions[second];
   if (first.life == next.life) {
-    if (isSentOnceMore(hit, first, next)) return Rule::sentOnceMore;
-    if (isInFlightWhenSaved(hit, first, next)) return Rule::inFlightWhenSaved;
-    if (isOnFileAtReturn(hit, first)) return Rule::fileOfBackgroundStays;
+    if (isSentOnceMore(hit, first, next)) return Rule::kSentOnceMore;
+    if (isInFlightWhenSaved(hit, first, next)) return Rule::kInFlightWhenSaved;
+    if (isOnFileAtReturn(hit, first)) return Rule::kFileOfBackgroundStays;
     return std::nullopt;
   }
   if (!life(first.life).fileAtEnd.contains(id)) return std::nullopt;
-  if (isRestoring(first)) return Rule::endedWhileRestoring;
-  if (timeOf(life(first.life).events, What::savesAlways)) {
-    return isLastOfLife(first) ? std::optional(Rule::endedBeforeNextSave) : std::nullopt;
+  if (isRestoring(first)) return Rule::kEndedWhileRestoring;
+  if (timeOf(life(first.life).events, What::kSavesAlways)) {
+    return isLastOfLife(first) ? std::optional(Rule::kEndedBeforeNextSave) : std::nullopt;
   }
-  if (isInFlightWhenSaved(hit, first, next)) return Rule::inFlightWhenSaved;
-  if (isOnStayingFile(hit, first)) return Rule::fileOfBackgroundStays;
+  if (isInFlightWhenSaved(hit, first, next)) return Rule::kInFlightWhenSaved;
+  if (isOnStayingFile(hit, first)) return Rule::kFileOfBackgroundStays;
   return std::nullopt;
 }
 
@@ -167,7 +168,7 @@ bool Judge::isOnStayingFile(const Hit& hit, const Reception& first) const {
 /// restored at once. Where each change is saved, the file may still hold the last hit that was
 /// sent.
 bool Judge::isOnFileAtReturn(const Hit& hit, const Reception& first) const {
-  const auto savesAlways = timeOf(life(first.life).events, What::savesAlways);
+  const auto savesAlways = timeOf(life(first.life).events, What::kSavesAlways);
   const auto visits = visitsOf(first.life);
   return std::any_of(visits.begin(), visits.end(), [&](const Visit& visit) {
     if (first.time > visit.returned) return false;
@@ -178,7 +179,7 @@ bool Judge::isOnFileAtReturn(const Hit& hit, const Reception& first) const {
 }
 
 bool Judge::isFiledIn(const Hit& hit, const Visit& visit) {
-  return happensBetween(hit.events, What::filed, visit.begin, visit.end);
+  return happensBetween(hit.events, What::kFiled, visit.begin, visit.end);
 }
 
 /// Whether the file of a visit was replaced by a later one's, so that no other process finds it.
@@ -191,10 +192,10 @@ bool Judge::isSavedAfter(const std::vector<Visit>& visits, const Visit& visit) {
 std::vector<Judge::Visit> Judge::visitsOf(int number) const {
   std::vector<Visit> visits;
   for (const Event& event : life(number).events) {
-    if (event.what == What::backgrounding) visits.push_back({event.time, kNever, kNever, kNever});
-    if (event.what == What::backgrounded) visits.back().end = event.time;
-    if (event.what == What::foregrounding) visits.back().back = event.time;
-    if (event.what == What::foregrounded) visits.back().returned = event.time;
+    if (event.what == What::kBackgrounding) visits.push_back({event.time, kNever, kNever, kNever});
+    if (event.what == What::kBackgrounded) visits.back().end = event.time;
+    if (event.what == What::kForegrounding) visits.back().back = event.time;
+    if (event.what == What::kForegrounded) visits.back().returned = event.time;
   }
   return visits;
 }
@@ -204,8 +205,8 @@ bool Judge::isRestoring(const Reception& reception) const {
   bool isOpen = false;
   Time begin = kNever;
   for (const Event& event : life(reception.life).events) {
-    const bool begins = event.what == What::starting || event.what == What::foregrounding;
-    const bool ends = event.what == What::started || event.what == What::foregrounded;
+    const bool begins = event.what == What::kStarting || event.what == What::kForegrounding;
+    const bool ends = event.what == What::kStarted || event.what == What::kForegrounded;
     if (begins) begin = event.time;
     if (begins || ends) isOpen = begins;
   }
@@ -230,7 +231,7 @@ void Judge::checkReceptions(const Hit& hit, bool isTold, Verdict& verdict) const
     if (!isLastOfLife(reception)) {
       verdict.faults.emplace_back("came, and the application was told nothing");
     } else if (isLast && !isTold) {
-      verdict.rules.push_back(Rule::inFlightAtTheEnd);
+      verdict.rules.push_back(Rule::kInFlightAtTheEnd);
     }
   }
 }
@@ -245,17 +246,17 @@ bool Judge::isToldAfter(const Hit& hit, const Reception& reception) {
 void Judge::checkAnswers(const Hit& hit, Verdict& verdict) {
   auto given = hit.receptions;
   for (const Event& event : hit.events) {
-    if (event.what == What::answeredWrong) {
+    if (event.what == What::kAnsweredWrong) {
       verdict.faults.emplace_back("answered by what is not its answer");
     }
-    if (event.what == What::failed && isAnsweredBefore(given, event)) {
+    if (event.what == What::kFailed && isAnsweredBefore(given, event)) {
       verdict.faults.emplace_back("an error was told although it was answered");
     }
-    if (event.what != What::answered && event.what != What::answeredEmpty) continue;
+    if (event.what != What::kAnswered && event.what != What::kAnsweredEmpty) continue;
     const auto answer = std::find_if(given.begin(), given.end(), [&](const Reception& reception) {
       return reception.life == event.life && reception.time < event.time &&
              isAnswer(reception.deed) &&
-             isWithoutBody(reception.deed) == (event.what == What::answeredEmpty);
+             isWithoutBody(reception.deed) == (event.what == What::kAnsweredEmpty);
     });
     if (answer == given.end()) {
       verdict.faults.emplace_back("answered though the server did not");
@@ -283,7 +284,7 @@ std::vector<std::string> Judge::faultsOfLives() const {
       faults.push_back("process " + std::to_string(number) + " (" + process.ending + "): " + what);
     };
     if (!process.endedAsPlanned) add("ended otherwise than planned: " + process.log);
-    if (timeOf(process.events, What::stuck)) add("hits, or a forked process, came to no end");
+    if (timeOf(process.events, What::kStuck)) add("hits, or a forked process, came to no end");
     for (const HitID hit : process.twiceInFile) {
       add("its file held hit " + std::to_string(hit) + " twice");
     }

@@ -10,18 +10,18 @@
 /// The stated rules by which a hit may be lost, come twice, or have no outcome.
 enum class Rule {
   // Lost:
-  droppedByFullQueue,
-  endedWhilePosting,
-  endedBeforeSave,
-  restoredAndEndedBeforeSave,
+  kDroppedByFullQueue,
+  kEndedWhilePosting,
+  kEndedBeforeSave,
+  kRestoredAndEndedBeforeSave,
   // Doubled:
-  sentOnceMore,
-  inFlightWhenSaved,
-  fileOfBackgroundStays,
-  endedBeforeNextSave,
-  endedWhileRestoring,
+  kSentOnceMore,
+  kInFlightWhenSaved,
+  kFileOfBackgroundStays,
+  kEndedBeforeNextSave,
+  kEndedWhileRestoring,
   // Without an outcome:
-  inFlightAtTheEnd,
+  kInFlightAtTheEnd,
 };
 constexpr int kRuleCount = 10;
 const char* textOf(Rule rule);

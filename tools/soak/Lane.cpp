@@ -75,7 +75,7 @@ std::string textOf(const std::string& path) {
 }
 
 bool isAsPlanned(Ending ending, int status) {
-  const bool isKilled = ending == Ending::killed || ending == Ending::killedInBackground;
+  const bool isKilled = ending == Ending::kKilled || ending == Ending::kKilledInBackground;
   return isKilled ? WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL : status == 0;
 }
 
@@ -100,7 +100,7 @@ void Lane::run(const std::atomic<bool>& isStopped) {
   for (int i = 0; i < kLastTries && (i == 0 || !hitsOnFile(container_).empty()); ++i) {
     Errand errand = nextErrand();
     errand.hitCount = 0;
-    errand.ending = Ending::drained;
+    errand.ending = Ending::kDrained;
     live(errand);
   }
 }

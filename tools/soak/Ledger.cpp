@@ -38,7 +38,7 @@ void Ledger::read(const std::string& path, int life, History& history) {
       continue;
     }
     Hit& hit = history.hits[record.hit];
-    if (record.what == What::posting) hit.life = life;
+    if (record.what == What::kPosting) hit.life = life;
     hit.events.push_back(event);
   }
 }

@@ -27,8 +27,8 @@ void Report::add(const History& history) {
 }
 
 void Report::addHit(const Judge& judge, const History& history, HitID id, const Hit& hit) {
-  const bool isAnswered = has(hit, What::answered) || has(hit, What::answeredEmpty);
-  const bool isFailed = !isAnswered && has(hit, What::failed);
+  const bool isAnswered = has(hit, What::kAnswered) || has(hit, What::kAnsweredEmpty);
+  const bool isFailed = !isAnswered && has(hit, What::kFailed);
   ++posted_;
   receivedOnce_ += hit.receptions.size() == 1;
   receivedMore_ += hit.receptions.size() > 1;
@@ -39,7 +39,7 @@ void Report::addHit(const Judge& judge, const History& history, HitID id, const 
   const Judge::Verdict verdict = judge.judge(id, hit);
   for (const Rule rule : verdict.rules) {
     ++rules_[static_cast<std::size_t>(rule)];
-    lost_ += rule <= Rule::restoredAndEndedBeforeSave;
+    lost_ += rule <= Rule::kRestoredAndEndedBeforeSave;
   }
   for (const std::string& fault : verdict.faults) {
     addFault(fault, "hit " + std::to_string(id) + " " + fault + ":\n" + historyOf(hit, history));
@@ -70,9 +70,9 @@ bool Report::print() const {
   printLine("  of these never received by the server", failedUnreceived_);
   printLine("lost by a rule", lost_);
   printLine("waiting in a file at the end", waiting_);
-  printRules("Lost", Rule::droppedByFullQueue, Rule::restoredAndEndedBeforeSave);
-  printRules("Received more than once", Rule::sentOnceMore, Rule::endedWhileRestoring);
-  printRules("Received, without an outcome", Rule::inFlightAtTheEnd, Rule::inFlightAtTheEnd);
+  printRules("Lost", Rule::kDroppedByFullQueue, Rule::kRestoredAndEndedBeforeSave);
+  printRules("Received more than once", Rule::kSentOnceMore, Rule::kEndedWhileRestoring);
+  printRules("Received, without an outcome", Rule::kInFlightAtTheEnd, Rule::kInFlightAtTheEnd);
   std::printf("Without a rule\n");
   for (const auto& [kind, count] : faults_) printLine(kind.c_str(), count);
   if (faults_.empty()) printLine("(nothing)", 0);

@@ -121,20 +121,20 @@ bool Server::respond(Socket& socket, const Reception& reception) {
   const Deed deed = reception.deed;
   const std::string answer = answerTo(reception.hit, deed);
   switch (deed) {
-    case Deed::hang:
+    case Deed::kHang:
       socket.waitForClose(kLongerThanATimeout);
       return false;
-    case Deed::resetAfterRead:
+    case Deed::kResetAfterRead:
       socket.resetAtEnd();
       return false;
-    case Deed::closeAfterRead:
+    case Deed::kCloseAfterRead:
       return false;
-    case Deed::resetInAnswer:
+    case Deed::kResetInAnswer:
       socket.send(answer.substr(0, answer.size() - 1));
       socket.waitUntilDelivered();
       socket.resetAtEnd();
       return false;
-    case Deed::closeBeforeNext:
+    case Deed::kCloseBeforeNext:
       socket.send(answer);
       socket.waitForInput();
       socket.resetAtEnd();
@@ -142,12 +142,12 @@ bool Server::respond(Socket& socket, const Reception& reception) {
     default:
       rememberLateDeed(socket, reception);
       socket.send(answer);
-      return deed != Deed::answerAndClose && deed != Deed::closeAfter;
+      return deed != Deed::kAnswerAndClose && deed != Deed::kCloseAfter;
   }
 }
 
 void Server::rememberLateDeed(Socket& socket, const Reception& reception) {
-  if (reception.deed < Deed::lateClose) return;
+  if (reception.deed < Deed::kLateClose) return;
   const std::lock_guard lock(mutex_);
   late_[reception.hit] = {&socket, reception.deed};
 }
@@ -161,7 +161,7 @@ void Server::settleHere(HitID hit) {
   const std::lock_guard lock(mutex_);
   const auto late = late_.find(hit);
   if (late == late_.end()) return;
-  if (late->second.deed == Deed::lateClose) {
+  if (late->second.deed == Deed::kLateClose) {
     late->second.socket->finish();
   } else {
     late->second.socket->send(lateBytes(late->second.deed));

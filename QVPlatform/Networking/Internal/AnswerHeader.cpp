@@ -44,7 +44,7 @@ void AnswerHeader::clear() {
 
 std::optional<URLErrorCode> AnswerHeader::receive(std::string_view line) {
   const std::size_t total = totalSize_ + line.size();
-  if (total > kMaximumSize) return URLErrorCode::responseTooLarge;
+  if (total > kMaximumSize) return URLErrorCode::kResponseTooLarge;
   if (line.starts_with("HTTP/")) clear();
   totalSize_ = total;
   // What follows a complete header is the trailer of a body.
@@ -53,7 +53,7 @@ std::optional<URLErrorCode> AnswerHeader::receive(std::string_view line) {
     hasContentEncoding_ = hasContentEncoding_ || isFieldLine(line, kContentEncoding);
     if (isFieldLine(line, kContentLength) &&
         !receiveContentLengths(line.substr(kContentLength.size() + 1))) {
-      return URLErrorCode::badServerResponse;
+      return URLErrorCode::kBadServerResponse;
     }
   }
   if (line == "\r\n" || line == "\n") isComplete_ = true;

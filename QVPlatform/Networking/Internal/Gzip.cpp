@@ -25,6 +25,7 @@ void feed(z_stream& stream, std::string_view& input) {
 
 }  // namespace
 
+/// One gzip file, or several that follow one another (RFC 1952); a wrong checksum is malformed.
 DecodingResult decodeGzip(std::string_view encoded, std::size_t limit, std::string& text) {
   z_stream stream{};
   if (inflateInit2(&stream, kGzipOnly) != Z_OK) throw std::bad_alloc();
@@ -36,17 +37,17 @@ DecodingResult decodeGzip(std::string_view encoded, std::size_t limit, std::stri
     stream.avail_out = static_cast<uInt>(buffer.size());
     const int result = inflate(&stream, Z_NO_FLUSH);
     const std::size_t size = buffer.size() - stream.avail_out;
-    if (size > limit - text.size()) return DecodingResult::tooLarge;
+    if (size > limit - text.size()) return DecodingResult::kTooLarge;
     text.append(buffer.data(), size);
     if (result == Z_STREAM_END) {
       // The end of some files is filled up with zeros.
       const std::string_view rest(reinterpret_cast<const char*>(stream.next_in),
                                   stream.avail_in + encoded.size());
-      if (rest.find_first_not_of('\0') == std::string_view::npos) return DecodingResult::whole;
+      if (rest.find_first_not_of('\0') == std::string_view::npos) return DecodingResult::kWhole;
       inflateReset(&stream);
     } else if (result != Z_OK) {
-      return DecodingResult::malformed;  // of an early end zlib says that it has nothing to go on
-                                         // with
+      // Of data that ends early zlib says that it has nothing to go on with.
+      return DecodingResult::kMalformed;
     }
   }
 }

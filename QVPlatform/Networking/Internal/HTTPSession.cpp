@@ -126,10 +126,10 @@ HTTPSession::Outcome HTTPSession::send(const MutableURLRequest& request, Limits 
     if (outcome.error) return {nullptr, nullptr, outcome.error};
     auto next = redirectedURL(*outcome.response, url);
     if (!next) {
-      return {nullptr, nullptr, makeError(URLErrorCode::unsupportedURL)};
+      return {nullptr, nullptr, makeError(URLErrorCode::kUnsupportedURL)};
     }
     if (left == 0) {
-      return {nullptr, nullptr, makeError(URLErrorCode::tooManyRedirects)};
+      return {nullptr, nullptr, makeError(URLErrorCode::kTooManyRedirects)};
     }
     redirect(content, outcome.response->statusCode(), url, *next);
     url = *std::move(next);
@@ -297,12 +297,12 @@ CURLcode HTTPSession::decodeBody(const HTTPURLResponse& response) {
   if (body_.empty() || !decode) return CURLE_OK;
   const std::string encoded = std::exchange(body_, {});
   switch (decode(encoded, maximumBodySize_, body_)) {
-    case DecodingResult::whole:
+    case DecodingResult::kWhole:
       return CURLE_OK;
-    case DecodingResult::tooLarge:
-      fail(URLErrorCode::responseTooLarge);
+    case DecodingResult::kTooLarge:
+      fail(URLErrorCode::kResponseTooLarge);
       break;
-    case DecodingResult::malformed:
+    case DecodingResult::kMalformed:
       break;
   }
   return CURLE_BAD_CONTENT_ENCODING;
@@ -318,7 +318,7 @@ std::shared_ptr<Error> HTTPSession::errorFor(CURLcode result) const {
 bool HTTPSession::allowsRequest() {
   if (++requests_ == 1) return true;
   if (requests_ == 2 && mayBeRepeated_ && !sockets_.wasClosedWithinAnswer()) return true;
-  fail(URLErrorCode::connectionLost);
+  fail(URLErrorCode::kConnectionLost);
   return false;
 }
 
@@ -327,19 +327,19 @@ std::size_t HTTPSession::receiveHeaderLine(std::string_view line) try {
   if (failure) fail(*failure);
   return failure ? 0 : line.size();
 } catch (const std::bad_alloc&) {
-  fail(URLErrorCode::outOfMemory);  // it must not fly through libcurl
+  fail(URLErrorCode::kOutOfMemory);  // it must not fly through libcurl
   return 0;
 }
 
 std::size_t HTTPSession::receiveBody(std::string_view bytes) try {
   if (bytes.size() > maximumBodySize_ - body_.size()) {
-    fail(URLErrorCode::responseTooLarge);
+    fail(URLErrorCode::kResponseTooLarge);
     return 0;
   }
   body_.append(bytes);
   return bytes.size();
 } catch (const std::bad_alloc&) {
-  fail(URLErrorCode::outOfMemory);
+  fail(URLErrorCode::kOutOfMemory);
   return 0;
 }
 

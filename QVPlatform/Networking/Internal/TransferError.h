@@ -8,10 +8,10 @@
 
 namespace QVPlatform {
 
-/// What a result of libcurl, which is no success, comes to.
+/// The code of the error that a failure of libcurl is told as.
 URLErrorCode codeOf(CURLcode result);
 
-/// An error of URLConnection: with the text, or with the one that belongs to the code. Throws
+/// An error of URLConnection. Without a text it has the one that belongs to the code. Throws
 /// std::bad_alloc.
 std::shared_ptr<Error> makeError(URLErrorCode code, const char* text = nullptr);
 
