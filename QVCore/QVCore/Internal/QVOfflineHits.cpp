@@ -1,5 +1,6 @@
 #include <QVCore/Internal/QVOfflineHits.h>
 
+#include <QVCore/Internal/QVLogLevel.h>
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVCoreVariables.h>
 #include <QVCore/QVHTTPOperation.h>
@@ -143,7 +144,8 @@ String offlineHitsPath() {
 
 void logCount(const char* format, std::size_t count) {
   if (count == 0) return;
-  QVLogger::sharedInstance()->logMessageWithLevel(stringWithFormat(format, {count}), 1);
+  QVLogger::sharedInstance()->logMessageWithLevel(stringWithFormat(format, {count}),
+                                                  kLogOfflineHits);
 }
 
 std::vector<Dictionary> waitingAmong(const Operations& operations) {
