@@ -1,3 +1,5 @@
+#include <QVPlatform/Foundation/Array.h>
+
 #include <QVPlatform/Foundation/Internal/NestedRelease.h>
 #include <QVPlatform/Foundation/Value.h>
 

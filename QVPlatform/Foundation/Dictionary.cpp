@@ -1,3 +1,5 @@
+#include <QVPlatform/Foundation/Dictionary.h>
+
 #include <QVPlatform/Foundation/Internal/NestedRelease.h>
 #include <QVPlatform/Foundation/Lasting.h>
 #include <QVPlatform/Foundation/Value.h>
