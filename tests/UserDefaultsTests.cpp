@@ -1,3 +1,4 @@
+#include "tests/support/ChildProcess.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/LocklessFileSystem.h"
 #include "tests/support/PropertyListValues.h"
@@ -26,7 +27,7 @@ class UserDefaultsTest : public ::testing::Test {
     return defaults().synchronize() ? 0 : 1;
   }
 
-  const QVTest::TemporaryDirectory container;
+  const TemporaryDirectory container;
   const fs::path preferences = container.path() / "Library/Preferences";
   const fs::path file = preferences / "org.example.tests.plist";
 };
@@ -49,12 +50,10 @@ TEST_F(UserDefaultsTest, RefusesWhatIsNoPropertyListOrTooLarge) {
   Array cyclic = Array::array();
   cyclic.append(cyclic);
   store("a", "key");
-  for (const Value& value : {Value(std::make_shared<Opaque>()), Value(cyclic),
-                             QVTest::nested(1, PropertyList::kMaximumDepth),
-                             Value(Data(std::string(PropertyList::kMaximumCopySize, 'x')))}) {
-    testing::internal::CaptureStderr();
-    defaults().setObjectForKey(value, "key");
-    const std::string lines = testing::internal::GetCapturedStderr();
+  for (const Value& value :
+       {Value(std::make_shared<Opaque>()), Value(cyclic), nested(1, PropertyList::kMaximumDepth),
+        Value(Data(std::string(PropertyList::kMaximumCopySize, 'x')))}) {
+    const auto lines = complaintsOf([&] { defaults().setObjectForKey(value, "key"); });
     EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 1) << lines;
     EXPECT_EQ(defaults().objectForKey("key"), Value("a"));
   }
@@ -102,12 +101,12 @@ TEST_F(UserDefaultsTest, LosesNoChangeOfProcessesAndThreadsThatWriteAtOnce) {
   };
   std::vector<pid_t> children;
   for (const char name : {'a', 'b', 'c'}) {
-    children.push_back(QVTest::startChild([&] { return write(name, 30); }));
+    children.push_back(startChild([&] { return write(name, 30); }));
   }
   std::vector<std::jthread> threads;
   for (const char name : {'d', 'e', 'f'}) threads.emplace_back(write, name, 10);
   threads.clear();
-  for (const pid_t child : children) EXPECT_EQ(QVTest::exitStatusOf(child), 0);
+  for (const pid_t child : children) EXPECT_EQ(exitStatusOf(child), 0);
   EXPECT_EQ(stored().count(), 120U);
 }
 
@@ -170,7 +169,17 @@ TEST_F(UserDefaultsTest, WaitsOnceForALockThatSomebodyElseHolds) {
   for (const char* key : {"mine", "theirs"}) {
     EXPECT_EQ(defaults().exchangeObjectForKey(nullptr, "mine", key), Value("mine"));
   }
+  // What is agreed on is waited for while others, who come later, give up twice.
+  ChildProcess agreeing([lock](int output) {
+    close(lock);  // its own copy
+    dprintf(output, "begun\n");
+    defaults().exchangeObjectForKey(nullptr, "agreed", "late");
+    return runInChild([] { return defaults().objectForKey("late").isNil() ? 1 : 0; });
+  });
+  EXPECT_EQ(agreeing.firstLine(), "begun");
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(runInChild([] { return store("b", "given up"); }), 1);
   close(lock);
+  EXPECT_EQ(agreeing.finish(), 0);
   EXPECT_EQ(runInChild([] {
               const Value agreed = defaults().exchangeObjectForKey(nullptr, "theirs", "theirs");
               return agreed == Value("theirs") ? 0 : 1;
@@ -178,7 +187,8 @@ TEST_F(UserDefaultsTest, WaitsOnceForALockThatSomebodyElseHolds) {
             0);
   EXPECT_TRUE(defaults().synchronize());
   EXPECT_EQ(defaults().objectForKey("theirs"), Value("theirs"));
-  const Dictionary all({{"before", "a"}, {"key", 19}, {"mine", "mine"}, {"theirs", "theirs"}});
+  const Dictionary all(
+      {{"before", "a"}, {"key", 19}, {"late", "agreed"}, {"mine", "mine"}, {"theirs", "theirs"}});
   EXPECT_EQ(Value(stored()), Value(all));
 }
 
@@ -190,13 +200,12 @@ TEST_F(UserDefaultsTest, WritesWithoutALockWhereThereIsNone) {
   fs::create_symlink("elsewhere", lock);
   EXPECT_EQ(store(2, "link"), 0);
   fs::remove(lock);
-  QVTest::LocklessFileSystem lockless;
+  LocklessFileSystem lockless;
   EXPECT_EQ(store(3, "no locks"), 0);
   EXPECT_EQ(stored().count(), 3U);
 }
 
 TEST_F(UserDefaultsTest, LosesNoChangeWhenMemoryRunsOut) {
-  using QVTest::FailingAllocations;
   testing::internal::CaptureStderr();
   Dictionary expected = Dictionary::dictionary();
   const Value shared = "shared";

@@ -29,6 +29,9 @@ namespace {
 /// Far longer than a file takes to be read and written; whoever holds the lock for longer is
 /// stopped, and no reason to stop this process too.
 constexpr std::chrono::milliseconds kLockPatience{200};
+/// For what processes agree on, which happens once in an installation and cannot be taken back:
+/// long enough for a machine that is slow at just that moment.
+constexpr std::chrono::milliseconds kAgreementPatience{2000};
 /// Shorter than a busy writer leaves the lock free between two writes.
 constexpr std::chrono::microseconds kLockInterval{50};
 
@@ -187,13 +190,13 @@ struct UserDefaults::State {
 
   bool synchronize() {
     const std::lock_guard oneAtATime(synchronizing_);
-    return synchronizeAlone();
+    return synchronizeAlone(kLockPatience);
   }
 
   void exchange(const Value& expected, const String& key, const Value& value) {
     const std::lock_guard oneAtATime(synchronizing_);
     setIf(expected, key, value);
-    synchronizeAlone();
+    synchronizeAlone(kAgreementPatience);
   }
 
  private:
@@ -211,12 +214,12 @@ struct UserDefaults::State {
     lay(change, changes_.values);
   }
 
-  bool synchronizeAlone() {
+  bool synchronizeAlone(std::chrono::milliseconds patience) {
     const Paths path = paths();
     // A lock that was not to be had once is not waited for again before it is free, unless the file
     // was written since, which shows that others pass it on to each other.
     const bool isPatient = !stuckSince_ || *stuckSince_ != timeOfWriting(path.file);
-    const SharedLock lock(path.lock, isPatient ? kLockPatience : kLockPatience * 0);
+    const SharedLock lock(path.lock, isPatient ? patience : patience * 0);
     stuckSince_.reset();
     if (lock.isTaken()) stuckSince_ = timeOfWriting(path.file);
     return !lock.isTaken() && mergeInto(readFile(path.file), path.file);

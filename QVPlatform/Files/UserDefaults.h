@@ -33,9 +33,10 @@ class QVPLATFORM_EXPORT UserDefaults {
   /// value that stands there afterwards: of several processes that try at the same moment one sets
   /// its value, and all get that. What this process set before and has yet to write counts as being
   /// in the file.
-  /// Where the file or its lock cannot be had, the value stands in memory until they can: then it
-  /// is written if the file still holds `expected`, else the file's value takes its place. A file
-  /// that is missing or damaged holds whatever is expected.
+  /// It waits for that lock ten times as long as synchronize() does, since the outcome cannot be
+  /// taken back. Where the file or its lock cannot be had even so, the value stands in memory until
+  /// they can: then it is written if the file still holds `expected`, else the file's value takes
+  /// its place. A file that is missing or damaged holds whatever is expected.
   Value exchangeObjectForKey(const Value& expected, const Value& value, const String& key);
 
   /// Reads the file anew, lays the changes of this process over it and writes it whole, all under a
