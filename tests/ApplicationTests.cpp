@@ -34,19 +34,14 @@ const bool isCopy = [] {
 }();
 
 TEST(ApplicationTest, KeepsItsPlacesWhateverTheyAreCalledAndWhateverBecomesOfThem) {
-  const struct {
-    const char* variable;
-    std::string directory;
-    std::string below;
-    std::string program;
-    std::string identifier;
-    const char* resources;
-  } cases[] = {{"HOME", "home", ".local/share", "player", "player", ""},
-               {"XDG_DATA_HOME", "data", "", "player (deleted)", "player (deleted)", "/Resources"},
-               {"HOME", "caf\xe9", ".local/share", "play\xe9r", "play%E9r", "/Resources"},
-               {"XDG_DATA_HOME", "caf\xe9/data", "", "player", "player", ""}};
+  const std::tuple<const char*, std::string, std::string, std::string, std::string, const char*>
+      cases[] = {
+          {"HOME", "home", ".local/share", "player", "player", ""},
+          {"XDG_DATA_HOME", "data", "", "player (deleted)", "player (deleted)", "/Resources"},
+          {"HOME", "caf\xe9", ".local/share", "play\xe9r", "play%E9r", "/Resources"},
+          {"XDG_DATA_HOME", "caf\xe9/data", "", "player", "player", ""}};
   for (const auto& [variable, directory, below, program, identifier, resources] : cases) {
-    const QVTest::TemporaryDirectory places;
+    const TemporaryDirectory places;
     const std::string place = places.path();
     fs::copy_file("/proc/self/exe", places.path() / program);
     fs::create_directory(place + resources);
@@ -94,7 +89,7 @@ TEST(ApplicationTest, StaysBelowTheUsersDataDirectoryWhateverTheIdentifier) {
 }
 
 TEST(ApplicationTest, TakesARelativeDirectoryFromWhereItIsSet) {
-  const QVTest::TemporaryDirectory place;
+  const TemporaryDirectory place;
   fs::current_path(place.path());
   Application::setContainerDirectory("box/");
   Application::setResourceDirectory("shipped");

@@ -11,9 +11,9 @@ constexpr const char* kNotPermitted = "not permitted";
 
 /// The identifier on a machine whose id file has the given contents, or "" for none.
 std::string identifierOnMachine(const std::string& contents) {
-  const QVTest::TemporaryDirectory directory;
-  std::ofstream(directory.path() / "machine-id") << contents;
-  return QVTest::ChildProcess([&]() -> std::string {
+  const TemporaryDirectory directory;
+  putFile(directory.path() / "machine-id", contents);
+  return ChildProcess([&]() -> std::string {
            if (unshare(CLONE_NEWNS) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
              return kNotPermitted;
            }

@@ -20,7 +20,7 @@ class FileManagerTest : public ::testing::Test {
     return static_cast<std::size_t>(std::distance(fs::directory_iterator("."), {}));
   }
 
-  QVTest::TemporaryDirectory directory;
+  TemporaryDirectory directory;
 };
 
 mode_t modeOf(const fs::path& path) {
@@ -103,7 +103,7 @@ TEST_F(FileManagerTest, LeavesEverythingAsItWasWhenItCannotWrite) {
 
 TEST_F(FileManagerTest, KeepsTheOldFileWhenTheDiskIsFull) {
   // In a mount namespace of its own, so that nothing stays mounted whatever happens.
-  const int status = QVTest::runInChild([&] {
+  const int status = runInChild([&] {
     if (unshare(CLONE_NEWNS) != 0 ||
         mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
         mount("none", directory.path().c_str(), "tmpfs", 0, "size=256k") != 0) {
@@ -131,18 +131,18 @@ TEST_F(FileManagerTest, KeepsAFileWholeThatManyWriteAtOnceOfWhomSomeAreKilled) {
     const std::string bytes = contentsOf("file");
     return bytes == contents(0) || bytes == contents(1);
   };
-  const pid_t writer = QVTest::startChild([&] { return write(25); });
+  const pid_t writer = startChild([&] { return write(25); });
   std::vector<pid_t> killed;
-  for (int i = 0; i < 8; ++i) killed.push_back(QVTest::startChild([&] { return write(-1); }));
+  for (int i = 0; i < 8; ++i) killed.push_back(startChild([&] { return write(-1); }));
   std::vector<std::jthread> threads;
   for (int i = 0; i < 3; ++i) threads.emplace_back([&] { EXPECT_EQ(write(25), 0); });
   for (const pid_t child : killed) {
     for (int reads = 0; reads < 15; ++reads) EXPECT_TRUE(isWhole());
     kill(child, SIGKILL);
-    EXPECT_EQ(QVTest::exitStatusOf(child), -1);
+    EXPECT_EQ(exitStatusOf(child), -1);
   }
   threads.clear();
-  EXPECT_EQ(QVTest::exitStatusOf(writer), 0);
+  EXPECT_EQ(exitStatusOf(writer), 0);
   EXPECT_TRUE(isWhole());
   EXPECT_LE(fileCount(), 1 + killed.size());
   EXPECT_EQ(write(1), 0);
@@ -178,18 +178,18 @@ TEST_F(FileManagerTest, WritesAPrivateFileBesideALeftOverOfAnyKind) {
 TEST_F(FileManagerTest, LeavesTheLockOnAFileToNoChild) {
   auto file = std::make_unique<AtomicFile>("file");
   ASSERT_TRUE(file->write("new"));
-  const pid_t child = QVTest::startChild([] { return pause(); });
+  const pid_t child = startChild([] { return pause(); });
   ASSERT_TRUE(file->moveIntoPlace());
   file.reset();
   const int opened = open("file", O_RDONLY | O_CLOEXEC);
   EXPECT_EQ(flock(opened, LOCK_EX | LOCK_NB), 0);
   close(opened);
   kill(child, SIGKILL);
-  QVTest::exitStatusOf(child);
+  exitStatusOf(child);
 }
 
 TEST_F(FileManagerTest, WritesWhereThereAreNoLocks) {
-  const QVTest::LocklessFileSystem lockless;
+  const LocklessFileSystem lockless;
   // One of these is being written, as far as can be told; the other one was left long ago.
   for (const char* name : {".file.tmp0", ".file.tmp1"}) putFile(name, "x");
   fs::last_write_time(".file.tmp1", fs::file_time_type::clock::now() - std::chrono::hours(1));

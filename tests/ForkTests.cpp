@@ -9,30 +9,30 @@ bool isReadable(int descriptor) {
   return poll(&waiting, 1, 0) == 1;
 }
 
-class ForkTest : public QVTest::CoreTest {
+class ForkTest : public CoreTest {
  protected:
   ForkTest() { QVDebug::setDebugLevel(6); }
   void SetUp() override {
-    if (!QVTest::kChildrenMayGoOn) GTEST_SKIP() << "no child may go on under a sanitizer";
+    if (!kChildrenMayGoOn) GTEST_SKIP() << "no child may go on under a sanitizer";
   }
 
   /// What the child's function answers, or false when it hangs.
   static bool childSays(const std::function<bool()>& function) {
-    return QVTest::runInChild([&] {
+    return runInChild([&] {
              alarm(20);
              return function() ? 0 : 1;
            }) == 0;
   }
   static bool sendsAHit(const std::string& url) {
-    const QVTest::Recorder answers{{kQVNotification_HTTPResponse}};
+    const Recorder answers{{kQVNotification_HTTPResponse}};
     post(kQVNotification_HTTPRequest, {{"url", url}});
     const auto heard = answers.waitFor(1);
-    return heard.size() == 1 && heard[0].userInfo().get("content") == QVPlatform::Value("ok");
+    return heard.size() == 1 && heard[0].userInfo().get("content") == Value("ok");
   }
 };
 
 TEST_F(ForkTest, LeavesTheChildAKitThatSends) {
-  const QVTest::ServerProcess server;
+  const ServerProcess server;
   const auto manager = QVNetworkManager::sharedInstance();
   ASSERT_TRUE(sendsAHit(server.url()));
   std::atomic<bool> isOver = false;
@@ -53,7 +53,7 @@ TEST_F(ForkTest, LeavesTheChildAKitThatSends) {
 
 /// What a first transfer sets up takes milliseconds; the forks come at different moments of it.
 TEST_F(ForkTest, LeavesItAmidTheFirstTransferOfTheParent) {
-  const QVTest::ServerProcess server;
+  const ServerProcess server;
   QVNetworkManager::sharedInstance();
   for (int i = 0; i < 20; ++i) {
     const auto parent = [&] {
@@ -99,7 +99,7 @@ TEST_F(ForkTest, LeavesWhatWaitsToTheParent) {
 }
 
 TEST_F(ForkTest, LetsTheChildWatchTheNetworkAnew) {
-  QVPlatform::NetworkReachability::setSource(nullptr);
+  NetworkReachability::setSource(nullptr);
   const auto byName = QVReachability::reachabilityWithHostname("localhost");
   ASSERT_TRUE(byName->startNotifier());
   ASSERT_TRUE(runMainQueueUntil([&] { return byName->isReachable(); }));

@@ -13,13 +13,13 @@ void replay(const std::string& corpus, void (*function)(std::string_view)) {
   const auto directory = std::filesystem::path(__FILE__).parent_path() / "../fuzz/corpus" / corpus;
   for (const auto& entry : std::filesystem::directory_iterator(directory)) {
     SCOPED_TRACE(entry.path());
-    function(QVTest::contentsOf(entry.path()));
+    function(contentsOf(entry.path()));
     ++count;
   }
   EXPECT_GT(count, 0) << "nothing in " << directory;
 }
 
-using FuzzCorpus = QVTest::ConfigurationTest;
+using FuzzCorpus = ConfigurationTest;
 
 TEST_F(FuzzCorpus, OfArchivesStaysHarmless) { replay("archive", QVFuzz::readArchive); }
 

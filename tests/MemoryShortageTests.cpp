@@ -1,5 +1,5 @@
-#include "tests/support/CoreTest.h"
 #include "tests/support/FailingAllocations.h"
+#include "tests/support/NetworkManagerTest.h"
 #include "tests/support/ServerProcess.h"
 #include "tests/support/Test.h"
 
@@ -7,7 +7,7 @@ namespace {
 
 /// Counts notifications of one name, and takes no memory for it.
 struct Tally {
-  explicit Tally(const QVPlatform::String& name) {
+  explicit Tally(const String& name) {
     center->addObserver(
         this, [this](const Notification&) { ++count; }, name);
   }
@@ -17,12 +17,8 @@ struct Tally {
   std::atomic<int> count{0};
 };
 
-class MemoryShortageTest : public QVTest::CoreTest {
+class MemoryShortageTest : public NetworkManagerTest {
  protected:
-  MemoryShortageTest() {
-    QVDebug::setDebugLevel(6);
-    QVDebug::useCustomWKProcessPool(true);
-  }
   void SetUp() override {
     if (!FailingAllocations::kIsPossible) GTEST_SKIP() << "no allocation can be made to fail";
   }
@@ -41,13 +37,6 @@ class MemoryShortageTest : public QVTest::CoreTest {
       }
       ASSERT_TRUE(isAsItShouldBe && check()) << "allocation " << count;
     }
-  }
-  /// Takes no memory, which may be about to fail.
-  template <class Condition>
-  static bool waitUntil(const Condition& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!condition() && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
-    return condition();
   }
 };
 
@@ -69,7 +58,7 @@ TEST_F(MemoryShortageTest, LeavesTheCoreStarted) {
   enum Outcome { kUntouched, kStarted, kBroken };
   int outcome = kStarted;
   for (long count = 0; outcome == kStarted; ++count) {
-    outcome = QVTest::runInChild([&]() -> int {
+    outcome = runInChild([&]() -> int {
       const auto core = std::make_shared<QVCoreInitialisation>();
       const Notification hit(kQVNotification_HTTPRequest, nullptr,
                              Dictionary{{"url", "http://h/"}});
@@ -82,7 +71,7 @@ TEST_F(MemoryShortageTest, LeavesTheCoreStarted) {
         return kBroken;
       }
       NotificationCenter::defaultCenter()->postNotification(hit);
-      const auto manager = QVNetworkManager::sharedInstance();
+      manager = QVNetworkManager::sharedInstance();
       const bool isQueued = manager->operationQueue()->operationCount() == 1;
       const bool isWatching = manager->reachability()->reachabilityObject() != nullptr;
       const bool isKnown = !QVCoreVariables::sharedInstance()->getData("#QV_SDK_ID#").isNil();
@@ -125,10 +114,10 @@ TEST_F(MemoryShortageTest, LeavesAStoreEachVariableOnce) {
 }
 
 TEST_F(MemoryShortageTest, LeavesNoArchiveAndNothingMoreToRead) {
-  const QVPlatform::String first("first"), second("second");
+  const String first("first"), second("second");
   const Value other("other");
-  for (const Value& value : {Value(QVPlatform::String(std::string(5000, 'x'))),
-                             Value(Dictionary({{"list", Array({1, "text"})}}))}) {
+  for (const Value& value :
+       {Value(String(std::string(5000, 'x'))), Value(Dictionary({{"list", Array({1, "text"})}}))}) {
     Data archive;
     for (long count = 0, hasFailed = true; hasFailed; ++count) {
       KeyedArchiver archiver;
@@ -154,7 +143,7 @@ TEST_F(MemoryShortageTest, LeavesNoArchiveAndNothingMoreToRead) {
 }
 
 TEST_F(MemoryShortageTest, AnswersEachHitThatIsSent) {
-  const QVTest::ServerProcess server;
+  const ServerProcess server;
   QVLogger::sharedInstance();
   QVNetworkManager::sharedInstance();
   const Tally errors(kQVNotification_HTTPRequestError);
@@ -185,7 +174,7 @@ TEST_F(MemoryShortageTest, ReachesNoSenderListenerOrQueue) {
     int heard = 0;
   };
   const auto sender = std::make_shared<QVEventSender>()->init();
-  const QVPlatform::String name("name");
+  const String name("name");
   Owner owner;
   owner.listener->setParent(&owner);
   const Notification notification(name);

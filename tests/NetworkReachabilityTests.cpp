@@ -1,11 +1,55 @@
 #include <linux/if_arp.h>
 #include <linux/if_tun.h>
+#include <sched.h>
 #include <sys/ioctl.h>
+#include <sys/mount.h>
 
-#include "tests/support/NetworkNamespace.h"
 #include "tests/support/Test.h"
 
 namespace {
+
+/// A network of the test's own, and a view of the file system in which files can be covered. The
+/// calling thread moves into it, and with it the threads and programs that it starts.
+class NetworkNamespace {
+ public:
+  /// False where the right to make one is missing.
+  static bool enter() {
+    if (unshare(CLONE_NEWNET | CLONE_NEWNS) != 0) {
+      const auto user = std::to_string(getuid());
+      if (unshare(CLONE_NEWUSER | CLONE_NEWNET | CLONE_NEWNS) != 0) return false;
+      std::ofstream("/proc/self/uid_map") << "0 " + user + " 1";
+    }
+    return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+  }
+
+  /// Runs shell commands; all must succeed.
+  static void run(const std::string& commands) {
+    ASSERT_EQ(std::system(("set -e; " + commands).c_str()), 0) << commands;
+  }
+
+  /// Back to a loopback that is up, and nothing else.
+  static void clear() {
+    run(R"(
+        for link in $(ls /proc/sys/net/ipv4/conf); do
+          case $link in all|default|lo) ;; *) ip link del $link 2>/dev/null || true ;; esac
+        done
+        ip link set lo down; ip link set lo up
+        ip rule flush; ip rule add lookup main prio 32766; ip rule add lookup default prio 32767
+        ip route flush table main || true; ip -6 route flush table main || true)");
+  }
+
+  /// Gives the file another content, for this process and what it starts.
+  static void cover(const std::string& file, const std::string& content) {
+    static std::set<std::string> covered;
+    if (covered.insert(file).second) {
+      const auto cover = testing::TempDir() + "cover." + std::to_string(getpid());
+      putFile(cover, content);
+      ASSERT_EQ(mount(cover.c_str(), file.c_str(), nullptr, MS_BIND, nullptr), 0) << file;
+      unlink(cover.c_str());
+    }
+    putFile(file, content);
+  }
+};
 
 constexpr auto kPatience = std::chrono::seconds(20);
 
@@ -180,19 +224,16 @@ class Tunnel {
 };
 
 TEST_F(NetworkReachabilityTest, KnowsAModemByItsLinkType) {
-  struct Row {
-    int linkType;
-    NetworkReachabilityFlags flags;
-  };
   constexpr int kRawIP = 519;
-  for (const Row& row : {Row{ARPHRD_NONE, 0x2}, Row{ARPHRD_PPP, 0x40003}, Row{kRawIP, 0x40002}}) {
-    const Tunnel tunnel("cell0", row.linkType);
+  for (const auto& [linkType, flags] :
+       {std::pair(ARPHRD_NONE, 0x2U), {ARPHRD_PPP, 0x40003U}, {kRawIP, 0x40002U}}) {
+    const Tunnel tunnel("cell0", linkType);
     if (!tunnel.isMade()) GTEST_SKIP() << "no /dev/net/tun";
     Watch watch("0.0.0.0");
     NetworkNamespace::run(
         "ip addr add 10.6.0.2/32 dev cell0; ip link set cell0 up; "
         "ip route add default dev cell0");
-    EXPECT_TRUE(watch.waitFor(row.flags)) << row.linkType;
+    EXPECT_TRUE(watch.waitFor(flags)) << linkType;
   }
 }
 
@@ -242,7 +283,7 @@ long sleepsOfOtherThreads() {
 }
 
 TEST_F(NetworkReachabilityTest, SleepsWhileNothingHappens) {
-  if (QVTest::kHasThreadSanitizer) GTEST_SKIP() << "the sanitizer has a thread that is never idle";
+  if (kHasThreadSanitizer) GTEST_SKIP() << "the sanitizer has a thread that is never idle";
   Watch internet("0.0.0.0");
   Watch name("localhost");
   ASSERT_TRUE(name.waitFor(0x30002));
@@ -289,8 +330,7 @@ TEST_F(NetworkReachabilityTest, SaysWhyItCannotAskTheKernel) {
 
 TEST_F(NetworkReachabilityTest, StartsWhenThereAreFileDescriptorsAgain) {
   // UndefinedBehaviorSanitizer, which comes with it, needs descriptors itself.
-  if (QVTest::kHasAddressSanitizer)
-    GTEST_SKIP() << "no descriptor may be missing under a sanitizer";
+  if (kHasAddressSanitizer) GTEST_SKIP() << "no descriptor may be missing under a sanitizer";
   NetworkNamespace::run(kEthDefault);
   const auto starts = [] {
     std::unique_ptr<Watch> watch;
@@ -302,8 +342,8 @@ TEST_F(NetworkReachabilityTest, StartsWhenThereAreFileDescriptorsAgain) {
   };
   const Watch earlier("0.0.0.0");  // from here on the kernel's events come
   EXPECT_TRUE(starts());
-  if (!QVTest::kChildrenMayGoOn) return;
-  EXPECT_EQ(QVTest::runInChild([&] { return starts() ? 0 : 1; }), 0);  // here they do not yet
+  if (!kChildrenMayGoOn) return;
+  EXPECT_EQ(runInChild([&] { return starts() ? 0 : 1; }), 0);  // here they do not yet
 }
 
 TEST_F(NetworkReachabilityTest, LooksANameUpAnewOnAnotherNetwork) {
@@ -311,7 +351,7 @@ TEST_F(NetworkReachabilityTest, LooksANameUpAnewOnAnotherNetwork) {
   Watch watch("box.example");
   NetworkNamespace::run(kEthDefault);
   ASSERT_TRUE(watch.waitFor(0x20002));
-  NetworkNamespace::write("/etc/hosts", "10.99.0.9 box.example\n");
+  putFile("/etc/hosts", "10.99.0.9 box.example\n");
   NetworkNamespace::run("ip link del eth0; " + kEthDefault);
   EXPECT_TRUE(watch.waitFor(0x2));
 }
@@ -323,7 +363,7 @@ TEST_F(NetworkReachabilityTest, FindsANameThatIsKnownOnlyLater) {
   Watch known("early.example");  // looked up after the other
   ASSERT_TRUE(known.waitFor(0x30002));
   EXPECT_EQ(flagsNow("late.example"), 0U);
-  NetworkNamespace::write("/etc/hosts", "127.0.0.1 late.example\n");
+  putFile("/etc/hosts", "127.0.0.1 late.example\n");
   EXPECT_TRUE(watch.waitFor(0x30002));
 }
 

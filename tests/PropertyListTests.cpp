@@ -47,7 +47,7 @@ TEST(PropertyList, BringsEverythingBackAsItWas) { expectToComeBack(throughBytes)
 
 TEST(PropertyList, KeepsManyObjectsApart) {
   std::vector<Value> values;
-  for (int i = 0; i < 70000; ++i) values.emplace_back(Array({i, String(std::to_string(i))}));
+  for (int i = 0; i < 25000; ++i) values.emplace_back(Array({i, String(std::to_string(i))}));
   const Array array(std::move(values));
   EXPECT_EQ(throughBytes(array), Value(array));
 }
@@ -61,7 +61,7 @@ TEST(PropertyList, RefusesWhatIsNone) {
     EXPECT_TRUE(PropertyList::copy(value).isNil()) << value.description().view();
   }
   cyclic.clear();
-  Value sharedTooOften = "x";
+  Value sharedTooOften = 1;
   for (int i = 0; i < 3; ++i) sharedTooOften = Array(std::vector<Value>(1000, sharedTooOften));
   EXPECT_TRUE(PropertyList::copy(sharedTooOften).isNil());
 }
@@ -101,7 +101,7 @@ TEST(PropertyList, CopiesContainersDeeply) {
 }
 
 TEST(PropertyList, IsReadAndWrittenByOthers) {
-  const QVTest::TemporaryDirectory directory;
+  const TemporaryDirectory directory;
   const std::string path = directory.path() / "file";
   const Value written =
       Dictionary({{"b", Array({true, Array::array(), Dictionary::dictionary()})},
@@ -146,37 +146,20 @@ TEST(PropertyList, ReadsXMLElements) {
 }
 
 TEST(PropertyList, RefusesMalformedXML) {
-  for (const std::string xml : {"",
-                                "<true/><true/>",
-                                "text<true/>",
-                                "<plist><true/></plist>",
-                                "<string><dict/></string>",
-                                "<dict><true/></dict>",
-                                "<dict><key>a</key></dict>",
-                                "<dict><key>a</key><key>b</key><true/></dict>",
-                                "<array><key>a</key></array>",
-                                "<key>a</key>",
-                                "<unknown/>",
-                                "<true>text</true>",
-                                "<integer></integer>",
-                                "<integer>--1</integer>",
-                                "<integer>18446744073709551616</integer>",
-                                "<integer>-9223372036854775809</integer>",
-                                "<real>1.0x</real>",
-                                "<data>A</data>",
-                                "<data>QQ=</data>",
-                                "<data>QQ=A</data>",
-                                "<data>QQ==QQ==</data>",
-                                "<data>Q===</data>",
-                                "<data>QUJD-</data>",
-                                "<data>QUJ_</data>",
-                                "<date>2001-02-30T00:00:00Z</date>",
-                                "<date>2001-02-03</date>",
-                                "<date>-001-02-03T00:00:00Z</date>"}) {
+  for (const std::string& xml : words(R"(
+           <true/><true/> text<true/> <plist><true/></plist> <string><dict/></string>
+           <dict><true/></dict> <dict><key>a</key></dict>
+           <dict><key>a</key><key>b</key><true/></dict> <array><key>a</key></array> <key>a</key>
+           <unknown/> <true>text</true> <integer></integer> <integer>--1</integer>
+           <integer>18446744073709551616</integer> <integer>-9223372036854775809</integer>
+           <real>1.0x</real> <data>A</data> <data>QQ=</data> <data>QQ=A</data>
+           <data>QQ==QQ==</data> <data>Q===</data> <data>QUJD-</data> <data>QUJ_</data>
+           <date>2001-02-30T00:00:00Z</date> <date>2001-02-03</date>
+           <date>-001-02-03T00:00:00Z</date>)")) {
     EXPECT_TRUE(PropertyList::valueWithData("<plist>" + xml + "</plist>").isNil()) << xml;
   }
   for (const std::string xml :
-       {"", "<string>no list</string>", "<dict/>",
+       {"", "<plist></plist>", "<string>no list</string>", "<dict/>",
         "<!DOCTYPE plist [<!ENTITY a \"x\">]><plist><string>&a;</string></plist>",
         "<!DOCTYPE plist SYSTEM \"file:///etc/passwd\"><plist><string>&a;</string></plist>"}) {
     EXPECT_TRUE(PropertyList::valueWithData(xml).isNil()) << xml;

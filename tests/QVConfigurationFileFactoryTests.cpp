@@ -16,13 +16,13 @@ class Module : public IQVEventListenerDelegate {
 
 class DerivedListener : public QVEventListener {};
 
-class QVConfigurationFileFactoryTest : public QVTest::ConfigurationTest {
+class QVConfigurationFileFactoryTest : public ConfigurationTest {
  protected:
   QVConfigurationFileFactoryTest() { QVDebug::blockHits(true); }
 
   const std::shared_ptr<QVConfigurationFileFactory> factory =
       QVConfigurationFileFactory::sharedInstance();
-  QVTest::Recorder requests{{kQVNotification_ConfigurationRequest + String("n")}};
+  Recorder requests{{kQVNotification_ConfigurationRequest + String("n")}};
 };
 
 TEST_F(QVConfigurationFileFactoryTest, MakesFilesWithTheNumbersOfTheAccount) {
@@ -32,11 +32,7 @@ TEST_F(QVConfigurationFileFactoryTest, MakesFilesWithTheNumbersOfTheAccount) {
   factory->addConfigurationFileWithVersionPath("versioned", "a/b");
   factory->addConfigurationFileWithVersionPathForURL("elsewhere", "c", "http://h/x");
   factory->addConfigurationFileWithVersionPathForURL("built", "d", nullptr);
-  const struct {
-    const char* name;
-    String versionPath;
-    String url;
-  } cases[] = {
+  const std::tuple<const char*, String, String> cases[] = {
       {"before", nullptr, "https://configuration.example.invalid/mobile/0/0/before.json"},
       {"plain", nullptr, "https://configuration.example.invalid/mobile/7/8/plain.json"},
       {"versioned", "a/b", "https://configuration.example.invalid/mobile/7/8/versioned.json"},
@@ -110,7 +106,7 @@ TEST_F(QVConfigurationFileFactoryTest, LetsAListenerThatIsPlainHearTheNameWithAn
 }
 
 TEST_F(QVConfigurationFileFactoryTest, TakesAFileFromElsewhereAsItIs) {
-  const auto file = std::make_shared<QVTest::SpecialisedFile>();
+  const auto file = std::make_shared<SpecialisedFile>();
   factory->addConfigurationFileFromFileForListener("n", file, nullptr);
   EXPECT_EQ(factory->getConfigurationFile("n"), file);
   EXPECT_TRUE(file->offlineName().isNull());
@@ -120,7 +116,7 @@ TEST_F(QVConfigurationFileFactoryTest, TakesAFileFromElsewhereAsItIs) {
 TEST_F(QVConfigurationFileFactoryTest, GivesBundlesToTheFilesMadeAfterwards) {
   ship("n", R"({"from": "main"})");
   std::filesystem::create_directory(resources() / "module");
-  write(resources() / "module" / "m.json", R"({"from": "module"})");
+  putFile(resources() / "module" / "m.json", R"({"from": "module"})");
   const auto bundle = std::make_shared<Bundle>((resources() / "module").string());
   factory->addConfigurationFile("n");
   factory->setBundleForConfiguration(bundle, "n");
@@ -157,7 +153,7 @@ TEST_F(QVConfigurationFileFactoryDeathTest, NeverReturnsFromASecondPlainInit) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
-        alarm(1);
+        ualarm(300'000, 0);
         std::make_shared<QVConfigurationFileFactory>()->init();
       },
       testing::KilledBySignal(SIGALRM), "");

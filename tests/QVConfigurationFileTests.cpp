@@ -3,7 +3,7 @@
 
 namespace {
 
-class QVConfigurationFileTest : public QVTest::ConfigurationTest {
+class QVConfigurationFileTest : public ConfigurationTest {
  protected:
   /// What is asked for goes nowhere.
   QVConfigurationFileTest() { QVDebug::blockHits(true); }
@@ -16,15 +16,8 @@ class QVConfigurationFileTest : public QVTest::ConfigurationTest {
 };
 
 TEST_F(QVConfigurationFileTest, TakesItsNamesFromItsIdentity) {
-  struct Case {
-    std::function<void(QVConfigurationFile&)> identify;
-    std::int32_t site;
-    std::int32_t number;
-    String versionPath;
-    String url;
-  };
   const auto shortest = [](auto& file) { file.setSiteIDFileIDAndFileName(7, 8, "n"); };
-  const Case cases[] = {
+  const std::tuple<std::function<void(QVConfigurationFile&)>, int, int, String, String> cases[] = {
       {shortest, 7, 8, nullptr, "https://configuration.example.invalid/mobile/7/8/n.json"},
       {[](auto& file) {
          QVConfigurationFile::setConfigurationHost("cdn.example:8443");
@@ -61,13 +54,8 @@ TEST_F(QVConfigurationFileTest, WalksPathsInTheOfflineCopyAndInValuesAlike) {
   const char* const text = R"({
     "a": {"b": 1, "t": "x", "n": null, "o": {"z": [1]}, "": {"": "deep"}, "l": [{"b": 2}]},
     "b": 9, "0": "zero", "": "empty", "n": null, "a ": false, "s": "text"})";
-  struct Case {
-    String path;
-    Value leaf;
-    std::vector<std::string> missingKeys;
-  };
   const Value null = Null::null();
-  const Case cases[] = {
+  const std::tuple<String, Value, std::vector<std::string>> cases[] = {
       {"a/b", 1, {}},
       {"b", 9, {}},
       {"a/o", Dictionary{{"z", Array{1}}}, {}},
@@ -144,11 +132,7 @@ TEST_F(QVConfigurationFileTest, LogsWhyThereAreNoValuesInItsOwnCopyOnly) {
 TEST_F(QVConfigurationFileTest, SeedsTheOfflineCopyFromTheShippedText) {
   const String older(R"({"v": 3, "from": "old"})");
   const String newer(R"({"v": 4, "from": "new"})");
-  const struct {
-    String saved;
-    String shipped;
-    String expected;
-  } cases[] = {
+  const std::tuple<String, String, String> cases[] = {
       {nullptr, older, older}, {"", older, older},  {older, newer, newer},
       {newer, older, newer},   {older, "{", older}, {nullptr, "{", "{"},
       {older, nullptr, older}, {nullptr, "", ""},   {nullptr, nullptr, nullptr},
@@ -164,7 +148,7 @@ TEST_F(QVConfigurationFileTest, SeedsTheOfflineCopyFromTheShippedText) {
 }
 
 TEST_F(QVConfigurationFileTest, AsksForItselfWithAMarkerForTheConsentQueue) {
-  QVTest::Recorder requests({"QVNotification: Privacy Configuration Requestn"});
+  Recorder requests({"QVNotification: Privacy Configuration Requestn"});
   const auto file = std::make_shared<QVConfigurationFile>();
   EXPECT_THAT(printed([&] { file->setFilenameVersionPathAndURL("n", "v", "http://127.0.0.1/n"); }),
               HasSubstr("Checking for update in privacy configuration: n\n"));

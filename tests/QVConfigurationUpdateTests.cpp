@@ -6,7 +6,7 @@ namespace {
 
 std::string version(const std::string& number) { return "{\"v\": " + number + "}"; }
 
-class QVConfigurationUpdateTest : public QVTest::ConfigurationTest {
+class QVConfigurationUpdateTest : public ConfigurationTest {
  protected:
   static std::string warnings(const std::string& before, const std::string& after) {
     return "Either the offline or the new configuration is not valid\nSaved one: " + before +
@@ -19,12 +19,7 @@ class QVConfigurationUpdateTest : public QVTest::ConfigurationTest {
 };
 
 TEST_F(QVConfigurationUpdateTest, ReplacesTheOfflineCopyByAHigherVersionOnly) {
-  const struct {
-    const char* before;
-    const char* after;
-    bool isReplaced;
-    std::int32_t version;
-  } cases[] = {
+  const std::tuple<const char*, const char*, bool, std::int32_t> cases[] = {
       {"3", "3", false, 0},  // equal texts are not even read
       {"{", "{", false, 0},
       {"3", "3.0", false, 3},
@@ -54,13 +49,7 @@ TEST_F(QVConfigurationUpdateTest, ReplacesTheOfflineCopyByAHigherVersionOnly) {
 
 TEST_F(QVConfigurationUpdateTest, TakesWhatItCannotReadForVersionZeroAndWarns) {
   const std::string missing = "Error getting branch in JSON: v\n";
-  const struct {
-    std::string before;
-    std::string after;
-    bool isReplaced;
-    std::int32_t version;
-    std::string lines;
-  } cases[] = {
+  const std::tuple<std::string, std::string, bool, std::int32_t, std::string> cases[] = {
       {version("5"), "{", false, 5, missing}, {"{", version("2"), true, 2, missing},
       {version("-1"), "{", true, 0, missing}, {"{", "[", false, 0, missing + missing},
       {version("1"), "", false, 1, missing},

@@ -1,41 +1,35 @@
-#include "tests/support/CoreTest.h"
+#include "tests/support/Certificate.h"
+#include "tests/support/NetworkManagerTest.h"
 #include "tests/support/ServerProcess.h"
 #include "tests/support/Test.h"
 
 namespace {
 
-/// An application that sends hits and configurations, over TLS, and ends after this time whatever
-/// is going on.
-[[noreturn]] int runAndExit(const std::string& url, const std::string& container,
-                            std::chrono::microseconds time) {
-  alarm(20);  // a hang ends the process by a signal
-  QVDebug::setDebugLevel(6);
-  QVDebug::useCustomWKProcessPool(true);
-  QVPlatform::Application::setContainerDirectory(container);
-  QVPlatform::NetworkReachability::setSource(std::make_shared<QVTest::ScriptedReachability>());
-  std::make_shared<QVCoreInitialisation>()->init();
-  QVNetworkManager::sharedInstance()->enableRunningInBackground();
-  const auto center = QVPlatform::NotificationCenter::defaultCenter();
-  const QVPlatform::Dictionary hit{{"url", url}};
-  const QVPlatform::Dictionary marked{{"url", url}, {"HTTPURLResponse", "configuration"}};
-  for (int i = 0; i < 50; ++i) {
-    center->postNotification(
-        QVPlatform::Notification(kQVNotification_HTTPRequest, nullptr, i % 2 ? hit : marked));
-  }
-  std::this_thread::sleep_for(time);
-  std::exit(0);
-}
+using QVCoreExitTest = NetworkManagerTest;
 
-TEST(QVCoreExit, MayComeAtAnyMomentWhileHitsAreUnderWay) {
-  const QVTest::ServerProcess server;
-  const QVTest::TemporaryDirectory container;
+/// An application that sends hits and configurations, over TLS, ends whatever is going on.
+TEST_F(QVCoreExitTest, MayComeAtAnyMomentWhileTransfersAreUnderWay) {
+  const Certificate certificate;
+  const ServerProcess server(certificate.file(), certificate.keyFile());
+  ASSERT_EQ(setenv("SSL_CERT_FILE", certificate.file().c_str(), 1), 0);
   std::mt19937 random(20210803);
   std::uniform_int_distribution<int> microseconds(0, 20'000);
-  for (int i = 0; i < 60; ++i) {
+  for (int i = 0; i < 40; ++i) {
     const std::chrono::microseconds time(microseconds(random));
-    ASSERT_EQ(runInChild([&] { return runAndExit(server.url(), container.path().string(), time); }),
-              0)
-        << "after " << time.count() << " microseconds";
+    const auto runAndExit = [&] {
+      alarm(20);  // a hang ends the process by a signal
+      std::make_shared<QVCoreInitialisation>()->init();
+      QVNetworkManager::sharedInstance()->enableRunningInBackground();
+      const Recorder answers{{kQVNotification_HTTPResponse}};
+      for (int hit = 0; hit < 50; ++hit) {
+        request({{"url", server.url()}, {hit % 2 ? "own" : "HTTPURLResponse", "x"}});
+      }
+      // Every other process has set up TLS by then.
+      if (i % 2 == 0 && answers.waitFor(1).empty()) return 1;
+      std::this_thread::sleep_for(time);
+      std::exit(0);
+    };
+    ASSERT_EQ(runInChild(runAndExit), 0) << "after " << time.count() << " microseconds";
   }
 }
 

@@ -1,13 +1,51 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/CoreTest.h"
-#include "tests/support/ScriptedWebEngine.h"
 #include "tests/support/Test.h"
 
 namespace {
 
+/// A web engine that answers when, and what, the test says. To be looked at while nobody asks it.
+class ScriptedWebEngine : public WebEngine {
+ public:
+  struct Question {
+    std::shared_ptr<ProcessPool> pool;
+    std::string script;
+    bool isOnMainThread;
+    WebView::Completion completion;
+  };
+
+  std::shared_ptr<WebView> makeWebView(const WebViewConfiguration& configuration) override {
+    if (isThrowing) throw std::runtime_error("no web");
+    return canMakeWebViews ? std::make_shared<View>(questions, configuration.processPool) : nullptr;
+  }
+  /// Answers the last question, as an engine does: later, on the main thread.
+  void answer(const Value& result) const { questions->back().completion(result, nullptr); }
+
+  bool canMakeWebViews = true;
+  bool isThrowing = false;
+  const std::shared_ptr<std::vector<Question>> questions =
+      std::make_shared<std::vector<Question>>();
+
+ private:
+  class View : public WebView {
+   public:
+    View(std::shared_ptr<std::vector<Question>> questions, std::shared_ptr<ProcessPool> pool)
+        : questions_(std::move(questions)), pool_(std::move(pool)) {}
+
+    void evaluateJavaScript(const String& script, Completion completion) override {
+      questions_->push_back(
+          {pool_, std::string(script.view()), MainQueue::isMainThread(), std::move(completion)});
+    }
+
+   private:
+    const std::shared_ptr<std::vector<Question>> questions_;
+    const std::shared_ptr<ProcessPool> pool_;
+  };
+};
+
 constexpr const char* kUUIDPattern = "[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}";
 
-class QVCoreVariablesTest : public QVTest::CoreTest {
+class QVCoreVariablesTest : public CoreTest {
  protected:
   QVCoreVariablesTest() {
     WebEngine::setEngine(engine);
@@ -25,9 +63,8 @@ class QVCoreVariablesTest : public QVTest::CoreTest {
     return names;
   }
 
-  const std::shared_ptr<QVTest::ScriptedWebEngine> engine =
-      std::make_shared<QVTest::ScriptedWebEngine>();
-  const QVTest::Recorder recorder{{kQVNotification_UserAgentAvailable}};
+  const std::shared_ptr<ScriptedWebEngine> engine = std::make_shared<ScriptedWebEngine>();
+  const Recorder recorder{{kQVNotification_UserAgentAvailable}};
 };
 
 TEST_F(QVCoreVariablesTest, DerivesTheIdentifiersInOrderAndReadsTheAdvertisingOneBelow14Only) {
@@ -69,7 +106,7 @@ TEST_F(QVCoreVariablesTest, DerivesTheIdentifiersInOrderAndReadsTheAdvertisingOn
 TEST_F(QVCoreVariablesTest, KeepsTheInstallationsIdentifierInTheUserDefaults) {
   // Another process of the application leaves an empty one, unseen by this one.
   EXPECT_TRUE(QVUserDefaults::retrieveInfoFromUserDefaults("#QV_SDK_ID#").isNil());
-  EXPECT_EQ(QVTest::ChildProcess([]() -> std::string {
+  EXPECT_EQ(ChildProcess([]() -> std::string {
               QVUserDefaults::saveInfoToUserDefaultsForLabel("", kQVPredefinedVariable_SDKID);
               return "";
             }).text(),
@@ -94,8 +131,8 @@ std::string identifierOfThisProcess() {
 TEST_F(QVCoreVariablesTest, AgreesOnOneIdentifierWithProcessesThatStartAtTheSameMoment) {
   constexpr int kRounds = 20;
   for (int round = 0; round < kRounds; ++round) {
-    const QVTest::TemporaryDirectory directory;
-    QVPlatform::Application::setContainerDirectory(directory.path().string());
+    const TemporaryDirectory directory;
+    Application::setContainerDirectory(directory.path().string());
     int start[2];
     ASSERT_EQ(pipe(start), 0);
     const auto body = [&start] {
@@ -104,15 +141,15 @@ TEST_F(QVCoreVariablesTest, AgreesOnOneIdentifierWithProcessesThatStartAtTheSame
       [[maybe_unused]] const ssize_t end = read(start[0], &nothing, 1);
       return identifierOfThisProcess();
     };
-    std::vector<std::unique_ptr<QVTest::ChildProcess>> children;
-    for (int i = 0; i < 2; ++i) children.push_back(std::make_unique<QVTest::ChildProcess>(body));
+    std::vector<std::unique_ptr<ChildProcess>> children;
+    for (int i = 0; i < 2; ++i) children.push_back(std::make_unique<ChildProcess>(body));
     close(start[1]);  // both of them read the end of the pipe now
     std::vector<std::string> identifiers;
     for (const auto& child : children) identifiers.push_back(child->text());
     close(start[0]);
     EXPECT_THAT(identifiers.front(), testing::MatchesRegex(kUUIDPattern));
     EXPECT_THAT(identifiers, testing::Each(identifiers.front()));
-    EXPECT_EQ(QVTest::ChildProcess(identifierOfThisProcess).text(), identifiers.front());
+    EXPECT_EQ(ChildProcess(identifierOfThisProcess).text(), identifiers.front());
   }
 }
 
@@ -197,7 +234,7 @@ TEST_F(QVCoreVariablesTest, LetsHitsWaitForTheNetworkWhenTheAwaitedUserAgentCame
   engine->answer("Agent/1");
   EXPECT_FALSE(manager->shouldWaitForUserAgent());
   EXPECT_TRUE(manager->operationQueue()->isSuspended());
-  network->change(QVTest::ScriptedReachability::kReachable);
+  network->change(ScriptedReachability::kReachable);
   EXPECT_TRUE(runMainQueueUntil([&] { return !manager->operationQueue()->isSuspended(); }));
 }
 
@@ -219,13 +256,7 @@ TEST_F(QVCoreVariablesTest, WaitsOnAnotherThreadForTheScriptsStartWhileTheMainOn
 }
 
 TEST_F(QVCoreVariablesTest, StopsWhatAnEngineThrows) {
-  class Throwing : public WebEngine {
-    std::shared_ptr<QVPlatform::WebView> makeWebView(
-        const QVPlatform::WebViewConfiguration&) override {
-      throw std::runtime_error("no web");
-    }
-  };
-  WebEngine::setEngine(std::make_shared<Throwing>());
+  engine->isThrowing = true;
   EXPECT_NO_THROW(QVCoreVariables::sharedInstance());
 }
 

@@ -19,9 +19,11 @@ class Participant : public IQVEventListenerDelegate, public IQVEventSenderDelega
   }
   void onNotificationReceived(const Notification& notification) override {
     heard.emplace_back(notification.name().view());
+    if (whenHeard) whenHeard();
   }
 
   std::vector<std::string> heard;
+  std::function<void()> whenHeard;
   std::shared_ptr<QVEventListener> listener = std::make_shared<QVEventListener>()->init();
   std::shared_ptr<QVEventSender> sender = std::make_shared<QVEventSender>()->init();
 };
@@ -60,15 +62,11 @@ TEST(QVEventBus, IsSilentWithoutParentAndWithoutCenter) {
 }
 
 TEST(QVEventBus, LetsAHandlerDestroyItsOwnListener) {
-  class Ending : public Participant {
-   public:
-    void onNotificationReceived(const Notification& notification) override {
-      Participant::onNotificationReceived(notification);
-      listener->setParent(nullptr);
-      listener.reset();
-    }
+  Participant participant;
+  participant.whenHeard = [&] {
+    participant.listener->setParent(nullptr);
+    participant.listener.reset();
   };
-  Ending participant;
   participant.listener->listen("a");
   participant.listener->listen("a");
   participant.sender->send(Notification("a"));
@@ -76,21 +74,17 @@ TEST(QVEventBus, LetsAHandlerDestroyItsOwnListener) {
 }
 
 TEST(QVEventBus, StopsListeningUnderALockThatItsHandlerTakes) {
-  class Locking : public Participant {
-   public:
-    void onNotificationReceived(const Notification& notification) override {
-      entered.count_down();
-      const std::lock_guard lock(mutex);
-      Participant::onNotificationReceived(notification);
-    }
-    std::latch entered{1};
-    std::mutex mutex;
+  Participant participant;
+  std::latch entered{1};
+  std::mutex mutex;
+  participant.whenHeard = [&] {
+    entered.count_down();
+    const std::lock_guard handler(mutex);
   };
-  Locking participant;
   participant.listener->listen("a");
-  std::unique_lock lock(participant.mutex);
+  std::unique_lock lock(mutex);
   std::thread poster([&] { participant.sender->send(Notification("a")); });
-  participant.entered.wait();
+  entered.wait();
   participant.listener->stopListening();
   lock.unlock();
   poster.join();
@@ -99,7 +93,7 @@ TEST(QVEventBus, StopsListeningUnderALockThatItsHandlerTakes) {
 }
 
 /// Sets itself as the parent in its constructor, when no std::shared_ptr holds it yet.
-class EarlyOwner : public QVPlatform::Object, public Participant {
+class EarlyOwner : public Object, public Participant {
  public:
   explicit EarlyOwner(std::vector<std::string>& itsEvents) : events(itsEvents) {
     listener->listen("a");
@@ -128,26 +122,20 @@ TEST(QVEventBus, KeepsAnOwnerDuringDeliveryWheneverItBecameTheParent) {
 }
 
 TEST(QVEventBus, HandsOverToTheParentThatIsSetDuringADelivery) {
-  class Passing : public Participant {
-   public:
-    void onNotificationReceived(const Notification& notification) override {
-      Participant::onNotificationReceived(notification);
-      shared->setParent(next);
-      if (heard.size() % 10 == 1) sender->send(Notification("a"));
-    }
-    std::shared_ptr<QVEventListener> shared;
-    Passing* next = nullptr;
+  Participant one, other;
+  const auto passesOn = [&](Participant& from, Participant& to) {
+    return [&] {
+      one.listener->setParent(&to);
+      if (from.heard.size() % 10 == 1) from.sender->send(Notification("a"));
+    };
   };
-  Passing one;
-  Passing other;
-  one.next = &other;
-  other.next = &one;
-  one.shared = other.shared = one.listener;
-  one.shared->listen("a");
+  one.whenHeard = passesOn(one, other);
+  other.whenHeard = passesOn(other, one);
+  one.listener->listen("a");
   for (int i = 0; i < 90; ++i) one.sender->send(Notification("a"));
   EXPECT_THAT(one.heard, SizeIs(50));
   EXPECT_THAT(other.heard, SizeIs(50));
-  one.shared->setParent(nullptr);
+  one.listener->setParent(nullptr);
 }
 
 /// Goes while another thread is in its handler.

@@ -10,7 +10,7 @@ const std::string kError = "QVNotification: HTTP Request Error";
 const std::string kAnswer = "Answer";
 const std::string kConfigurationAnswer = "QVNotification: Privacy Configuration Responseabc";
 
-class QVHTTPOperationTest : public QVTest::CoreTest {
+class QVHTTPOperationTest : public CoreTest {
  protected:
   QVHTTPOperationTest() { QVDebug::setDebugLevel(6); }
 
@@ -25,15 +25,15 @@ class QVHTTPOperationTest : public QVTest::CoreTest {
   }
   /// What comes of the request data in order: each notification's name.
   static std::vector<std::string> outcomeOf(const Dictionary& data) {
-    const QVTest::Recorder own{{kSent, kError, kAnswer, kConfigurationAnswer}};
+    const Recorder own{{kSent, kError, kAnswer, kConfigurationAnswer}};
     run(data);
     return own.names();
   }
 
-  QVTest::Recorder recorder{{kSent, kError, kAnswer}};
+  Recorder recorder{{kSent, kError, kAnswer}};
   /// Its answers have this status.
   std::atomic<int> status = 200;
-  QVTest::HTTPServer server{[this](const auto&, auto& response) {
+  HTTPServer server{[this](const auto&, auto& response) {
     response.status = status;
     // The byte-order mark is no part of the text.
     if (status != 304) response.set_content("\xef\xbb\xbf" + "body"s, "text/plain");
@@ -42,7 +42,7 @@ class QVHTTPOperationTest : public QVTest::CoreTest {
 
 TEST_F(QVHTTPOperationTest, PostsSentWhenTheTransferIsOverAndThenTheAnswerWithTheRequestsOwnKeys) {
   const auto operation = std::make_shared<QVHTTPOperation>()->initWithData(requestTo(server.url()));
-  const auto center = QVPlatform::NotificationCenter::defaultCenter();
+  const auto center = NotificationCenter::defaultCenter();
   const auto lookAtSent = [&](const Notification& sent) {
     EXPECT_THAT(server.requests(), SizeIs(1));
     EXPECT_FALSE(operation->result().isNull());
@@ -91,7 +91,7 @@ TEST_F(QVHTTPOperationTest, CarriesCopiesOfResponseAndRequestInAFailureAndNoErro
   EXPECT_EQ(failure.get("own"), Value(7));
   EXPECT_EQ(failure.count(), 5U);
 
-  QVTest::RawServer broken([](auto&) {});
+  RawServer broken([](auto&) {});
   run(requestTo(broken.url()));
   ASSERT_THAT(recorder.names(), ElementsAre(kSent, kError, kSent, kError));
   EXPECT_EQ(recorder.heard()[3].userInfo().keys(),
@@ -145,7 +145,7 @@ TEST_F(QVHTTPOperationTest, AppendsPostDataAsTextToACopyOfTheRequestData) {
 }
 
 TEST_F(QVHTTPOperationTest, GivesTheRequestItsTimeoutAndTheCachePolicyThatIsSet) {
-  using enum QVPlatform::URLRequestCachePolicy;
+  using enum URLRequestCachePolicy;
   const auto first = run(requestTo(server.url()))->request();
   EXPECT_EQ(first->timeoutInterval(), 5.0);
   EXPECT_EQ(first->cachePolicy(), kReloadIgnoringLocalCacheData);
@@ -158,19 +158,16 @@ TEST_F(QVHTTPOperationTest, AnswersEachKindOfRequestThatIsPosted) {
   const auto manager = QVNetworkManager::sharedInstance();
   manager->listenerDelegate()->listen(kQVNotification_ConfigurationRequest + String("c"));
   manager->listenerDelegate()->listen(kQVNotification_HTTPPartnerRequest + String("p"));
-  const struct {
-    String request;
-    std::string answer;
-    bool isConditional;
-  } cases[] = {{kQVNotification_HTTPRequest, "QVNotification: HTTP Response", false},
-               {kQVNotification_SegmentRequest, "QVNotification: Segment Response", false},
-               {kQVNotification_ConfigurationRequest + String("c"),
-                "QVNotification: Privacy Configuration Responsec", true},
-               {kQVNotification_HTTPPartnerRequest + String("p"),
-                "QVNotification: Partner Response: p", false}};
+  const std::tuple<String, std::string, bool> cases[] = {
+      {kQVNotification_HTTPRequest, "QVNotification: HTTP Response", false},
+      {kQVNotification_SegmentRequest, "QVNotification: Segment Response", false},
+      {kQVNotification_ConfigurationRequest + String("c"),
+       "QVNotification: Privacy Configuration Responsec", true},
+      {kQVNotification_HTTPPartnerRequest + String("p"), "QVNotification: Partner Response: p",
+       false}};
   unsigned number = 0;
   for (const auto& [request, answer, isConditional] : cases) {
-    const QVTest::Recorder answers{{answer}};
+    const Recorder answers{{answer}};
     post(request, {{"url", server.url()}, {"own", 7}});
     ASSERT_THAT(answers.waitFor(1), SizeIs(1)) << answer;
     const Dictionary expected{{"url", server.url()},
@@ -204,18 +201,14 @@ TEST_F(QVHTTPOperationTest, ReadsABodyAsTextOrAsNothing) {
 
 TEST_F(QVHTTPOperationTest, AsksForAConfigurationOnTheConditionOfItsLastDownload) {
   const String lastDownload("qv_last_update_for_configuration_abc");
-  const struct {
-    const char *stored, *asked;
-    int status;  // 0: the connection breaks
-    std::vector<std::string> posts;
-    bool countsAsDownload;
-  } cases[] = {
+  // A status of 0: the connection breaks.
+  const std::tuple<const char*, const char*, int, std::vector<std::string>, bool> cases[] = {
       {"", "Thu, 01 Jan 1970 00:00:00 GMT", 200, {kSent, kConfigurationAnswer}, true},
       {"1600000000", "Sun, 13 Sep 2020 12:26:40 GMT", 200, {kSent, kConfigurationAnswer}, true},
       {"5", "Thu, 01 Jan 1970 00:00:05 GMT", 304, {kSent}, false},
       {"5", "Thu, 01 Jan 1970 00:00:05 GMT", 404, {kSent, kError}, true},
       {"5", "", 0, {kSent, kError}, true}};
-  QVTest::RawServer broken([](auto&) {});
+  RawServer broken([](auto&) {});
   for (const auto& [stored, asked, answered, posts, countsAsDownload] : cases) {
     SCOPED_TRACE(testing::Message() << stored << ' ' << answered);
     QVUserDefaults::saveInfoToUserDefaultsForLabel(stored, lastDownload);

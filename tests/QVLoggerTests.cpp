@@ -6,7 +6,7 @@
 
 namespace {
 
-class QVLoggerTest : public QVTest::CoreTest {
+class QVLoggerTest : public CoreTest {
  protected:
   static std::string printedFor(const String& name, const Dictionary& userInfo = nullptr) {
     return printed([&] { post(name, userInfo); });
@@ -16,14 +16,9 @@ class QVLoggerTest : public QVTest::CoreTest {
 };
 
 TEST_F(QVLoggerTest, ComparesLevelsAsUnsignedNumbersAndIsSilentAtSix) {
-  struct Case {
-    std::int32_t setting;
-    std::int32_t level;
-    bool isPrinted;
-  };
-  const Case cases[] = {{0, 0, true},  {2, 1, false}, {2, 2, true},   {6, 6, false},
-                        {6, 7, false}, {7, 6, false}, {-1, 5, false}, {-1, -1, true},
-                        {2, -1, true}, {-2, -1, true}};
+  const std::tuple<std::int32_t, std::int32_t, bool> cases[] = {
+      {0, 0, true},  {2, 1, false},  {2, 2, true},   {6, 6, false}, {6, 7, false},
+      {7, 6, false}, {-1, 5, false}, {-1, -1, true}, {2, -1, true}, {-2, -1, true}};
   for (const auto& [setting, level, isPrinted] : cases) {
     QVDebug::setDebugLevel(setting);
     EXPECT_EQ(QVDebug::getLogLevel(), setting);
@@ -86,14 +81,14 @@ TEST_F(QVLoggerTest, IsNeitherHeldNorEndedByItsOutput) {
       for (int i = 0; i < 1000; ++i)
         post(kQVNotification_HitSent, {{"data", std::string(99, 'd')}});
       const String file((container.path() / "file").string());
-      const bool isWritten = QVPlatform::FileManager::writeAtomically(std::string(2000, 'x'), file);
+      const bool isWritten = FileManager::writeAtomically(std::string(2000, 'x'), file);
       const int status = isWritten == (output != FullFile) ? 0 : 1;
       // What the host itself has printed exit() waits for; under ThreadSanitizer _exit() does, too.
       if (output >= HeldByTheHost) syscall(SYS_exit_group, status);
       std::exit(status);
       return status;
     };
-    EXPECT_EQ(QVTest::runInChild(printAndExit), 0) << static_cast<int>(output);
+    EXPECT_EQ(runInChild(printAndExit), 0) << static_cast<int>(output);
   }
 }
 
@@ -126,39 +121,30 @@ TEST_F(QVLoggerTest, LogsHitsByUnescapedAddressOrElseByData) {
 }
 
 TEST_F(QVLoggerTest, TracesEighteenNamesAtLevelZeroAndTellsOfFourAtLevelTwo) {
-  const struct {
-    String name;
-    std::string line;
-  } rows[] = {
-      {kQVNotification_HitSent, "Hit sent: (null): a b\n"},
-      {kQVNotification_HTTPRequest, ""},
-      {kQVNotification_HTTPRequestSent, ""},
-      {kQVNotification_HTTPResponse, ""},
-      {kQVNotification_HTTPRequestError,
+  const std::pair<std::vector<String>, std::string> rows[] = {
+      {{kQVNotification_HitSent}, "Hit sent: (null): a b\n"},
+      {{kQVNotification_HTTPRequestError},
        "QVNotification: HTTP Request Error: ID: 3, Request Type: (null), URL: a%20b\n"},
-      {kQVNotification_SegmentRequest, ""},
-      {kQVNotification_SegmentResponse, ""},
-      {kQVNotification_ConfigurationRequest, ""},
-      {kQVNotification_ConfigurationResponse, ""},
-      {kQVNotification_InternetUp, "QVNotification: Internet Up\n"},
-      {kQVNotification_InternetDown, "QVNotification: Internet Down\n"},
-      {kQVNotification_InternetChanged, ""},
-      {kQVNotification_UserAgentAvailable, ""},
-      {kQVNotification_Unknown, ""},
-      {kQVNotification_OnBackground, ""},
-      {kQVNotification_OnForeground, ""},
-      {kQVNotification_StartingTheSDK, ""},
-      {kQVNotification_StoppingTheSDK, ""},
-  };
+      {{kQVNotification_InternetUp}, "QVNotification: Internet Up\n"},
+      {{kQVNotification_InternetDown}, "QVNotification: Internet Down\n"},
+      {{kQVNotification_HTTPRequest, kQVNotification_HTTPRequestSent, kQVNotification_HTTPResponse,
+        kQVNotification_SegmentRequest, kQVNotification_SegmentResponse,
+        kQVNotification_ConfigurationRequest, kQVNotification_ConfigurationResponse,
+        kQVNotification_InternetChanged, kQVNotification_UserAgentAvailable,
+        kQVNotification_Unknown, kQVNotification_OnBackground, kQVNotification_OnForeground,
+        kQVNotification_StartingTheSDK, kQVNotification_StoppingTheSDK},
+       ""}};
   const Dictionary userInfo{{"ID", 3U}, {"url", "a%20b"}};
-  for (const auto& [name, line] : rows) {
-    const std::string trace = std::string(name.view()) + " | ((null))\n";
-    const std::string expected[] = {trace + line, line, line, ""};
-    for (int level = 0; level < 4; ++level) {
-      EXPECT_EQ(logger->reinit(), logger);  // listens again after a stop, and traces no more
-      QVDebug::setDebugLevel(level);
-      if (level != 2) QVDebug::setNotificationLog(true);
-      EXPECT_EQ(printedFor(name, userInfo), expected[level]) << name.view() << level;
+  for (const auto& [names, line] : rows) {
+    for (const String& name : names) {
+      const std::string trace = std::string(name.view()) + " | ((null))\n";
+      const std::string expected[] = {trace + line, line, line, ""};
+      for (int level = 0; level < 4; ++level) {
+        EXPECT_EQ(logger->reinit(), logger);  // listens again after a stop, and traces no more
+        QVDebug::setDebugLevel(level);
+        if (level != 2) QVDebug::setNotificationLog(true);
+        EXPECT_EQ(printedFor(name, userInfo), expected[level]) << name.view() << level;
+      }
     }
   }
   QVDebug::setDebugLevel(0);
@@ -179,17 +165,13 @@ TEST_F(QVLoggerTest, HearsEachKindOfLineAtItsLevel) {
   const auto operation = std::make_shared<QVHTTPOperation>();
   operation->initWithData({{"url", "http://127.0.0.1:1/"}, {"POSTData", "x"}});
   post(kQVNotification_HTTPRequest, {{"url", "http://h/"}});
-  const struct {
-    std::int32_t level;
-    const char* start;
-    std::function<void()> action;
-  } rows[] = {
+  const std::tuple<std::int32_t, const char*, std::function<void()>> rows[] = {
       {1, "Saving 1 offline", [&] { manager->saveAllHits(); }},
       {1, "Restoring 1 offline",
        [&] {
          manager->saveAllHits();
          const auto full = manager->operationQueue();
-         auto empty = std::make_shared<QVPlatform::OperationQueue>();
+         auto empty = std::make_shared<OperationQueue>();
          empty->setSuspended(true);
          manager->setOperationQueue(empty);
          manager->restoreStockedHit();

@@ -3,23 +3,6 @@
 
 namespace {
 
-/// What happened, in order, on whatever thread.
-class Journal {
- public:
-  void note(const std::string& event) {
-    const std::lock_guard lock(mutex_);
-    events_.push_back(event + (MainQueue::isMainThread() ? " (main)" : " (queue)"));
-  }
-  std::vector<std::string> events() const {
-    const std::lock_guard lock(mutex_);
-    return events_;
-  }
-
- private:
-  mutable std::mutex mutex_;
-  std::vector<std::string> events_;
-};
-
 class QVReachabilityTest : public testing::Test {
  protected:
   QVReachabilityTest() {
@@ -27,7 +10,7 @@ class QVReachabilityTest : public testing::Test {
     NotificationCenter::defaultCenter()->addObserver(
         this,
         [this](const Notification& notification) {
-          journal_.note("notification");
+          note("notification");
           lastNotification_ = std::make_unique<Notification>(notification);
         },
         kQVReachabilityChangedNotification);
@@ -37,11 +20,21 @@ class QVReachabilityTest : public testing::Test {
     NetworkReachability::setSource(nullptr);
   }
 
+  /// Writes in the journal what happened, on whatever thread.
+  void note(const std::string& event) {
+    const std::lock_guard lock(mutex_);
+    journal_.push_back(event + (MainQueue::isMainThread() ? " (main)" : " (queue)"));
+  }
+  std::vector<std::string> events() const {
+    const std::lock_guard lock(mutex_);
+    return journal_;
+  }
+
   /// A monitor whose blocks write in the journal.
   std::shared_ptr<QVReachability> makeMonitor() {
     auto monitor = QVReachability::reachabilityForInternetConnection();
-    monitor->setReachableBlock([this](const auto&) { journal_.note("reachable"); });
-    monitor->setUnreachableBlock([this](const auto&) { journal_.note("unreachable"); });
+    monitor->setReachableBlock([this](const auto&) { note("reachable"); });
+    monitor->setUnreachableBlock([this](const auto&) { note("unreachable"); });
     return monitor;
   }
 
@@ -59,26 +52,23 @@ class QVReachabilityTest : public testing::Test {
   /// Runs the main queue until as many events are in the journal; what is delivered in vain would
   /// come before the last of them.
   std::vector<std::string> eventsWhenThereAre(std::size_t count) {
-    while (journal_.events().size() < count) {
+    while (events().size() < count) {
       pollfd descriptor{MainQueue::mainQueue().fileDescriptor(), POLLIN, 0};
       if (poll(&descriptor, 1, 10'000) <= 0) break;
       MainQueue::mainQueue().drain();
     }
-    return journal_.events();
+    return events();
   }
 
   /// A call that just ended on the queue may hold the monitor a moment longer.
   bool isSoonGone(const std::weak_ptr<QVReachability>& monitor) {
     lastNotification_.reset();
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!monitor.expired() && std::chrono::steady_clock::now() < deadline) {
-      std::this_thread::yield();
-    }
-    return monitor.expired();
+    return waitUntil([&] { return monitor.expired(); });
   }
 
   const std::shared_ptr<ScriptedReachability> source_ = std::make_shared<ScriptedReachability>(0);
-  Journal journal_;
+  mutable std::mutex mutex_;
+  std::vector<std::string> journal_;
   std::unique_ptr<Notification> lastNotification_;
 };
 
@@ -137,9 +127,7 @@ TEST_F(QVReachabilityTest, SaysNoToEverythingWhenTheFlagsCannotBeRead) {
     EXPECT_EQ(monitor->currentReachabilityStatus(), QVNetworkStatusNotReachable);
     EXPECT_EQ(monitor->reachabilityFlags(), 0U);
   }
-  testing::internal::CaptureStderr();
-  EXPECT_FALSE(bare->startNotifier());
-  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+  EXPECT_THAT(complaintsOf([&] { EXPECT_FALSE(bare->startNotifier()); }),
               HasSubstr("SCNetworkReachabilitySetCallback() failed: Invalid argument\n"));
 }
 
@@ -236,22 +224,14 @@ TEST_F(QVReachabilityTest, HoldsItselfFromStartToStopAndIsSilentAfterwards) {
 }
 
 TEST_F(QVReachabilityTest, IsIdleAgainWhenItsTargetCannotBeWatched) {
-  struct Row {
-    int subscriptionError;
-    int flagsError;
-    const char* message;
-  };
-  const std::array rows{
-      Row{EMFILE, 0, "SCNetworkReachabilitySetCallback() failed: Too many open files\n"},
-      Row{0, ENOMEM, "SCNetworkReachabilitySetDispatchQueue() failed: Cannot allocate memory\n"},
-  };
-  for (const Row& row : rows) {
+  const std::tuple<int, int, const char*> cases[] = {
+      {EMFILE, 0, "SCNetworkReachabilitySetCallback() failed: Too many open files\n"},
+      {0, ENOMEM, "SCNetworkReachabilitySetDispatchQueue() failed: Cannot allocate memory\n"}};
+  for (const auto& [subscriptionError, flagsError, message] : cases) {
     const auto monitor = makeMonitor();
-    source_->refuseSubscriptions(row.subscriptionError);
-    source_->refuseFlags(row.flagsError);
-    testing::internal::CaptureStderr();
-    EXPECT_FALSE(monitor->startNotifier());
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr(row.message));
+    source_->refuseSubscriptions(subscriptionError);
+    source_->refuseFlags(flagsError);
+    EXPECT_THAT(complaintsOf([&] { EXPECT_FALSE(monitor->startNotifier()); }), HasSubstr(message));
     EXPECT_EQ(monitor->reachabilityObject(), nullptr);
     EXPECT_EQ(monitor->reachabilitySerialQueue(), nullptr);
     EXPECT_EQ(source_->numberOfSubscriptions(), 0U);
@@ -267,7 +247,7 @@ TEST_F(QVReachabilityTest, MayBeStoppedAndReleasedByItsOwnBlock) {
   const std::weak_ptr<QVReachability> weakMonitor = monitor;
   monitor->setReachableBlock([this](const std::shared_ptr<QVReachability>& self) {
     self->stopNotifier();
-    journal_.note("reachable");
+    note("reachable");
   });
   ASSERT_TRUE(monitor->startNotifier());
   monitor.reset();

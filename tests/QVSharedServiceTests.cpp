@@ -3,41 +3,20 @@
 
 namespace {
 
-/// A network that does something when it is asked for the first time, which is in the middle of the
-/// manager's initialisation.
-class NoticedNetwork : public QVTest::ScriptedReachability {
- public:
-  bool getFlags(const ReachabilityTarget& target, NetworkReachabilityFlags* flags) override {
-    if (const auto action = std::exchange(atFirstLook, nullptr)) action();
-    return ScriptedReachability::getFlags(target, flags);
-  }
-  std::shared_ptr<void> subscribe(const ReachabilityTarget& target, Changed changed) override {
-    ++subscriptions;
-    return ScriptedReachability::subscribe(target, changed);
-  }
-
-  std::function<void()> atFirstLook;
-  int subscriptions = 0;
-};
-
-class QVSharedServiceTest : public QVTest::CoreTest {
+/// A process in which no user agent is sought.
+class QVSharedServiceTest : public CoreTest {
  protected:
-  QVSharedServiceTest() {
-    NetworkReachability::setSource(noticed);
-    QVDebug::useCustomWKProcessPool(true);  // no user agent is sought
-  }
-
-  const std::shared_ptr<NoticedNetwork> noticed = std::make_shared<NoticedNetwork>();
+  QVSharedServiceTest() { QVDebug::useCustomWKProcessPool(true); }
 };
 
 TEST_F(QVSharedServiceTest, StartsTheLoggerThenTheManagerThenTheVariables) {
   std::string order;
-  noticed->atFirstLook = [&] {
+  network->atFirstLook = [&] {
     const bool isLogging = !printed([] { post(kQVNotification_HitSent); }).empty();
     order += isLogging ? "logger, manager" : "manager";
   };
   Device::setIdentifierForVendorProvider([&] {
-    const QVTest::Recorder refused{{kQVNotification_HTTPRequestError}};
+    const Recorder refused{{kQVNotification_HTTPRequestError}};
     post(kQVNotification_HTTPRequest);
     order += refused.heard().empty() ? ", variables" : " that answers, variables";
     return String("VENDOR");
@@ -53,7 +32,7 @@ TEST_F(QVSharedServiceTest, IsInitialisedOnceThoughItAsksForItselfAndOtherThread
   std::atomic<int> completeCount = 0;
   std::latch isAsked(8);
   std::vector<std::jthread> threads;
-  noticed->atFirstLook = [&] {
+  network->atFirstLook = [&] {
     within = QVNetworkManager::sharedInstance();
     for (std::size_t i = 0; i < seen.size(); ++i) {
       threads.emplace_back([&, i] {
@@ -69,19 +48,18 @@ TEST_F(QVSharedServiceTest, IsInitialisedOnceThoughItAsksForItselfAndOtherThread
   EXPECT_EQ(within, manager);
   EXPECT_THAT(seen, Each(manager));
   EXPECT_EQ(completeCount, 8);
-  EXPECT_EQ(noticed->subscriptions, 1);
+  EXPECT_EQ(network->numberOfAllSubscriptions(), 1U);
 }
 
 TEST_F(QVSharedServiceTest, IsInitialisedByTheNextThreadWhenOneEndsInTheMiddle) {
-  if (!QVTest::kThreadsMayEnd) GTEST_SKIP() << "no thread may end";
-  noticed->atFirstLook = [] { pthread_exit(nullptr); };
+  if (!kThreadsMayEnd) GTEST_SKIP() << "no thread may end";
+  network->atFirstLook = [] { pthread_exit(nullptr); };
   std::thread([] { QVNetworkManager::sharedInstance(); }).join();
   EXPECT_NE(QVNetworkManager::sharedInstance()->operationQueue(), nullptr);
 }
 
 TEST_F(QVSharedServiceTest, LeavesASecondInstanceBareAndHarmless) {
-  QVLogger::sharedInstance();
-  QVCoreVariables::sharedInstance();
+  std::make_shared<QVCoreInitialisation>()->init();
   const auto logger = std::make_shared<QVLogger>();
   EXPECT_EQ(logger->init(), logger);
   EXPECT_TRUE(!logger->listenerDelegate() && !logger->senderDelegate());
@@ -95,6 +73,20 @@ TEST_F(QVSharedServiceTest, LeavesASecondInstanceBareAndHarmless) {
   variables->clearData();
   EXPECT_TRUE(variables->getData("#ADDED#").isNil() && variables->removeData("#ADDED#").isNil());
   variables->changeNotificationCenter(nullptr);
+  const auto manager = std::make_shared<QVNetworkManager>();
+  EXPECT_EQ(manager->init(), manager);
+  EXPECT_EQ(manager->operationQueue(), nullptr);
+  EXPECT_TRUE(manager->queueRequestWithData({{"url", "http://h/"}}));
+  EXPECT_FALSE(manager->queueRequestWithData(nullptr));
+  manager->postNetworkNotificationWithUserInfo(nullptr, nullptr);
+  manager->removeOldOperationsInQueue();
+  manager->removeOldestRequestOperation();
+  manager->updateQueueWithCategories("x");
+  manager->saveAllHits();
+  manager->restoreStockedHit();
+  manager->enableRunningInBackground();
+  EXPECT_FALSE(manager->isInternetReachable());
+  EXPECT_EQ(manager->description(), String("QVNetworkManager"));
 }
 
 TEST_F(QVSharedServiceTest, GivesItsWrappersTheCenterThatItIsGiven) {
@@ -117,58 +109,27 @@ TEST_F(QVSharedServiceTest, GivesItsWrappersTheCenterThatItIsGiven) {
 }
 
 TEST_F(QVSharedServiceTest, LetsGoOfTheMonitorThatAnotherInitialisationReplaces) {
-  noticed->change(0);
+  network->change(0);
   const auto manager = QVNetworkManager::sharedInstance();
   const std::weak_ptr<QVReachability> replaced = manager->reachability();
-  const QVTest::Recorder changes{{kQVReachabilityChangedNotification}};
-  const QVTest::Recorder up{{kQVNotification_InternetUp}};
+  const Recorder changes{{kQVReachabilityChangedNotification}};
+  const Recorder up{{kQVNotification_InternetUp}};
   manager->reinit();
   EXPECT_TRUE(runMainQueueUntil([&] { return replaced.expired(); }));
-  noticed->change(QVTest::ScriptedReachability::kReachable);
+  network->change(ScriptedReachability::kReachable);
   EXPECT_TRUE(runMainQueueUntil([&] { return !changes.heard().empty(); }));
   EXPECT_EQ(up.heard().size(), 2U) << "it is registered once more with each initialisation";
-  EXPECT_EQ(noticed->subscriptions, 2);
+  EXPECT_EQ(network->numberOfSubscriptions(), 1U);
 }
 
-TEST_F(QVSharedServiceTest, TellsOfTheNetworkWhenItsVariableAndItsQueuesAreReady) {
-  noticed->change(0);
-  const auto manager = QVNetworkManager::sharedInstance();
-  std::vector<std::string> told;
-  const auto tell = [&](const Notification& heard) {
-    const Value variable = QVCoreVariables::sharedInstance()->getData("#QV_CONNEXION#");
-    const bool isHeld =
-        manager->operationQueue()->isSuspended() || manager->consentQueue()->isSuspended();
-    told.push_back(std::string((heard.name() + ": " + variable.description()).view()) +
-                   (isHeld ? ", held" : ", running"));
-  };
-  const String names[] = {kQVNotification_InternetChanged, kQVNotification_InternetUp,
-                          kQVNotification_InternetDown};
-  for (const String& name : names) {
-    NotificationCenter::defaultCenter()->addObserver(this, tell, name);
-  }
-  for (const auto flags : {QVTest::ScriptedReachability::kReachable, 0U}) {
-    noticed->change(flags);
-    const std::size_t count = told.size() + 2;
-    EXPECT_TRUE(runMainQueueUntil([&] { return told.size() >= count; }));
-  }
-  EXPECT_THAT(told,
-              ElementsAre("QVNotification: Internet Up: WiFi, running",
-                          "QVNotification: Internet Changed: WiFi, running",
-                          "QVNotification: Internet Down: Connection Type Unavailable, held",
-                          "QVNotification: Internet Changed: Connection Type Unavailable, held"));
+std::shared_ptr<QVDynamicStore> storeOf(
+    std::vector<std::pair<const char*, const char*>> variables) {
+  auto store = std::make_shared<QVDynamicStore>()->init();
+  for (const auto& [key, value] : variables) store->addDataWithValue(key, value);
+  return store;
 }
 
-class QVDynamicStoreTest : public ::testing::Test {
- protected:
-  static std::shared_ptr<QVDynamicStore> storeOf(
-      std::vector<std::pair<const char*, const char*>> variables) {
-    auto store = std::make_shared<QVDynamicStore>()->init();
-    for (const auto& [key, value] : variables) store->addDataWithValue(key, value);
-    return store;
-  }
-};
-
-TEST_F(QVDynamicStoreTest, KeepsTheOrderInWhichKeysWereFirstAdded) {
+TEST(QVDynamicStoreTest, KeepsTheOrderInWhichKeysWereFirstAdded) {
   const auto store = storeOf({{"a", "1"}, {"b", "2"}, {"a", "3"}});
   EXPECT_EQ(store->debugDescription(), String("a : 3\nb : 2\n"));
   EXPECT_EQ(store->removeData("a"), Value("3"));
@@ -178,7 +139,7 @@ TEST_F(QVDynamicStoreTest, KeepsTheOrderInWhichKeysWereFirstAdded) {
   EXPECT_EQ(store->debugDescription(), String(""));
 }
 
-TEST_F(QVDynamicStoreTest, IgnoresNilEverywhere) {
+TEST(QVDynamicStoreTest, IgnoresNilEverywhere) {
   const auto store = storeOf({{"a", "1"}});
   store->addDataWithValue("a", nullptr);
   store->addDataWithValue(nullptr, "x");
@@ -189,65 +150,59 @@ TEST_F(QVDynamicStoreTest, IgnoresNilEverywhere) {
   EXPECT_EQ(store->debugDescription(), String("a : 1\n"));
 }
 
-TEST_F(QVDynamicStoreTest, MergesInTheOtherStoresOrderAndIntoItselfHarmlessly) {
+TEST(QVDynamicStoreTest, MergesInTheOtherStoresOrderAndIntoItselfHarmlessly) {
   const auto store = storeOf({{"y", "old"}, {"z", "1"}});
   store->addData(storeOf({{"x", "2"}, {"y", "new"}}));
   store->addData(store);
   EXPECT_EQ(store->debugDescription(), String("y : new\nz : 1\nx : 2\n"));
 }
 
-TEST_F(QVDynamicStoreTest, IsMergedAndDescribedAtOneMoment) {
+TEST(QVDynamicStoreTest, IsMergedAndDescribedAtOneMoment) {
   const auto both = storeOf({{"x", "1"}, {"y", "2"}});
   const auto store = storeOf({});
-  {
-    const std::jthread writer([&] {
-      for (int i = 0; i < 1000; ++i) {
+  runAtOnce(3, [&](int thread) {
+    for (int i = 0; i < 1000; ++i) {
+      if (thread == 0) {
         store->addData(both);
         store->addData(store);
         store->clearData();
+      } else if (thread == 1) {
+        both->addData(store);
+      } else {
+        const auto lines = store->debugDescription();
+        EXPECT_TRUE(lines.isEmpty() || lines == both->debugDescription()) << lines.view();
       }
-    });
-    const std::jthread mirror([&] {
-      for (int i = 0; i < 1000; ++i) both->addData(store);
-    });
-    for (int i = 0; i < 1000; ++i) {
-      const auto lines = store->debugDescription();
-      EXPECT_TRUE(lines.isEmpty() || lines == both->debugDescription()) << lines.view();
     }
-  }
+  });
 }
 
-TEST_F(QVDynamicStoreTest, KeepsEachKeyOnceWhateverThreadsDoAtOnce) {
+TEST(QVDynamicStoreTest, KeepsEachKeyOnceWhateverThreadsDoAtOnce) {
   constexpr int kLast = 999;
   const auto store = storeOf({});
-  {
-    std::vector<std::jthread> threads;
-    for (const char* own : {"a", "b", "c", "d"}) {
-      threads.emplace_back([&store, own] {
-        for (int i = 0; i <= kLast; ++i) {
-          store->addDataWithValue(own, i);
-          store->addDataWithValue("shared", own);
-          const auto keys = store->orderedKeys().values();
-          EXPECT_LE(std::count(keys.begin(), keys.end(), Value("shared")), 1);
-          store->removeData("shared");
-          EXPECT_EQ(store->getData(own), Value(i));
-          if (i < kLast) store->removeData(own);
-        }
-      });
+  runAtOnce(4, [&](int thread) {
+    const String own(std::string(1, "abcd"[thread]));
+    for (int i = 0; i <= kLast; ++i) {
+      store->addDataWithValue(own, i);
+      store->addDataWithValue("shared", own);
+      const auto keys = store->orderedKeys().values();
+      EXPECT_LE(std::count(keys.begin(), keys.end(), Value("shared")), 1);
+      store->removeData("shared");
+      EXPECT_EQ(store->getData(own), Value(i));
+      if (i < kLast) store->removeData(own);
     }
-  }
+  });
   EXPECT_EQ(store->orderedKeys().count(), 4U);
   EXPECT_EQ(Value(store->dynamicStore()),
             Value(Dictionary{{"a", kLast}, {"b", kLast}, {"c", kLast}, {"d", kLast}}));
 }
 
-TEST_F(QVDynamicStoreTest, ComesBackFromAnArchiveWithWhatWasInIt) {
+TEST(QVDynamicStoreTest, ComesBackFromAnArchiveWithWhatWasInIt) {
   for (const bool isOrdered : {true, false}) {
     const auto store = storeOf({{"b", "1"}, {"a", "2"}});
     if (!isOrdered) store->setOrderedKeys(nullptr);
-    QVPlatform::KeyedArchiver archiver;
+    KeyedArchiver archiver;
     archiver.encodeObjectForKey(store, "store");
-    QVPlatform::KeyedUnarchiver unarchiver(archiver.finishEncoding());
+    KeyedUnarchiver unarchiver(archiver.finishEncoding());
     const auto restored =
         std::dynamic_pointer_cast<QVDynamicStore>(unarchiver.decodeObjectForKey("store").object());
     ASSERT_TRUE(restored);

@@ -46,15 +46,12 @@ TEST(QVUtils, TakesDigitsOnlyForNumeric) {
 }
 
 TEST(QVUtils, TurnsTextIntoNumbersAndLogsWhatIsTooLong) {
-  const struct {
-    String text;
-    Value number;
-    std::int32_t integer;
-  } cases[] = {{"-7", -7, -7},
-               {"4294967301", std::int64_t{4294967301}, 5},
-               {"-1e300", -1e300, INT32_MIN},
-               {"12a", nullptr, 0},
-               {nullptr, nullptr, 0}};
+  const std::tuple<String, Value, std::int32_t> cases[] = {
+      {"-7", -7, -7},
+      {"4294967301", std::int64_t{4294967301}, 5},
+      {"-1e300", -1e300, INT32_MIN},
+      {"12a", nullptr, 0},
+      {nullptr, nullptr, 0}};
   testing::internal::CaptureStdout();
   for (const auto& [text, number, integer] : cases) {
     EXPECT_EQ(QVUtils::nsNumberFromString(text), number) << text.view();

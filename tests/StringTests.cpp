@@ -2,7 +2,7 @@
 
 namespace {
 
-struct PlainObject : QVPlatform::Object {
+struct PlainObject : Object {
   Value content;
 };
 
@@ -82,28 +82,25 @@ TEST(String, ReplacesEveryOccurrence) {
 }
 
 TEST(Value, BecomesAnIntegerAndATextByTheKindOfItsNumber) {
-  const struct {
-    Value value;
-    std::int32_t integer;
-    String text;
-  } cases[] = {{std::int64_t{4294967301}, 5, "4294967301"},
-               {UINT64_MAX, -1, "18446744073709551615"},
-               {4e9, INT32_MAX, "4000000000"},
-               {-1e300, INT32_MIN, "-1e+300"},
-               {std::nan(""), 0, "nan"},
-               {-1.9, -1, "-1.9"},
-               {0.1, 0, "0.1"},
-               {0.1 + 0.2, 0, "0.30000000000000004"},
-               {0.00001, 0, "1e-05"},
-               {1e15, INT32_MAX, "1000000000000000"},
-               {1e16, INT32_MAX, "1e+16"},
-               {true, 1, "1"},
-               {" 7x", 7, " 7x"},
-               {"+5", 5, "+5"},
-               {"+-5", 0, "+-5"},
-               {"-4294967301", INT32_MIN, "-4294967301"},
-               {Array({5}), 0, nullptr},
-               {nullptr, 0, nullptr}};
+  const std::tuple<Value, std::int32_t, String> cases[] = {
+      {std::int64_t{4294967301}, 5, "4294967301"},
+      {UINT64_MAX, -1, "18446744073709551615"},
+      {4e9, INT32_MAX, "4000000000"},
+      {-1e300, INT32_MIN, "-1e+300"},
+      {std::nan(""), 0, "nan"},
+      {-1.9, -1, "-1.9"},
+      {0.1, 0, "0.1"},
+      {0.1 + 0.2, 0, "0.30000000000000004"},
+      {0.00001, 0, "1e-05"},
+      {1e15, INT32_MAX, "1000000000000000"},
+      {1e16, INT32_MAX, "1e+16"},
+      {true, 1, "1"},
+      {" 7x", 7, " 7x"},
+      {"+5", 5, "+5"},
+      {"+-5", 0, "+-5"},
+      {"-4294967301", INT32_MIN, "-4294967301"},
+      {Array({5}), 0, nullptr},
+      {nullptr, 0, nullptr}};
   for (const auto& [value, integer, text] : cases) {
     EXPECT_EQ(value.intValue(), integer) << value.description().view();
     EXPECT_EQ(value.stringValue(), text) << value.description().view();
@@ -112,22 +109,18 @@ TEST(Value, BecomesAnIntegerAndATextByTheKindOfItsNumber) {
 
 TEST(Value, EqualsOnlyWhatStandsForTheSameNumber) {
   constexpr std::int64_t kLarge = std::int64_t{1} << 53;
-  const struct {
-    Value integer;
-    double real;
-    bool isEqual;
-  } cases[] = {{kLarge, 0x1p53, true},
-               {kLarge + 1, 0x1p53, false},
-               {UINT64_MAX, 0x1p64, false},
-               {std::uint64_t{1} << 63, 0x1p63, true},
-               {INT64_MIN, -0x1p63, true},
-               {INT64_MIN, 0x1p63, false},
-               {INT64_MIN, -0x1p64, false},
-               {true, 1.0, true},
-               {0, -0.0, true},
-               {1, 1.5, false},
-               {0, std::nan(""), false},
-               {-1, -1.0, true}};
+  const std::tuple<Value, double, bool> cases[] = {{kLarge, 0x1p53, true},
+                                                   {kLarge + 1, 0x1p53, false},
+                                                   {UINT64_MAX, 0x1p64, false},
+                                                   {std::uint64_t{1} << 63, 0x1p63, true},
+                                                   {INT64_MIN, -0x1p63, true},
+                                                   {INT64_MIN, 0x1p63, false},
+                                                   {INT64_MIN, -0x1p64, false},
+                                                   {true, 1.0, true},
+                                                   {0, -0.0, true},
+                                                   {1, 1.5, false},
+                                                   {0, std::nan(""), false},
+                                                   {-1, -1.0, true}};
   for (const auto& [integer, real, isEqual] : cases) {
     EXPECT_EQ(integer == Value(real), isEqual) << real;
     EXPECT_EQ(Value(real) == integer, isEqual) << real;

@@ -13,19 +13,16 @@ std::optional<Range> firstMatch(const String& pattern, const String& text) {
 }
 
 TEST(RegularExpression, FindsTheFirstMatchInUTF16UnitsAndTheEndAtTheEndAlone) {
-  const struct {
-    const char* pattern;
-    String text;
-    std::optional<Range> match;
-  } cases[] = {{"[0-9]+", "ab123cd45", Range{2, 3}}, {"b", "\U0001F600\u00e9b", Range{3, 1}},
-               {"b", "a\0b"s, Range{2, 1}},          {"ABC", "abc", std::nullopt},
-               {"", nullptr, std::nullopt},          {"^$", "", Range{0, 0}},
-               {"a$", "a\nb", std::nullopt},         {"a$", "a\r\n", std::nullopt},
-               {"a$?b$+", "ab", Range{0, 2}},        {"(a$|b)", "b\na", Range{0, 1}},
-               {"a[]$[^$]]$", "aa$", Range{1, 2}},   {"[[$]\\]$]$", "$\n", std::nullopt},
-               {"[[$]\\]$]$", "a]", Range{1, 1}},    {"\\$\\Qa$\\E$", "$a$", Range{0, 3}},
-               {"\\Q$", "a$\n", Range{1, 1}},        {"a$(?m)a$", "a\n", std::nullopt},
-               {"(?m)a$", "a\nb", Range{0, 1}},      {"(?i:A)$", "a\n", std::nullopt}};
+  const std::tuple<const char*, String, std::optional<Range>> cases[] = {
+      {"[0-9]+", "ab123cd45", Range{2, 3}}, {"b", "\U0001F600\u00e9b", Range{3, 1}},
+      {"b", "a\0b"s, Range{2, 1}},          {"ABC", "abc", std::nullopt},
+      {"", nullptr, std::nullopt},          {"^$", "", Range{0, 0}},
+      {"a$", "a\nb", std::nullopt},         {"a$", "a\r\n", std::nullopt},
+      {"a$?b$+", "ab", Range{0, 2}},        {"(a$|b)", "b\na", Range{0, 1}},
+      {"a[]$[^$]]$", "aa$", Range{1, 2}},   {"[[$]\\]$]$", "$\n", std::nullopt},
+      {"[[$]\\]$]$", "a]", Range{1, 1}},    {"\\$\\Qa$\\E$", "$a$", Range{0, 3}},
+      {"\\Q$", "a$\n", Range{1, 1}},        {"a$(?m)a$", "a\n", std::nullopt},
+      {"(?m)a$", "a\nb", Range{0, 1}},      {"(?i:A)$", "a\n", std::nullopt}};
   for (const auto& [pattern, text, match] : cases) {
     EXPECT_EQ(firstMatch(pattern, text), match) << pattern << " in " << text.view();
   }
@@ -53,23 +50,20 @@ TEST(RegularExpression, GivesUpAnEndlessSearch) {
 }
 
 TEST(NumberFormatter, ReadsWholeTextsAsSixtyFourBitsOrDoubles) {
-  const struct {
-    const char* locale;
-    String text;
-    Value number;
-  } cases[] = {{"en_US", "2e3", std::int64_t{2000}},
-               {"en_US", "9223372036854775807", INT64_MAX},
-               {"en_US", "9223372036854775808", 9223372036854775808.0},
-               {"de_DE", "1,5", 1.5},
-               {"en_US", "", nullptr},
-               {"en_US", "12a", nullptr},
-               {"en_US", " \t\u2003-42", std::int64_t{-42}},
-               {"en_US", "\n42", nullptr},
-               {"en_US", "42 ", nullptr},
-               {"en_US", "1,234", nullptr},
-               {"en_US", "1e400", nullptr},
-               {"en_US", nullptr, nullptr},
-               {"en_US", repeated("0", 4095) + "7", std::int64_t{7}}};
+  const std::tuple<const char*, String, Value> cases[] = {
+      {"en_US", "2e3", std::int64_t{2000}},
+      {"en_US", "9223372036854775807", INT64_MAX},
+      {"en_US", "9223372036854775808", 9223372036854775808.0},
+      {"de_DE", "1,5", 1.5},
+      {"en_US", "", nullptr},
+      {"en_US", "12a", nullptr},
+      {"en_US", " \t\u2003-42", std::int64_t{-42}},
+      {"en_US", "\n42", nullptr},
+      {"en_US", "42 ", nullptr},
+      {"en_US", "1,234", nullptr},
+      {"en_US", "1e400", nullptr},
+      {"en_US", nullptr, nullptr},
+      {"en_US", repeated("0", 4095) + "7", std::int64_t{7}}};
   for (const auto& [locale, text, number] : cases) {
     String failure;
     const Value read = NumberFormatter(locale).numberFromString(text, &failure);
@@ -86,20 +80,16 @@ TEST(NumberFormatter, ReadsWholeTextsAsSixtyFourBitsOrDoubles) {
 constexpr const char* kHeaderPattern = "EEE, dd MMM yyyy HH:mm:ss zzz";
 
 TEST(DateFormatter, WritesDatesByPatternAndTimeZone) {
-  const struct {
-    String pattern;
-    String zone;
-    double seconds;
-    String text;
-  } cases[] = {{kHeaderPattern, "GMT", 1615215537.999, "Mon, 08 Mar 2021 14:58:57 GMT"},
-               {kHeaderPattern, "GMT", -1, "Wed, 31 Dec 1969 23:59:59 GMT"},
-               {kHeaderPattern, "GMT", HUGE_VAL, "Tue, 20 Dec 5828963 00:00:00 GMT"},
-               {kHeaderPattern, "GMT", std::nan(""), nullptr},
-               {"HH:mm", "Europe/Paris", 0, "01:00"},
-               {"HH:mm", "Nowhere/Land", 0, "00:00"},
-               {"HH:mm", nullptr, 0, "00:00"},
-               {"", "GMT", 0, ""},
-               {nullptr, "GMT", 0, nullptr}};
+  const std::tuple<String, String, double, String> cases[] = {
+      {kHeaderPattern, "GMT", 1615215537.999, "Mon, 08 Mar 2021 14:58:57 GMT"},
+      {kHeaderPattern, "GMT", -1, "Wed, 31 Dec 1969 23:59:59 GMT"},
+      {kHeaderPattern, "GMT", HUGE_VAL, "Tue, 20 Dec 5828963 00:00:00 GMT"},
+      {kHeaderPattern, "GMT", std::nan(""), nullptr},
+      {"HH:mm", "Europe/Paris", 0, "01:00"},
+      {"HH:mm", "Nowhere/Land", 0, "00:00"},
+      {"HH:mm", nullptr, 0, "00:00"},
+      {"", "GMT", 0, ""},
+      {nullptr, "GMT", 0, nullptr}};
   for (const auto& [pattern, zone, seconds, text] : cases) {
     EXPECT_EQ(DateFormatter(pattern, zone).stringFromDate(Date{seconds}), text) << seconds;
   }
@@ -109,16 +99,14 @@ TEST(DateFormatter, WritesDatesByPatternAndTimeZone) {
 TEST(TextServices, MayBeUsedFromManyThreadsAtOnce) {
   const DateFormatter dates(kHeaderPattern, "GMT");
   const NumberFormatter numbers;
-  const auto use = [&] {
+  runAtOnce(4, [&](int) {
     for (int i = 0; i < 200; ++i) {
       EXPECT_EQ(firstMatch("[0-9]+x", "ab12x"), (Range{2, 3}));
       EXPECT_EQ(numbers.numberFromString("12"), Value(12));
       EXPECT_EQ(dates.stringFromDate(Date{0}), String("Thu, 01 Jan 1970 00:00:00 GMT"));
-      EXPECT_TRUE(QVPlatform::consistsOfDecimalDigits(String("12")));
+      EXPECT_TRUE(consistsOfDecimalDigits(String("12")));
     }
-  };
-  std::vector<std::jthread> threads;
-  for (int i = 0; i < 4; ++i) threads.emplace_back(use);
+  });
 }
 
 }  // namespace

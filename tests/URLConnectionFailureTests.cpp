@@ -1,9 +1,36 @@
+#include <dlfcn.h>
+#include <netdb.h>
+
 #include "tests/support/Exchange.h"
 #include "tests/support/HTTPServer.h"
 #include "tests/support/RawServer.h"
 #include "tests/support/Test.h"
 
 using Connection = RawServer::Connection;
+
+namespace {
+
+std::binary_semaphore hangingLookUps{0};
+std::binary_semaphore endedLookUps{0};
+
+}  // namespace
+
+/// Stands in front of the system's own, so that names resolve as the tests need them without a name
+/// server.
+extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* name,
+                                                                  const char* service,
+                                                                  const addrinfo* hints,
+                                                                  addrinfo** result) {
+  if (name && std::strcmp(name, "missing.example") == 0) return EAI_NONAME;
+  if (name && std::strcmp(name, "hanging.example") == 0) {
+    hangingLookUps.acquire();
+    endedLookUps.release();
+    return EAI_AGAIN;
+  }
+  static const auto real =
+      reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
+  return real(name, service, hints, result);
+}
 
 namespace {
 
@@ -17,13 +44,9 @@ struct Failure {
   int status;  // of the response that is handed back; 0: none
 };
 
-/// Reads the request and answers with these bytes; then closes, or waits for the client to do so.
-RawServer::Script sends(std::string bytes) {
-  return [bytes](Connection& connection) {
-    connection.readRequest();
-    connection.send(bytes);
-  };
-}
+constexpr auto sends = &RawServer::sends;
+
+/// Waits for the client to close.
 RawServer::Script sendsAndHangs(std::string bytes) {
   return [bytes](Connection& connection) {
     connection.readRequest();
@@ -110,6 +133,10 @@ TEST(URLConnection, RefusesWhatItCannotSend) {
     EXPECT_EQ(exchange.response, nullptr) << url;
     EXPECT_EQ(exchange.code(), URLErrorCode::kUnsupportedURL) << url;
   }
+  const auto url = URL::URLWithString("http:" + authority);
+  const Exchange cached = send({url, URLRequestCachePolicy::kReturnCacheDataDontLoad, 10});
+  EXPECT_TRUE(cached.body.isNull());
+  EXPECT_EQ(cached.code(), URLErrorCode::kNotCached);
 }
 
 TEST(URLConnection, ClearsWhatTheLastTransferLeftInTheOutcome) {
@@ -146,14 +173,10 @@ TEST(URLConnection, TimesOutNeitherTooEarlyNorMuchTooLate) {
       }
     };
   };
-  const struct {
-    RawServer::Script script;
-    double timeout, limit;  // seconds
-    double least;
-    URLErrorCode code;
-  } cases[] = {{sendsAndHangs(""), 0.5, 600, 0.5, URLErrorCode::kTimedOut},
-               {sendsSlowly("abcdef", 100ms), 0.4, 600, 0.6, {}},
-               {sendsSlowly("abcdef", 100ms), 5, 0.3, 0.3, URLErrorCode::kTimedOut}};
+  const std::tuple<RawServer::Script, double, double, double, URLErrorCode> cases[] = {
+      {sendsAndHangs(""), 0.5, 600, 0.5, URLErrorCode::kTimedOut},
+      {sendsSlowly("abcdef", 100ms), 0.4, 600, 0.6, {}},
+      {sendsSlowly("abcdef", 100ms), 5, 0.3, 0.3, URLErrorCode::kTimedOut}};
   for (const auto& [script, timeout, limit, least, code] : cases) {
     RawServer server(script);
     URLConnection::setMaximumTransferTime(limit);
@@ -165,6 +188,18 @@ TEST(URLConnection, TimesOutNeitherTooEarlyNorMuchTooLate) {
     EXPECT_GE(time.count(), least);
     EXPECT_LT(time.count(), least + 2);
   }
+}
+
+TEST(URLConnection, FailsForAHostThatDoesNotExistAndWaitsForNoResolver) {
+  EXPECT_EQ(get("http://missing.example/").code(), URLErrorCode::kCannotFindHost);
+  const auto start = std::chrono::steady_clock::now();
+  const Exchange exchange = get("http://hanging.example/", 0.2);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+  EXPECT_EQ(exchange.code(), URLErrorCode::kTimedOut);
+  HTTPServer server;
+  EXPECT_EQ(get(server.url()).body, Data("ok"));
+  hangingLookUps.release();
+  EXPECT_TRUE(endedLookUps.try_acquire_for(std::chrono::seconds(10)));
 }
 
 }  // namespace

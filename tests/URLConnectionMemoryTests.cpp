@@ -37,9 +37,7 @@ TEST(URLConnectionMemory, RunsOutForOneTransferAlone) {
     if (request.path == "/start") return response.set_redirect("/end", 303);
     response.set_content(std::string(20'000, 'a'), "text/plain");
   });
-  MutableURLRequest request = requestTo(server.url("/start"));
-  request.setHTTPMethod("PUT");
-  request.setHTTPBody(Data("body"));
+  MutableURLRequest request = requestWith("PUT", server.url("/start"), Data("body"));
   request.addValueForHTTPHeaderField("1", "X-Field");
   for (int round = 0; round < 2; ++round) {
     isKept = round == 1;

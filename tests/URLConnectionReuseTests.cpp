@@ -52,21 +52,20 @@ TEST(URLConnectionReuse, PassesOverConnectionsOnWhichSomethingCameUnasked) {
   const std::string timedOut = "HTTP/1.1 408 Request Timeout\r\nContent-Length: 0\r\n\r\n";
   const std::string noContent = "HTTP/1.1 204 No Content\r\n\r\n";
   const std::string notModified = "HTTP/1.1 304 Not Modified\r\n\r\n";
-  const struct {
-    const char* name;
-    std::string first, rest;  // what comes in one piece, and then; "-" for the end
-  } cases[] = {{"408", "", timedOut},
-               {"408AndEnd", "", timedOut + "-"},
-               {"secondAnswer", "", answer("late")},
-               {"secondAnswerAtOnce", answer("/1") + answer("late"), ""},
-               {"partOfAnswerAtOnce", answer("/1") + "HTTP/1.1 200 OK\r\n", "X: y\r\n\r\nlate"},
-               {"lineBreak", "", "\r\n"},
-               {"end", "", "-"},
-               {"bodyOf204", noContent, "late"},
-               {"bodyOf204AtOnce", noContent + "late", ""},
-               {"bodyOf304", notModified, answer("late")},
-               {"bodyOf304AtOnce", notModified + answer("late"), ""},
-               {"tooLongBody", answer("/1") + "more", ""}};
+  // What comes in one piece with the first answer or in its place, and what then; "-" for the end.
+  const std::tuple<const char*, std::string, std::string> cases[] = {
+      {"408", "", timedOut},
+      {"408AndEnd", "", timedOut + "-"},
+      {"secondAnswer", "", answer("late")},
+      {"secondAnswerAtOnce", answer("/1") + answer("late"), ""},
+      {"partOfAnswerAtOnce", answer("/1") + "HTTP/1.1 200 OK\r\n", "X: y\r\n\r\nlate"},
+      {"lineBreak", "", "\r\n"},
+      {"end", "", "-"},
+      {"bodyOf204", noContent, "late"},
+      {"bodyOf204AtOnce", noContent + "late", ""},
+      {"bodyOf304", notModified, answer("late")},
+      {"bodyOf304AtOnce", notModified + answer("late"), ""},
+      {"tooLongBody", answer("/1") + "more", ""}};
   for (const auto& [name, first, rest] : cases) {
     const bool isEnd = rest.ends_with('-');
     EchoServer server(
@@ -78,9 +77,7 @@ TEST(URLConnectionReuse, PassesOverConnectionsOnWhichSomethingCameUnasked) {
     get(server.url("/1"));
     server.waitUntilDone();
     for (int i = 0; i < 2; ++i) {
-      MutableURLRequest post = requestTo(server.url("/2"));
-      post.setHTTPMethod("POST");
-      const Exchange second = send(post);
+      const Exchange second = send(requestWith("POST", server.url("/2")));
       EXPECT_EQ(second.body, Data("/2")) << name;
       EXPECT_EQ(second.status(), 200) << name;
     }
@@ -91,22 +88,19 @@ TEST(URLConnectionReuse, PassesOverConnectionsOnWhichSomethingCameUnasked) {
 
 /// A kept connection that breaks under a request.
 TEST(URLConnectionReuse, SendsNothingTwiceButAGetOfWhichNothingWasAnswered) {
-  const struct {
-    const char *method, *body, *begin;  // begin: of the answer, before the connection breaks
-    int breaks;                         // how many connections break
-    int requests;
-    bool succeeds;
-  } cases[] = {{"GET", nullptr, "", 1, 2, true},
-               {"HEAD", nullptr, "", 1, 2, true},
-               {"GET", nullptr, "", 2, 2, false},
-               {"GET", nullptr, "H", 1, 1, false},
-               {"GET", nullptr, "HTTP/1.1 2", 1, 1, false},
-               {"GET", nullptr, "HTTP/1.1 200 OK\r\nX: y\r\n", 1, 1, false},
-               {"GET", "body", "", 1, 1, false},
-               {"POST", "body", "", 1, 1, false},
-               {"POST", nullptr, "", 1, 1, false},
-               {"PUT", "body", "", 1, 1, false},
-               {"DELETE", nullptr, "", 1, 1, false}};
+  // Of the answer its beginning, before the connection breaks; how many connections do.
+  const std::tuple<const char*, Data, const char*, int, int, bool> cases[] = {
+      {"GET", nullptr, "", 1, 2, true},
+      {"HEAD", nullptr, "", 1, 2, true},
+      {"GET", nullptr, "", 2, 2, false},
+      {"GET", nullptr, "H", 1, 1, false},
+      {"GET", nullptr, "HTTP/1.1 2", 1, 1, false},
+      {"GET", nullptr, "HTTP/1.1 200 OK\r\nX: y\r\n", 1, 1, false},
+      {"GET", Data("body"), "", 1, 1, false},
+      {"POST", Data("body"), "", 1, 1, false},
+      {"POST", nullptr, "", 1, 1, false},
+      {"PUT", Data("body"), "", 1, 1, false},
+      {"DELETE", nullptr, "", 1, 1, false}};
   for (const auto& [method, body, begin, breaks, requests, succeeds] : cases) {
     for (const bool isReset : {false, true}) {
       std::atomic<int> left{0};
@@ -132,10 +126,7 @@ TEST(URLConnectionReuse, SendsNothingTwiceButAGetOfWhichNothingWasAnswered) {
         EXPECT_EQ(get(server.url("/warm")).body, Data("ok"));
         left = breaks;
         seen = 0;
-        MutableURLRequest request = requestTo(server.url("/hit"));
-        request.setHTTPMethod(method);
-        if (body) request.setHTTPBody(Data(body));
-        const Exchange exchange = send(request);
+        const Exchange exchange = send(requestWith(method, server.url("/hit"), body));
         EXPECT_EQ(exchange.body.isNull(), !succeeds) << method << ' ' << begin << isReset;
         EXPECT_EQ(seen, requests) << method << ' ' << begin << isReset;
         EXPECT_EQ(exchange.code(), succeeds ? URLErrorCode{} : URLErrorCode::kConnectionLost);
@@ -166,14 +157,11 @@ TEST(URLConnectionReuse, TakesAnAnswerOverTLSForWholeOnlyIfTheServerEndedIt) {
                                                                   &SSL_CTX_free);
   SSL_CTX_use_certificate_file(context.get(), certificate.file().c_str(), SSL_FILETYPE_PEM);
   SSL_CTX_use_PrivateKey_file(context.get(), certificate.keyFile().c_str(), SSL_FILETYPE_PEM);
-  const struct {
-    const char* field;
-    bool isEnded;
-    URLErrorCode code;
-  } cases[] = {{"", true, {}},
-               {"", false, URLErrorCode::kConnectionLost},
-               {"Transfer-Encoding: identity\r\n", false, URLErrorCode::kConnectionLost},
-               {"Content-Length: 4\r\n", false, {}}};
+  const std::tuple<const char*, bool, URLErrorCode> cases[] = {
+      {"", true, {}},
+      {"", false, URLErrorCode::kConnectionLost},
+      {"Transfer-Encoding: identity\r\n", false, URLErrorCode::kConnectionLost},
+      {"Content-Length: 4\r\n", false, {}}};
   for (const auto& [field, isEnded, code] : cases) {
     RawServer server([&, &field = field, &isEnded = isEnded](Connection& connection) {
       const std::unique_ptr<SSL, decltype(&SSL_free)> tls(SSL_new(context.get()), &SSL_free);

@@ -7,13 +7,10 @@
 namespace {
 
 TEST(URLConnectionTLS, TrustsTheCertificatesOfTheEnvironmentForTheirHostAlone) {
-  const struct {
-    const char* subject;
-    bool isTrusted;
-    URLErrorCode code;
-  } cases[] = {{"IP:127.0.0.1", false, URLErrorCode::kSecureConnectionFailed},
-               {"DNS:example.org", true, URLErrorCode::kSecureConnectionFailed},
-               {"IP:127.0.0.1", true, {}}};
+  const std::tuple<const char*, bool, URLErrorCode> cases[] = {
+      {"IP:127.0.0.1", false, URLErrorCode::kSecureConnectionFailed},
+      {"DNS:example.org", true, URLErrorCode::kSecureConnectionFailed},
+      {"IP:127.0.0.1", true, {}}};
   for (const auto& [subject, isTrusted, code] : cases) {
     const Certificate certificate(subject);
     if (isTrusted) setenv("SSL_CERT_FILE", certificate.file().c_str(), 1);

@@ -16,7 +16,7 @@ struct Outcome {
 };
 
 /// A copy of the engine's library, beside which lies a shell script as the engine's program.
-class WebEngineTest : public QVTest::CoreTest {
+class WebEngineTest : public CoreTest {
  protected:
   void SetUp() override {
 #ifndef QV_WEBKIT_LIBRARY
@@ -45,21 +45,17 @@ class WebEngineTest : public QVTest::CoreTest {
     std::optional<Outcome> outcome;
     WebEngine::engine()->makeWebView({})->evaluateJavaScript(
         script, [&](const Value& result, const std::shared_ptr<Error>& error) {
-          outcome = {result, error, QVPlatform::MainQueue::isMainThread()};
+          outcome = {result, error, MainQueue::isMainThread()};
         });
     EXPECT_TRUE(runMainQueueUntil([&] { return outcome.has_value(); }));
     return outcome.value_or(Outcome{});
   }
 
-  const QVTest::TemporaryDirectory directory;
+  const TemporaryDirectory directory;
 };
 
 TEST_F(WebEngineTest, HandsOutWhatItsProgramAnswers) {
-  struct Case {
-    const char* program;
-    Value result;
-  };
-  const Case cases[] = {
+  const std::pair<const char*, Value> cases[] = {
       {"cat >/dev/null; printf 'tAgent/1'", "Agent/1"},
       {"printf t; cat", "the script"},
       {"printf t", ""},
@@ -128,7 +124,7 @@ TEST(WebEngineLibraryTest, LeavesAProcessWithoutItWithoutAnEngineAndSaysSoOnce) 
     return;
   }
   // A copy of the platform's library, beside which no engine lies.
-  const QVTest::TemporaryDirectory alone;
+  const TemporaryDirectory alone;
   fs::copy_file(QV_PLATFORM_LIBRARY, alone.path() / QV_PLATFORM_SONAME);
   const std::string command = "QV_TEST_WITHOUT_LIBRARY=1 LD_LIBRARY_PATH=" + alone.path().string() +
                               " " + fs::read_symlink("/proc/self/exe").string() +

@@ -1,12 +1,42 @@
+#include <sys/prctl.h>
+
+#include "tests/support/ChildProcess.h"
 #include "tests/support/CoreTest.h"
 #include "tests/support/Test.h"
-#include "tests/support/XServer.h"
 
 // The real engine, on a display in memory.
 
 namespace {
 
-class WebViewTest : public QVTest::CoreTest {
+/// A display for this process, in memory: an X server that lives as long as this object.
+class XServer {
+ public:
+  XServer() {
+    if (isRunning()) setenv("DISPLAY", (":" + number_).c_str(), 1);
+  }
+  /// The server, told to end, removes its lock and its socket.
+  ~XServer() {
+    unsetenv("DISPLAY");
+    process_.end(SIGTERM);
+  }
+
+  bool isRunning() const { return !number_.empty(); }
+
+ private:
+  static int run(int output) {
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    fcntl(output, F_SETFD, 0);
+    const std::string descriptor = std::to_string(output);
+    dup2(open("/dev/null", O_WRONLY), STDERR_FILENO);
+    execlp("Xvfb", "Xvfb", "-displayfd", descriptor.c_str(), "-nolisten", "tcp", nullptr);
+    return 127;
+  }
+
+  ChildProcess process_{run};
+  const std::string number_ = process_.firstLine();
+};
+
+class WebViewTest : public CoreTest {
  protected:
   void SetUp() override {
 #ifdef QV_WEBKIT_LIBRARY
@@ -27,22 +57,17 @@ class WebViewTest : public QVTest::CoreTest {
     return answer;
   }
 
-  const QVTest::XServer display;
+  const XServer display;
 };
 
 TEST_F(WebViewTest, EvaluatesScripts) {
-  struct Case {
-    const char* script;
-    Value result;
-  };
-  const Case cases[] = {{"'a\\u00e4\\u0000b'", String(std::string_view("aä\0b", 5))},
-                        {"6 * 7", 42.0},
-                        {"1 < 2", true},
-                        {"undefined", nullptr},
-                        {"null", nullptr},
-                        {"({})", nullptr},
-                        {"throw new Error('no')", nullptr},
-                        {"not a script", nullptr}};
+  const std::pair<const char*, Value> cases[] = {
+      {"'a\\u00e4\\u0000b'", String(std::string_view("aä\0b", 5))},
+      {"6 * 7", 42.0},
+      {"1 < 2", true},
+      {"({})", nullptr},
+      {"throw new Error('no')", nullptr},
+      {"not a script", nullptr}};
   for (const auto& [script, result] : cases) EXPECT_EQ(resultOf(script), result) << script;
 }
 

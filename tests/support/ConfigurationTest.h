@@ -15,12 +15,9 @@ class ConfigurationTest : public CoreTest {
 
   std::filesystem::path resources() const { return container.path() / "Resources"; }
 
-  static void write(const std::filesystem::path& path, const std::string& text) {
-    std::ofstream(path, std::ios::binary) << text;
-  }
   /// Ships "<name>.json" with the application.
   void ship(const std::string& name, const std::string& text) const {
-    write(resources() / (name + ".json"), text);
+    putFile(resources() / (name + ".json"), text);
   }
 
   static void save(const std::string& name, const QVPlatform::String& text) {

@@ -15,8 +15,6 @@ class Recorder {
     }
   }
   ~Recorder() { center_->removeObserver(this); }
-  Recorder(const Recorder&) = delete;
-  Recorder& operator=(const Recorder&) = delete;
 
   std::vector<QVPlatform::Notification> heard() const {
     const std::lock_guard lock(mutex_);
@@ -64,13 +62,11 @@ class CoreTest : public ::testing::Test {
   }
   /// Runs what waits on the main queue until the condition holds, for ten seconds at most.
   static bool runMainQueueUntil(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!condition()) {
-      if (std::chrono::steady_clock::now() > deadline) return false;
-      QVPlatform::MainQueue::mainQueue().drain();
-      std::this_thread::yield();
-    }
-    return true;
+    return waitUntil([&] {
+      if (condition()) return true;
+      MainQueue::mainQueue().drain();
+      return false;
+    });
   }
 
   TemporaryDirectory container;

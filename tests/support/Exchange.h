@@ -22,6 +22,14 @@ inline QVPlatform::MutableURLRequest requestTo(const std::string& url, double ti
           QVPlatform::URLRequestCachePolicy::kReloadIgnoringLocalCacheData, timeout};
 }
 
+inline QVPlatform::MutableURLRequest requestWith(const char* method, const std::string& url,
+                                                 const QVPlatform::Data& body = nullptr) {
+  auto request = requestTo(url);
+  request.setHTTPMethod(method);
+  request.setHTTPBody(body);
+  return request;
+}
+
 inline Exchange send(const QVPlatform::MutableURLRequest& request) {
   Exchange exchange;
   exchange.body =

@@ -43,6 +43,33 @@ inline std::string printed(const std::function<void()>& action) {
   return testing::internal::GetCapturedStdout();
 }
 
+/// What it prints on standard error.
+inline std::string complaintsOf(const std::function<void()>& action) {
+  testing::internal::CaptureStderr();
+  action();
+  return testing::internal::GetCapturedStderr();
+}
+
+/// Runs the function on that many threads at once, each with its number, until all have ended.
+inline void runAtOnce(int count, const std::function<void(int)>& function) {
+  std::vector<std::jthread> threads;
+  for (int i = 0; i < count; ++i) threads.emplace_back(function, i);
+}
+
+/// Whether the condition holds within ten seconds. Takes no memory, which may be about to fail.
+template <class Condition>
+bool waitUntil(const Condition& condition) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!condition() && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+  return condition();
+}
+
+/// The words of the text, between blanks.
+inline std::vector<std::string> words(const std::string& text) {
+  std::istringstream stream(text);
+  return {std::istream_iterator<std::string>(stream), {}};
+}
+
 inline std::string contentsOf(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};

@@ -65,6 +65,14 @@ class RawServer {
   /// Runs on a thread of its own; the connection is closed when it returns.
   using Script = std::function<void(Connection&)>;
 
+  /// Reads the request and answers with these bytes; then closes.
+  static Script sends(std::string bytes) {
+    return [bytes](Connection& connection) {
+      connection.readRequest();
+      connection.send(bytes);
+    };
+  }
+
   explicit RawServer(Script script) : script_(std::move(script)) {
     file_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
@@ -89,8 +97,6 @@ class RawServer {
     for (const Client& client : clients_) close(client.file);
     close(file_);
   }
-  RawServer(const RawServer&) = delete;
-  RawServer& operator=(const RawServer&) = delete;
 
   int port() const { return port_; }
   std::string url(const std::string& target = "/") const {

@@ -3,6 +3,7 @@
 #include <QVPlatform/SystemConfiguration/NetworkReachability.h>
 
 #include <cerrno>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -57,7 +58,14 @@ class ScriptedReachability : public QVPlatform::ReachabilitySource {
     return count;
   }
 
+  /// Those that have ended, too.
+  std::size_t numberOfAllSubscriptions() const {
+    const std::lock_guard lock(mutex_);
+    return subscribers_.size();
+  }
+
   bool getFlags(const QVPlatform::ReachabilityTarget& target, Flags* flags) override {
+    if (const auto action = std::exchange(atFirstLook, nullptr)) action();
     const std::lock_guard lock(mutex_);
     lastTarget_ = target;
     if (flagsError_ == 0) *flags = flags_;
@@ -73,6 +81,9 @@ class ScriptedReachability : public QVPlatform::ReachabilitySource {
     subscribers_.push_back(subscriber);
     return subscriber;
   }
+
+  /// Called when flags are asked for the first time: in the middle of an initialisation.
+  std::function<void()> atFirstLook;
 
  private:
   mutable std::mutex mutex_;

@@ -44,6 +44,7 @@
 #include <random>
 #include <semaphore>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
