@@ -14,7 +14,7 @@ TEST_F(QVCoreExitTest, MayComeAtAnyMomentWhileTransfersAreUnderWay) {
   ASSERT_EQ(setenv("SSL_CERT_FILE", certificate.file().c_str(), 1), 0);
   std::mt19937 random(20210803);
   std::uniform_int_distribution<int> microseconds(0, 20'000);
-  for (int i = 0; i < 40; ++i) {
+  for (int i = 0; i < 24; ++i) {
     const std::chrono::microseconds time(microseconds(random));
     const auto runAndExit = [&] {
       alarm(20);  // a hang ends the process by a signal
