@@ -10,7 +10,10 @@ using QVCoreExitTest = NetworkManagerTest;
 /// An application that sends hits and configurations, over TLS, ends whatever is going on.
 TEST_F(QVCoreExitTest, MayComeAtAnyMomentWhileTransfersAreUnderWay) {
   const Certificate certificate;
-  const ServerProcess server(certificate.file(), certificate.keyFile());
+  const HTTPServer::Handler answerAndClose = [](const auto&, auto& response) {
+    response.set_header("Connection", "close");  // so that each transfer sets up TLS
+  };
+  const ServerProcess server(certificate.file(), certificate.keyFile(), answerAndClose);
   ASSERT_EQ(setenv("SSL_CERT_FILE", certificate.file().c_str(), 1), 0);
   std::mt19937 random(20210803);
   std::uniform_int_distribution<int> microseconds(0, 20'000);

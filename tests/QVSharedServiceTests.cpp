@@ -161,7 +161,7 @@ TEST(QVDynamicStoreTest, IsMergedAndDescribedAtOneMoment) {
   const auto both = storeOf({{"x", "1"}, {"y", "2"}});
   const auto store = storeOf({});
   runAtOnce(3, [&](int thread) {
-    for (int i = 0; i < 1000; ++i) {
+    for (int i = 0; i < 10000; ++i) {
       if (thread == 0) {
         store->addData(both);
         store->addData(store);
