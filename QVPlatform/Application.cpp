@@ -12,7 +12,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -138,14 +137,14 @@ struct Defaults {
 
 struct FoundDefaults {
   ForkMutex mutex;
-  std::optional<Defaults> defaults;
+  std::optional<Defaults> defaults QV_GUARDED_BY(mutex);
 };
 
 /// One of the defaults; they are found out when the first is asked for.
 template <class Ask>
 String defaultOf(const Ask& ask) {
   auto& found = Lasting<FoundDefaults>::object();
-  const std::lock_guard lock(found.mutex);
+  const Lock lock(found.mutex);
   if (!found.defaults) found.defaults.emplace();
   return ask(*found.defaults);
 }

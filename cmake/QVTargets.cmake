@@ -9,7 +9,8 @@ check_linker_flag(CXX "LINKER:-z,pack-relative-relocs" QV_HAS_PACKED_RELOCATIONS
 # qv_target(<target>): language level, warnings, hidden visibility.
 function(qv_target target)
   target_compile_features(${target} PUBLIC cxx_std_20)
-  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+    $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
   set_target_properties(${target} PROPERTIES
     CXX_EXTENSIONS OFF
     CXX_VISIBILITY_PRESET hidden

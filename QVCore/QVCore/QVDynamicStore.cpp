@@ -10,6 +10,7 @@
 
 using QVPlatform::Array;
 using QVPlatform::Dictionary;
+using QVPlatform::Lock;
 using QVPlatform::String;
 using QVPlatform::operator""_string;
 using QVPlatform::stringWithFormat;
@@ -31,7 +32,7 @@ std::shared_ptr<QVDynamicStore> QVDynamicStore::init() {
 }
 
 QVDynamicStore::Content QVDynamicStore::content() const {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   return {dynamicStore_.copy(), orderedKeys_.copy()};
 }
 
@@ -41,7 +42,7 @@ void QVDynamicStore::addData(const std::shared_ptr<QVDynamicStore>& other) {
   const auto [values, keys] = other->content();
   std::vector<Value> replaced;  // destroyed after the lock, as they may be any objects
   replaced.reserve(keys.count());
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   for (const Value& key : keys.values()) {
     replaced.push_back(replace(key.string(), values.get(key.string())));
   }
@@ -49,7 +50,7 @@ void QVDynamicStore::addData(const std::shared_ptr<QVDynamicStore>& other) {
 
 void QVDynamicStore::addDataWithValue(const String& key, const Value& value) {
   Value earlier;  // destroyed after the lock, as above
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   earlier = replace(key, value);
 }
 
@@ -76,7 +77,7 @@ Value QVDynamicStore::getData(const String& key) const { return dynamicStore().g
 Value QVDynamicStore::removeData(const String& key) {
   if (key.isNull()) return nullptr;
   Value removed;
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   removed = dynamicStore_.get(key);
   dynamicStore_.remove(key);
   orderedKeys_.removeEqual(key);
@@ -85,7 +86,7 @@ Value QVDynamicStore::removeData(const String& key) {
 
 void QVDynamicStore::clearData() {
   Dictionary dropped;  // destroyed after the lock, as its values may be any objects
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   dropped = dynamicStore_.copy();
   dynamicStore_.clear();
   orderedKeys_.clear();
@@ -112,21 +113,21 @@ String QVDynamicStore::debugDescription() const {
 }
 
 Dictionary QVDynamicStore::dynamicStore() const {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   return dynamicStore_;
 }
 
 void QVDynamicStore::setDynamicStore(Dictionary store) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   std::swap(dynamicStore_, store);
 }
 
 Array QVDynamicStore::orderedKeys() const {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   return orderedKeys_;
 }
 
 void QVDynamicStore::setOrderedKeys(Array keys) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   std::swap(orderedKeys_, keys);
 }

@@ -67,10 +67,11 @@ class QVCORE_EXPORT QVDynamicStore : public QVPlatform::Object,
   };
 
   Content content() const;
-  /// Requires the mutex. Returns the earlier value, or nil.
-  QVPlatform::Value replace(const QVPlatform::String& key, const QVPlatform::Value& value);
+  /// Returns the earlier value, or nil.
+  QVPlatform::Value replace(const QVPlatform::String& key, const QVPlatform::Value& value)
+      QV_REQUIRES(mutex_);
 
   mutable QVPlatform::ForkMutex mutex_;
-  QVPlatform::Dictionary dynamicStore_;
-  QVPlatform::Array orderedKeys_;
+  QVPlatform::Dictionary dynamicStore_ QV_GUARDED_BY(mutex_);
+  QVPlatform::Array orderedKeys_ QV_GUARDED_BY(mutex_);
 };

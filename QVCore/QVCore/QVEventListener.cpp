@@ -7,11 +7,11 @@
 #include <algorithm>
 #include <atomic>
 #include <forward_list>
-#include <mutex>
 #include <utility>
 
 using QVPlatform::CallGate;
 using QVPlatform::callOut;
+using QVPlatform::Lock;
 using QVPlatform::Notification;
 using QVPlatform::NotificationCenter;
 using QVPlatform::Object;
@@ -76,10 +76,10 @@ struct QVEventListener::Line {
     if (Forwarding* const way = current) way->deliver(notification);
   }
 
-  /// Requires the mutex. A delivery may have found any of the ways and be late to enter it, so they
-  /// stay, and are used again. There are at most as many as calls of setParent() at once and from
-  /// within one another's deliveries, and in the child of a fork() those of the parent.
-  Forwarding& freeWay() {
+  /// A delivery may have found any of the ways and be late to enter it, so they stay, and are used
+  /// again. There are at most as many as calls of setParent() at once and from within one another's
+  /// deliveries, and in the child of a fork() those of the parent.
+  Forwarding& freeWay() QV_REQUIRES(mutex) {
     for (Forwarding& way : ways) {
       if (!way.isUsed && way.gate.isIdle()) return way;
     }
@@ -89,7 +89,7 @@ struct QVEventListener::Line {
   QVPlatform::ForkMutex mutex;
   std::atomic<Forwarding*> current{nullptr};  // null without a parent
   /// One is there for the first parent, who then meets no want of memory.
-  std::forward_list<Forwarding> ways{1};
+  std::forward_list<Forwarding> ways QV_GUARDED_BY(mutex){1};
 };
 
 QVEventListener::QVEventListener() : line_(std::make_shared<Line>()) {}
@@ -119,7 +119,7 @@ bool QVEventListener::listen(const String& name) {
 }
 
 void QVEventListener::rememberCenter(const std::shared_ptr<NotificationCenter>& center) {
-  const std::lock_guard lock(line_->mutex);
+  const Lock lock(mutex());
   const auto isCenter = [&center](const auto& used) {
     return !used.owner_before(center) && !center.owner_before(used);
   };
@@ -127,6 +127,8 @@ void QVEventListener::rememberCenter(const std::shared_ptr<NotificationCenter>& 
     usedCenters_.push_back(center);
   }
 }
+
+QVPlatform::Mutex& QVEventListener::mutex() const { return line_->mutex; }
 
 void QVEventListener::onNotification(const Notification& notification) {
   const auto line = line_;
@@ -138,7 +140,7 @@ void QVEventListener::stopListening() {
 }
 
 IQVEventListenerDelegate* QVEventListener::parent() const {
-  const std::lock_guard lock(line_->mutex);
+  const Lock lock(line_->mutex);
   const Forwarding* const way = line_->current;
   return way ? way->parent : nullptr;
 }
@@ -146,25 +148,25 @@ IQVEventListenerDelegate* QVEventListener::parent() const {
 void QVEventListener::setParent(IQVEventListenerDelegate* parent) {
   Forwarding* replaced = nullptr;
   {
-    const std::lock_guard lock(line_->mutex);
+    const Lock lock(line_->mutex);
     Forwarding* const way = parent ? &line_->freeWay() : nullptr;
     if (way) way->begin(parent);
     replaced = line_->current.exchange(way);
   }
   if (!replaced) return;
   replaced->gate.close();
-  const std::lock_guard lock(line_->mutex);
+  const Lock lock(line_->mutex);
   replaced->isUsed = false;
 }
 
 std::shared_ptr<NotificationCenter> QVEventListener::notificationCenter() const {
-  const std::lock_guard lock(line_->mutex);
+  const Lock lock(mutex());
   return notificationCenter_;
 }
 
 /// The registrations stay on the earlier center, on purpose, while senders post on the new one at
 /// once.
 void QVEventListener::setNotificationCenter(std::shared_ptr<NotificationCenter> center) {
-  const std::lock_guard lock(line_->mutex);
+  const Lock lock(mutex());
   notificationCenter_.swap(center);
 }

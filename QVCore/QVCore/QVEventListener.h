@@ -2,6 +2,7 @@
 
 #include <QVCore/Export.h>
 #include <QVPlatform/Dispatch/NotificationCenter.h>
+#include <QVPlatform/Foundation/Mutex.h>
 
 #include <memory>
 #include <vector>
@@ -67,10 +68,11 @@ class QVCORE_EXPORT QVEventListener : public QVPlatform::Object {
   struct Line;
 
   void rememberCenter(const std::shared_ptr<QVPlatform::NotificationCenter>& center);
+  /// The line's.
+  QVPlatform::Mutex& mutex() const;
 
   const std::shared_ptr<Line> line_;
-  // Guarded by the line's mutex.
-  std::shared_ptr<QVPlatform::NotificationCenter> notificationCenter_;
+  std::shared_ptr<QVPlatform::NotificationCenter> notificationCenter_ QV_GUARDED_BY(mutex());
   /// Where this listener has registered: it must not be called there once it is gone.
-  std::vector<std::weak_ptr<QVPlatform::NotificationCenter>> usedCenters_;
+  std::vector<std::weak_ptr<QVPlatform::NotificationCenter>> usedCenters_ QV_GUARDED_BY(mutex());
 };

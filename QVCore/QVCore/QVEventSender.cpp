@@ -2,9 +2,9 @@
 
 #include <QVPlatform/Foundation/CallOut.h>
 
-#include <mutex>
 #include <utility>
 
+using QVPlatform::Lock;
 using QVPlatform::Notification;
 using QVPlatform::NotificationCenter;
 
@@ -31,13 +31,13 @@ bool QVEventSender::send(const Notification& notification) {
 }
 
 std::shared_ptr<NotificationCenter> QVEventSender::notificationCenter() const {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   return notificationCenter_;
 }
 
 void QVEventSender::setNotificationCenter(std::shared_ptr<NotificationCenter> center) {
   const bool isLasting = center == NotificationCenter::defaultCenter();
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   lastingCenter_ = isLasting ? center.get() : nullptr;
   notificationCenter_.swap(center);
 }

@@ -42,7 +42,7 @@ class QVCORE_EXPORT QVEventSender : public QVPlatform::Object {
  private:
   std::atomic<IQVEventSenderDelegate*> parent_{nullptr};
   mutable QVPlatform::ForkMutex mutex_;
-  std::shared_ptr<QVPlatform::NotificationCenter> notificationCenter_;
+  std::shared_ptr<QVPlatform::NotificationCenter> notificationCenter_ QV_GUARDED_BY(mutex_);
   /// The same, if it is the default center: that is never destroyed, so that a post needs no
   /// reference to it. Written under the mutex.
   std::atomic<QVPlatform::NotificationCenter*> lastingCenter_{nullptr};

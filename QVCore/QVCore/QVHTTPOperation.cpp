@@ -17,6 +17,7 @@
 using QVPlatform::Data;
 using QVPlatform::Date;
 using QVPlatform::Dictionary;
+using QVPlatform::Lock;
 using QVPlatform::MutableURLRequest;
 using QVPlatform::String;
 using QVPlatform::stringWithFormat;
@@ -175,41 +176,41 @@ void QVHTTPOperation::sendResponseNotification() {
 }
 
 Dictionary QVHTTPOperation::userInfo() const {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   return userInfo_;
 }
 
 void QVHTTPOperation::setUserInfo(Dictionary userInfo) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   std::swap(userInfo_, userInfo);
 }
 
 String QVHTTPOperation::ifModified() const {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   return ifModified_;
 }
 
 void QVHTTPOperation::setIfModified(String date) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   std::swap(ifModified_, date);
 }
 
 std::shared_ptr<MutableURLRequest> QVHTTPOperation::request() const {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   return request_;
 }
 
 void QVHTTPOperation::setRequest(std::shared_ptr<MutableURLRequest> request) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   std::swap(request_, request);
 }
 
 Data QVHTTPOperation::result() const {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   return result_;
 }
 
 void QVHTTPOperation::setResult(Data result) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   std::swap(result_, result);
 }

@@ -4,6 +4,7 @@
 #include <QVPlatform/Dispatch/Operation.h>
 #include <QVPlatform/Foundation/Data.h>
 #include <QVPlatform/Foundation/Error.h>
+#include <QVPlatform/Foundation/Mutex.h>
 #include <QVPlatform/Foundation/Property.h>
 #include <QVPlatform/Foundation/Value.h>
 #include <QVPlatform/Networking/HTTPURLResponse.h>
@@ -12,7 +13,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 
 /// One HTTP request: sends it on its queue's thread, tells success from failure, and reports by
@@ -98,11 +98,11 @@ class QVCORE_EXPORT QVHTTPOperation : public QVPlatform::Operation {
   void prepareConditionalRequest(const QVPlatform::String& lastUpdateKey);
 
   std::atomic<std::int32_t> timestamp_{0};
-  mutable std::mutex mutex_;  // one for all, as thousands of operations may wait
-  QVPlatform::Dictionary userInfo_;
-  std::optional<QVPlatform::URL>
-      url_;  // of the data as it was at first; const after initWithData()
-  QVPlatform::String ifModified_;
-  std::shared_ptr<QVPlatform::MutableURLRequest> request_;
-  QVPlatform::Data result_;
+  mutable QVPlatform::Mutex mutex_;  // one for all, as thousands of operations may wait
+  QVPlatform::Dictionary userInfo_ QV_GUARDED_BY(mutex_);
+  QVPlatform::String ifModified_ QV_GUARDED_BY(mutex_);
+  std::shared_ptr<QVPlatform::MutableURLRequest> request_ QV_GUARDED_BY(mutex_);
+  QVPlatform::Data result_ QV_GUARDED_BY(mutex_);
+  /// Of the data as it was at first; const after initWithData().
+  std::optional<QVPlatform::URL> url_;
 };

@@ -12,7 +12,6 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
-#include <mutex>
 #include <utility>
 
 namespace QVPlatform {
@@ -28,13 +27,14 @@ struct MainQueue::State {
 
   static void beginAnew(void* state) {
     auto& own = *static_cast<State*>(state);
+    own.mutex.assumeHeld();
     leaveToParent(std::move(own.shared));
     own.shared = std::make_unique<Shared>();
     own.replaceDescriptor();
   }
 
-  /// Requires the mutex. The child has the parent's counter: what it reads, the parent misses.
-  void replaceDescriptor() {
+  /// The child has the parent's counter: what it reads, the parent misses.
+  void replaceDescriptor() QV_REQUIRES(mutex) {
     if (descriptor < 0) return;
     const int own = makeCounter();
     const bool isReplaced = own >= 0 && dup3(own, descriptor, O_CLOEXEC) >= 0;
@@ -46,8 +46,8 @@ struct MainQueue::State {
 
   static int makeCounter() { return eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK); }
 
-  /// Requires the mutex: makes the descriptor say whether blocks wait.
-  void showWaiting() const {
+  /// Makes the descriptor say whether blocks wait.
+  void showWaiting() const QV_REQUIRES(mutex) {
     std::uint64_t count = 1;
     if (descriptor < 0) return;
     // Neither can fail on a non-blocking counter in a way that matters: it says what it should.
@@ -56,16 +56,16 @@ struct MainQueue::State {
                                               : write(descriptor, &count, sizeof count);
   }
 
-  /// Requires the mutex, which it releases while the block runs.
-  void runFirst(std::unique_lock<std::mutex>& lock) {
+  /// Releases the mutex while the block runs.
+  void runFirst() QV_REQUIRES(mutex) {
     Block block = takeFirst(shared->blocks);
     if (shared->blocks.empty()) showWaiting();
-    runUnlocked(std::move(block), lock);
+    runUnlocked(std::move(block), mutex);
   }
 
   ForkMutex mutex{beginAnew, this};
-  std::unique_ptr<Shared> shared = std::make_unique<Shared>();
-  int descriptor = -1;
+  std::unique_ptr<Shared> shared QV_GUARDED_BY(mutex) = std::make_unique<Shared>();
+  int descriptor QV_GUARDED_BY(mutex) = -1;
 };
 
 MainQueue::MainQueue() : state_(std::make_unique<State>()) {}
@@ -82,7 +82,7 @@ MainQueue& MainQueue::mainQueue() {
 bool MainQueue::isMainThread() noexcept { return gettid() == getpid(); }
 
 bool MainQueue::async(std::function<void()> block) {
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   State::Shared& shared = *state_->shared;
   if (!callOut([&] { shared.blocks.push_back(std::move(block)); })) return false;
   if (shared.blocks.size() == 1) state_->showWaiting();
@@ -96,9 +96,9 @@ bool MainQueue::sync(std::function<void()> block) {
     return true;
   }
   struct Ticket {
-    std::mutex mutex;
+    Mutex mutex;
     std::condition_variable done;
-    bool hasRun = false;
+    bool hasRun QV_GUARDED_BY(mutex) = false;
   };
   bool isWaiting = false;
   std::shared_ptr<Ticket> ticket;
@@ -106,35 +106,35 @@ bool MainQueue::sync(std::function<void()> block) {
     ticket = std::make_shared<Ticket>();
     isWaiting = async([ticket, &block] {
       callOut(block);
-      const std::lock_guard lock(ticket->mutex);
+      const Lock lock(ticket->mutex);
       ticket->hasRun = true;
       ticket->done.notify_one();
     });
   });
   if (!isWaiting) return false;
-  std::unique_lock lock(ticket->mutex);
-  ticket->done.wait(lock, [&ticket] { return ticket->hasRun; });
+  Lock lock(ticket->mutex);
+  while (!ticket->hasRun) lock.wait(ticket->done);
   return true;
 }
 
 void MainQueue::run() {
-  std::unique_lock<std::mutex> lock(state_->mutex);
+  Lock lock(state_->mutex);
   for (;;) {
     auto& shared = state_->shared;  // another one after a fork() that a block made
-    shared->changed.wait(lock, [&] { return shared->isStopped || !shared->blocks.empty(); });
+    while (!shared->isStopped && shared->blocks.empty()) lock.wait(shared->changed);
     if (std::exchange(shared->isStopped, false)) return;
-    state_->runFirst(lock);
+    state_->runFirst();
   }
 }
 
 void MainQueue::stop() {
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   state_->shared->isStopped = true;
   state_->shared->changed.notify_one();
 }
 
 int MainQueue::fileDescriptor() {
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   if (state_->descriptor < 0) {
     state_->descriptor = State::makeCounter();
     if (!state_->shared->blocks.empty()) state_->showWaiting();
@@ -143,10 +143,10 @@ int MainQueue::fileDescriptor() {
 }
 
 void MainQueue::drain() {
-  std::unique_lock<std::mutex> lock(state_->mutex);
+  const Lock lock(state_->mutex);
   for (auto left = state_->shared->blocks.size(); left > 0; --left) {
     if (state_->shared->blocks.empty()) return;  // a block drained the queue, or forked
-    state_->runFirst(lock);
+    state_->runFirst();
   }
 }
 

@@ -6,7 +6,6 @@
 #include <array>
 #include <condition_variable>
 #include <deque>
-#include <mutex>
 #include <optional>
 #include <typeinfo>
 #include <utility>
@@ -120,29 +119,27 @@ struct OperationQueue::State {
   /// The child of a fork() has a queue of its own to fill. It leaves the parent's operations alone:
   /// the parent runs them, and destroying the copies might call out.
   static void beginAnew(void* state) {
-    auto& work = static_cast<State*>(state)->work;
-    leaveToParent(std::move(work));
-    work = std::make_unique<Work>();
+    auto& own = *static_cast<State*>(state);
+    own.mutex.assumeHeld();
+    leaveToParent(std::move(own.work));
+    own.work = std::make_unique<Work>();
   }
 
-  // The following require the mutex.
+  CountChange countChange() const QV_REQUIRES(mutex) { return {observations, work->count()}; }
 
-  CountChange countChange() const { return {observations, work->count()}; }
-
-  void compactAll(std::unique_lock<std::mutex>& lock) {
+  void compactAll() QV_REQUIRES(mutex) {
     while (work->hasCancelledAtHead()) {
       auto dropped = std::make_optional(work->compact());
-      lock.unlock();
+      const Unlocked unlocked(mutex);
       dropped.reset();
-      lock.lock();
     }
   }
 
-  bool canStart() const {
+  bool canStart() const QV_REQUIRES(mutex) {
     return !isSuspended && (work->cancelledAtHead > 0 || !work->waiting.empty());
   }
 
-  void wakeThread(const std::shared_ptr<State>& self) {
+  void wakeThread(const std::shared_ptr<State>& self) QV_REQUIRES(mutex) {
     if (!canStart()) return;
     if (!work->hasThread) {
       work->hasThread = startThread("QVOperations", [self] { self->run(); });
@@ -154,85 +151,87 @@ struct OperationQueue::State {
 
   /// Ends, too, in the child of a fork() that an operation made: the queue gets another thread.
   void run() {
-    std::unique_lock<std::mutex> lock(mutex);
+    Lock lock(mutex);
     for (const Work* const own = work.get(); work.get() == own;) {
       work->isIdle = true;
-      work->changed.wait(lock, [this] { return isClosed || canStart(); });
+      while (!isClosed && !canStart()) lock.wait(work->changed);
       work->isIdle = false;
       if (isClosed) return;
-      dropCancelled(lock);
-      if (canStart()) runFirst(lock);
+      dropCancelled();
+      if (canStart()) runFirst();
     }
   }
 
-  void dropCancelled(std::unique_lock<std::mutex>& lock) {
-    compactAll(lock);
+  void dropCancelled() QV_REQUIRES(mutex) {
+    compactAll();
     if (work->cancelledAtHead == 0) return;
     work->cancelledAtHead = 0;
-    tell(lock);
+    tell();
   }
 
-  void runFirst(std::unique_lock<std::mutex>& lock) {
+  void runFirst() QV_REQUIRES(mutex) {
     if (work->waiting.empty()) return;
     work->running = std::move(work->waiting.front());
     work->waiting.pop_front();
     OperationReference operation = work->running;
-    lock.unlock();
-    if (!operation->isCancelled()) callOut([&operation] { operation->main(); });
-    lock.lock();
+    {
+      const Unlocked unlocked(mutex);
+      if (!operation->isCancelled()) callOut([&operation] { operation->main(); });
+    }
     work->running.reset();
-    lock.unlock();
-    operation.reset();
-    lock.lock();
-    tell(lock);
+    {
+      const Unlocked unlocked(mutex);
+      operation.reset();
+    }
+    tell();
   }
 
-  void tell(std::unique_lock<std::mutex>& lock) const {
+  void tell() const QV_REQUIRES(mutex) {
     const CountChange change = countChange();
-    lock.unlock();
+    const Unlocked unlocked(mutex);
     change.tell();
-    lock.lock();
   }
 
   mutable ForkMutex mutex{beginAnew, this};
-  std::unique_ptr<Work> work = std::make_unique<Work>();
-  Observations observations;
-  bool isSuspended = false;
-  bool isClosed = false;
+  std::unique_ptr<Work> work QV_GUARDED_BY(mutex) = std::make_unique<Work>();
+  Observations observations QV_GUARDED_BY(mutex);
+  bool isSuspended QV_GUARDED_BY(mutex) = false;
+  bool isClosed QV_GUARDED_BY(mutex) = false;
 };
 
 OperationQueue::OperationQueue() : state_(std::make_shared<State>()) {}
 
 OperationQueue::~OperationQueue() {
-  std::unique_lock<std::mutex> lock(state_->mutex);
+  const Lock lock(state_->mutex);
   state_->isClosed = true;
   state_->work->changed.notify_one();
   while (!state_->work->waiting.empty()) {
     OperationReference operation = std::move(state_->work->waiting.front());
     state_->work->waiting.pop_front();
-    lock.unlock();
+    const Unlocked unlocked(state_->mutex);
     operation.reset();
-    lock.lock();
   }
 }
 
 bool OperationQueue::addOperation(OperationReference operation) {
   if (!operation) return false;
   std::optional<Work::Dropped> dropped;
-  std::unique_lock<std::mutex> lock(state_->mutex);
-  dropped.emplace(state_->work->compact());
-  const auto add = [&] { state_->work->waiting.push_back(std::move(operation)); };
-  if (!callOut(add)) return false;
-  state_->wakeThread(state_);
-  const CountChange change = state_->countChange();
-  lock.unlock();
+  CountChange change;
+  {
+    const Lock lock(state_->mutex);
+    Work& work = *state_->work;
+    dropped.emplace(work.compact());
+    if (!callOut([&] { work.waiting.push_back(std::move(operation)); })) return false;
+    state_->wakeThread(state_);
+    change = state_->countChange();
+  }
   change.tell();
   return true;
 }
 
 std::vector<OperationReference> OperationQueue::operations() const {
   std::vector<OperationReference> list;
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   const Work& work = *state_->work;
   list.reserve(work.count());
   if (work.running) list.push_back(work.running);
@@ -242,12 +241,12 @@ std::vector<OperationReference> OperationQueue::operations() const {
 }
 
 std::size_t OperationQueue::operationCount() const {
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   return state_->work->count();
 }
 
 OperationReference OperationQueue::operationAtIndex(std::size_t index) const {
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   const Work& work = *state_->work;
   if (work.running && index-- == 0) return work.running;
   if (index < work.cancelledAtHead) return work.standIn;
@@ -261,7 +260,7 @@ OperationReference OperationQueue::firstOperationPassingTest(
     return !operation->isCancelled() && test(*operation);
   };
   std::optional<Work::Dropped> dropped;
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   Work& work = *state_->work;
   dropped.emplace(work.compact());
   if (work.running && passes(work.running)) return work.running;
@@ -272,28 +271,28 @@ OperationReference OperationQueue::firstOperationPassingTest(
 }
 
 void OperationQueue::cancelAllOperations() {
-  std::unique_lock<std::mutex> lock(state_->mutex);
+  const Lock lock(state_->mutex);
   if (state_->work->running) state_->work->running->cancel();
   for (const OperationReference& operation : state_->work->waiting) operation->cancel();
-  state_->compactAll(lock);
+  state_->compactAll();
 }
 
 void OperationQueue::setSuspended(bool isSuspended) {
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   state_->isSuspended = isSuspended;
   state_->wakeThread(state_);
 }
 
 bool OperationQueue::isSuspended() const {
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   return state_->isSuspended;
 }
 
 void OperationQueue::addObserverForOperationCount(std::weak_ptr<KeyValueObserver> observer,
                                                   const void* context) {
   Observations replaced;
-  const std::lock_guard lock(state_->mutex);
   callOut([&] {
+    const Lock lock(state_->mutex);
     auto extended = state_->observations
                         ? std::make_shared<std::vector<Observation>>(*state_->observations)
                         : std::make_shared<std::vector<Observation>>();

@@ -6,7 +6,6 @@
 
 #include <condition_variable>
 #include <deque>
-#include <mutex>
 #include <utility>
 
 namespace QVPlatform {
@@ -21,37 +20,38 @@ struct SerialQueue::State {
   };
 
   static void beginAnew(void* state) {
-    auto& shared = static_cast<State*>(state)->shared;
-    leaveToParent(std::move(shared));
-    shared = std::make_unique<Shared>();
+    auto& own = *static_cast<State*>(state);
+    own.mutex.assumeHeld();
+    leaveToParent(std::move(own.shared));
+    own.shared = std::make_unique<Shared>();
   }
 
   /// Ends, too, in the child of a fork() that a block made: the queue gets another thread.
   void run() {
-    std::unique_lock<std::mutex> lock(mutex);
+    Lock lock(mutex);
     for (const Shared* const own = shared.get(); shared.get() == own;) {
-      shared->changed.wait(lock, [this] { return isClosed || !shared->blocks.empty(); });
+      while (!isClosed && shared->blocks.empty()) lock.wait(shared->changed);
       if (shared->blocks.empty()) return;
-      runUnlocked(takeFirst(shared->blocks), lock);
+      runUnlocked(takeFirst(shared->blocks), mutex);
     }
   }
 
   ForkMutex mutex{beginAnew, this};
-  std::unique_ptr<Shared> shared = std::make_unique<Shared>();
-  bool isClosed = false;
+  std::unique_ptr<Shared> shared QV_GUARDED_BY(mutex) = std::make_unique<Shared>();
+  bool isClosed QV_GUARDED_BY(mutex) = false;
 };
 
 SerialQueue::SerialQueue(String label)
     : label_(std::move(label)), state_(std::make_shared<State>()) {}
 
 SerialQueue::~SerialQueue() {
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   state_->isClosed = true;
   state_->shared->changed.notify_one();
 }
 
 bool SerialQueue::async(std::function<void()> block) {
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   State::Shared& shared = *state_->shared;
   if (!callOut([&] { shared.blocks.push_back(std::move(block)); })) return false;
   if (!shared.hasThread) {

@@ -15,7 +15,6 @@
 #include <chrono>
 #include <ctime>
 #include <map>
-#include <mutex>
 #include <new>
 #include <optional>
 #include <string>
@@ -172,7 +171,7 @@ bool write(const Table& table, const String& path) {
 
 struct UserDefaults::State {
   Value get(const String& key) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     load();
     const auto place = values_.find(key);
     return place == values_.end() ? Value() : place->second;
@@ -182,19 +181,19 @@ struct UserDefaults::State {
     Table entry{{key, value}};
     Table change = entry;
     Table::node_type dropped;
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     dropped = changes_.expected.extract(key);
     lay(entry, values_);
     lay(change, changes_.values);
   }
 
   bool synchronize() {
-    const std::lock_guard oneAtATime(synchronizing_);
+    const Lock oneAtATime(synchronizing_);
     return synchronizeAlone(kLockPatience);
   }
 
   void exchange(const Value& expected, const String& key, const Value& value) {
-    const std::lock_guard oneAtATime(synchronizing_);
+    const Lock oneAtATime(synchronizing_);
     setIf(expected, key, value);
     synchronizeAlone(kAgreementPatience);
   }
@@ -205,7 +204,7 @@ struct UserDefaults::State {
     Table entry{{key, value}};
     Table change = entry;
     Table condition{{key, expected}};
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     load();
     const auto place = values_.find(key);
     if ((place == values_.end() ? Value() : place->second) != expected) return;
@@ -214,7 +213,7 @@ struct UserDefaults::State {
     lay(change, changes_.values);
   }
 
-  bool synchronizeAlone(std::chrono::milliseconds patience) {
+  bool synchronizeAlone(std::chrono::milliseconds patience) QV_REQUIRES(synchronizing_) {
     const Paths path = paths();
     // A lock that was not to be had once is not waited for again before it is free, unless the file
     // was written since, which shows that others pass it on to each other.
@@ -243,8 +242,8 @@ struct UserDefaults::State {
     return isWritten;
   }
 
-  /// The file is read when it is first asked for. Requires the mutex.
-  void load() {
+  /// The file is read when it is first asked for.
+  void load() QV_REQUIRES(mutex_) {
     if (isLoaded_) return;
     Table known = tableOf(readFile(paths().file));
     values_.merge(known);  // what was set before stays
@@ -252,19 +251,19 @@ struct UserDefaults::State {
   }
 
   Table values() {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     load();
     return values_;
   }
 
   Changes takeChanges() noexcept {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     return std::exchange(changes_, {});
   }
 
   /// For the next time; what was changed meanwhile counts.
   void giveBack(Changes& taken) noexcept {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     for (const auto& change : changes_.values) taken.expected.erase(change.first);
     changes_.expected.merge(taken.expected);
     changes_.values.merge(taken.values);
@@ -272,19 +271,20 @@ struct UserDefaults::State {
 
   /// Changes that were made meanwhile stay on top of the merged values.
   void finish(Table merged) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     Table changes = changes_.values;
     lay(changes, merged);
     values_.swap(merged);
     isLoaded_ = true;
   }
 
-  std::mutex synchronizing_;          // taken before mutex_
-  std::optional<Moment> stuckSince_;  // when the file was written last, at a time-out
-  std::mutex mutex_;
-  Table values_;  // nil for a key that was removed
-  Changes changes_;
-  bool isLoaded_ = false;
+  Mutex synchronizing_;  // taken before mutex_
+  /// When the file was written last, at a time-out.
+  std::optional<Moment> stuckSince_ QV_GUARDED_BY(synchronizing_);
+  Mutex mutex_;
+  Table values_ QV_GUARDED_BY(mutex_);  // nil for a key that was removed
+  Changes changes_ QV_GUARDED_BY(mutex_);
+  bool isLoaded_ QV_GUARDED_BY(mutex_) = false;
 };
 
 UserDefaults::UserDefaults(State& state) noexcept : state_(state) {}

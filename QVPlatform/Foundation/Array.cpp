@@ -1,9 +1,8 @@
 #include <QVPlatform/Foundation/Array.h>
 
 #include <QVPlatform/Foundation/Internal/NestedRelease.h>
+#include <QVPlatform/Foundation/Mutex.h>
 #include <QVPlatform/Foundation/Value.h>
-
-#include <mutex>
 
 namespace QVPlatform {
 
@@ -17,8 +16,8 @@ struct Array::State {
   State(const State&) = delete;
   State& operator=(const State&) = delete;
 
-  std::mutex mutex;
-  std::vector<Value> values;
+  Mutex mutex;
+  std::vector<Value> values QV_GUARDED_BY(mutex);
 };
 
 Array::Array(std::initializer_list<Value> values) : Array(std::vector<Value>(values)) {}
@@ -32,32 +31,32 @@ Array Array::array() { return Array(std::vector<Value>()); }
 
 std::size_t Array::count() const {
   if (isNull()) return 0;
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   return state_->values.size();
 }
 
 Value Array::at(std::size_t index) const {
   if (isNull()) return nullptr;
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   return index < state_->values.size() ? state_->values[index] : Value();
 }
 
 std::vector<Value> Array::values() const {
   if (isNull()) return {};
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   return state_->values;
 }
 
 void Array::append(Value value) {
   if (isNull() || value.isNil()) return;
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   state_->values.push_back(std::move(value));
 }
 
 void Array::removeLast() {
   if (isNull()) return;
   Value removed;  // destroyed after the lock, as it may be any object
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   if (state_->values.empty()) return;
   removed = std::move(state_->values.back());
   state_->values.pop_back();
@@ -68,14 +67,14 @@ void Array::removeEqual(const Value& value) {
   // copy, outside the lock.
   std::vector<Value> kept = values();
   if (std::erase(kept, value) == 0) return;
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   state_->values.swap(kept);
 }
 
 void Array::clear() {
   if (isNull()) return;
   std::vector<Value> dropped;
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   state_->values.swap(dropped);
 }
 

@@ -3,7 +3,6 @@
 #include <QVPlatform/Foundation/ForkMutex.h>
 #include <QVPlatform/Foundation/Lasting.h>
 
-#include <mutex>
 #include <unordered_map>
 
 namespace QVPlatform {
@@ -11,7 +10,7 @@ namespace {
 
 struct Registry {
   ForkMutex mutex;
-  std::unordered_map<String, ClassRegistry::Factory> factories;
+  std::unordered_map<String, ClassRegistry::Factory> factories QV_GUARDED_BY(mutex);
 };
 
 Registry& registry() { return Lasting<Registry>::object(); }
@@ -20,20 +19,20 @@ Registry& registry() { return Lasting<Registry>::object(); }
 
 void ClassRegistry::registerClass(const String& name, Factory factory) {
   if (name.isNull()) return;
-  const std::lock_guard lock(registry().mutex);
+  const Lock lock(registry().mutex);
   Factory& known = registry().factories[name];
   if (factory) known = factory;
 }
 
 bool ClassRegistry::isRegistered(const String& name) {
-  const std::lock_guard lock(registry().mutex);
+  const Lock lock(registry().mutex);
   return registry().factories.contains(name);
 }
 
 std::shared_ptr<Object> ClassRegistry::make(const String& name) {
   Factory factory = nullptr;
   {
-    const std::lock_guard lock(registry().mutex);
+    const Lock lock(registry().mutex);
     const auto place = registry().factories.find(name);
     if (place != registry().factories.end()) factory = place->second;
   }

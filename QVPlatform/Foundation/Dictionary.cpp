@@ -2,10 +2,10 @@
 
 #include <QVPlatform/Foundation/Internal/NestedRelease.h>
 #include <QVPlatform/Foundation/Lasting.h>
+#include <QVPlatform/Foundation/Mutex.h>
 #include <QVPlatform/Foundation/Value.h>
 
 #include <algorithm>
-#include <mutex>
 #include <utility>
 
 namespace QVPlatform {
@@ -64,8 +64,8 @@ struct Dictionary::State {
   State(const State&) = delete;
   State& operator=(const State&) = delete;
 
-  std::mutex mutex;
-  Snapshot entries;  // sorted by key
+  Mutex mutex;
+  Snapshot entries QV_GUARDED_BY(mutex);  // sorted by key
 };
 
 Dictionary::Dictionary(std::initializer_list<Entry> entries) : Dictionary(Entries(entries)) {}
@@ -80,7 +80,7 @@ std::size_t Dictionary::count() const { return snapshot()->size(); }
 
 Value Dictionary::get(const String& key) const {
   if (isNull()) return nullptr;
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   const Entries& entries = *state_->entries;
   const auto place = find(entries, key);
   return holdsKey(entries, place, key) ? place->second : Value();
@@ -93,7 +93,7 @@ void Dictionary::set(String key, Value value) {
   if (isNull() || key.isNull()) return;
   auto changed = std::make_shared<Entries>();
   Snapshot replaced;
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   const Entries& old = *state_->entries;
   const auto place = find(old, key);
   const auto rest = holdsKey(old, place, key) ? place + 1 : place;
@@ -107,7 +107,7 @@ void Dictionary::set(String key, Value value) {
 void Dictionary::remove(const String& key) {
   if (isNull()) return;
   Snapshot replaced;
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   const Entries& old = *state_->entries;
   const auto place = find(old, key);
   if (!holdsKey(old, place, key)) return;
@@ -119,7 +119,7 @@ void Dictionary::remove(const String& key) {
 void Dictionary::clear() {
   if (isNull()) return;
   Snapshot replaced;
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   replaced = std::exchange(state_->entries, noEntries());
 }
 
@@ -133,7 +133,7 @@ Entries Dictionary::entries() const { return *snapshot(); }
 
 Dictionary::Snapshot Dictionary::snapshot() const {
   if (isNull()) return noEntries();
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   return state_->entries;
 }
 

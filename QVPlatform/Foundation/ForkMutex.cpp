@@ -10,8 +10,8 @@
 namespace QVPlatform {
 namespace {
 
-constinit std::mutex listMutex;  // taken before the mutexes of the list
-constinit ForkMutex* first = nullptr;
+constinit Mutex listMutex;  // taken before the mutexes of the list
+constinit ForkMutex* first QV_GUARDED_BY(listMutex) = nullptr;
 
 }  // namespace
 
@@ -23,14 +23,14 @@ void keepForEver(const void* thing) noexcept try {
 }
 
 ForkMutex::ForkMutex(ChildHandler inChild, void* owner) : inChild_(inChild), owner_(owner) {
-  const std::lock_guard lock(listMutex);
+  const Lock lock(listMutex);
   next_ = first;
   if (next_) next_->previous_ = this;
   first = this;
 }
 
 ForkMutex::~ForkMutex() {
-  const std::lock_guard lock(listMutex);
+  const Lock lock(listMutex);
   (previous_ ? previous_->next_ : first) = next_;
   if (next_) next_->previous_ = previous_;
 }

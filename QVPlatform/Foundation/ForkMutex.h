@@ -1,9 +1,9 @@
 #pragma once
 
 #include <QVPlatform/Export.h>
+#include <QVPlatform/Foundation/Mutex.h>
 
 #include <memory>
-#include <mutex>
 
 namespace QVPlatform {
 
@@ -23,7 +23,7 @@ void leaveToParent(std::unique_ptr<T> thing) noexcept {
 /// For the few long-lived things that a child goes on to use: a fork takes each of them for a
 /// moment. So none is made, destroyed or taken while another one is held, and no fork() is made
 /// while one is.
-class QVPLATFORM_EXPORT ForkMutex : public std::mutex {
+class QVPLATFORM_EXPORT ForkMutex : public Mutex {
  public:
   /// Called in the child, with the mutex held, before fork() returns there: puts what `owner` had
   /// of the parent's threads into a state to begin anew from.
@@ -35,9 +35,10 @@ class QVPLATFORM_EXPORT ForkMutex : public std::mutex {
   ForkMutex& operator=(const ForkMutex&) = delete;
 
  private:
-  static void beforeFork();
-  static void afterForkInParent();
-  static void afterForkInChild();
+  // A fork holds a whole list of mutexes from the first of these to the others.
+  static void beforeFork() QV_NO_THREAD_SAFETY_ANALYSIS;
+  static void afterForkInParent() QV_NO_THREAD_SAFETY_ANALYSIS;
+  static void afterForkInChild() QV_NO_THREAD_SAFETY_ANALYSIS;
   static int watchForks();
 
   static const int isWatching_;

@@ -2,7 +2,6 @@
 
 #include <QVPlatform/Foundation/ForkMutex.h>
 
-#include <mutex>
 #include <utility>
 
 namespace QVPlatform {
@@ -15,21 +14,21 @@ class Property {
   explicit Property(T value) : value_(std::move(value)) {}
 
   T get() const {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     return value_;
   }
   /// The earlier value is destroyed after the lock is released, since its destructor may call out.
   void set(T value) { static_cast<void>(exchange(std::move(value))); }
   /// Returns the earlier value.
   T exchange(T value) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     std::swap(value_, value);
     return value;
   }
 
  private:
   mutable ForkMutex mutex_;
-  T value_{};
+  T value_ QV_GUARDED_BY(mutex_){};
 };
 
 }  // namespace QVPlatform

@@ -11,7 +11,6 @@
 #include <array>
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <new>
 
 namespace QVPlatform {
@@ -28,7 +27,7 @@ class IdleSessions {
 
   std::unique_ptr<HTTPSession> take() {
     {
-      const std::lock_guard lock(mutex_);
+      const Lock lock(mutex_);
       const auto isThere = [](const auto& session) { return session != nullptr; };
       const auto latest = std::find_if(sessions_.rbegin(), sessions_.rend(), isThere);
       if (latest != sessions_.rend()) return std::move(*latest);
@@ -38,7 +37,7 @@ class IdleSessions {
 
   /// One too many is closed with its connections, after the lock is released.
   void give(std::unique_ptr<HTTPSession> session) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     for (auto& place : sessions_) {
       if (!place) return place.swap(session);
     }
@@ -50,13 +49,13 @@ class IdleSessions {
   /// The child of a fork() begins without any. If it destroyed the parent's, they would say
   /// good-bye to the servers.
   static void forgetAll(void* pool) {
-    for (auto& session : static_cast<IdleSessions*>(pool)->sessions_) {
-      leaveToParent(std::move(session));
-    }
+    auto& own = *static_cast<IdleSessions*>(pool);
+    own.mutex_.assumeHeld();
+    for (auto& session : own.sessions_) leaveToParent(std::move(session));
   }
 
   ForkMutex mutex_{forgetAll, this};
-  std::array<std::unique_ptr<HTTPSession>, kMaximumCount> sessions_;
+  std::array<std::unique_ptr<HTTPSession>, kMaximumCount> sessions_ QV_GUARDED_BY(mutex_);
 };
 
 /// Why the request cannot be sent at all, or null.

@@ -33,44 +33,44 @@ MutableURLRequest::MutableURLRequest(const MutableURLRequest& other)
       content_(other.content()) {}
 
 MutableURLRequest::Content MutableURLRequest::content() const {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   return content_;
 }
 
 String MutableURLRequest::HTTPMethod() const {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   return content_.method;
 }
 
 void MutableURLRequest::setHTTPMethod(String method) {
   if (!isHTTPToken(method)) return;
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   content_.method = std::move(method);
 }
 
 Data MutableURLRequest::HTTPBody() const {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   return content_.body;
 }
 
 void MutableURLRequest::setHTTPBody(Data body) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   content_.body = std::move(body);
 }
 
 void MutableURLRequest::addValueForHTTPHeaderField(const String& value, const String& field) {
   if (!isHTTPToken(field) || !isHTTPFieldValue(value)) return;
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   content_.fields.add(field, value);
 }
 
 String MutableURLRequest::valueForHTTPHeaderField(const String& field) const {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   return content_.fields.value(field);
 }
 
 Dictionary MutableURLRequest::allHTTPHeaderFields() const {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   return content_.fields.dictionary();
 }
 

@@ -4,13 +4,13 @@
 #include <QVPlatform/Foundation/Coding.h>
 #include <QVPlatform/Foundation/Data.h>
 #include <QVPlatform/Foundation/Date.h>
+#include <QVPlatform/Foundation/Mutex.h>
 #include <QVPlatform/Foundation/Object.h>
 #include <QVPlatform/Networking/HTTPHeaderFields.h>
 #include <QVPlatform/Networking/URL.h>
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 
 namespace QVPlatform {
@@ -86,8 +86,8 @@ class QVPLATFORM_EXPORT MutableURLRequest : public Object, public Coding {
   std::optional<URL> url_;
   URLRequestCachePolicy cachePolicy_;
   TimeInterval timeoutInterval_;
-  mutable std::mutex mutex_;
-  Content content_;
+  mutable Mutex mutex_;
+  Content content_ QV_GUARDED_BY(mutex_);
 };
 
 }  // namespace QVPlatform

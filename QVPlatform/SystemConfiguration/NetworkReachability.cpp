@@ -102,7 +102,7 @@ bool NetworkReachability::setCallback(Callback newCallback) {
   }
   const bool isDone = isRemoval || subscription;
   {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     std::swap(callback_, callback);
     std::swap(subscription_, subscription);
   }
@@ -114,7 +114,7 @@ bool NetworkReachability::setDispatchQueue(std::shared_ptr<SerialQueue> queue) {
   // Without a file descriptor to ask with, the flags count as 0 until there is one again.
   if (queue && !getFlags(&flags) && !isShortOfFiles(lastErrorOfThread())) return false;
   {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     if (!queue_) knownFlags_ = flags;
     std::swap(queue_, queue);
     ++attachment_;
@@ -129,7 +129,7 @@ void NetworkReachability::scheduleEvaluation() {
   std::shared_ptr<SerialQueue> queue;
   std::uint64_t attachment = 0;
   {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     if (!queue_ || isEvaluationPending_) return;
     isEvaluationPending_ = true;
     queue = queue_;
@@ -141,14 +141,14 @@ void NetworkReachability::scheduleEvaluation() {
       if (target) static_cast<NetworkReachability&>(*target).evaluate(attachment);
     });
   });
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   if (!isScheduled && attachment == attachment_) isEvaluationPending_ = false;
 }
 
 /// Runs on the queue. An attachment that is not the present one belongs to an earlier queue.
 void NetworkReachability::evaluate(std::uint64_t attachment) {
   {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     if (attachment != attachment_) return;
     isEvaluationPending_ = false;  // before the look, so that a later change leads to another one
   }
@@ -156,7 +156,7 @@ void NetworkReachability::evaluate(std::uint64_t attachment) {
   if (!getFlags(&flags)) return;
   std::shared_ptr<const Callback> callback;
   {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     if (attachment != attachment_ || flags == knownFlags_) return;
     knownFlags_ = flags;
     callback = callback_;

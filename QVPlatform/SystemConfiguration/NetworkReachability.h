@@ -65,14 +65,14 @@ class QVPLATFORM_EXPORT NetworkReachability final : public Object {
   const ReachabilityTarget target_;
   const std::shared_ptr<ReachabilitySource> source_;
 
-  ForkMutex mutex_;  // guards what follows; never held while calling out
-  std::shared_ptr<const Callback> callback_;
-  std::shared_ptr<void> subscription_;
-  std::shared_ptr<SerialQueue> queue_;
-  std::uint64_t attachment_ =
-      0;  // tells the blocks of the present queue from those of earlier ones
-  bool isEvaluationPending_ = false;
-  NetworkReachabilityFlags knownFlags_ = 0;
+  ForkMutex mutex_;
+  std::shared_ptr<const Callback> callback_ QV_GUARDED_BY(mutex_);
+  std::shared_ptr<void> subscription_ QV_GUARDED_BY(mutex_);
+  std::shared_ptr<SerialQueue> queue_ QV_GUARDED_BY(mutex_);
+  /// Tells the blocks of the present queue from those of earlier ones.
+  std::uint64_t attachment_ QV_GUARDED_BY(mutex_) = 0;
+  bool isEvaluationPending_ QV_GUARDED_BY(mutex_) = false;
+  NetworkReachabilityFlags knownFlags_ QV_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace QVPlatform

@@ -1,10 +1,10 @@
 #pragma once
 
 #include <QVPlatform/Foundation/CallOut.h>
+#include <QVPlatform/Foundation/Mutex.h>
 
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <utility>
 
 namespace QVPlatform {
@@ -19,12 +19,11 @@ inline Block takeFirst(std::deque<Block>& blocks) {
   return first;
 }
 
-/// Runs the block as in callOut(), and destroys it, while the lock is released.
-inline void runUnlocked(Block block, std::unique_lock<std::mutex>& lock) {
-  lock.unlock();
-  callOut(block);
-  block = nullptr;
-  lock.lock();
+/// Runs the block as in callOut(), and destroys it, while the mutex is released.
+inline void runUnlocked(Block block, Mutex& mutex) QV_REQUIRES(mutex) {
+  const Unlocked unlocked(mutex);
+  const Block own = std::move(block);  // goes before the mutex is taken again
+  callOut(own);
 }
 
 }  // namespace QVPlatform

@@ -3,7 +3,6 @@
 #include <QVPlatform/Dispatch/CallGate.h>
 #include <QVPlatform/Foundation/ForkMutex.h>
 
-#include <mutex>
 #include <optional>
 
 namespace QVPlatform {
@@ -24,14 +23,14 @@ class ReadMostly {
   template <class Read>
   void read(Read&& read) const {
     if (readers_->enterBriefly([&] { read(value_); })) return;
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     read(value_);
   }
 
   /// What `change` throws reaches the caller.
   template <class Change>
   void change(Change&& change) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     const Closed closed(*readers_);
     change(value_);
   }

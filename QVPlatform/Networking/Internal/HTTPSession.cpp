@@ -14,7 +14,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <mutex>
 #include <new>
 
 namespace QVPlatform {
@@ -31,10 +30,10 @@ constexpr int kMaximumRedirections = 20;
 void initializeLibraries() {
   struct Initialization {
     ForkMutex mutex;
-    bool isDone = false;
+    bool isDone QV_GUARDED_BY(mutex) = false;
   };
   auto& initialization = Lasting<Initialization>::object();
-  const std::lock_guard lock(initialization.mutex);
+  const Lock lock(initialization.mutex);
   if (std::exchange(initialization.isDone, true)) return;
   OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
   curl_global_init(CURL_GLOBAL_DEFAULT);

@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <mutex>
 #include <new>
 
 namespace QVPlatform {
@@ -29,23 +28,25 @@ bool isSilent(curl_socket_t file) {
 struct KeptSockets::Registry {
   static Registry& shared() { return Lasting<Registry>::object(); }
   static void abandonAll(void* registry) {
-    for (KeptSockets* sockets : static_cast<Registry*>(registry)->all) {
+    auto& own = *static_cast<Registry*>(registry);
+    own.mutex.assumeHeld();
+    for (KeptSockets* sockets : own.all) {
       for (const Socket& socket : sockets->sockets_) ::close(socket.file);
       sockets->sockets_.clear();
     }
   }
 
   ForkMutex mutex{abandonAll, this};
-  std::vector<KeptSockets*> all;
+  std::vector<KeptSockets*> all QV_GUARDED_BY(mutex);
 };
 
 KeptSockets::KeptSockets() {
-  const std::lock_guard lock(Registry::shared().mutex);
+  const Lock lock(Registry::shared().mutex);
   Registry::shared().all.push_back(this);
 }
 
 KeptSockets::~KeptSockets() {
-  const std::lock_guard lock(Registry::shared().mutex);
+  const Lock lock(Registry::shared().mutex);
   std::erase(Registry::shared().all, this);
 }
 
@@ -80,7 +81,7 @@ bool KeptSockets::haveReceivedMoreThan(std::uint64_t bytes) const {
 
 curl_socket_t KeptSockets::open(void* sockets, curlsocktype, curl_sockaddr* address) {
   auto& all = static_cast<KeptSockets*>(sockets)->sockets_;
-  const std::lock_guard lock(Registry::shared().mutex);
+  const Lock lock(Registry::shared().mutex);
   const int file = socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
   if (file < 0) return CURL_SOCKET_BAD;
   try {
@@ -95,7 +96,7 @@ curl_socket_t KeptSockets::open(void* sockets, curlsocktype, curl_sockaddr* addr
 
 int KeptSockets::close(void* sockets, curl_socket_t file) {
   auto& self = *static_cast<KeptSockets*>(sockets);
-  const std::lock_guard lock(Registry::shared().mutex);
+  const Lock lock(Registry::shared().mutex);
   const auto place = std::ranges::find(self.sockets_, file, &Socket::file);
   if (place != self.sockets_.end()) {
     if (received(file).segments != place->seen.segments) self.wasClosedWithinAnswer_ = true;

@@ -64,25 +64,26 @@ HostResolver& HostResolver::shared() { return Lasting<HostResolver>::object(); }
 
 void HostResolver::beginAnew(void* resolver) {
   auto& own = *static_cast<HostResolver*>(resolver);
+  own.mutex_.assumeHeld();
   own.isRunning_ = false;
   leaveToParent(std::move(own.changed_));
   own.changed_ = std::make_unique<std::condition_variable>();
 }
 
 std::vector<NetworkAddress> HostResolver::addresses(const String& name) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   Host& known = host(name);
   if (known.addresses.empty() && (!known.nextLookup || !isRunning_)) schedule(known);
   return known.addresses;
 }
 
 void HostResolver::refresh(const String& name) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   schedule(host(name));
 }
 
 std::shared_ptr<void> HostResolver::subscribe(const String& name, Changed changed) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   return host(name).subscribers.add(std::move(changed));
 }
 
@@ -103,15 +104,15 @@ void HostResolver::schedule(Host& host) {
 }
 
 void HostResolver::run() {
-  std::unique_lock<std::mutex> lock(mutex_);
+  Lock lock(mutex_);
   for (;;) {
     const auto next = nextDue();
     if (next == hosts_.end()) {
-      changed_->wait(lock);
+      lock.wait(*changed_);
     } else if (*next->second.nextLookup > Clock::now()) {
-      changed_->wait_until(lock, *next->second.nextLookup);
+      lock.waitUntil(*changed_, *next->second.nextLookup);
     } else {
-      lookUp(lock, String(next->first));
+      lookUp(String(next->first));
     }
   }
 }
@@ -125,12 +126,13 @@ HostResolver::Hosts::iterator HostResolver::nextDue() {
   return first;
 }
 
-void HostResolver::lookUp(std::unique_lock<std::mutex>& lock, const String& name) {
+void HostResolver::lookUp(const String& name) {
   hosts_[name].nextLookup.reset();  // set meanwhile, it asks for one more lookup
-  lock.unlock();
   Found found;
-  callOut([&] { found = find(name); });
-  lock.lock();
+  {
+    const Unlocked unlocked(mutex_);
+    callOut([&] { found = find(name); });
+  }
   Host& host = hosts_[name];
   if (!found.addresses.empty()) {
     host.failures = 0;
@@ -140,9 +142,8 @@ void HostResolver::lookUp(std::unique_lock<std::mutex>& lock, const String& name
   if (!found.isCertain || found.addresses == host.addresses) return;
   host.addresses = std::move(found.addresses);
   const Subscribers subscribers = host.subscribers;
-  lock.unlock();
+  const Unlocked unlocked(mutex_);
   subscribers.tell();
-  lock.lock();
 }
 
 }  // namespace QVPlatform

@@ -9,7 +9,6 @@
 #include <condition_variable>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -49,16 +48,17 @@ class HostResolver {
   using Hosts = std::map<String, Host>;
 
   static void beginAnew(void* resolver);
-  Host& host(const String& name);
-  void schedule(Host& host);
+  Host& host(const String& name) QV_REQUIRES(mutex_);
+  void schedule(Host& host) QV_REQUIRES(mutex_);
   void run();
-  Hosts::iterator nextDue();
-  void lookUp(std::unique_lock<std::mutex>& lock, const String& name);
+  Hosts::iterator nextDue() QV_REQUIRES(mutex_);
+  void lookUp(const String& name) QV_REQUIRES(mutex_);
 
   ForkMutex mutex_{beginAnew, this};
-  std::unique_ptr<std::condition_variable> changed_ = std::make_unique<std::condition_variable>();
-  bool isRunning_ = false;
-  Hosts hosts_;
+  std::unique_ptr<std::condition_variable> changed_ QV_GUARDED_BY(mutex_) =
+      std::make_unique<std::condition_variable>();
+  bool isRunning_ QV_GUARDED_BY(mutex_) = false;
+  Hosts hosts_ QV_GUARDED_BY(mutex_);
 };
 
 }  // namespace QVPlatform

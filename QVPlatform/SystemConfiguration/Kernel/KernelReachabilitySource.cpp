@@ -9,7 +9,6 @@
 #include <array>
 #include <cerrno>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <utility>
 
@@ -112,7 +111,7 @@ class PathWatch {
   bool hasChanged() {
     RouteQuery query;
     Path path{usableRoute(query, false), usableRoute(query, true)};
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     return std::exchange(path_, path) != path;
   }
 
@@ -127,7 +126,7 @@ class PathWatch {
   }
 
   ForkMutex mutex_;
-  Path path_;
+  Path path_ QV_GUARDED_BY(mutex_);
 };
 
 class KernelReachabilitySource final : public ReachabilitySource {

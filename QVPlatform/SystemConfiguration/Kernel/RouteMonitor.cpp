@@ -14,7 +14,6 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <mutex>
 #include <thread>
 #include <utility>
 
@@ -72,13 +71,14 @@ RouteMonitor& RouteMonitor::shared() { return Lasting<RouteMonitor>::object(); }
 
 void RouteMonitor::beginAnew(void* monitor) {
   auto& own = *static_cast<RouteMonitor*>(monitor);
+  own.mutex_.assumeHeld();
   if (own.socket_ >= 0) close(own.socket_);
   own.socket_ = -1;
   own.isRetrying_ = false;
 }
 
 std::shared_ptr<void> RouteMonitor::subscribe(Changed changed) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   Subscribers extended = subscribers_;
   auto subscription = extended.add(std::move(changed));
   if (socket_ < 0 && !start() && !startRetrying(errno)) return nullptr;
@@ -87,11 +87,9 @@ std::shared_ptr<void> RouteMonitor::subscribe(Changed changed) {
 }
 
 void RouteMonitor::callWhenKernelAnswers(int error) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   if (!subscribers_.isEmpty()) startRetrying(error);
 }
-
-// The following require the mutex.
 
 bool RouteMonitor::start() {
   mnl_socket* socket = openSocket();
@@ -133,7 +131,7 @@ void RouteMonitor::run(mnl_socket* socket) {
     callSubscribers();
   }
   {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     socket_ = -1;
   }
   mnl_socket_close(socket);
@@ -144,7 +142,7 @@ void RouteMonitor::retry() {
   for (auto pause = kFirstPause; !isOver; pause = std::min(2 * pause, kLongestPause)) {
     std::this_thread::sleep_for(pause);
     callOut([&] {
-      const std::lock_guard lock(mutex_);
+      const Lock lock(mutex_);
       isOver = isRetryOver();
     });
   }
@@ -154,7 +152,7 @@ void RouteMonitor::retry() {
 void RouteMonitor::callSubscribers() {
   Subscribers subscribers;
   {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     subscribers = subscribers_;
   }
   subscribers.tell();

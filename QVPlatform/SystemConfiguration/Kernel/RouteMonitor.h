@@ -33,17 +33,17 @@ class RouteMonitor {
 
  private:
   static void beginAnew(void* monitor);
-  bool start();
+  bool start() QV_REQUIRES(mutex_);
   void run(mnl_socket* socket);
-  bool startRetrying(int error);
+  bool startRetrying(int error) QV_REQUIRES(mutex_);
   void retry();
-  bool isRetryOver();
+  bool isRetryOver() QV_REQUIRES(mutex_);
   void callSubscribers();
 
   ForkMutex mutex_{beginAnew, this};
-  int socket_ = -1;  // of the thread, while it runs
-  bool isRetrying_ = false;
-  Subscribers subscribers_;
+  int socket_ QV_GUARDED_BY(mutex_) = -1;  // of the thread, while it runs
+  bool isRetrying_ QV_GUARDED_BY(mutex_) = false;
+  Subscribers subscribers_ QV_GUARDED_BY(mutex_);
 };
 
 }  // namespace QVPlatform
