@@ -13,9 +13,18 @@ bool blocksAllSignals() {
   return isBlocked(SIGRTMIN) && isBlocked(SIGRTMAX);
 }
 
+/// Of those that have a name of their own, unlike the one that a sanitizer starts for itself.
 std::size_t threadCount() {
+  const auto nameIn = [](const std::filesystem::path& directory) {
+    std::string name;
+    std::ifstream(directory / "comm") >> name;
+    return name;
+  };
+  const std::set<std::string> unnamed{"", nameIn("/proc/self")};
   const std::filesystem::directory_iterator threads("/proc/self/task");
-  return static_cast<std::size_t>(std::distance(begin(threads), end(threads)));
+  return static_cast<std::size_t>(
+      std::count_if(begin(threads), end(threads),
+                    [&](const auto& thread) { return !unnamed.contains(nameIn(thread.path())); }));
 }
 
 class BlockOperation : public Operation {
