@@ -11,7 +11,6 @@ class Row:
     goal: float = None
     measure: str = "real_time"
     unit: float = 1  # nanoseconds, for times
-    scale: float = 1
     is_quick: bool = True
 
 
