@@ -12,6 +12,7 @@ import platform
 import statistics
 import subprocess
 import sys
+import textwrap
 from dataclasses import dataclass
 from pathlib import Path
 
@@ -83,7 +84,7 @@ def machine():
              if line.startswith("model name")]
     compiler = subprocess.run(["c++", "--version"], stdout=subprocess.PIPE, text=True).stdout
     return (f"{os.cpu_count()} × {names[0] if names else platform.machine()}, "
-            f"Linux {platform.release()}, {compiler.splitlines()[0]}")
+            f"Linux {platform.release().split('-')[0]}, {compiler.splitlines()[0]}")
 
 
 def table(results):
@@ -99,10 +100,13 @@ def table(results):
 
 def plot(name, results, directory):
     """Bars with quartiles, and a line where both sides are equal."""
-    data = "\n".join(f'"{result.row.text}" {result.median} {result.low} {result.high}'
+    def label(text):
+        return "\\n".join(textwrap.wrap(text, 44))
+
+    data = "\n".join(f'"{label(result.row.text)}" {result.median} {result.low} {result.high}'
                      for result in results)
     script = f"""
-set terminal svg size 800,{90 + 34 * len(results)} font "sans,12" background "white"
+set terminal svg size 900,{90 + 36 * len(results)} font "sans,12" background "white"
 set output "{directory / name}.svg"
 $rows << EOD
 {data}
@@ -112,6 +116,7 @@ set xrange [0:*]
 set xtics nomirror
 set grid xtics
 set ytics scale 0
+set lmargin 46
 unset key
 set arrow from 1, graph 0 to 1, graph 1 nohead lw 1 lc "black"
 plot $rows using 2:0:(0):2:($0-0.3):($0+0.3):ytic(1) with boxxyerror fs solid 0.6 noborder lc "#3b6ea5", \\

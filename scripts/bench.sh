@@ -9,4 +9,4 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 scripts/setup.sh build bench
 cmake --preset benchmark >/dev/null
 cmake --build --preset benchmark -- --quiet
-exec python3 benchmarks/report.py "$@" build/benchmark
+exec python3 -B benchmarks/report.py "$@" build/benchmark
