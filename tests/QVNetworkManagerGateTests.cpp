@@ -104,6 +104,8 @@ TEST_F(QVNetworkManagerGateTest, SendsWhatWaitedForAGateWhenItOpens) {
     count += 2;
     ASSERT_THAT(answers.waitFor(count), SizeIs(count)) << closing.view();
     EXPECT_EQ(answers.heard().back().userInfo().get("ID"), Value(count - 1));
+    // One that has been answered and is not over would be saved, and perhaps restored.
+    ASSERT_TRUE(waitUntil([&] { return manager->operationQueue()->operationCount() == 0; }));
   }
   EXPECT_EQ(server.requests()[0].target + server.requests()[0].body, "/aa5");
   EXPECT_EQ(server.requests()[1].target + server.requests()[1].body, "/b(null)5");
