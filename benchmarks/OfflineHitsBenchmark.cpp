@@ -3,6 +3,7 @@
 // queue costs in the background, where each one saves it whole. All files lie in the system's
 // directory for temporary ones: TMPDIR chooses the file system that is measured.
 
+#include "support/Basics.h"
 #include "support/KeepAliveServer.h"
 
 #include <QVCore/QVCore.h>
@@ -27,6 +28,8 @@
 
 namespace {
 
+using QVBenchmark::fail;
+using QVBenchmark::filled;
 using QVBenchmark::KeepAliveServer;
 using QVPlatform::Data;
 using QVPlatform::Dictionary;
@@ -42,11 +45,6 @@ constexpr std::size_t kMaximumFileSize = INT32_MAX;
 
 namespace fs = std::filesystem;
 
-void fail(const char* what) {
-  std::fprintf(stderr, "%s\n", what);
-  std::_Exit(1);
-}
-
 /// The most memory that the process ever had.
 double peakKilobytes() {
   rusage usage{};
@@ -60,11 +58,6 @@ struct Hit {
   std::string url;
   std::string body;
 };
-
-std::string filled(std::string text, std::size_t size) {
-  while (text.size() < size) text.push_back(static_cast<char>('a' + text.size() % 26));
-  return text;
-}
 
 std::string url;
 
@@ -126,14 +119,20 @@ bool writeFlushRename(std::string_view bytes, const std::string& path) {
   return isWritten && isFlushed && std::rename(aside.c_str(), path.c_str()) == 0;
 }
 
-/// The same bytes as save() writes; its times are those of one hit as well.
-void savePlainly(benchmark::State& state) {
+/// Writes what save() writes; one time of it is divided by `batch`.
+void writePlainly(benchmark::State& state, std::int64_t batch) {
   const Data bytes = savedHits(state.range(0));
   const std::string path = offlineHitsPath() + ".plain";
-  while (state.KeepRunningBatch(state.range(0))) {
+  while (state.KeepRunningBatch(batch)) {
     if (!writeFlushRename(bytes.view(), path)) fail("The file was not written.");
   }
 }
+
+/// Its times are those of one hit, as save()'s are.
+void savePlainly(benchmark::State& state) { writePlainly(state, state.range(0)); }
+
+/// Its times are those of the whole, as change()'s are.
+void changePlainly(benchmark::State& state) { writePlainly(state, 1); }
 
 /// One more hit in the background, with so many waiting; not the first one, at which all of them
 /// are encoded.
@@ -143,15 +142,6 @@ void change(benchmark::State& state) {
   auto id = static_cast<int>(state.range(0));
   post(id++);
   for (auto _ : state) post(id++);
-}
-
-/// What change() writes, written plainly.
-void changePlainly(benchmark::State& state) {
-  const Data bytes = savedHits(state.range(0));
-  const std::string path = offlineHitsPath() + ".plain";
-  for (auto _ : state) {
-    if (!writeFlushRename(bytes.view(), path)) fail("The file was not written.");
-  }
 }
 
 /// The baseline's file.

@@ -2,6 +2,8 @@
 // alone, which any client needs, and of nothing; and the first start of the core in a fresh process
 // and a fresh container, without a web view library and with the one beside the platform's.
 
+#include "support/Basics.h"
+
 #include <QVCore/QVCoreInitialisation.h>
 #include <QVPlatform/Application.h>
 #include <QVPlatform/Foundation/Log.h>
@@ -23,14 +25,10 @@
 namespace {
 
 namespace fs = std::filesystem;
+using QVBenchmark::fail;
 using Clock = std::chrono::steady_clock;
 
 fs::path scratch;
-
-void fail(const char* what) {
-  std::fprintf(stderr, "%s\n", what);
-  std::_Exit(1);
-}
 
 /// What the process holds in memory beside the files mapped into it.
 double anonymousKilobytes() {

@@ -4,6 +4,7 @@
 // thread that posts.
 
 #include "support/Answers.h"
+#include "support/Basics.h"
 #include "support/KeepAliveServer.h"
 
 #include <QVCore/QVCore.h>
@@ -27,6 +28,8 @@
 namespace {
 
 using QVBenchmark::Answers;
+using QVBenchmark::fail;
+using QVBenchmark::filled;
 using QVBenchmark::KeepAliveServer;
 using QVPlatform::Dictionary;
 using QVPlatform::Notification;
@@ -38,16 +41,6 @@ constexpr std::size_t kBodySize = 700;
 const KeepAliveServer* server = nullptr;
 std::vector<std::string> urls;
 std::vector<std::string> bodies;
-
-void fail(const char* what) {
-  std::fprintf(stderr, "%s\n", what);
-  std::_Exit(1);
-}
-
-std::string filled(std::string text, std::size_t size) {
-  while (text.size() < size) text.push_back(static_cast<char>('a' + text.size() % 26));
-  return text;
-}
 
 void makeRequests() {
   for (std::size_t i = 0; i < kHits; ++i) {

@@ -37,7 +37,7 @@ using Number = std::uint32_t;  // of an object in the file, or of a UID
 constexpr std::size_t kWidth = sizeof(Number);  // of references, UIDs and offsets in the file
 /// How many objects the messages may share, and how many UIDs.
 constexpr Number kSharedRoom = 512;
-/// From how many on it is worth while to clear away the numbers of what has left.
+/// From how many on it is worth while to clear away what is not used any more.
 constexpr std::size_t kManyNumbers = 1000;
 constexpr std::size_t kManyBytes = 1U << 20;
 
@@ -106,11 +106,11 @@ struct Message {
 struct KeyedListArchiver::State {
   explicit State(const String& key) : key_(text(Archive::escapedKey(key.view()))) {}
 
-  /// Drops the messages that have left. False when the others are not what the list begins with.
+  /// Drops the messages that have left. False when the others are not what the list begins with,
+  /// and when it is better to begin anew.
   bool dropUntil(std::span<const Dictionary::Snapshot> list) {
-    const auto isFirst = [&](const Message& message) {
-      return !list.empty() && message.entries == list.front();
-    };
+    if (list.empty()) return false;
+    const auto isFirst = [&](const Message& message) { return message.entries == list.front(); };
     const auto begin = messages_.begin() + static_cast<std::ptrdiff_t>(dropped_);
     const auto first = std::find_if(begin, messages_.end(), isFirst);
     const auto rest = static_cast<std::size_t>(messages_.end() - first);
@@ -122,7 +122,9 @@ struct KeyedListArchiver::State {
       return false;
     }
     drop(messages_.size() - rest);
-    return dead_.objects < kManyNumbers || dead_.objects < own_.offsets.size() / 2;
+    const bool isMuch = dead_.objects >= kManyNumbers || dead_.bytes >= kManyBytes;
+    const Extent all = endOf(own_);
+    return !isMuch || (dead_.objects < all.objects / 2 && dead_.bytes < all.bytes / 2);
   }
 
   std::size_t count() const { return messages_.size() - dropped_; }
