@@ -1,3 +1,4 @@
+#include "pages/lifecycle.h"
 #include "tests/support/Certificate.h"
 #include "tests/support/NetworkManagerTest.h"
 #include "tests/support/ServerProcess.h"
@@ -34,6 +35,45 @@ TEST_F(QVCoreExitTest, MayComeAtAnyMomentWhileTransfersAreUnderWay) {
     };
     ASSERT_EQ(runInChild(runAndExit), 0) << "after " << time.count() << " microseconds";
   }
+}
+
+/// Each life posts its own hits while it is ended, and beyond that; the next one sends what is left.
+TEST_F(QVCoreExitTest, LosesAndDoublesNothingWhenTheEventLoopHearsOfSIGTERM) {
+  if (!kChildrenMayGoOn) GTEST_SKIP() << "no child may go on under a sanitizer";
+  const std::string receipts = (container.path() / "receipts").string();
+  const ServerProcess server([receipts](const auto& got, auto& response) {
+    std::ofstream(receipts, std::ios::app) << got.path + "\n";
+    HTTPServer::answerOK(got, response);
+  });
+  std::string posted;
+  for (int life = 0; life < 6; ++life) {
+    const auto post = [&](int output) {
+      const auto queue = QVNetworkManager::sharedInstance()->operationQueue();
+      for (int hit = 0;; ++hit) {
+        while (queue->operationCount() > 100) std::this_thread::yield();  // far from its limit
+        const std::string path = std::to_string(life) + "-" + std::to_string(hit);
+        request({{"url", server.url() + path}});
+        dprintf(output, "/%s\n", path.c_str());
+      }
+    };
+    ChildProcess host([&](int output) {
+      alarm(20);
+      QVDebug::setDebugLevel(6);
+      QVDebug::useCustomWKProcessPool(true);
+      return runDaemon([&, output] { std::thread(post, output).detach(); });
+    });
+    EXPECT_TRUE(host.waitForOutput("-" + std::to_string(31 * life)));
+    host.signal(SIGTERM);
+    EXPECT_EQ(host.finish(), 0) << life;
+    posted += host.printed();
+  }
+  manager = QVNetworkManager::sharedInstance();
+  EXPECT_TRUE(waitUntil([&] { return manager->operationQueue()->operationCount() == 0; }));
+  const auto received = words(contentsOf(receipts));
+  const std::set<std::string> once(received.begin(), received.end());
+  EXPECT_EQ(once.size(), received.size());
+  EXPECT_GT(received.size(), 31U * 15);
+  EXPECT_THAT(words(posted), Each(Truly([&](const auto& hit) { return once.contains(hit); })));
 }
 
 }  // namespace

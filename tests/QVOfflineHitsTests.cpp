@@ -1,3 +1,4 @@
+#include "tests/support/ChildProcess.h"
 #include "tests/support/CoreTest.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/HTTPServer.h"
@@ -276,6 +277,62 @@ TEST_F(QVOfflineHitsTest, SavesAtEachChangeOfTheCountOnceAskedTo) {
   }
   EXPECT_EQ(sizes, "321");
   EXPECT_TRUE(runMainQueueUntil([this] { return saved().empty(); }));
+}
+
+TEST_F(QVOfflineHitsTest, IsRightAfterAShutdownHoweverTheHitUnderWayEnds) {
+  network->change(ScriptedReachability::kReachable);
+  const auto manager = QVNetworkManager::sharedInstance();
+  std::promise<bool> answer;
+  std::latch mayAnswer(1);
+  const HTTPServer server([&](const auto& asked, auto& response) {
+    mayAnswer.wait();
+    HTTPServer::answerOK(asked, response);
+  });
+  NotificationCenter::defaultCenter()->addObserver(
+      &answer, [&](const auto&) { answer.set_value(manager->shutdownWithin(1h).isIdle); },
+      kQVNotification_HTTPResponse);
+  for (int i = 0; i < 3; ++i) request({{"url", server.url()}});
+  server.waitForRequests(1);
+  const auto cut = manager->shutdownWithin(1ms);
+  EXPECT_FALSE(cut.isIdle);
+  EXPECT_EQ(cut.savedHits, 3U);
+  EXPECT_THAT(idsOf(saved()), ElementsAre(Value(0U), Value(1U), Value(2U)));
+  request({{"url", "http://h/"}, {"HTTPURLResponse", "configuration"}});
+  request({{"url", server.url()}});
+  EXPECT_THAT(saved(), SizeIs(4));
+  mayAnswer.count_down();
+  EXPECT_FALSE(answer.get_future().get()) << "an observer cannot wait for itself";
+  const auto whole = manager->shutdownWithin(10s);
+  EXPECT_TRUE(whole.isIdle);
+  EXPECT_EQ(whole.savedHits, 3U);
+  EXPECT_THAT(idsOf(saved()), ElementsAre(Value(1U), Value(2U), Value(4U)));
+  for (const auto& name : {kQVNotification_InternetUp, kQVNotification_OnForeground,
+                           kQVNotification_StartingTheSDK, kQVNotification_UserAgentAvailable}) {
+    post(name);
+  }
+  EXPECT_EQ(manager->consentQueue()->operationCount(), 1U);
+  EXPECT_THAT(queuedIDs(), ElementsAre(Value(1U), Value(2U), Value(4U)));
+  EXPECT_THAT(server.requests(), SizeIs(1));
+  NotificationCenter::defaultCenter()->removeObserver(&answer);
+  manager->reinit();
+  EXPECT_THAT(server.waitForRequests(4), SizeIs(4));
+}
+
+/// Whoever has the directory says so; a fork gives it to the child no more than a start beside it.
+TEST_F(QVOfflineHitsTest, SaysThatAnotherProcessHasTheSameContainer) {
+  const auto complaint = [] {
+    return complaintsOf([] { QVNetworkManager::sharedInstance()->reinit(); });
+  };
+  const auto complaintOfAnother = [&] { return ChildProcess(complaint).text(); };
+  const auto isSaid = HasSubstr("another process has its hits in " + container.path().string());
+  EXPECT_EQ(complaintOfAnother(), "");
+  QVLogger::sharedInstance()->getPrivatePathToFile("x");
+  ASSERT_TRUE(claimDirectoryAtPath(QVLogger::privateQVDirectory()));
+  EXPECT_THAT(complaintOfAnother(), isSaid);
+  EXPECT_EQ(complaint(), "");
+  const ChildProcess inheritor([](int) { return pause(); });
+  ASSERT_TRUE(claimDirectoryAtPath(container.path().string()));
+  EXPECT_EQ(complaintOfAnother(), "");
 }
 
 TEST_F(QVOfflineHitsTest, HoldsWhatWaitsAfterManyThreadsHaveSavedAtOnce) {

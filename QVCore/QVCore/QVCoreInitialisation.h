@@ -9,7 +9,8 @@
 ///
 ///     const auto core = std::make_shared<QVCoreInitialisation>()->init();
 ///
-/// The services live as long as the process; the object itself need not be kept.
+/// The services live as long as the process; the object itself need not be kept. Where hits must not
+/// be lost at the end of the process, QVNetworkManager::shutdownWithin() comes before it.
 class QVCORE_EXPORT QVCoreInitialisation : public QVPlatform::Object {
  public:
   /// Makes the logger, the network manager and the core variables, in this order, unless they

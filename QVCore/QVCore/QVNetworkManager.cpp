@@ -1,5 +1,6 @@
 #include <QVCore/QVNetworkManager.h>
 
+#include <QVCore/Internal/QVContainer.h>
 #include <QVCore/Internal/QVOfflineHits.h>
 #include <QVCore/Internal/QVQueueGate.h>
 #include <QVCore/Internal/QVRequestNames.h>
@@ -94,6 +95,7 @@ void QVNetworkManager::initialise() {
   startReachability(parts.monitor);
   shouldWaitForUserAgent_ = false;
   startQueues(parts);
+  QVContainer::claim();
   callOut([this] { restoreStockedHit(); });
   QV_INIT_STATE = QVInitStateDone;
 }
@@ -351,6 +353,18 @@ void QVNetworkManager::observeValueForKeyPathOfObjectChangeContext(
       keyPath == String("operationCount")) {
     saveAllHits();
   }
+}
+
+QVShutdownResult QVNetworkManager::shutdownWithin(std::chrono::milliseconds timeout) {
+  QVShutdownResult result;
+  if (const auto consent = consentQueue()) consent->stopWithin(timeout.zero());
+  if (const auto hits = operationQueue()) {
+    // What is posted later, or ends after its time, changes what is to be in the file.
+    if (!hits->isStopped()) enableRunningInBackground();
+    result.isIdle = hits->stopWithin(timeout);
+  }
+  result.savedHits = QVOfflineHits::save([this] { return operationQueue(); });
+  return result;
 }
 
 void QVNetworkManager::saveAllHits() {

@@ -10,6 +10,8 @@
 #include <QVPlatform/Networking/URL.h>
 
 #include <atomic>
+#include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -22,6 +24,16 @@ enum QVManagerState : std::int32_t {
   QVManagerStateWaitingForStart = 0,  ///< A consent module is there and has not started the kit.
   QVManagerStateStarted = 1,          ///< Hits flow.
   QVManagerStateStopped = 2,          ///< The consent module stopped the kit.
+};
+
+/// What QVNetworkManager::shutdownWithin() leaves.
+struct QVShutdownResult {
+  /// How many hits lie in the file for the next start. None when they could not be saved: the
+  /// console log tells why, or another thread is just restoring hits, and saves them when it ends.
+  std::optional<std::size_t> savedHits;
+  /// Whether no hit is under way any more. Else one is, without an answer so far: it is among those
+  /// that were saved, so that it may be sent twice, unless it ends before the process does.
+  bool isIdle = true;
 };
 
 /// Turns request notifications into HTTP operations on two serial queues, one for hits and one for
@@ -89,12 +101,27 @@ class QVCORE_EXPORT QVNetworkManager : public QVSingleton,
   void sentReachabilityChanged(const QVPlatform::String& name);
   bool isInternetReachable() const;
   /// From now on the waiting hits are saved at each change of their number, for applications that
-  /// may be ended while they run in the background. Asked twice, it saves twice; a queue that
-  /// reinit() makes is not observed.
+  /// may be ended while they run in the background: what was posted is in the file when the post
+  /// returns. It does not keep the queues running there: QVCoreVariables::setEnableSDKInBG() does.
+  /// Asked twice, it saves twice; a queue that reinit() makes is not observed.
   void enableRunningInBackground();
   void observeValueForKeyPathOfObjectChangeContext(
       const QVPlatform::String& keyPath, const std::shared_ptr<QVPlatform::Object>& object,
       const QVPlatform::Value& change, const void* context) override;
+  /// The clean end of the kit: holds both queues for good, whatever else would resume them, waits
+  /// until the hit that is under way has come to its end and its observers have been called, but no
+  /// longer than `timeout`, and saves the hits that wait. A hit that is posted later is saved within
+  /// the post, and goes out after the next start. So no hit is lost, and none is sent twice, unless
+  /// the result says that one was still under way. What is under way in the consent queue is not
+  /// waited for, and nothing of that queue is saved.
+  ///
+  /// May be called again, to wait on or to save again. reinit() starts the kit anew.
+  ///
+  /// Threads: may be called from any thread, and holds it for that long: the application's main
+  /// thread, when its event loop hears of SIGTERM, is the usual one. Not from a signal handler. From
+  /// an observer of a hit, on the hit queue's own thread, it does not wait. An observer that waits
+  /// for the calling thread is waited for until the time is over.
+  QVShutdownResult shutdownWithin(std::chrono::milliseconds timeout);
   /// Replaces the offline hits file by the hits that wait now, of several threads that do so at
   /// once by the newest state. Whatever is in their data and can be archived (KeyedArchiver) is
   /// saved; what cannot, a whole hit if need be, is left out with a line on the console log. When

@@ -3,10 +3,12 @@
 #include <QVPlatform/Dispatch/Internal/Thread.h>
 #include <QVPlatform/Foundation/ForkMutex.h>
 
+#include <algorithm>
 #include <array>
 #include <condition_variable>
 #include <deque>
 #include <optional>
+#include <thread>
 #include <typeinfo>
 #include <utility>
 
@@ -20,8 +22,9 @@
 // What outside code could do to the queue decides the rest. Destroying an operation may call out,
 // so that it is done without the mutex: an operation that leaves the list is first moved to where
 // it outlives the lock. The queue may be destroyed by an operation that it runs: then the thread
-// keeps the State until it ends. And a fork() may come at any moment: the child gets another Work,
-// and a thread that finds its own gone ends.
+// keeps the State until it ends. It may end the queue's thread: then another one takes over. And a
+// fork() may come at any moment: the child gets another Work, and a thread that finds its own gone
+// ends.
 
 namespace QVPlatform {
 namespace {
@@ -103,7 +106,9 @@ struct Work {
   }
 
   std::condition_variable changed;
+  std::condition_variable isOver;  // the running one
   OperationReference running;
+  std::thread::id runner;  // of the running one
   OperationReference standIn;  // one that was cancelled, in the place of all those in the number
   std::size_t cancelledAtHead = 0;
   std::deque<OperationReference> waiting;
@@ -136,22 +141,36 @@ struct OperationQueue::State {
   }
 
   bool canStart() const QV_REQUIRES(mutex) {
-    return !isSuspended && (work->cancelledAtHead > 0 || !work->waiting.empty());
+    return !isStopped && !isSuspended && (work->cancelledAtHead > 0 || !work->waiting.empty());
   }
 
   void wakeThread(const std::shared_ptr<State>& self) QV_REQUIRES(mutex) {
     if (!canStart()) return;
-    if (!work->hasThread) {
-      work->hasThread = startThread("QVOperations", [self] { self->run(); });
-    }
+    if (!work->hasThread) startThreadFor(self, false);
     if (work->isIdle) work->changed.notify_one();
+  }
+
+  void startThreadFor(const std::shared_ptr<State>& self, bool isChangeUntold) QV_REQUIRES(mutex) {
+    work->hasThread =
+        startThread("QVOperations", [self, isChangeUntold] { self->run(self, isChangeUntold); });
   }
 
   // The thread. Nothing that it does here takes memory: an exception would be its end.
 
-  /// Ends, too, in the child of a fork() that an operation made: the queue gets another thread.
-  void run() {
+  void run(const std::shared_ptr<State>& self, bool isChangeUntold) {
     Lock lock(mutex);
+    const Work* const own = work.get();
+    try {
+      if (isChangeUntold) tell();
+      runAll(lock);
+    } catch (...) {  // the host has ended the thread
+      if (work.get() == own) leaveToAnother(self);
+      throw;
+    }
+  }
+
+  /// Ends, too, in the child of a fork() that an operation made: the queue gets another thread.
+  void runAll(Lock& lock) QV_REQUIRES(mutex) {
     for (const Work* const own = work.get(); work.get() == own;) {
       work->isIdle = true;
       while (!isClosed && !canStart()) lock.wait(work->changed);
@@ -160,6 +179,22 @@ struct OperationQueue::State {
       dropCancelled();
       if (canStart()) runFirst();
     }
+  }
+
+  /// What is to be told of the operation that ended the thread is left to the next one, too: an
+  /// observer might end this one once more.
+  void leaveToAnother(const std::shared_ptr<State>& self) QV_REQUIRES(mutex) {
+    const bool isChangeUntold = work->running != nullptr;
+    startThreadFor(self, isChangeUntold);
+    finishRunning();
+  }
+
+  /// Takes the running operation out of the list, and destroys it if nobody else holds it.
+  void finishRunning() QV_REQUIRES(mutex) {
+    OperationReference operation = std::move(work->running);
+    work->isOver.notify_all();
+    const Unlocked unlocked(mutex);
+    operation.reset();
   }
 
   void dropCancelled() QV_REQUIRES(mutex) {
@@ -173,16 +208,13 @@ struct OperationQueue::State {
     if (work->waiting.empty()) return;
     work->running = std::move(work->waiting.front());
     work->waiting.pop_front();
-    OperationReference operation = work->running;
+    work->runner = std::this_thread::get_id();
     {
+      Operation& operation = *work->running;
       const Unlocked unlocked(mutex);
-      if (!operation->isCancelled()) callOut([&operation] { operation->main(); });
+      if (!operation.isCancelled()) callOut([&operation] { operation.main(); });
     }
-    work->running.reset();
-    {
-      const Unlocked unlocked(mutex);
-      operation.reset();
-    }
+    finishRunning();
     tell();
   }
 
@@ -196,6 +228,7 @@ struct OperationQueue::State {
   std::unique_ptr<Work> work QV_GUARDED_BY(mutex) = std::make_unique<Work>();
   Observations observations QV_GUARDED_BY(mutex);
   bool isSuspended QV_GUARDED_BY(mutex) = false;
+  bool isStopped QV_GUARDED_BY(mutex) = false;
   bool isClosed QV_GUARDED_BY(mutex) = false;
 };
 
@@ -286,6 +319,25 @@ void OperationQueue::setSuspended(bool isSuspended) {
 bool OperationQueue::isSuspended() const {
   const Lock lock(state_->mutex);
   return state_->isSuspended;
+}
+
+bool OperationQueue::stopWithin(std::chrono::milliseconds timeout) {
+  constexpr std::chrono::milliseconds kLongest = std::chrono::hours(24);  // no sum overflows
+  const auto deadline = std::chrono::steady_clock::now() + std::min(timeout, kLongest);
+  const auto state = state_;  // what runs may be the last to hold the queue
+  Lock lock(state->mutex);
+  state->isStopped = true;
+  Work& work = *state->work;
+  const bool mayWait = work.runner != std::this_thread::get_id();
+  while (mayWait && work.running && std::chrono::steady_clock::now() < deadline) {
+    lock.waitUntil(work.isOver, deadline);
+  }
+  return work.running == nullptr;
+}
+
+bool OperationQueue::isStopped() const {
+  const Lock lock(state_->mutex);
+  return state_->isStopped;
 }
 
 void OperationQueue::addObserverForOperationCount(std::weak_ptr<KeyValueObserver> observer,

@@ -4,6 +4,7 @@
 #include <QVPlatform/Export.h>
 #include <QVPlatform/Foundation/KeyValueObserver.h>
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -24,8 +25,10 @@ namespace QVPlatform {
 /// place of each of them. It stands for operations of its own class only, so that who casts what is
 /// in the list finds the class that was added.
 ///
-/// Threads: every operation may be called from any thread. Lifetime: when the queue is destroyed,
-/// operations that wait are dropped, one that is running ends by itself. In the child of a fork()
+/// Threads: every operation may be called from any thread. When an operation, or an observer that it
+/// posts to, ends the queue's thread (pthread_exit(), cancellation), that operation is over and the
+/// next ones run on another thread. Lifetime: when the queue is destroyed, operations that wait are
+/// dropped, one that is running ends by itself. In the child of a fork()
 /// the queue is empty, as its operations are the parent's, and has a thread of its own.
 class QVPLATFORM_EXPORT OperationQueue : public Object {
  public:
@@ -56,6 +59,14 @@ class QVPLATFORM_EXPORT OperationQueue : public Object {
   /// New queues are not suspended.
   void setSuspended(bool isSuspended);
   bool isSuspended() const;
+
+  /// From now on starts no operation, whatever setSuspended() says, and waits until the one that is
+  /// running has left the list, but no longer than `timeout`, which counts as a day if it is more.
+  /// Whether none is running any more. May
+  /// be called again, to wait on; on the queue's own thread it does not wait, as an operation is
+  /// running there.
+  bool stopWithin(std::chrono::milliseconds timeout);
+  bool isStopped() const;
 
   /// From now on tells the observer of every change of "operationCount", for as long as it lives;
   /// asked twice, it tells twice. The change given is the new count. It is called without any lock,

@@ -26,9 +26,23 @@ struct SerialQueue::State {
     own.shared = std::make_unique<Shared>();
   }
 
-  /// Ends, too, in the child of a fork() that a block made: the queue gets another thread.
-  void run() {
+  void startThreadFor(const std::shared_ptr<State>& self) QV_REQUIRES(mutex) {
+    shared->hasThread = startThread("QVSerialQueue", [self] { self->run(self); });
+  }
+
+  void run(const std::shared_ptr<State>& self) {
     Lock lock(mutex);
+    const Shared* const own = shared.get();
+    try {
+      runAll(lock);
+    } catch (...) {  // a block has ended the thread
+      if (shared.get() == own) startThreadFor(self);
+      throw;
+    }
+  }
+
+  /// Ends, too, in the child of a fork() that a block made: the queue gets another thread.
+  void runAll(Lock& lock) QV_REQUIRES(mutex) {
     for (const Shared* const own = shared.get(); shared.get() == own;) {
       while (!isClosed && shared->blocks.empty()) lock.wait(shared->changed);
       if (shared->blocks.empty()) return;
@@ -54,9 +68,7 @@ bool SerialQueue::async(std::function<void()> block) {
   const Lock lock(state_->mutex);
   State::Shared& shared = *state_->shared;
   if (!callOut([&] { shared.blocks.push_back(std::move(block)); })) return false;
-  if (!shared.hasThread) {
-    shared.hasThread = startThread("QVSerialQueue", [state = state_] { state->run(); });
-  }
+  if (!shared.hasThread) state_->startThreadFor(state_);
   shared.changed.notify_one();
   return true;
 }

@@ -2,8 +2,8 @@
 """documentation.py SOURCE LIBRARIES EXAMPLES CMAKE COMPILER: what the pages of the project tell a
 reader to write and to type, used as it stands there.
 
-Each C++ block is compiled by itself with the installed package, and becomes the main.cpp of the CMake
-and shell blocks behind it. What these make of it runs once with a collector that answers and once
+Each C++ block is compiled by itself with the installed package; one that has a main() becomes the
+main.cpp of the CMake and shell blocks behind it, the others are run by the test suite. What these make of it runs once with a collector that answers and once
 without. Commands that build or test the project itself, in blocks and in the text, would run this
 very test: of these, it is seen that all exists that they name.
 """
@@ -153,7 +153,8 @@ def run_program(program, directory, proxy):
 
 def use_cpp(block, directory, proxy):
     (directory / "main.cpp").write_text(block)
-    run(["bash", "-euc", f"'{compiler}' -std=c++20 main.cpp -o alone "
+    output = "-o alone" if "int main(" in block else "-c"
+    run(["bash", "-euc", f"'{compiler}' -std=c++20 main.cpp {output} "
          "$(pkg-config --cflags --libs qvcore)"], directory)
 
 

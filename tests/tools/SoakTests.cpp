@@ -67,6 +67,7 @@ TEST(SoakJudge, ExplainsALossByWhatWasSeenOfTheHitAlone) {
       {"saved", "lost", hit, {}, {{gone, at(4, kBackgrounded)}}},
       {"save not finished", Rule::kEndedBeforeSave, hit, {}, {{gone}}},
       {"saved at each change", "lost", hit, {}, {{at(0, kSavesAlways)}}},
+      {"shut down", "lost", hit, {}, {{at(3, What::kShutDown)}}},
       {"restored", Rule::kRestoredAndEndedBeforeSave, hit, {}, {{}, {}}, true},
       {"restored, and the queue ran empty", "lost", hit, {}, {{}, {at(50, kDrained, 1)}}, true},
       {"waiting", "", hit, {}, {{}}, true},
@@ -129,6 +130,12 @@ TEST(SoakJudge, ExplainsADoubleByWhatWasSeenOfTheHitAlone) {
        twoLives,
        {{at(0, kSavesAlways)}, {}},
        true},
+      {"shut down though saved at each change",
+       "doubled",
+       {at(4, kAnswered), toldLater},
+       twoLives,
+       {{at(0, kSavesAlways), at(5, What::kShutDown)}, {}},
+       true},
       {"within a restore", Rule::kEndedWhileRestoring, {toldLater}, twoLives, {starts, {}}, true},
       {"after a restore", "doubled", {toldLater}, twoLives, {started, {}}, true},
   };
@@ -150,6 +157,11 @@ TEST(SoakJudge, LetsNobodyHaveAnAnswerThatTheServerDidNotGive) {
       {"an error", "an error was told although it was answered", {at(4, kFailed)}, {good}},
       {"an error for a reset", "", {at(4, kFailed)}, {got(3, 0, 1, 0, kResetAfterRead)}},
       {"nothing", Rule::kInFlightAtTheEnd, {}, {good}},
+      {"nothing, and shut down",
+       "in flight although the kit was shut down",
+       {},
+       {good},
+       {{at(4, What::kShutDown)}}},
   };
   for (const Case& test : kCases) EXPECT_EQ(verdictOn(test), test.verdict.text) << test.what;
   EXPECT_EQ(verdictOn(kCases[6], true), "came, and the application was told nothing");

@@ -1,8 +1,8 @@
 #include "soak/Errand.h"
 
 const char* nameOf(Ending ending) {
-  constexpr const char* kNames[] = {"drained", "saved", "exits", "killed",
-                                    "killed in the background"};
+  constexpr const char* kNames[] = {"drained", "saved",  "shut down",
+                                    "exits",   "killed", "killed in the background"};
   return kNames[static_cast<std::size_t>(ending)];
 }
 

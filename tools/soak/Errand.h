@@ -10,6 +10,7 @@
 enum class Ending : std::uint8_t {
   kDrained,             // when all has been sent
   kSaved,               // in the background, with hits waiting
+  kShutDown,            // by the clean end, while hits are posted
   kExits,               // whatever is going on
   kKilled,              // whatever is going on
   kKilledInBackground,  // as the system does with applications in the background

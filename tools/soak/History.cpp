@@ -16,7 +16,7 @@ const char* nameOf(What what) {
       "posting",      "posted",        "answered",     "answered-empty", "answered-wrong",
       "failed",       "dropped",       "filed",        "starting",       "started",
       "saves-always", "backgrounding", "backgrounded", "foregrounding",  "foregrounded",
-      "drained",      "stuck"};
+      "drained",      "shut-down",     "stuck"};
   return kNames[static_cast<std::size_t>(what)];
 }
 

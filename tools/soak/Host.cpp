@@ -141,12 +141,14 @@ void Host::enterBackground() {
 
 void Host::end() {
   setNetworkUp(errand_.ending == Ending::kDrained || chance(50));
+  if (errand_.ending == Ending::kShutDown) return shutDown();
   postSome(left_);
   switch (errand_.ending) {
     case Ending::kDrained:
       return drain();
     case Ending::kSaved:
       return enterBackground();
+    case Ending::kShutDown:
     case Ending::kExits:
       return;
     case Ending::kKilledInBackground:
@@ -157,6 +159,14 @@ void Host::end() {
     case Ending::kKilled:
       for (;;) pause();
   }
+}
+
+/// What comes while the kit ends, and behind that, must be saved like the rest.
+void Host::shutDown() {
+  const std::jthread poster([this] { postSome(left_); });
+  pauseUpTo(kShortPause);
+  const auto result = manager().shutdownWithin(kPatience);
+  ledger_->write(result.isIdle && result.savedHits ? What::kShutDown : What::kStuck);
 }
 
 // A forked process.

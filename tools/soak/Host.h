@@ -29,6 +29,7 @@ class Host {
   void visitBackground();
   void enterBackground();
   void end();
+  void shutDown();
 
   /// Takes so many of the hits that are left, or fewer, and returns the first.
   HitID take(std::uint32_t* count);

@@ -106,6 +106,7 @@ std::optional<Rule> Judge::ruleForLoss(HitID id, const Hit& hit) const {
 bool Judge::isSaved(int number, Time since, bool isRestored) const {
   const auto& events = life(number).events;
   if (happensBetween(events, What::kDrained, since, kNever)) return true;
+  if (timeOf(events, What::kShutDown)) return true;
   const auto visits = visitsOf(number);
   const bool hasSaved = std::any_of(visits.begin(), visits.end(), [since](const Visit& visit) {
     return visit.begin > since && visit.end != kNever;
@@ -128,6 +129,7 @@ std::optional<Rule> Judge::ruleForDouble(HitID id, const Hit& hit, std::size_t s
     return std::nullopt;
   }
   if (!life(first.life).fileAtEnd.contains(id)) return std::nullopt;
+  if (timeOf(life(first.life).events, What::kShutDown)) return std::nullopt;
   if (isRestoring(first)) return Rule::kEndedWhileRestoring;
   if (timeOf(life(first.life).events, What::kSavesAlways)) {
     return isLastOfLife(first) ? std::optional(Rule::kEndedBeforeNextSave) : std::nullopt;
@@ -230,6 +232,8 @@ void Judge::checkReceptions(const Hit& hit, bool isTold, Verdict& verdict) const
     if (isFollowed || isToldAfter(hit, reception)) continue;
     if (!isLastOfLife(reception)) {
       verdict.faults.emplace_back("came, and the application was told nothing");
+    } else if (timeOf(life(reception.life).events, What::kShutDown)) {
+      verdict.faults.emplace_back("in flight although the kit was shut down");
     } else if (isLast && !isTold) {
       verdict.rules.push_back(Rule::kInFlightAtTheEnd);
     }

@@ -64,7 +64,7 @@ Operations operationsOf(const QVOfflineHits::HitQueue& hitQueue) {
 /// What saves and restores of this process must know of each other.
 class Order {
  public:
-  enum class Verdict { kDone, kFailed, kAgain };
+  enum class Verdict { kDone, kPutOff, kFailed, kAgain };
 
   /// What is in the queue, and a number for it. False while hits are restored: then that ends with
   /// a save.
@@ -80,7 +80,8 @@ class Order {
   /// Moves the file into its place, unless a newer state is there.
   Verdict finish(AtomicFile& file, std::uint64_t number) {
     const std::lock_guard lock(mutex_);
-    if (isPutOff() || number < written_) return Verdict::kDone;
+    if (isPutOff()) return Verdict::kPutOff;
+    if (number < written_) return Verdict::kDone;
     if (number <= restored_) return Verdict::kAgain;  // the snapshot knows nothing of that
     if (!file.moveIntoPlace()) return Verdict::kFailed;
     written_ = number;
@@ -230,8 +231,8 @@ void reportFailure(const AtomicFile& file) {
   consoleLog(String("offline hits could not be saved: ") + file.error());
 }
 
-/// One attempt; true when there is no more to be done.
-bool trySave(const QVOfflineHits::HitQueue& hitQueue) {
+/// One attempt; true when there is no more to be done. `saved` is set when the hits are in the file.
+bool trySave(const QVOfflineHits::HitQueue& hitQueue, std::optional<std::size_t>& saved) {
   Operations operations;
   std::uint64_t number = 0;
   if (!order.begin(hitQueue, number, operations)) return true;
@@ -244,6 +245,7 @@ bool trySave(const QVOfflineHits::HitQueue& hitQueue) {
   AtomicFile file(offlineHitsPath());
   const auto verdict = write(waiting, file) ? order.finish(file, number) : Order::Verdict::kFailed;
   if (verdict == Order::Verdict::kFailed) reportFailure(file);
+  if (verdict == Order::Verdict::kDone) saved = waiting.size();
   return verdict != Order::Verdict::kAgain;
 }
 
@@ -307,11 +309,13 @@ void QVOfflineHits::expectChanges() {
   withinMemory([] { order.expectChanges(); });
 }
 
-void QVOfflineHits::save(const HitQueue& hitQueue) {
-  if (!hitQueue()) return;
+std::optional<std::size_t> QVOfflineHits::save(const HitQueue& hitQueue) {
+  std::optional<std::size_t> saved;
+  if (!hitQueue()) return saved;
   withinMemory([&] {
-    while (!trySave(hitQueue)) continue;
+    while (!trySave(hitQueue, saved)) continue;
   });
+  return saved;
 }
 
 void QVOfflineHits::restore(const HitQueue& hitQueue,

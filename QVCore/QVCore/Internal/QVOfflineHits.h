@@ -3,8 +3,10 @@
 #include <QVPlatform/Dispatch/OperationQueue.h>
 #include <QVPlatform/Foundation/Value.h>
 
+#include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
 
 /// The offline hits file, for the network manager alone.
 ///
@@ -22,8 +24,9 @@ class QVOfflineHits {
 
   /// Replaces the file by the data of the operations that wait; does nothing without a queue. A hit
   /// that cannot be archived is left out, and named on the console log; so is the reason why
-  /// nothing could be written.
-  static void save(const HitQueue& hitQueue);
+  /// nothing could be written. How many waited; nothing without a queue, when it failed, and while
+  /// hits are restored, when it is put off to their end.
+  static std::optional<std::size_t> save(const HitQueue& hitQueue);
 
   /// From now on save() is called at each change of the queue, so that it is worth while to keep
   /// what it has encoded, which takes about as much memory as the file.
