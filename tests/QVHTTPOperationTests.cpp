@@ -1,3 +1,4 @@
+#include "pages/delivery.h"
 #include "tests/support/CoreTest.h"
 #include "tests/support/HTTPServer.h"
 #include "tests/support/RawServer.h"
@@ -67,13 +68,62 @@ TEST_F(QVHTTPOperationTest, PostsSentWhenTheTransferIsOverAndThenTheAnswerWithTh
   EXPECT_FALSE(answer.userInfo().isSameObject(operation->userInfo()));
 }
 
-TEST_F(QVHTTPOperationTest, ClassesOnlyThreeStatusesAsFailures) {
+TEST_F(QVHTTPOperationTest, ClassesOnlyThreeStatusesAsFailuresAndTellsEachToItsObservers) {
+  std::vector<int> told;
+  const auto note = [&](const auto&) { told.push_back(QVHTTPOperation::statusCodeBeingTold()); };
+  const auto center = NotificationCenter::defaultCenter();
+  for (const auto& name : {kSent, kError, kAnswer}) center->addObserver(&told, note, name);
   for (const int each : {200, 201, 400, 401, 402, 403, 404, 405, 499, 500, 501, 502, 503, 599}) {
     status = each;
     const bool isFailure = each == 403 || each == 404 || each == 500;
     EXPECT_THAT(outcomeOf(requestTo(server.url())),
                 ElementsAre(kSent, isFailure ? kError : kAnswer))
         << each;
+    EXPECT_THAT(std::exchange(told, {}), ElementsAre(each, each));
+  }
+  EXPECT_EQ(QVHTTPOperation::statusCodeBeingTold(), 0);
+  // One that is refused while another one's answer is told has none.
+  center->addObserver(&told, [](const auto&) { post(kQVNotification_HTTPRequest); }, kAnswer);
+  run(requestTo(server.url()));
+  EXPECT_THAT(told, ElementsAre(599, 599, 0));
+  center->removeObserver(&told);
+}
+
+TEST_F(QVHTTPOperationTest, SendsOnceMoreWhatFailedThroughTheQueueThatHoldsHits) {
+  const auto manager = QVNetworkManager::sharedInstance();
+  const Recorder requests{{kQVNotification_HTTPRequest}};
+  const auto center = NotificationCenter::defaultCenter();
+  center->addObserver(&requests, &sendOnceMore, kQVNotification_HTTPRequestError);
+  const HTTPServer failing([](const auto& asked, auto& response) {
+    response.status = std::stoi(asked.path.substr(1));
+    response.set_content("x", "text/plain");
+  });
+  for (const String url : {failing.url("/403"), failing.url("/500"), "bare"s}) {
+    post(kQVNotification_HTTPRequest, {{"url", url}, {"own", 7}, {"data", "d"}});
+  }
+  EXPECT_TRUE(waitUntil([&] { return manager->operationQueue()->operationCount() == 0; }));
+  EXPECT_THAT(failing.requests(), SizeIs(5));
+  EXPECT_THAT(requests.heard(), SizeIs(6));
+  EXPECT_EQ(Value(requests.heard().back().userInfo()),
+            Value(Dictionary{{"url", failing.url("/500")}, {"own", 7}, {"tries", 3}}));
+  center->removeObserver(&requests);
+}
+
+TEST_F(QVHTTPOperationTest, TakesFromWhatIsToldOnlyWhatTheCoreAdded) {
+  const auto response = std::make_shared<HTTPURLResponse>();
+  const std::pair<Dictionary, Dictionary> cases[] = {
+      {{{"url", "u"}, {"RequestType", "t"}, {"ID", 1U}, {"content", "c"}}, {{"url", "u"}}},
+      {{{"url", "u"}, {"error", kQVErrorMessageInvalidURL}, {"own", 1}}, {{"url", "u"}, {"own", 1}}},
+      {{{"error", "own"}, {"data", "own"}}, {{"error", "own"}, {"data", "own"}}},
+      {{{"HTTPURLResponse", "own"}}, {{"HTTPURLResponse", "own"}}},
+      {{{"url", "u"}, {"HTTPURLResponse", response}, {"RequestType", "t"}}, {{"url", "u"}}},
+      {{{"HTTPURLResponse", response}, {"RequestType", kConfigurationAnswer}},
+       {{"HTTPURLResponse", "configuration"}}},
+      {nullptr, nullptr}};
+  for (const auto& [told, data] : cases) {
+    const Dictionary before = told.copy();
+    EXPECT_EQ(Value(QVNetworkManager::requestDataFromUserInfo(told)), Value(data)) << &data - &cases[0].second;
+    EXPECT_EQ(Value(told), Value(before));
   }
 }
 

@@ -318,6 +318,30 @@ TEST_F(QVOfflineHitsTest, IsRightAfterAShutdownHoweverTheHitUnderWayEnds) {
   EXPECT_THAT(server.waitForRequests(4), SizeIs(4));
 }
 
+TEST_F(QVOfflineHitsTest, SendsAndSavesTheOtherHitsWhenAnObserverEndsItsThread) {
+  if (!kThreadsMayEnd) GTEST_SKIP() << "no thread may end";
+  const auto manager = QVNetworkManager::sharedInstance();
+  manager->enableRunningInBackground();
+  const HTTPServer server([this](const auto&, auto& response) {
+    response.set_content(std::to_string(saved().size()), "text/plain");
+  });
+  const Recorder answers{{kQVNotification_HTTPResponse}};
+  const auto endFirst = [](const Notification& sent) {
+    const Dictionary hit = sent.userInfo().get("content").dictionary();
+    if (hit.get("ID") == Value(0U)) pthread_exit(nullptr);
+  };
+  NotificationCenter::defaultCenter()->addObserver(&answers, endFirst,
+                                                   kQVNotification_HTTPRequestSent);
+  for (int i = 0; i < 3; ++i) request({{"url", server.url()}});
+  manager->operationQueue()->setSuspended(false);
+  std::string contents;
+  for (const auto& answer : answers.waitFor(2)) {
+    contents += answer.userInfo().get("content").string().view();
+  }
+  EXPECT_EQ(contents, "21");
+  EXPECT_THAT(server.requests(), SizeIs(3));
+}
+
 /// Whoever has the directory says so; a fork gives it to the child no more than a start beside it.
 TEST_F(QVOfflineHitsTest, SaysThatAnotherProcessHasTheSameContainer) {
   const auto complaint = [] {

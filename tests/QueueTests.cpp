@@ -198,6 +198,46 @@ TEST(OperationQueue, TellsTheCountOnTheThreadThatChangedIt) {
               Each(testing::Lt(2)));
 }
 
+/// As pthread_exit() and a cancellation do, in what a queue runs and in whom it tells.
+TEST(OperationQueue, GoesOnWithTheRestWhenItsThreadIsEnded) {
+  if (!kThreadsMayEnd) GTEST_SKIP() << "no thread may end";
+  class Ending : public Watcher {
+   public:
+    void observeValueForKeyPathOfObjectChangeContext(const String& keyPath,
+                                                     const std::shared_ptr<Object>& object,
+                                                     const Value& change,
+                                                     const void* context) override {
+      Watcher::observeValueForKeyPathOfObjectChangeContext(keyPath, object, change, context);
+      if (change == Value(std::size_t{2})) pthread_exit(nullptr);
+    }
+  };
+  const auto queue = std::make_shared<OperationQueue>();
+  queue->setSuspended(true);
+  auto ending = operation([] { pthread_exit(nullptr); });
+  const std::weak_ptr<Operation> ended = ending;
+  queue->addOperation(std::move(ending));
+  std::promise<void> reached;
+  for (int i = 0; i < 2; ++i) queue->addOperation(operation());
+  queue->addOperation(operation([&] { reached.set_value(); }));
+  const auto watcher = std::make_shared<Ending>();
+  queue->addObserverForOperationCount(watcher, watcher.get());
+  queue->setSuspended(false);
+  reached.get_future().wait();
+  EXPECT_TRUE(queue->stopWithin(10s));
+  EXPECT_TRUE(ended.expired());
+  EXPECT_EQ(queue->operationCount(), 0U);
+  {
+    const std::lock_guard lock(watcher->mutex);
+    EXPECT_THAT(std::vector(watcher->counts.begin(), watcher->counts.begin() + 3),
+                ElementsAre(3, 2, 1));
+  }
+  SerialQueue serial("test");
+  std::promise<void> isRun;
+  serial.async([] { pthread_exit(nullptr); });
+  serial.async([&] { isRun.set_value(); });
+  isRun.get_future().wait();
+}
+
 TEST(OperationQueue, CanBeDestroyedWhileItRunsAnOperationAndThenItsThreadEnds) {
   const std::size_t before = threadCount();
   std::promise<void> started;

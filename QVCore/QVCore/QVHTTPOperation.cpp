@@ -1,6 +1,7 @@
 #include <QVCore/QVHTTPOperation.h>
 
 #include <QVCore/Internal/QVLogLevel.h>
+#include <QVCore/Internal/QVToldStatus.h>
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVDebug.h>
 #include <QVCore/QVLogger.h>
@@ -41,11 +42,6 @@ String lastUpdateKey(const String& requestType) {
                                                 kQVNotification_ConfigurationResponse, "");
 }
 
-void post(const String& name, Dictionary userInfo) {
-  QVNetworkManager::sharedInstance()->postNetworkNotificationWithUserInfo(name,
-                                                                          std::move(userInfo));
-}
-
 }  // namespace
 
 std::shared_ptr<QVHTTPOperation> QVHTTPOperation::initWithData(Dictionary data) {
@@ -71,6 +67,23 @@ void QVHTTPOperation::main() {
   if (!QVPlatform::callOut([this] { perform(); })) sendErrorWithUserInfo(userInfo());
 }
 
+std::int32_t QVHTTPOperation::statusCodeBeingTold() noexcept { return QVToldStatus::current(); }
+
+void QVHTTPOperation::post(const String& name, Dictionary userInfo) const {
+  const QVToldStatus told(statusCode_);
+  QVNetworkManager::sharedInstance()->postNetworkNotificationWithUserInfo(name,
+                                                                          std::move(userInfo));
+}
+
+/// Of what is wrong, for which there is no room in what is posted.
+void QVHTTPOperation::log(const char* format, const Value& reason) const {
+  QVPlatform::callOut([&] {
+    const Value number = userInfo().get(kQVUserInfo_RequestID);
+    QVLogger::sharedInstance()->logMessageWithLevel(stringWithFormat(format, {number, reason}),
+                                                    kLogTraffic);
+  });
+}
+
 void QVHTTPOperation::releaseWork() { setUserInfo(nullptr); }
 
 void QVHTTPOperation::perform() {
@@ -92,6 +105,7 @@ void QVHTTPOperation::perform() {
   }
   // The transport's error stays in the sending step: a transfer that failed shows by its null body.
   if (checkRequestErrorWithResponse(nullptr, response)) {
+    if (!result().isNull()) log("Request %@ failed: status %@", statusCode(response));
     sendErrorWithUserInfo(packErrorWithResponse(nullptr, response));
   } else {
     sendResponseNotification();
@@ -122,6 +136,8 @@ QVHTTPOperation::Response QVHTTPOperation::sendSynchronousRequestWithResponseWit
   if (!date.isNull()) request->addValueForHTTPHeaderField(date, "If-Modified-Since");
   request = customizeRequest();
   setResult(QVPlatform::URLConnection::sendSynchronousRequest(*request, response, error));
+  statusCode_ = statusCode(response);
+  if (error) log("Request %@ failed: %@", error->localizedDescription());
   post(kQVNotification_HTTPRequestSent,
        {{kQVUserInfo_DataKey, request}, {kQVUserInfo_ContentKey, userInfo()}});
   return response;
@@ -171,7 +187,12 @@ void QVHTTPOperation::sendErrorWithUserInfo(Dictionary userInfo) {
 
 void QVHTTPOperation::sendResponseNotification() {
   Dictionary data = userInfo();
-  data.set(kQVUserInfo_ContentKey, getContentOfData(result()));
+  const String content = getContentOfData(result());
+  if (content.isEmpty() && result().string().isNull()) {
+    log("The answer to request %@ is no text in UTF-8: it is told without its %@ bytes",
+        result().view().size());
+  }
+  data.set(kQVUserInfo_ContentKey, content);
   post(data.get(kQVUserInfo_RequestType).string(), data);
 }
 

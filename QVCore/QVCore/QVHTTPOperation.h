@@ -46,6 +46,10 @@ class QVCORE_EXPORT QVHTTPOperation : public QVPlatform::Operation {
   /// runs out before an answer is posted makes it HTTPRequestError, with the request data as it
   /// stands.
   void main() override;
+  /// The status of the HTTP answer that the calling thread is just telling: for observers of
+  /// HTTPRequestSent, of HTTPRequestError and of answers, whose user info has no place for it. 0 when
+  /// there was no answer, for a refused request, and anywhere else.
+  static std::int32_t statusCodeBeingTold() noexcept;
   /// Forgets the request data: what is done to it from now on has no effect.
   void releaseWork() override;
 
@@ -94,10 +98,13 @@ class QVCORE_EXPORT QVHTTPOperation : public QVPlatform::Operation {
 
  private:
   void perform();
+  void post(const QVPlatform::String& name, QVPlatform::Dictionary userInfo) const;
+  void log(const char* format, const QVPlatform::Value& reason) const;
   std::optional<QVPlatform::URL> URLOf(const QVPlatform::String& text) const;
   void prepareConditionalRequest(const QVPlatform::String& lastUpdateKey);
 
   std::atomic<std::int32_t> timestamp_{0};
+  std::atomic<std::int32_t> statusCode_{0};  // of the answer
   mutable QVPlatform::Mutex mutex_;  // one for all, as thousands of operations may wait
   QVPlatform::Dictionary userInfo_ QV_GUARDED_BY(mutex_);
   QVPlatform::String ifModified_ QV_GUARDED_BY(mutex_);

@@ -3,8 +3,10 @@
 #include <QVCore/Internal/QVContainer.h>
 #include <QVCore/Internal/QVOfflineHits.h>
 #include <QVCore/Internal/QVQueueGate.h>
+#include <QVCore/Internal/QVRequestData.h>
 #include <QVCore/Internal/QVRequestNames.h>
 #include <QVCore/Internal/QVSharedService.h>
+#include <QVCore/Internal/QVToldStatus.h>
 #include <QVCore/Internal/QVWaitingHits.h>
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVCoreVariables.h>
@@ -125,6 +127,10 @@ String QVNetworkManager::requestTypeForNotificationName(const String& name) {
   return QVRequestNames::answerTo(name);
 }
 
+Dictionary QVNetworkManager::requestDataFromUserInfo(const Dictionary& userInfo) {
+  return QVRequestData::withoutOutcome(userInfo);
+}
+
 bool QVNetworkManager::queueRequestWithData(Dictionary data) {
   bool isQueued = false;
   // Whoever asked waits for an answer, and to give this one takes no memory.
@@ -138,8 +144,8 @@ bool QVNetworkManager::queueRequestWithData(Dictionary data) {
 bool QVNetworkManager::queueOrRefuse(Dictionary& data) {
   auto url = URL::URLWithString(data.get(kQVUserInfo_URLKey).string());
   if (!isValidURL(url)) {
-    Dictionary refused = data.copy();
-    refused.set(kQVUserInfo_ErrorKey, kQVErrorMessageInvalidURL);
+    const Dictionary refused = QVRequestData::refused(data);
+    const QVToldStatus noAnswer(0);  // though an answer may be what made an observer ask for it
     postWithUserInfo(kQVNotification_HTTPRequestError, refused);
     return false;
   }

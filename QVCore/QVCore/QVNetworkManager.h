@@ -68,6 +68,14 @@ class QVCORE_EXPORT QVNetworkManager : public QVSingleton,
   /// Name of the notification that answers a request of this name. For plain and segment requests
   /// the name must be the very constant; everything unknown gives "QVUnknownRequestType".
   static QVPlatform::String requestTypeForNotificationName(const QVPlatform::String& name);
+  /// The data of a request like the one that the user info of an answer or an error came of, to be
+  /// posted once more under the request's name: a copy without what the core has added (type,
+  /// number, content, response, request, the text of a refusal). As it stands an error's user info
+  /// must not be posted: the response in it sends the request past the hits that are held. What
+  /// consent or a user agent has appended to "POSTData" is kept. A request that was marked for the
+  /// consent queue, and failed with a response, keeps its marker if it was for a configuration, and
+  /// is a hit otherwise. Null for null.
+  static QVPlatform::Dictionary requestDataFromUserInfo(const QVPlatform::Dictionary& userInfo);
   /// Queues one request, by its "url" and the rest of its data. False if the URL is not valid,
   /// which is also reported as HTTPRequestError with "Error : invalid URL" under "error". A full
   /// hit queue first has one of its operations cancelled.
