@@ -60,10 +60,16 @@ QVCORE_EXPORT extern const QVPlatform::String kQVNotification_OnBackground;
 QVCORE_EXPORT extern const QVPlatform::String kQVNotification_OnForeground;
 /// A name for whatever has none, for the log.
 QVCORE_EXPORT extern const QVPlatform::String kQVNotification_Unknown;
-/// The consent module asks to stop sending hits.
+/// The consent module says no. In a kit that waits for its start this cancels the hits that wait,
+/// which get neither answer nor error; it holds nothing, so that hits that are posted later go out
+/// when a network comes up. A kit that was started goes on sending. The log hears no notification
+/// from then on, until QVLogger::reinit(). docs/consent.md has what a no and a withdrawal take.
 QVCORE_EXPORT extern const QVPlatform::String kQVNotification_StoppingTheSDK;
-/// The consent module lets hits go. User info may carry "POSTData": text, or a number for its text,
-/// to append to every waiting request.
+/// The consent module says yes: hits go, if nothing else holds them, those included that were posted
+/// during a refusal. User info may carry "POSTData": text, or a number for its text, to append to
+/// the body of every waiting hit, and not to those that are posted later; a hit without a body gets
+/// "(null)" in front of it. A kit without a consent module, which is known by its class name
+/// (QVManagerStateWaitingForStart), has started by itself.
 QVCORE_EXPORT extern const QVPlatform::String kQVNotification_StartingTheSDK;
 /// Prefix: a configuration was replaced by a newer one. Two forms are in use: followed by the name,
 /// and followed by "@" and the name.
@@ -77,7 +83,7 @@ QVCORE_EXPORT extern const QVPlatform::String kQVUserInfo_DataKey;
 QVCORE_EXPORT extern const QVPlatform::String kQVUserInfo_URLKey;
 /// The request's body, as text; in StartingTheSDK text to append to every waiting request.
 QVCORE_EXPORT extern const QVPlatform::String kQVUserInfo_POSTData;
-/// In a request any value here sends it through the consent queue; in the notification of a failed
+/// In a request any value here sends it through the consent queue, which no consent holds; in the notification of a failed
 /// request, the HTTP response.
 QVCORE_EXPORT extern const QVPlatform::String kQVUserInfo_ResponseKey;
 /// What was wrong with a refused request.

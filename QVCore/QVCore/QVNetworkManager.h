@@ -19,11 +19,15 @@
 
 enum class QVQueueEvent;
 
-/// What consent allows.
+/// What consent allows. A kit waits for its start if the class name "QVMobilePrivacy" stands in the
+/// ClassRegistry before the kit is started; later it changes nothing until reinit().
 enum QVManagerState : std::int32_t {
-  QVManagerStateWaitingForStart = 0,  ///< A consent module is there and has not started the kit.
-  QVManagerStateStarted = 1,          ///< Hits flow.
-  QVManagerStateStopped = 2,          ///< The consent module stopped the kit.
+  /// A consent module is there and has not started the kit: hits are held.
+  QVManagerStateWaitingForStart = 0,
+  /// Hits flow.
+  QVManagerStateStarted = 1,
+  /// The consent module stopped the kit. That holds no hits: see docs/consent.md.
+  QVManagerStateStopped = 2,
 };
 
 /// What QVNetworkManager::shutdownWithin() leaves.
