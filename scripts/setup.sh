@@ -30,7 +30,7 @@ give_up() {
 }
 
 if [[ $# -eq 0 ]]; then
-  echo "usage: setup.sh GROUP... (the groups of scripts/packages.txt: build web test bench)" >&2
+  echo "usage: setup.sh GROUP... (the groups of scripts/packages.txt)" >&2
   exit 2
 fi
 list=$(packages_of "$@")

@@ -2,16 +2,17 @@
 # test.sh [STEP...]: installs what the tests need and runs these steps, one after the other:
 #   format   the formatting of all sources, and which room includes which
 #   tidy     clang-tidy
+#   docs     the pages of the interface (scripts/docs.sh)
 #   PRESET   configures, builds and runs the whole suite: dev, asan, tsan, asan-clang, tsan-clang, or
 #            release, which builds the benchmarks, too
 #   bench    the quick form of scripts/bench.sh
-#   all      what CI runs: format dev asan tsan-clang bench
+#   all      what CI runs: format docs dev asan tsan-clang bench
 # Without a step: format dev. Ends with the number of passed, failed and skipped tests, in which a
 # step that broke off counts as one that failed; above it stands what each skipped test lacks.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-known=(format tidy dev release asan tsan asan-clang tsan-clang bench)
+known=(format tidy docs dev release asan tsan asan-clang tsan-clang bench)
 
 passed=0
 failed=0
@@ -68,6 +69,7 @@ run_step() {
   echo "== $1"
   case $1 in
     format | tidy) scripts/lint.sh "$1" || break_off "$1" ;;
+    docs) scripts/docs.sh || break_off "$1" ;;
     bench) scripts/bench.sh --quick || break_off "$1" ;;
     *) run_preset "$1" ;;
   esac
@@ -78,8 +80,8 @@ steps=("$@")
 groups=(build test)
 [[ $# -gt 0 ]] || steps=(format dev)
 if [[ ${steps[*]} == all ]]; then
-  steps=(format dev asan tsan-clang bench)
-  groups+=(web)  # or else the web engine would be left out of the build
+  steps=(format docs dev asan tsan-clang bench)
+  groups+=(web loops)  # what would be left out of the build without them
 fi
 
 for step in "${steps[@]}"; do

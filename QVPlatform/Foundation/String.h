@@ -151,7 +151,9 @@ constexpr String operator""_string() noexcept {
 
 }  // namespace QVPlatform
 
+/// @cond
 template <>
 struct std::hash<QVPlatform::String> {
   std::size_t operator()(const QVPlatform::String& text) const noexcept { return text.hash(); }
 };
+/// @endcond

@@ -35,8 +35,8 @@ class QVPLATFORM_EXPORT HTTPHeaderFields {
   std::vector<std::pair<String, String>> fields_;
 };
 
-/// Whether HTTP can carry this as a method or as a field name: not empty, and of letters, digits
-/// and !#$%&'*+-.^_`|~ only.
+/// Whether HTTP can carry this as a method or as a field name: a token of RFC 9110, which is not
+/// empty and has ASCII letters, digits and fifteen marks only.
 QVPLATFORM_EXPORT bool isHTTPToken(const String& text);
 /// Whether HTTP can carry this as a field's value: not null, and without line breaks and U+0000,
 /// which would end the field and let the rest pass for fields of its own.

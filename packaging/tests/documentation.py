@@ -71,6 +71,7 @@ def words_in(path, pattern):
 SCRIPTS = {
     "bench.sh": {"--quick"},
     "demo.sh": set(),
+    "docs.sh": set(),
     "lint.sh": words_in("scripts/lint.sh", r"^  ([a-z]+)\) "),
     "setup.sh": words_in("scripts/packages.txt", r"^([a-z]+) "),
     "soak.sh": words_in("tools/soak/Options.cpp", r'^ *"  (--[a-z-]+)'),
