@@ -343,6 +343,39 @@ TEST_F(QVOfflineHitsTest, SendsAndSavesTheOtherHitsWhenAnObserverEndsItsThread) 
 }
 
 /// Whoever has the directory says so; a fork gives it to the child no more than a start beside it.
+TEST_F(QVOfflineHitsTest, AreErasedWithAllElseThatTheKitKeepsBeforeAndAfterTheStart) {
+  const auto fill = [&] {
+    writeHits({hit("http://h.example/saved", 3)});
+    const auto directory = std::filesystem::path(path().view()).parent_path();
+    std::filesystem::create_directory(directory / "of another module");
+    putFile(directory / "of another module/file", "kept");
+    putFile(directory / ".offlineHits.tmp0", "half of a f");
+    QVUserDefaults::saveInfoToUserDefaultsForLabel("{}", "configuration_privacy");
+  };
+  const auto expectNothing = [&] {
+    EXPECT_EQ(fileCount(), 0);
+    for (const String& key : {String("configuration_privacy"), kQVPredefinedVariable_SDKID}) {
+      EXPECT_TRUE(QVUserDefaults::retrieveInfoFromUserDefaults(key).isNil()) << key.UTF8String();
+    }
+  };
+  fill();
+  EXPECT_TRUE(QVCoreInitialisation::eraseEverything());
+  expectNothing();
+  EXPECT_FALSE(QVNetworkManager::isInitialised() || QVCoreVariables::isInitialised());
+
+  std::make_shared<QVCoreInitialisation>()->init();
+  EXPECT_THAT(queuedIDs(), IsEmpty());
+  QVNetworkManager::sharedInstance()->enableRunningInBackground();
+  request({{"url", "http://h.example/waiting"}});
+  fill();
+  EXPECT_TRUE(QVCoreInitialisation::eraseEverything());
+  expectNothing();
+  EXPECT_TRUE(QVCoreVariables::sharedInstance()->getData(kQVPredefinedVariable_SDKID).isNil());
+  request({{"url", "http://h.example/new"}});
+  ASSERT_THAT(saved(), SizeIs(1));
+  EXPECT_EQ(saved()[0].dictionary().get("url"), Value("http://h.example/new"));
+}
+
 TEST_F(QVOfflineHitsTest, SaysThatAnotherProcessHasTheSameContainer) {
   const auto complaint = [] {
     return complaintsOf([] { QVNetworkManager::sharedInstance()->reinit(); });

@@ -85,6 +85,11 @@ TEST_F(UserDefaultsTest, SeesTheChangesOfOthersWhenSynchronized) {
   ASSERT_EQ(runInChild([] { return store(nullptr, "mine"); }), 0);
   EXPECT_TRUE(defaults().synchronize());
   EXPECT_TRUE(defaults().objectForKey("mine").isNil());
+  defaults().setObjectForKey("not written yet", "mine");
+  ASSERT_EQ(runInChild([] { return store("theirs", "late"); }), 0);
+  EXPECT_TRUE(defaults().removeAllObjects());
+  EXPECT_EQ(Value(stored()), Value(Dictionary::dictionary()));
+  EXPECT_TRUE(defaults().objectForKey("mine").isNil());
 }
 
 TEST_F(UserDefaultsTest, LosesNoChangeOfProcessesAndThreadsThatWriteAtOnce) {

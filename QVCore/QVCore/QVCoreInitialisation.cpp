@@ -3,6 +3,24 @@
 #include <QVCore/QVCoreVariables.h>
 #include <QVCore/QVLogger.h>
 #include <QVCore/QVNetworkManager.h>
+#include <QVPlatform/Files/FileManager.h>
+#include <QVPlatform/Files/UserDefaults.h>
+#include <QVPlatform/Foundation/CallOut.h>
+
+using QVPlatform::callOut;
+using QVPlatform::FileManager;
+using QVPlatform::UserDefaults;
+
+namespace {
+
+void cancelAllHits(QVNetworkManager& manager) {
+  for (const auto& queue : {manager.operationQueue(), manager.consentQueue()}) {
+    if (queue) queue->cancelAllOperations();
+  }
+  manager.saveAllHits();  // so that an older save, which is still being written, is dropped
+}
+
+}  // namespace
 
 std::shared_ptr<QVCoreInitialisation> QVCoreInitialisation::init() {
   // The manager logs what it restores, and it listens for the user agent that the variables post.
@@ -10,4 +28,14 @@ std::shared_ptr<QVCoreInitialisation> QVCoreInitialisation::init() {
   QVNetworkManager::sharedInstance();
   QVCoreVariables::sharedInstance();
   return std::static_pointer_cast<QVCoreInitialisation>(self());
+}
+
+bool QVCoreInitialisation::eraseEverything() {
+  if (QVNetworkManager::isInitialised()) cancelAllHits(*QVNetworkManager::sharedInstance());
+  if (QVCoreVariables::isInitialised()) QVCoreVariables::sharedInstance()->clearData();
+  bool areFilesErased = false;
+  callOut([&] {
+    areFilesErased = FileManager::removeContentsOfDirectoryAtPath(QVLogger::privateQVDirectory());
+  });
+  return UserDefaults::standardUserDefaults().removeAllObjects() && areFilesErased;
 }

@@ -43,6 +43,8 @@ std::shared_ptr<QVCoreVariables> QVCoreVariables::sharedInstance() {
   return QVSharedInstance<QVCoreVariables>::get(QV_INIT_STATE);
 }
 
+bool QVCoreVariables::isInitialised() noexcept { return QV_INIT_STATE == QVInitStateDone; }
+
 QVCoreVariables::~QVCoreVariables() { end(); }
 
 std::shared_ptr<QVCoreVariables> QVCoreVariables::init() {

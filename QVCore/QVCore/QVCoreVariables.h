@@ -25,6 +25,8 @@ class QVCORE_EXPORT QVCoreVariables : public QVSingleton,
                                       protected QVParticipant {
  public:
   static std::shared_ptr<QVCoreVariables> sharedInstance();
+  /// Whether the shared instance has been initialised. Initialises nothing.
+  static bool isInitialised() noexcept;
   ~QVCoreVariables() override;
 
   /// See QVSingleton. Both return the receiver. reinit() begins with a new store: what other

@@ -63,6 +63,8 @@ QVNetworkManager::~QVNetworkManager() {
   setReachability(nullptr);
 }
 
+bool QVNetworkManager::isInitialised() noexcept { return QV_INIT_STATE == QVInitStateDone; }
+
 std::shared_ptr<QVNetworkManager> QVNetworkManager::init() {
   QVGuardedInit(QV_INIT_STATE, [this] { initialise(); });
   return std::static_pointer_cast<QVNetworkManager>(self());

@@ -57,6 +57,8 @@ class QVCORE_EXPORT QVNetworkManager : public QVSingleton,
                                        public QVPlatform::KeyValueObserver {
  public:
   static std::shared_ptr<QVNetworkManager> sharedInstance();
+  /// Whether the shared instance has been initialised. Initialises nothing.
+  static bool isInitialised() noexcept;
   ~QVNetworkManager() override;
 
   /// See QVSingleton. Both return the receiver. reinit() makes new queues and drops what waited in

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <string>
 #include <system_error>
 
@@ -102,6 +103,20 @@ bool FileManager::createDirectoryAtPath(const String& path) {
 bool FileManager::removeItemAtPath(const String& path) {
   const char* name = systemPath(path);
   return name && std::remove(name) == 0;
+}
+
+bool FileManager::removeContentsOfDirectoryAtPath(const String& path) {
+  const char* name = systemPath(path);
+  if (!name) return false;
+  std::error_code error;
+  bool isEmpty = true;
+  for (std::filesystem::directory_iterator entry(name, error), end; !error && entry != end;
+       entry.increment(error)) {
+    std::error_code failed;
+    std::filesystem::remove_all(entry->path(), failed);
+    isEmpty = isEmpty && !failed;
+  }
+  return isEmpty && (!error || error == std::errc::no_such_file_or_directory);
 }
 
 Data FileManager::contentsAtPath(const String& path, std::size_t maximumSize) {

@@ -27,6 +27,10 @@ class QVPLATFORM_EXPORT FileManager {
   static bool createDirectoryAtPath(const String& path);
   /// Removes a file, a symbolic link (not what it points to) or an empty directory.
   static bool removeItemAtPath(const String& path);
+  /// Removes all that a directory holds, directories in it with their own contents, and leaves it
+  /// itself; follows no symbolic link. False when something is still there; true when there is no
+  /// such directory.
+  static bool removeContentsOfDirectoryAtPath(const String& path);
 
   /// All bytes of a regular file; null when it is missing, unreadable, larger than `maximumSize`
   /// or no regular file. Never waits for the other end of a pipe.

@@ -192,6 +192,14 @@ struct UserDefaults::State {
     return synchronizeAlone(kLockPatience);
   }
 
+  /// Once before, to know what the file holds.
+  bool clear() {
+    const Lock oneAtATime(synchronizing_);
+    synchronizeAlone(kLockPatience);
+    removeAll();
+    return synchronizeAlone(kLockPatience);
+  }
+
   void exchange(const Value& expected, const String& key, const Value& value) {
     const Lock oneAtATime(synchronizing_);
     setIf(expected, key, value);
@@ -199,6 +207,17 @@ struct UserDefaults::State {
   }
 
  private:
+  void removeAll() {
+    const Lock lock(mutex_);
+    load();
+    Table removed = values_;
+    for (auto& entry : removed) entry.second = nullptr;
+    Table changes = removed;
+    changes_.expected.clear();
+    values_.swap(removed);
+    lay(changes, changes_.values);
+  }
+
   /// A change that another one is made upon goes into the file with it, if at all.
   void setIf(const Value& expected, const String& key, const Value& value) {
     Table entry{{key, value}};
@@ -336,6 +355,10 @@ Value UserDefaults::exchangeObjectForKey(const Value& expected, const Value& val
   };
   withinMemory(exchange, false);
   return objectForKey(key);
+}
+
+bool UserDefaults::removeAllObjects() {
+  return withinMemory([&] { return state_.clear(); }, false);
 }
 
 bool UserDefaults::synchronize() {

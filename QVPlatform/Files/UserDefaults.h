@@ -39,6 +39,10 @@ class QVPLATFORM_EXPORT UserDefaults {
   /// its place. A file that is missing or damaged holds whatever is expected.
   Value exchangeObjectForKey(const Value& expected, const Value& value, const String& key);
 
+  /// Removes all keys, in memory and in the file, those of other processes included. False as from
+  /// synchronize(), by which the file has lost them later.
+  bool removeAllObjects();
+
   /// Reads the file anew, lays the changes of this process over it and writes it whole, all under a
   /// lock between processes: of two processes that change different keys, none loses a change. A
   /// missing or damaged file is replaced by all that this process knows. False when the file could

@@ -7,6 +7,7 @@
 #include <QVPlatform/SystemConfiguration/NetworkReachability.h>
 #include <sys/signalfd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -63,6 +64,6 @@ OneHit::OneHit(int argumentCount, char** arguments, std::function<void()> whenOv
 OneHit::~OneHit() { NotificationCenter::defaultCenter()->removeObserver(this); }
 
 int OneHit::end() {
-  QVNetworkManager::sharedInstance()->saveAllHits();
+  QVNetworkManager::sharedInstance()->shutdownWithin(std::chrono::milliseconds(200));
   return isAnswered_ ? 0 : 1;
 }

@@ -18,8 +18,8 @@ class OneHit {
   OneHit(const OneHit&) = delete;
   OneHit& operator=(const OneHit&) = delete;
 
-  /// To be called when the loop has ended. Saves the hit if it still waits, for the next start to
-  /// send it. The status for the process to exit with: 0 if the hit was answered.
+  /// To be called when the loop has ended. Saves the hit if it has not come back, for the next
+  /// start to send it. The status for the process to exit with: 0 if the hit was answered.
   int end();
 
  private:
