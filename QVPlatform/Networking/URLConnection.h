@@ -40,9 +40,10 @@ enum class URLErrorCode : int {
 /// HTTP transfers, over HTTP/1.1.
 ///
 /// Certificates are checked against the system's store, or that of $SSL_CERT_FILE and
-/// $SSL_CERT_DIR; $http_proxy, $https_proxy, $all_proxy and $no_proxy are honoured. Answers may
-/// come in the content codings that "Accept-Encoding" names; one in another coding, which nobody
-/// asked for, is handed over as it came. There are no cookies and no cache.
+/// $SSL_CERT_DIR. $http_proxy, $https_proxy, $all_proxy and $no_proxy are honoured, as the first
+/// transfer of the process finds them: a change that comes later has no effect. Answers may come in
+/// the content codings that "Accept-Encoding" names; one in another coding, which nobody asked for,
+/// is handed over as it came. There are no cookies and no cache.
 ///
 /// Path and query go out as they stand in the URL, dot segments included; a proxy for http gets
 /// them as libcurl writes them. Up to 20 redirections (301, 302, 303, 307, 308) are followed,

@@ -4,6 +4,7 @@
 #include <QVPlatform/Foundation/Lasting.h>
 #include <QVPlatform/Networking/Internal/ContentCoding.h>
 #include <QVPlatform/Networking/Internal/HTTPRedirection.h>
+#include <QVPlatform/Networking/Internal/ProxyEnvironment.h>
 #include <QVPlatform/Networking/Internal/TransferError.h>
 #include <QVPlatform/Networking/Internal/UsualFields.h>
 
@@ -15,6 +16,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <new>
+#include <optional>
 
 namespace QVPlatform {
 namespace {
@@ -26,17 +28,20 @@ constexpr int kMaximumRedirections = 20;
 
 /// OpenSSL would tear itself down when the process exits, under transfers that go on meanwhile; so
 /// it is told not to, before anything here sets it up. That takes milliseconds, so a fork must not
-/// come in between.
-void initializeLibraries() {
+/// come in between. Answers with the proxies, which are found out here as well.
+const ProxyEnvironment* initializeLibraries() {
   struct Initialization {
     ForkMutex mutex;
-    bool isDone QV_GUARDED_BY(mutex) = false;
+    std::optional<const ProxyEnvironment> proxies QV_GUARDED_BY(mutex);
   };
   auto& initialization = Lasting<Initialization>::object();
   const Lock lock(initialization.mutex);
-  if (std::exchange(initialization.isDone, true)) return;
-  OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
-  curl_global_init(CURL_GLOBAL_DEFAULT);
+  if (!initialization.proxies) {
+    OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
+    curl_global_init(CURL_GLOBAL_DEFAULT);
+    initialization.proxies.emplace();
+  }
+  return &*initialization.proxies;
 }
 
 /// As a duration that clock arithmetic cannot overflow with.
@@ -48,16 +53,6 @@ SteadyClock::duration durationOf(TimeInterval seconds) {
 bool isChunked(const HTTPURLResponse& response) {
   const String coding = response.valueForHTTPHeaderField("Transfer-Encoding");
   return !coding.isNull() && strcasestr(coding.UTF8String(), "chunked");
-}
-
-bool isSet(const char* variable) {
-  const char* const value = std::getenv(variable);
-  return value && *value;
-}
-
-/// Whether libcurl may send the request to a proxy as it is; https goes through a tunnel.
-bool mayGoToProxy(const URL& url) {
-  return url.hasScheme("http") && (isSet("http_proxy") || isSet("all_proxy") || isSet("ALL_PROXY"));
 }
 
 bool isClosureAlert(int what, int alert) {
@@ -78,16 +73,18 @@ HTTPSession::HTTPSession() {
 HTTPSession::~HTTPSession() { close(); }
 
 void HTTPSession::open() {
-  initializeLibraries();
+  proxies_ = initializeLibraries();
   easy_ = curl_easy_init();
   multi_ = curl_multi_init();
-  if (!easy_ || !multi_) throw std::bad_alloc();
+  place_ = curl_url();
+  if (!easy_ || !multi_ || !place_) throw std::bad_alloc();
   setConstantOptions();
 }
 
 void HTTPSession::close() {
   curl_easy_cleanup(easy_);
   curl_multi_cleanup(multi_);
+  curl_url_cleanup(place_);
 }
 
 void HTTPSession::setConstantOptions() {
@@ -108,7 +105,10 @@ void HTTPSession::setConstantOptions() {
   set(CURLOPT_HEADERDATA, this);
   set(CURLOPT_WRITEFUNCTION, &HTTPSession::onBody);
   set(CURLOPT_WRITEDATA, this);
+  set(CURLOPT_NOPROXY, proxies_->exceptions.c_str());
   sockets_.attachTo(easy_);
+  placeText_.clear();
+  proxy_ = nullptr;
   if (const char* file = std::getenv("SSL_CERT_FILE")) set(CURLOPT_CAINFO, file);
   if (const char* directory = std::getenv("SSL_CERT_DIR")) set(CURLOPT_CAPATH, directory);
 }
@@ -173,17 +173,33 @@ HTTPSession::Outcome HTTPSession::exchange(const MutableURLRequest::Content& con
 }
 
 /// libcurl gets the origin for its URL, and the rest as the request's target: so what was given is
-/// what goes out, and libcurl does not take apart and put together what it need not know.
+/// what goes out, and libcurl does not take apart and put together what it need not know. A proxy
+/// gets the whole URL, but for https, which goes through a tunnel.
 void HTTPSession::setURL(const URL& url) {
-  if (mayGoToProxy(url)) {
-    set(CURLOPT_URL, url.absoluteString().UTF8String());
+  const std::string& proxy = proxies_->proxyFor(url);
+  if (std::exchange(proxy_, &proxy) != &proxy) set(CURLOPT_PROXY, proxy.c_str());
+  if (!proxy.empty() && url.hasScheme("http")) {
+    setPlace(url.absoluteString().view());
     set(CURLOPT_REQUEST_TARGET, nullptr);
     return;
   }
+  setPlace(url.origin());
   const std::string_view rest = url.pathAndQuery();
   const std::string target = std::string(rest.starts_with('/') ? "" : "/").append(rest);
-  set(CURLOPT_URL, std::string(url.origin()).c_str());
   set(CURLOPT_REQUEST_TARGET, target.c_str());
+}
+
+/// Most requests go where the one before went: then libcurl gets the URL taken apart already.
+/// Copies that it makes of one lose the zone of an address before version 8.3, so one with a
+/// percent sign is left to each transfer to read, and so is what libcurl cannot read, to tell why.
+void HTTPSession::setPlace(std::string_view text) {
+  if (placeText_ == text) return;
+  placeText_ = text;
+  set(CURLOPT_URL, placeText_.c_str());
+  const bool isRead =
+      text.find('%') == std::string_view::npos &&
+      curl_url_set(place_, CURLUPART_URL, placeText_.c_str(), CURLU_PATH_AS_IS) == CURLUE_OK;
+  set(CURLOPT_CURLU, isRead ? place_ : nullptr);
 }
 
 void HTTPSession::setMethodAndBody(const String& method, const Data& body) {

@@ -3,6 +3,7 @@
 #include <QVPlatform/Networking/Internal/AnswerHeader.h>
 #include <QVPlatform/Networking/Internal/FieldList.h>
 #include <QVPlatform/Networking/Internal/KeptSockets.h>
+#include <QVPlatform/Networking/Internal/ProxyEnvironment.h>
 #include <QVPlatform/Networking/URLConnection.h>
 
 #include <curl/curl.h>
@@ -55,6 +56,7 @@ class HTTPSession {
   void close();
   void setConstantOptions();
   void setURL(const URL& url);
+  void setPlace(std::string_view text);
   void setMethodAndBody(const String& method, const Data& body);
   curl_slist* usualFields();
   void dropDoubtfulConnections();
@@ -84,6 +86,10 @@ class HTTPSession {
   KeptSockets sockets_;  // outlives the connections of what follows
   CURL* easy_ = nullptr;
   CURLM* multi_ = nullptr;
+  CURLU* place_ = nullptr;  // as libcurl reads placeText_
+  std::string placeText_;   // what the handle has for its URL
+  const ProxyEnvironment* proxies_ = nullptr;
+  const std::string* proxy_ = nullptr;  // the one of them that the handle has
   char message_[CURL_ERROR_SIZE] = "";
   FieldList usualFields_;
   unsigned usualFieldsVersion_ = 0;
