@@ -157,6 +157,9 @@ HTTPSession::Outcome HTTPSession::exchange(const MutableURLRequest::Content& con
   Outcome outcome;
   outcome.response = takeResponse(url.absoluteString());
   hasDoubtfulConnections_ = isFollowedByMore(outcome.response.get(), url);
+  if (result == CURLE_OK && requests_ == 1) {
+    sockets_.endRequest(header_.totalSize() + body_.size());
+  }
   // A connection that is closed within the header is the end of the header to libcurl.
   if (result == CURLE_OK && !outcome.response) result = CURLE_GOT_NOTHING;
   if (result == CURLE_OK && isCutShort(*outcome.response, url, content.method)) {
@@ -232,10 +235,12 @@ curl_slist* HTTPSession::usualFields() {
 
 /// All of them at once, by way of the handle that keeps them: it is seldom that one is in doubt.
 void HTTPSession::dropDoubtfulConnections() {
-  if (!std::exchange(hasDoubtfulConnections_, false) && sockets_.areSilent()) return;
+  if (sockets_.beginRequest() && !hasDoubtfulConnections_) return;
+  hasDoubtfulConnections_ = false;
   curl_multi_cleanup(multi_);
   multi_ = curl_multi_init();
   if (!multi_) throw std::bad_alloc();
+  sockets_.beginRequest();
 }
 
 void HTTPSession::prepareForAnswer() {
@@ -245,7 +250,6 @@ void HTTPSession::prepareForAnswer() {
   header_.clear();
   message_[0] = '\0';
   isEndedByAlert_ = false;
-  sockets_.beginRequest();
 }
 
 CURLcode HTTPSession::run(TimeInterval timeout, Clock::time_point end) {

@@ -15,6 +15,9 @@
 namespace QVPlatform {
 namespace {
 
+/// TCP_ESTABLISHED of a header that does not go with the kernel's own, which has the counts.
+constexpr int kEstablished = 1;
+
 bool isSilent(curl_socket_t file) {
   char byte;
   return recv(file, &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 &&
@@ -54,7 +57,7 @@ KeptSockets::Received KeptSockets::received(curl_socket_t file) {
   tcp_info info{};
   socklen_t size = sizeof info;
   if (getsockopt(file, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) return {};
-  return {info.tcpi_bytes_received, info.tcpi_data_segs_in};
+  return {info.tcpi_bytes_received, info.tcpi_data_segs_in, info.tcpi_state == kEstablished};
 }
 
 void KeptSockets::attachTo(CURL* easy) {
@@ -64,13 +67,17 @@ void KeptSockets::attachTo(CURL* easy) {
   curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, this);
 }
 
-bool KeptSockets::areSilent() const {
-  return std::ranges::all_of(sockets_, &isSilent, &Socket::file);
-}
-
-void KeptSockets::beginRequest() {
+bool KeptSockets::beginRequest() {
   wasClosedWithinAnswer_ = false;
   for (Socket& socket : sockets_) socket.seen = received(socket.file);
+  return std::ranges::all_of(
+      sockets_, [](const Socket& socket) { return socket.isAsLeft() || isSilent(socket.file); });
+}
+
+void KeptSockets::endRequest(std::uint64_t bytes) {
+  // Of several connections nobody says which one it was: the others are as they were.
+  if (sockets_.size() > 1) bytes = 0;
+  for (Socket& socket : sockets_) socket.read = socket.seen.bytes + bytes;
 }
 
 bool KeptSockets::haveReceivedMoreThan(std::uint64_t bytes) const {
@@ -85,7 +92,7 @@ curl_socket_t KeptSockets::open(void* sockets, curlsocktype, curl_sockaddr* addr
   const int file = socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
   if (file < 0) return CURL_SOCKET_BAD;
   try {
-    all.push_back({file, {}});
+    all.push_back({file, {}, 0});
     return file;
   } catch (const std::bad_alloc&) {
     ::close(file);

@@ -24,12 +24,12 @@ class KeptSockets {
   /// Has the handle open and close its sockets here. This must outlive the connections.
   void attachTo(CURL* easy);
 
-  /// Whether a request may go out on any of the connections. Not so if the other side has closed
-  /// one of them, or has said what nobody asked for, which would pass for the answer to the
-  /// request.
-  bool areSilent() const;
-  /// From here on counts what comes.
-  void beginRequest();
+  /// From here on counts what comes. Tells whether a request may go out on any of the connections:
+  /// not so if the other side has closed one of them, or has said what nobody asked for, which
+  /// would pass for the answer to the request.
+  bool beginRequest();
+  /// Says that an answer was read, which took as many bytes at least.
+  void endRequest(std::uint64_t bytes);
   /// Whether more bytes than that came on one of the connections since beginRequest().
   bool haveReceivedMoreThan(std::uint64_t bytes) const;
   /// Whether a connection was closed on which something had come since beginRequest().
@@ -41,10 +41,15 @@ class KeptSockets {
   struct Received {
     std::uint64_t bytes = 0;     // the end of the connection is one more
     std::uint32_t segments = 0;  // with data
+    bool isOpen = false;         // on both sides
   };
   struct Socket {
+    /// Whether nothing has come but what was read: then there is no need to look.
+    bool isAsLeft() const { return seen.isOpen && seen.bytes == read; }
+
     curl_socket_t file;
     Received seen;
+    std::uint64_t read;  // as many bytes at least
   };
 
   static Received received(curl_socket_t file);
