@@ -10,6 +10,7 @@
 #include <QVCore/QVCore.h>
 #include <QVPlatform/Application.h>
 #include <QVPlatform/Dispatch/NotificationCenter.h>
+#include <QVPlatform/Networking/URLConnection.h>
 #include <tests/support/ScriptedReachability.h>
 
 #include <benchmark/benchmark.h>
@@ -34,6 +35,7 @@ using QVBenchmark::KeepAliveServer;
 using QVPlatform::Dictionary;
 using QVPlatform::Notification;
 using QVPlatform::NotificationCenter;
+using QVPlatform::URLConnection;
 
 constexpr std::size_t kHits = 2000;
 constexpr std::size_t kURLSize = 120;
@@ -41,8 +43,14 @@ constexpr std::size_t kBodySize = 700;
 const KeepAliveServer* server = nullptr;
 std::vector<std::string> urls;
 std::vector<std::string> bodies;
+/// The fields that the core sends and a bare handle does not, so that all send the same bytes.
+std::vector<std::string> fields;
 
 void makeRequests() {
+  const std::string_view userAgent = URLConnection::userAgent().view();
+  const std::string_view language = URLConnection::acceptLanguage().view();
+  fields = {"User-Agent: " + std::string(userAgent), "Accept-Language: " + std::string(language),
+            "Accept-Encoding: gzip"};
   for (std::size_t i = 0; i < kHits; ++i) {
     const std::string number = "&n=" + std::to_string(i) + "&x=";
     urls.push_back(filled(server->url() + number, kURLSize));
@@ -74,6 +82,7 @@ void throughCore(benchmark::State& state, Method method) {
     answers.wait();
   }
   state.counters["connections"] = server->newConnections();
+  state.counters["bytes"] = server->lastSize();
 }
 
 /// A curl handle as an application has it that sends from a thread.
@@ -82,8 +91,13 @@ class BareCurl {
   BareCurl() {
     curl_easy_setopt(handle_, CURLOPT_WRITEFUNCTION, &discard);
     curl_easy_setopt(handle_, CURLOPT_NOSIGNAL, 1L);
+    for (const std::string& field : fields) list_ = curl_slist_append(list_, field.c_str());
+    curl_easy_setopt(handle_, CURLOPT_HTTPHEADER, list_);
   }
-  ~BareCurl() { curl_easy_cleanup(handle_); }
+  ~BareCurl() {
+    curl_easy_cleanup(handle_);
+    curl_slist_free_all(list_);
+  }
   BareCurl(const BareCurl&) = delete;
   BareCurl& operator=(const BareCurl&) = delete;
 
@@ -101,6 +115,7 @@ class BareCurl {
     return size * count;
   }
   CURL* handle_ = curl_easy_init();
+  curl_slist* list_ = nullptr;
 };
 
 void throughCurl(benchmark::State& state, Method method) {
@@ -108,21 +123,26 @@ void throughCurl(benchmark::State& state, Method method) {
   for (auto _ : state) {
     for (std::size_t i = 0; i < kHits; ++i) curl.send(i, method);
   }
+  state.counters["bytes"] = server->lastSize();
+}
+
+std::string requestText(std::size_t i, Method method, const std::string& header) {
+  const std::string target = urls[i].substr(urls[i].find('/', 8));
+  if (method == Method::kGet) return "GET " + target + header + "\r\n";
+  return "POST " + target + header + "Content-Length: " + std::to_string(bodies[i].size()) +
+         "\r\nContent-Type: application/x-www-form-urlencoded\r\n\r\n" + bodies[i];
 }
 
 /// What the kernel and the server take: requests that are made and answers that are passed over.
 void throughSocket(benchmark::State& state, Method method) {
   const int file = server->connectedSocket();
+  std::string header =
+      " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server->port()) + "\r\nAccept: */*\r\n";
+  for (const std::string& field : fields) header += field + "\r\n";
   char answer[4096];
   for (auto _ : state) {
     for (std::size_t i = 0; i < kHits; ++i) {
-      const std::string target = urls[i].substr(urls[i].find('/', 8));
-      const std::string request =
-          method == Method::kGet
-              ? "GET " + target + " HTTP/1.1\r\nHost: 127.0.0.1\r\nAccept: */*\r\n\r\n"
-              : "POST " + target +
-                    " HTTP/1.1\r\nHost: 127.0.0.1\r\nAccept: */*\r\nContent-Length: " +
-                    std::to_string(bodies[i].size()) + "\r\n\r\n" + bodies[i];
+      const std::string request = requestText(i, method, header);
       const auto size = static_cast<ssize_t>(request.size());
       if (send(file, request.data(), request.size(), MSG_NOSIGNAL) != size ||
           recv(file, answer, sizeof answer, 0) <= 0) {
@@ -131,6 +151,7 @@ void throughSocket(benchmark::State& state, Method method) {
     }
   }
   close(file);
+  state.counters["bytes"] = server->lastSize();
 }
 
 /// Puts all threads of a process on these processors.

@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,7 +36,7 @@ class KeepAliveServer {
     if (bind(listening, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
         listen(listening, 16) != 0 ||
         getsockname(listening, reinterpret_cast<sockaddr*>(&address), &size) != 0 ||
-        pipe(counter_) != 0 || (shared_ = makeShared()) == MAP_FAILED || (process_ = fork()) < 0) {
+        pipe(counter_) != 0 || !(shared_ = makeShared()) || (process_ = fork()) < 0) {
       std::perror("no server");
       std::exit(1);
     }
@@ -76,7 +77,11 @@ class KeepAliveServer {
 
   using Clock = std::chrono::steady_clock;
   /// When the last request arrived, by the clock that all processes share.
-  Clock::time_point lastArrival() const { return Clock::time_point(Clock::duration(*arrival())); }
+  Clock::time_point lastArrival() const {
+    return Clock::time_point(Clock::duration(shared_->lastArrival));
+  }
+  /// Of how many bytes it was.
+  double lastSize() const { return static_cast<double>(shared_->lastSize); }
 
   /// How many connections were made since the last call.
   int newConnections() const {
@@ -96,12 +101,15 @@ class KeepAliveServer {
     address.sin_port = htons(static_cast<std::uint16_t>(port));
     return address;
   }
-  static void* makeShared() {
-    return mmap(nullptr, sizeof(Clock::rep), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1,
-                0);
-  }
-  std::atomic<Clock::rep>* arrival() const {
-    return static_cast<std::atomic<Clock::rep>*>(shared_);
+  /// What the server tells of the last request.
+  struct Shared {
+    std::atomic<Clock::rep> lastArrival;
+    std::atomic<ssize_t> lastSize;
+  };
+  static Shared* makeShared() {
+    void* const memory =
+        mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    return memory == MAP_FAILED ? nullptr : new (memory) Shared;
   }
 
   [[noreturn]] void serve(int listening) const {
@@ -128,12 +136,13 @@ class KeepAliveServer {
     static constexpr std::string_view kAnswer = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
     char request[65536];
     const ssize_t size = recv(connection, request, sizeof request, 0);
-    *arrival() = Clock::now().time_since_epoch().count();
+    shared_->lastArrival = Clock::now().time_since_epoch().count();
+    if (size > 0) shared_->lastSize = size;
     return size > 0 && send(connection, kAnswer.data(), kAnswer.size(), MSG_NOSIGNAL) > 0;
   }
 
   int counter_[2]{};
-  void* shared_ = nullptr;
+  Shared* shared_ = nullptr;
   pid_t process_ = -1;
   int port_ = 0;
 };
