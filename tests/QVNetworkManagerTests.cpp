@@ -63,7 +63,7 @@ TEST_F(QVNetworkManagerTest, RefusesABadURLOfAnyTypeAndGoesOn) {
                        "http://h/\xc3\xa9",
                        "\xff"};  // the last one is null
   for (const Value& url : bad) {
-    request({{"url", url}, {"own", 1}});
+    request({{"url", url}, {"own", 1}, {"ID", 77}});
     EXPECT_FALSE(QVNetworkManager::isValidURL(url.string())) << url.description().view();
   }
   request(nullptr);

@@ -180,4 +180,18 @@ TEST(Value, IsLeftAsItWasByWhatIsDoneToACopyOfItOrToWhatItIsACopyOf) {
   }
 }
 
+TEST(Value, OfATableIsTheLastOneUnderItsKeyAndKeysAreInOrder) {
+  for (const int count : {3, 16, 17, 100}) {
+    std::vector<Dictionary::Entry> entries;
+    std::map<String, Value> last;
+    for (int i = 0; i < count; ++i) {
+      const String key(std::to_string(i * 7 % 11));
+      entries.emplace_back(key, i);
+      last[key] = i;
+    }
+    EXPECT_EQ(Dictionary(entries).entries(),
+              std::vector<Dictionary::Entry>(last.begin(), last.end()));
+  }
+}
+
 }  // namespace

@@ -147,8 +147,11 @@ std::shared_ptr<MutableURLRequest> QVHTTPOperation::customizeRequest() {
   const auto customized = request();
   const String postData = userInfo().get(kQVUserInfo_POSTData).string();
   if (customized && !postData.isEmpty()) {
-    QVLogger::sharedInstance()->logMessageWithLevel(stringWithFormat("postData: %@", {postData}),
-                                                    kLogConfigurations);
+    // The line is as long as the body: it is made only for who reads it.
+    if (QVIsLogged(kLogConfigurations)) {
+      QVLogger::sharedInstance()->logMessageWithLevel(stringWithFormat("postData: %@", {postData}),
+                                                      kLogConfigurations);
+    }
     customized->setHTTPMethod("POST");
     customized->setHTTPBody(Data(std::string(postData.view())));
   }

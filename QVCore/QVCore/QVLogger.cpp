@@ -3,7 +3,6 @@
 #include <QVCore/Internal/QVLogLevel.h>
 #include <QVCore/Internal/QVSharedService.h>
 #include <QVCore/QVCoreConstants.h>
-#include <QVCore/QVDebug.h>
 #include <QVPlatform/Application.h>
 #include <QVPlatform/Files/FileManager.h>
 #include <QVPlatform/Foundation/CallOut.h>
@@ -73,12 +72,7 @@ void QVLogger::initialise() {
 }
 
 void QVLogger::logMessageWithLevel(const Value& message, std::int32_t level) {
-  const std::int32_t setting = QVDebug::getLogLevel();
-  if (setting == kLogSilence) return;
-  // As unsigned numbers on purpose: a setting below 0 silences all levels from 0 on.
-  if (static_cast<std::uint32_t>(level) >= static_cast<std::uint32_t>(setting)) {
-    logToConsole(message);
-  }
+  if (QVIsLogged(level)) logToConsole(message);
 }
 
 void QVLogger::logToConsole(const Value& message) {

@@ -17,6 +17,7 @@
 
 #include <new>
 #include <utility>
+#include <vector>
 
 using QVPlatform::callOut;
 using QVPlatform::Dictionary;
@@ -45,6 +46,19 @@ const String* const kHandledNames[] = {
 
 /// Its address tells the manager's own observation of the hit queue from any other.
 constexpr char OperationQueueCountChange = 0;
+
+/// What was asked for, with what the core adds to it. At once, since each change of a dictionary
+/// copies its entries.
+Dictionary requestData(const Dictionary& asked, const String& type, std::uint32_t id) {
+  if (asked.isNull()) return nullptr;
+  const auto given = asked.snapshot();
+  std::vector<Dictionary::Entry> entries;
+  entries.reserve(given->size() + 2);
+  entries.assign(given->begin(), given->end());
+  entries.emplace_back(kQVUserInfo_RequestType, type);
+  entries.emplace_back(kQVUserInfo_RequestID, id);
+  return Dictionary(std::move(entries));
+}
 
 }  // namespace
 
@@ -277,9 +291,7 @@ void QVNetworkManager::onAwaitedUserAgent(const Value& userAgent) {
 void QVNetworkManager::onHTTPRequestNotification(const Notification& notification) {
   Dictionary data = notification.userInfo();
   const bool isComplete = callOut([&] {
-    data = data.copy();
-    data.set(kQVUserInfo_RequestType, requestTypeForNotificationName(notification.name()));
-    data.set(kQVUserInfo_RequestID, nextRequestID());
+    data = requestData(data, requestTypeForNotificationName(notification.name()), nextRequestID());
   });
   if (!isComplete) return postWithUserInfo(kQVNotification_HTTPRequestError, data);
   queueRequestWithData(std::move(data));

@@ -19,6 +19,17 @@ bool holdsKey(const Entries& entries, Entries::const_iterator place, const Strin
   return place != entries.end() && place->first == key;
 }
 
+/// Entries with one key stay in their order.
+void sort(Entries& entries) {
+  const auto isLess = [](const auto& a, const auto& b) { return a.first < b.first; };
+  constexpr std::size_t kFew = 16;
+  if (entries.size() > kFew) return std::stable_sort(entries.begin(), entries.end(), isLess);
+  // Those of a message; std::stable_sort would take memory for them.
+  for (auto entry = entries.begin(); entry != entries.end(); ++entry) {
+    std::rotate(std::upper_bound(entries.begin(), entry, *entry, isLess), entry, entry + 1);
+  }
+}
+
 /// Sorts by key; of entries with one key only the last one stays.
 Entries sortedByKey(Entries entries) {
   std::erase_if(entries, [](const Dictionary::Entry& entry) {
@@ -29,8 +40,7 @@ Entries sortedByKey(Entries entries) {
   if (std::adjacent_find(entries.begin(), entries.end(), isOutOfOrder) == entries.end()) {
     return entries;
   }
-  std::stable_sort(entries.begin(), entries.end(),
-                   [](const auto& a, const auto& b) { return a.first < b.first; });
+  sort(entries);
   const auto sameKey = [](const auto& a, const auto& b) { return a.first == b.first; };
   // std::unique keeps the first of a run, so the runs are looked at from behind.
   const auto kept = std::unique(entries.rbegin(), entries.rend(), sameKey).base();
