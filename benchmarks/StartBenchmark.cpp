@@ -29,6 +29,7 @@ using QVBenchmark::fail;
 using Clock = std::chrono::steady_clock;
 
 fs::path scratch;
+bool hasEngine = false;
 
 /// What the process holds in memory beside the files mapped into it.
 double anonymousKilobytes() {
@@ -67,6 +68,7 @@ void start(benchmark::State& state, const std::string& environment) {
     state.SetIterationTime(seconds);
   }
   state.counters["kilobytes"] = kilobytes;
+  if (!hasEngine) state.SetLabel("no web engine was built");
 }
 
 /// A process from its start to its end, in which nothing but loading happens.
@@ -96,6 +98,7 @@ int main(int count, char** arguments) {
   Dl_info platform{};
   dladdr(reinterpret_cast<const void*>(&QVPlatform::consoleLog), &platform);
   const fs::path library = fs::absolute(platform.dli_fname);
+  hasEngine = fs::exists(library.parent_path() / "libQVWebKit.so");
   fs::create_directory(scratch / "alone");
   fs::create_symlink(library, scratch / "alone" / library.filename());
 

@@ -28,6 +28,7 @@ UNITS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 class Result:
     """One row as it was measured."""
     row: object
+    text: str
     median: float
     low: float
     high: float
@@ -76,7 +77,8 @@ def compare(row, rounds):
     if not ratios:
         return None
     low, median, high = statistics.quantiles(ratios, n=4) if len(ratios) > 1 else ratios * 3
-    return Result(row, median, low, high)
+    label = rounds[row.name][0].get("label")
+    return Result(row, f"{row.text} ({label})" if label else row.text, median, low, high)
 
 
 def machine():
@@ -93,7 +95,7 @@ def table(results):
         goal = "" if result.row.goal is None else f"≤ {result.row.goal:g}"
         if not result.is_met:
             goal += " (missed)"
-        lines.append(f"| {result.row.text} | {result.median:.2f} | "
+        lines.append(f"| {result.text} | {result.median:.2f} | "
                      f"{result.low:.2f} to {result.high:.2f} | {goal} |")
     return "\n".join(lines)
 
@@ -103,7 +105,7 @@ def plot(name, results, directory):
     def label(text):
         return "\\n".join(textwrap.wrap(text, 44))
 
-    data = "\n".join(f'"{label(result.row.text)}" {result.median} {result.low} {result.high}'
+    data = "\n".join(f'"{label(result.text)}" {result.median} {result.low} {result.high}'
                      for result in results)
     script = f"""
 set terminal svg size 900,{90 + 36 * len(results)} font "sans,12" background "white"
@@ -157,7 +159,7 @@ def main():
         far = [result for _, results in all_results for result in results
                if result.row.goal and result.median > FAR_OFF * result.row.goal]
         for result in far:
-            print(f"far off: {result.row.text}: {result.median:.2f}, goal {result.row.goal:g}")
+            print(f"far off: {result.text}: {result.median:.2f}, goal {result.row.goal:g}")
         return 1 if far else 0
     directory = SOURCE / "docs/performance"
     directory.mkdir(exist_ok=True)

@@ -40,7 +40,7 @@ constexpr std::array<std::uint8_t, 256> kPlaces = [] {
   };
   const auto everywhere = kInScheme | kInHost | kInUserOrPort | kInRest;
   allow("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+-.", everywhere);
-  allow("_~!$&'()*,;=%", kInHost | kInUserOrPort | kInRest);
+  allow("_~!$&'()*,;=", kInHost | kInUserOrPort | kInRest);
   allow(":", kInUserOrPort | kInRest);
   allow("@/?[]", kInRest);
   return places;
@@ -48,13 +48,13 @@ constexpr std::array<std::uint8_t, 256> kPlaces = [] {
 
 /// Whether all characters may stand there, and every percent sign begins an escape.
 bool fits(std::string_view text, Place where) {
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (!(kPlaces[static_cast<unsigned char>(text[i])] & where)) return false;
-    if (text[i] != '%') continue;
-    if (text.size() - i < 3) return false;
+  const auto isUsual = [where](char c) { return kPlaces[static_cast<unsigned char>(c)] & where; };
+  for (std::size_t i = 0;; i += 3) {
+    while (i < text.size() && isUsual(text[i])) ++i;
+    if (i == text.size()) return true;
+    if (text[i] != '%' || where == kInScheme || text.size() - i < 3) return false;
     if (hexadecimalDigit(text[i + 1]) < 0 || hexadecimalDigit(text[i + 2]) < 0) return false;
   }
-  return true;
 }
 
 bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
