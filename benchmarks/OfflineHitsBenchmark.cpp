@@ -95,11 +95,13 @@ void fillQueue(std::int64_t count) {
   for (int id = 0; id < count; ++id) post(id);
 }
 
+Data savedFile() { return FileManager::contentsAtPath(offlineHitsPath(), kMaximumFileSize); }
+
 /// What the manager saves of so many hits.
 Data savedHits(std::int64_t count) {
   fillQueue(count);
   manager()->saveAllHits();
-  return FileManager::contentsAtPath(offlineHitsPath(), kMaximumFileSize);
+  return savedFile();
 }
 
 /// Its times are those of one hit.
@@ -119,29 +121,40 @@ bool writeFlushRename(std::string_view bytes, const std::string& path) {
   return isWritten && isFlushed && std::rename(aside.c_str(), path.c_str()) == 0;
 }
 
-/// Writes what save() writes; one time of it is divided by `batch`.
-void writePlainly(benchmark::State& state, std::int64_t batch) {
-  const Data bytes = savedHits(state.range(0));
+/// One time of it is divided by `batch`.
+void writePlainly(benchmark::State& state, const Data& bytes, std::int64_t batch) {
   const std::string path = offlineHitsPath() + ".plain";
   while (state.KeepRunningBatch(batch)) {
     if (!writeFlushRename(bytes.view(), path)) fail("The file was not written.");
   }
 }
 
-/// Its times are those of one hit, as save()'s are.
-void savePlainly(benchmark::State& state) { writePlainly(state, state.range(0)); }
+/// Writes what save() writes. Its times are those of one hit, too.
+void savePlainly(benchmark::State& state) {
+  writePlainly(state, savedHits(state.range(0)), state.range(0));
+}
 
-/// Its times are those of the whole, as change()'s are.
-void changePlainly(benchmark::State& state) { writePlainly(state, 1); }
-
-/// One more hit in the background, with so many waiting; not the first one, at which all of them
-/// are encoded.
-void change(benchmark::State& state) {
-  fillQueue(state.range(0));
+/// So many hits wait in the background, and no more may: each one that is posted takes the place of
+/// the oldest. All of them have been saved.
+void fillBackground(std::int64_t count) {
+  fillQueue(count);
+  manager()->changeOfflineConfigurationsForMaxLifetimeAndMaxOperationsInQueue(
+      200000, static_cast<std::int32_t>(count));
   manager()->enableRunningInBackground();
+  post(static_cast<int>(count));
+}
+
+/// A hit more and a hit less.
+void change(benchmark::State& state) {
+  fillBackground(state.range(0));
   auto id = static_cast<int>(state.range(0));
-  post(id++);
-  for (auto _ : state) post(id++);
+  for (auto _ : state) post(++id);
+}
+
+/// Writes what change() writes.
+void changePlainly(benchmark::State& state) {
+  fillBackground(state.range(0));
+  writePlainly(state, savedFile(), 1);
 }
 
 /// The baseline's file.

@@ -9,11 +9,29 @@ class KeyedListArchiverTest : public testing::Test {
     return {{"url", String("http://example.org/" + content)}, {"type", kType}, {"id", number_++}};
   }
 
+  /// What of the archiver's list is in this one still stays, one behind the other; the rest is new.
+  bool update() {
+    std::size_t first = 0;
+    std::size_t count = 0;
+    auto at = messages_.begin();
+    const auto snapshot = [&at] { return at->dictionary().snapshot(); };
+    while (at != messages_.end() && first < archiver_.count() &&
+           archiver_.message(first) != snapshot()) {
+      ++first;
+    }
+    for (; at != messages_.end() && first + count < archiver_.count(); ++at, ++count) {
+      if (archiver_.message(first + count) != snapshot()) break;
+    }
+    bool isTaken = archiver_.keep(first, count);
+    for (; isTaken && at != messages_.end(); ++at) isTaken = archiver_.add(snapshot());
+    EXPECT_EQ(archiver_.count(), isTaken ? messages_.size() : 0);
+    return isTaken;
+  }
+
   std::string archive() {
-    std::vector<Dictionary::Snapshot> snapshots;
-    for (const Value& message : messages_) snapshots.push_back(message.dictionary().snapshot());
     std::string bytes;
-    for (const std::string_view piece : archiver_.archive(std::move(snapshots))) bytes += piece;
+    if (!update()) return bytes;
+    for (const std::string_view piece : archiver_.archive()) bytes += piece;
     return bytes;
   }
 

@@ -392,6 +392,50 @@ TEST_F(QVOfflineHitsTest, SaysThatAnotherProcessHasTheSameContainer) {
   EXPECT_EQ(complaintOfAnother(), "");
 }
 
+TEST_F(QVOfflineHitsTest, SavesWhatHasBecomeOfHitsThatWereSavedBefore) {
+  const auto manager = QVNetworkManager::sharedInstance();
+  const auto at = [&](std::size_t index) {
+    return std::static_pointer_cast<QVHTTPOperation>(
+        manager->operationQueue()->operationAtIndex(index));
+  };
+  Dictionary known;  // the data of the last hit, or what becomes it
+  const std::function<void()> changes[] = {
+      [] {},
+      [&] { at(0)->cancel(); },
+      [&] { at(2)->cancel(); },
+      [&] { at(2)->addPostData("more"); },
+      [&] { at(2)->userInfo().set("own", 1); },
+      [&] {
+        at(2)->setUserInfo({{"url", "http://h/new"}});
+      },
+      [&] { known.set("own", 1); },
+      [&] {
+        at(3)->setUserInfo(known = {{"ID", 1}});
+        manager->saveAllHits();
+        known.set("ID", 2);
+      },
+      [&] { manager->updateQueueWithCategories("&c=1"); },
+      [&] { manager->operationQueue()->cancelAllOperations(); }};
+  for (const auto& change : changes) {
+    manager->setOperationQueue(suspendedQueue());
+    manager->enableRunningInBackground();
+    for (int i = 0; i < 4; ++i) request({{"url", "http://h/"}});
+    const auto last =
+        std::make_shared<QVHTTPOperation>()->initWithData({{"url", "http://h/"}, {"ID", 0}});
+    known = last->userInfo();
+    manager->operationQueue()->addOperation(last);
+    change();
+    request({{"url", "http://h/"}});
+    const std::vector<Value> found = saved();
+    std::vector<Value> expected;  // asking for it shares the data
+    for (const auto& operation : manager->operationQueue()->operations()) {
+      if (operation->isCancelled()) continue;
+      expected.emplace_back(std::static_pointer_cast<QVHTTPOperation>(operation)->userInfo());
+    }
+    EXPECT_EQ(found, expected) << "change " << &change - changes;
+  }
+}
+
 TEST_F(QVOfflineHitsTest, HoldsWhatWaitsAfterManyThreadsHaveSavedAtOnce) {
   const auto manager = QVNetworkManager::sharedInstance();
   QVDebug::setDebugLevel(6);

@@ -51,14 +51,15 @@ std::shared_ptr<QVHTTPOperation> QVHTTPOperation::initWithData(Dictionary data) 
 std::shared_ptr<QVHTTPOperation> QVHTTPOperation::initWithData(Dictionary data,
                                                                std::optional<URL> url) {
   url_ = std::move(url);
-  setUserInfo(std::move(data).copy());
+  setData(std::move(data).copy(), false);
   return std::static_pointer_cast<QVHTTPOperation>(self());
 }
 
 void QVHTTPOperation::addPostData(const String& text) {
-  Dictionary data = userInfo();
+  Dictionary own = data().first;
   // An absent one shows as "(null)", on purpose.
-  data.set(kQVUserInfo_POSTData, stringWithFormat("%@%@", {data.get(kQVUserInfo_POSTData), text}));
+  own.set(kQVUserInfo_POSTData, stringWithFormat("%@%@", {own.get(kQVUserInfo_POSTData), text}));
+  mayChange();
 }
 
 void QVHTTPOperation::main() {
@@ -200,13 +201,30 @@ void QVHTTPOperation::sendResponseNotification() {
 }
 
 Dictionary QVHTTPOperation::userInfo() const {
-  const Lock lock(mutex_);
-  return userInfo_;
+  Dictionary data;
+  {
+    const Lock lock(mutex_);
+    isShared_ = true;
+    data = userInfo_;
+  }
+  mayChange();
+  return data;
 }
 
-void QVHTTPOperation::setUserInfo(Dictionary userInfo) {
+void QVHTTPOperation::setUserInfo(Dictionary userInfo) { setData(std::move(userInfo), true); }
+
+std::pair<Dictionary, bool> QVHTTPOperation::data() const {
   const Lock lock(mutex_);
-  std::swap(userInfo_, userInfo);
+  return {userInfo_, isShared_};
+}
+
+void QVHTTPOperation::setData(Dictionary data, bool isShared) {
+  {
+    const Lock lock(mutex_);
+    std::swap(userInfo_, data);
+    isShared_ = isShared;
+  }
+  mayChange();
 }
 
 String QVHTTPOperation::ifModified() const {

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <utility>
 
 /// One HTTP request: sends it on its queue's thread, tells success from failure, and reports by
 /// notifications that the network manager posts.
@@ -97,6 +98,12 @@ class QVCORE_EXPORT QVHTTPOperation : public QVPlatform::Operation {
   void setTimestamp(std::int32_t seconds) noexcept { timestamp_ = seconds; }
 
  private:
+  friend class QVKeptHits;
+
+  /// The request data for who neither changes it nor hands it out, and whether anybody else may
+  /// change it.
+  std::pair<QVPlatform::Dictionary, bool> data() const;
+  void setData(QVPlatform::Dictionary data, bool isShared);
   void perform();
   void post(const QVPlatform::String& name, QVPlatform::Dictionary userInfo) const;
   void log(const char* format, const QVPlatform::Value& reason) const;
@@ -107,6 +114,7 @@ class QVCORE_EXPORT QVHTTPOperation : public QVPlatform::Operation {
   std::atomic<std::int32_t> statusCode_{0};  // of the answer
   mutable QVPlatform::Mutex mutex_;  // one for all, as thousands of operations may wait
   QVPlatform::Dictionary userInfo_ QV_GUARDED_BY(mutex_);
+  mutable bool isShared_ QV_GUARDED_BY(mutex_) = false;  // userInfo_, with whoever asked for it
   QVPlatform::String ifModified_ QV_GUARDED_BY(mutex_);
   std::shared_ptr<QVPlatform::MutableURLRequest> request_ QV_GUARDED_BY(mutex_);
   QVPlatform::Data result_ QV_GUARDED_BY(mutex_);

@@ -106,28 +106,20 @@ struct Message {
 struct KeyedListArchiver::State {
   explicit State(const String& key) : key_(text(Archive::escapedKey(key.view()))) {}
 
-  /// Drops the messages that have left. False when the others are not what the list begins with,
-  /// and when it is better to begin anew.
-  bool dropUntil(std::span<const Dictionary::Snapshot> list) {
-    if (list.empty()) return false;
-    const auto isFirst = [&](const Message& message) { return message.entries == list.front(); };
-    const auto begin = messages_.begin() + static_cast<std::ptrdiff_t>(dropped_);
-    const auto first = std::find_if(begin, messages_.end(), isFirst);
-    const auto rest = static_cast<std::size_t>(messages_.end() - first);
-    if (rest > list.size()) return false;
-    if (!std::equal(first, messages_.end(), list.begin(),
-                    [](const Message& message, const auto& entries) {
-                      return message.entries == entries;
-                    })) {
-      return false;
-    }
-    drop(messages_.size() - rest);
-    const bool isMuch = dead_.objects >= kManyNumbers || dead_.bytes >= kManyBytes;
-    const Extent all = endOf(own_);
-    return !isMuch || (dead_.objects < all.objects / 2 && dead_.bytes < all.bytes / 2);
+  /// Drops the messages before and behind these.
+  void keep(std::size_t first, std::size_t count) {
+    dropFrom(dropped_ + first + count);
+    dropUntil(dropped_ + first);
   }
 
-  std::size_t count() const { return messages_.size() - dropped_; }
+  /// Whether most of what there is stands for messages that have left.
+  bool isMostlyDead() const {
+    const bool isMuch = dead_.objects >= kManyNumbers || dead_.bytes >= kManyBytes;
+    const Extent all = endOf(own_);
+    return isMuch && (dead_.objects >= all.objects / 2 || dead_.bytes >= all.bytes / 2);
+  }
+
+  std::span<const Message> messages() const { return std::span(messages_).subspan(dropped_); }
 
   /// False when the message must be left to KeyedArchiver.
   bool add(Dictionary::Snapshot entries) {
@@ -183,11 +175,21 @@ struct KeyedListArchiver::State {
         {text(Archive::kClassNameKey), text(Archive::kClassesKey), names[0], chain}));
   }
 
-  void drop(std::size_t end) {
+  void dropUntil(std::size_t end) {
     if (end == dropped_) return;
     for (; dropped_ < end; ++dropped_) messages_[dropped_].entries.reset();
     dead_ = messages_[end - 1].end;
     std::fill_n(own_.targets.begin(), dead_.targets, 0);
+  }
+
+  /// The numbers of these may be given again: nothing refers to them any more.
+  void dropFrom(std::size_t begin) {
+    if (begin == messages_.size()) return;
+    messages_.resize(begin);
+    const Extent rest = begin == 0 ? Extent() : messages_.back().end;
+    own_.bytes.resize(rest.bytes);
+    own_.offsets.resize(rest.objects);
+    own_.targets.resize(rest.targets);
   }
 
   bool hasSharedRoom() const { return shared_.offsets.size() + 2 <= kSharedRoom; }
@@ -229,7 +231,7 @@ struct KeyedListArchiver::State {
 
   /// Whether the message before has the same text object under the key.
   bool isInPrevious(const String& key, const String& text) const {
-    if (count() == 0) return false;
+    if (messages().empty()) return false;
     const auto& entries = *messages_.back().entries;
     const auto place = std::lower_bound(
         entries.begin(), entries.end(), key,
@@ -258,7 +260,7 @@ struct KeyedListArchiver::State {
   Number addRoot() {
     std::vector<Number> numbers;
     numbers.reserve(kSharedRoom + own_.targets.size());
-    for (std::size_t i = dropped_; i < messages_.size(); ++i) numbers.push_back(messages_[i].uid);
+    for (const Message& message : messages()) numbers.push_back(message.uid);
     const Number elements = tail_.addArray(numbers);
     const Number list = tail_.addDictionary({class_, elementsKey_, arrayClass_, elements});
     tail_.targets.clear();
@@ -323,14 +325,35 @@ KeyedListArchiver::KeyedListArchiver(String key) : key_(std::move(key)) {}
 
 KeyedListArchiver::~KeyedListArchiver() = default;
 
-std::vector<std::string_view> KeyedListArchiver::archive(
-    std::vector<Dictionary::Snapshot> messages) {
-  // What an exception or a refusal leaves behind is not used again.
+std::size_t KeyedListArchiver::count() const { return state_ ? state_->messages().size() : 0; }
+
+const Dictionary::Snapshot& KeyedListArchiver::message(std::size_t index) const {
+  return state_->messages()[index].entries;
+}
+
+// What an exception or a refusal leaves behind is not used again.
+
+bool KeyedListArchiver::keep(std::size_t first, std::size_t count) {
   auto known = std::move(state_);
-  if (!known || !known->dropUntil(messages)) known = std::make_unique<State>(key_);
-  for (std::size_t i = known->count(); i < messages.size(); ++i) {
-    if (!known->add(std::move(messages[i]))) return {};
+  if (count == 0) return true;
+  known->keep(first, count);
+  if (!known->isMostlyDead()) {
+    state_ = std::move(known);
+    return true;
   }
+  return std::ranges::all_of(known->messages(),
+                             [this](const Message& message) { return add(message.entries); });
+}
+
+bool KeyedListArchiver::add(Dictionary::Snapshot message) {
+  auto known = state_ ? std::move(state_) : std::make_unique<State>(key_);
+  if (!known->add(std::move(message))) return false;
+  state_ = std::move(known);
+  return true;
+}
+
+std::vector<std::string_view> KeyedListArchiver::archive() {
+  auto known = state_ ? std::move(state_) : std::make_unique<State>(key_);
   if (!known->finish()) return {};
   state_ = std::move(known);
   return state_->pieces();

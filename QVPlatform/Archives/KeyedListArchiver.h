@@ -11,11 +11,12 @@ namespace QVPlatform {
 
 /// Archives a list of messages again and again while it changes, as KeyedArchiver archives it once,
 /// at the cost of what has changed: for a queue that is saved whole whenever something enters or
-/// leaves it. What joined at the end is encoded; what left at the head is left out; any other
-/// change has the list encoded anew.
+/// leaves it. Messages leave the list at its head and its end, and join it at the end; so a change
+/// in the middle is made by adding anew what stands behind it.
 ///
 /// The messages are dictionaries of text, bytes, numbers and booleans. It keeps what it has encoded
 /// of them, which takes about as much memory as the archive; nothing, once the list is empty.
+/// Whenever it refuses a message or throws std::bad_alloc, the list is empty afterwards.
 ///
 /// Threads: one archiver is used by one thread at a time.
 class QVPLATFORM_EXPORT KeyedListArchiver {
@@ -26,11 +27,19 @@ class QVPLATFORM_EXPORT KeyedListArchiver {
   KeyedListArchiver(const KeyedListArchiver&) = delete;
   KeyedListArchiver& operator=(const KeyedListArchiver&) = delete;
 
+  std::size_t count() const;
+  /// A message of the list, as it was added; the index is below count().
+  const Dictionary::Snapshot& message(std::size_t index) const;
+
+  /// Leaves these in the list, and no others. Once most of what is kept is of messages that have
+  /// left, all others are encoded anew; false if that fails.
+  bool keep(std::size_t first, std::size_t count);
+  /// Adds the message at the end. False when it holds something else than the above: it is
+  /// KeyedArchiver's then to archive the list.
+  bool add(Dictionary::Snapshot message);
   /// The archive, in pieces that are to be written one behind the other, before the next call. None
-  /// when a message holds something else than the above, or when the archive would exceed
-  /// PropertyList::kMaximumSize: that is KeyedArchiver's to deal with. std::bad_alloc passes
-  /// through, and the next call begins anew.
-  std::vector<std::string_view> archive(std::vector<Dictionary::Snapshot> messages);
+  /// when it would exceed PropertyList::kMaximumSize.
+  std::vector<std::string_view> archive();
 
  private:
   struct State;

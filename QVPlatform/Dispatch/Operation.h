@@ -4,6 +4,7 @@
 #include <QVPlatform/Foundation/Object.h>
 
 #include <atomic>
+#include <cstdint>
 
 namespace QVPlatform {
 
@@ -21,11 +22,28 @@ class QVPLATFORM_EXPORT Operation : public Object {
   virtual void releaseWork();
 
   /// Marks the operation as cancelled, for ever. It stays in its queue until its turn comes.
-  void cancel() noexcept { isCancelled_ = true; }
+  void cancel() noexcept {
+    isCancelled_ = true;
+    mayChange();
+  }
   bool isCancelled() const noexcept { return isCancelled_; }
+
+  /// For the one who keeps something that is made of what operations hold, and does not want to
+  /// look at each of them again: a new number for the operation, which is never 0. To be asked for
+  /// before the operation is looked at.
+  std::uint64_t newMark() const noexcept;
+  /// Whether the operation may have changed since it got that number: it was cancelled, for
+  /// example. Now and then it has not.
+  static bool mayHaveChangedSince(std::uint64_t mark) noexcept;
+
+ protected:
+  /// To be called after each change of what the operation holds, and when it has handed out
+  /// something that others can change: then it may change for ever.
+  void mayChange() const noexcept;
 
  private:
   std::atomic<bool> isCancelled_{false};
+  mutable std::atomic<std::uint64_t> mark_{0};
 };
 
 }  // namespace QVPlatform

@@ -61,6 +61,16 @@ struct CountChange {
   }
 };
 
+/// One place of the list.
+struct Place {
+  OperationReference operation;
+  std::uint64_t note = 0;  // the visitor's; here, since operations lie all over the memory
+};
+
+/// How many places ahead of a visit the processor is told to fetch one: a list is made of many
+/// blocks, of which each lies somewhere else.
+constexpr std::size_t kAhead = 64;
+
 bool isSameKind(const Operation& one, const Operation& other) {
   return typeid(one) == typeid(other);
 }
@@ -87,9 +97,9 @@ struct Work {
   bool hasCancelledAtHead() const {
     if (waiting.empty()) return false;
     // One that somebody holds keeps its identity, and one of another kind its place.
-    const Operation& first = *waiting.front();
-    if (!first.isCancelled() || waiting.front().use_count() > 1) return false;
-    return !standIn || isSameKind(*standIn, first);
+    const OperationReference& first = waiting.front().operation;
+    if (!first->isCancelled() || first.use_count() > 1) return false;
+    return !standIn || isSameKind(*standIn, *first);
   }
 
   /// Turns cancelled operations at the head into a number; the caller destroys what it gets.
@@ -97,7 +107,7 @@ struct Work {
     Dropped dropped;
     for (OperationReference& place : dropped.operations) {
       if (!hasCancelledAtHead()) break;
-      place = std::move(waiting.front());
+      place = std::move(waiting.front().operation);
       waiting.pop_front();
       ++cancelledAtHead;
       if (!standIn) standIn = place;
@@ -108,10 +118,11 @@ struct Work {
   std::condition_variable changed;
   std::condition_variable isOver;  // the running one
   OperationReference running;
+  std::uint64_t runningNote = 0;
   std::thread::id runner;  // of the running one
   OperationReference standIn;  // one that was cancelled, in the place of all those in the number
   std::size_t cancelledAtHead = 0;
-  std::deque<OperationReference> waiting;
+  std::deque<Place> waiting;
   bool hasThread = false;
   bool isIdle = false;
 };
@@ -206,7 +217,8 @@ struct OperationQueue::State {
 
   void runFirst() QV_REQUIRES(mutex) {
     if (work->waiting.empty()) return;
-    work->running = std::move(work->waiting.front());
+    work->runningNote = work->waiting.front().note;
+    work->running = std::move(work->waiting.front().operation);
     work->waiting.pop_front();
     work->runner = std::this_thread::get_id();
     {
@@ -239,7 +251,7 @@ OperationQueue::~OperationQueue() {
   state_->isClosed = true;
   state_->work->changed.notify_one();
   while (!state_->work->waiting.empty()) {
-    OperationReference operation = std::move(state_->work->waiting.front());
+    OperationReference operation = std::move(state_->work->waiting.front().operation);
     state_->work->waiting.pop_front();
     const Unlocked unlocked(state_->mutex);
     operation.reset();
@@ -254,7 +266,7 @@ bool OperationQueue::addOperation(OperationReference operation) {
     const Lock lock(state_->mutex);
     Work& work = *state_->work;
     dropped.emplace(work.compact());
-    if (!callOut([&] { work.waiting.push_back(std::move(operation)); })) return false;
+    if (!callOut([&] { work.waiting.push_back({std::move(operation)}); })) return false;
     state_->wakeThread(state_);
     change = state_->countChange();
   }
@@ -269,7 +281,7 @@ std::vector<OperationReference> OperationQueue::operations() const {
   list.reserve(work.count());
   if (work.running) list.push_back(work.running);
   list.insert(list.end(), work.cancelledAtHead, work.standIn);
-  list.insert(list.end(), work.waiting.begin(), work.waiting.end());
+  for (const Place& place : work.waiting) list.push_back(place.operation);
   return list;
 }
 
@@ -284,7 +296,7 @@ OperationReference OperationQueue::operationAtIndex(std::size_t index) const {
   if (work.running && index-- == 0) return work.running;
   if (index < work.cancelledAtHead) return work.standIn;
   index -= work.cancelledAtHead;
-  return index < work.waiting.size() ? work.waiting[index] : nullptr;
+  return index < work.waiting.size() ? work.waiting[index].operation : nullptr;
 }
 
 OperationReference OperationQueue::firstOperationPassingTest(
@@ -297,16 +309,27 @@ OperationReference OperationQueue::firstOperationPassingTest(
   Work& work = *state_->work;
   dropped.emplace(work.compact());
   if (work.running && passes(work.running)) return work.running;
-  for (const OperationReference& operation : work.waiting) {
-    if (passes(operation)) return operation;
+  for (const Place& place : work.waiting) {
+    if (passes(place.operation)) return place.operation;
   }
   return nullptr;
+}
+
+void OperationQueue::visitOperations(
+    const std::function<void(const Operation&, std::uint64_t& note)>& function) const {
+  const Lock lock(state_->mutex);
+  Work& work = *state_->work;
+  if (work.running) function(*work.running, work.runningNote);
+  for (std::size_t i = 0; i < work.waiting.size(); ++i) {
+    if (i + kAhead < work.waiting.size()) __builtin_prefetch(&work.waiting[i + kAhead]);
+    function(*work.waiting[i].operation, work.waiting[i].note);
+  }
 }
 
 void OperationQueue::cancelAllOperations() {
   const Lock lock(state_->mutex);
   if (state_->work->running) state_->work->running->cancel();
-  for (const OperationReference& operation : state_->work->waiting) operation->cancel();
+  for (const Place& place : state_->work->waiting) place.operation->cancel();
   state_->compactAll();
 }
 

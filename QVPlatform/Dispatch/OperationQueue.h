@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -48,11 +49,16 @@ class QVPLATFORM_EXPORT OperationQueue : public Object {
   /// The one at that place of operations(), or null past the end. Copies no list.
   std::shared_ptr<Operation> operationAtIndex(std::size_t index) const;
   /// The first operation that is not cancelled and passes the test, or null. Copies no list; the
-  /// time to pass over cancelled operations at the head does not grow with their number. This is
-  /// the one place where the kit calls somebody's function under a lock: the test runs under the
-  /// queue's, so it must be quick and must not use the queue.
+  /// time to pass over cancelled operations at the head does not grow with their number. The test
+  /// runs under the queue's lock, so it must be quick and must not use the queue.
   std::shared_ptr<Operation> firstOperationPassingTest(
       const std::function<bool(const Operation&)>& test) const;
+  /// Calls the function with each operation in the list, in order, but for those that it only
+  /// counts, and with a number that is the function's: it finds there what it left at its last
+  /// visit, 0 at first. Copies no list and destroys nothing. The function, too, runs under the
+  /// queue's lock; these two are the only places where the kit calls somebody's function under one.
+  void visitOperations(
+      const std::function<void(const Operation&, std::uint64_t& note)>& function) const;
   /// Cancels every operation in the list.
   void cancelAllOperations();
 

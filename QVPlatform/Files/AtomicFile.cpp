@@ -78,6 +78,7 @@ bool AtomicFile::claim() {
     const bool isFree = isFreeToUse(opened, isNew);
     if (isFree && isAtPath(opened, path_)) {
       descriptor_ = opened;
+      isLeftOver_ = !isNew;
       return true;
     }
     unlockFile(opened);
@@ -91,7 +92,8 @@ bool AtomicFile::write(std::span<const std::string_view> pieces) {
   if (!open()) return false;
   const SignalShield shield;
   // A left-over may hold anything and have any mode.
-  bool isWritten = ftruncate(descriptor_, 0) == 0 && fchmod(descriptor_, S_IRUSR | S_IWUSR) == 0;
+  bool isWritten = !isLeftOver_ ||
+                   (ftruncate(descriptor_, 0) == 0 && fchmod(descriptor_, S_IRUSR | S_IWUSR) == 0);
   for (std::string_view bytes : pieces) {
     while (isWritten && !bytes.empty()) {
       const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());

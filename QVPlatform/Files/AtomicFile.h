@@ -47,6 +47,7 @@ class QVPLATFORM_EXPORT AtomicFile {
   const std::string target_;
   std::string path_;
   int descriptor_ = -1;
+  bool isLeftOver_ = false;
   int error_ = 0;
 };
 

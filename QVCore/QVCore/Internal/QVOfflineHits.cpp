@@ -1,12 +1,11 @@
 #include <QVCore/Internal/QVOfflineHits.h>
 
+#include <QVCore/Internal/QVKeptHits.h>
 #include <QVCore/Internal/QVLogLevel.h>
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVCoreVariables.h>
-#include <QVCore/QVHTTPOperation.h>
 #include <QVCore/QVLogger.h>
 #include <QVPlatform/Archives/KeyedArchiver.h>
-#include <QVPlatform/Archives/KeyedListArchiver.h>
 #include <QVPlatform/Archives/KeyedUnarchiver.h>
 #include <QVPlatform/Archives/PropertyList.h>
 #include <QVPlatform/Files/AtomicFile.h>
@@ -16,9 +15,12 @@
 #include <QVPlatform/Foundation/ForkMutex.h>
 #include <QVPlatform/Foundation/Log.h>
 
+#include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -28,7 +30,7 @@ using QVPlatform::consoleLog;
 using QVPlatform::Data;
 using QVPlatform::Dictionary;
 using QVPlatform::ForkMutex;
-using QVPlatform::KeyedListArchiver;
+using QVPlatform::OperationQueue;
 using QVPlatform::PropertyList;
 using QVPlatform::String;
 using QVPlatform::operator""_string;
@@ -44,7 +46,8 @@ namespace {
 // snapshot is in place already.
 //
 // Once the queue is saved at each change, what was encoded for one save is kept for the next one.
-// It is for one thread at a time; a save that finds it in use encodes all by itself.
+// It is for one save at a time; one that finds it in use encodes all by itself, and so does one of
+// hits that cannot be kept.
 //
 // A restore takes the file away from all others first and removes it last. In between the queue
 // holds part of the hits, so saves are put off until all have been added; one that had begun before
@@ -54,25 +57,18 @@ constexpr String kOutOfMemory = "out of memory while offline hits were saved or 
 
 constexpr std::size_t kMaximumXMLSize = 1U << 20;
 
-using Operations = std::vector<std::shared_ptr<QVPlatform::Operation>>;
-
-Operations operationsOf(const QVOfflineHits::HitQueue& hitQueue) {
-  const auto queue = hitQueue();
-  return queue ? queue->operations() : Operations();
-}
+enum class Verdict { kDone, kPutOff, kFailed, kAgain, kRefused };
 
 /// What saves and restores of this process must know of each other.
 class Order {
  public:
-  enum class Verdict { kDone, kPutOff, kFailed, kAgain };
-
-  /// What is in the queue, and a number for it. False while hits are restored: then that ends with
-  /// a save.
-  bool begin(const QVOfflineHits::HitQueue& hitQueue, std::uint64_t& number,
-             Operations& operations) {
+  /// Has the function take a snapshot, and gives it a number. False while hits are restored: then
+  /// that ends with a save.
+  template <class Function>
+  bool begin(std::uint64_t& number, const Function& takeSnapshot) {
     const std::lock_guard lock(mutex_);
     if (isPutOff()) return false;
-    operations = operationsOf(hitQueue);
+    takeSnapshot();
     number = ++latest_;
     return true;
   }
@@ -89,17 +85,17 @@ class Order {
   }
 
   void expectChanges() {
-    const std::lock_guard lock(keptMutex_);
-    if (!kept_) kept_ = new KeyedListArchiver(kQVFileOfflineHits);
+    if (areChangesExpected_) return;
+    auto kept = std::make_unique<QVKeptHits>();
+    if (!areChangesExpected_.exchange(true)) kept_ = kept.release();
   }
 
-  /// Hands what is kept between saves to the function, if it is there and nobody else has it.
-  /// Whether that did its work.
-  template <class Function>
-  bool withKept(const Function& function) {
-    const std::unique_lock lock(keptMutex_, std::try_to_lock);
-    return lock && kept_ && function(*kept_);
-  }
+  struct GiveBack {
+    void operator()(QVKeptHits* kept) const { order->kept_ = kept; }
+    Order* order;
+  };
+  /// What is kept between saves, until it is given back; null if it is not there or in use.
+  std::unique_ptr<QVKeptHits, GiveBack> takeKept() { return {kept_.exchange(nullptr), {this}}; }
 
   /// False while somebody else restores.
   bool beginRestoring() {
@@ -127,8 +123,8 @@ class Order {
   std::uint64_t restored_ = 0;  // the last one before hits were restored
   bool isRestoring_ = false;
   bool isSaveDue_ = false;
-  std::mutex keptMutex_;
-  KeyedListArchiver* kept_ = nullptr;  // for as long as the process runs
+  std::atomic<bool> areChangesExpected_ = false;
+  std::atomic<QVKeptHits*> kept_ = nullptr;  // for as long as the process runs
 };
 
 constinit Order order;
@@ -147,16 +143,6 @@ void logCount(const char* format, std::size_t count) {
   if (count == 0) return;
   QVLogger::sharedInstance()->logMessageWithLevel(stringWithFormat(format, {count}),
                                                   kLogOfflineHits);
-}
-
-std::vector<Dictionary> waitingAmong(const Operations& operations) {
-  std::vector<Dictionary> waiting;
-  waiting.reserve(operations.size());
-  for (const auto& operation : operations) {
-    const auto* hit = dynamic_cast<const QVHTTPOperation*>(operation.get());
-    if (hit && !hit->isCancelled()) waiting.push_back(hit->userInfo());
-  }
-  return waiting;
 }
 
 Data archiveOf(const Array& hits) {
@@ -204,49 +190,74 @@ Data archiveOfHits(const std::vector<Dictionary>& waiting) {
   return archiveOf(Array(thoseThatFit(hits)));
 }
 
-/// False when the hits must be encoded in another way, or there is no memory for this one.
-bool writeKept(KeyedListArchiver& kept, const std::vector<Dictionary>& waiting, AtomicFile& file,
-               bool& isWritten) {
-  try {
-    std::vector<Dictionary::Snapshot> snapshots;
-    snapshots.reserve(waiting.size());
-    for (const Dictionary& hit : waiting) snapshots.push_back(hit.snapshot());
-    const auto pieces = kept.archive(std::move(snapshots));
-    if (!pieces.empty()) isWritten = file.write(pieces);
-    return !pieces.empty();
-  } catch (const std::bad_alloc&) {
-    return false;
-  }
-}
+/// What waits at the moment, encoded by itself.
+class HitsOnce {
+ public:
+  void look(const OperationQueue& queue) { QVKeptHits::look(queue, waiting_); }
+  bool encode() const { return true; }  // not before it is written, which may tell of some hits
+  std::size_t count() const { return waiting_.size(); }
+  bool write(AtomicFile& file) const { return file.write(archiveOfHits(waiting_).view()); }
 
-bool write(const std::vector<Dictionary>& waiting, AtomicFile& file) {
-  bool isWritten = false;
-  const auto writeHits = [&](KeyedListArchiver& kept) {
-    return writeKept(kept, waiting, file, isWritten);
-  };
-  return order.withKept(writeHits) ? isWritten : file.write(archiveOfHits(waiting).view());
-}
+ private:
+  std::vector<Dictionary> waiting_;
+};
+
+/// The same out of what is kept.
+class HitsAgain {
+ public:
+  explicit HitsAgain(QVKeptHits& kept) : kept_(kept) {}
+
+  void look(const OperationQueue& queue) { kept_.look(queue, change_); }
+  bool encode() {
+    pieces_ = kept_.encode(change_);
+    return !pieces_.empty();
+  }
+  std::size_t count() const { return change_.count(); }
+  bool write(AtomicFile& file) const { return file.write(pieces_); }
+
+ private:
+  QVKeptHits& kept_;
+  QVKeptHits::Change change_;
+  std::vector<std::string_view> pieces_;
+};
 
 void reportFailure(const AtomicFile& file) {
   consoleLog(String("offline hits could not be saved: ") + file.error());
 }
 
-/// One attempt; true when there is no more to be done. `saved` is set when the hits are in the file.
-bool trySave(const QVOfflineHits::HitQueue& hitQueue, std::optional<std::size_t>& saved) {
-  Operations operations;
+/// One attempt, with the number of hits that are in the file now. It is refused when these hits must
+/// be encoded in the other way.
+template <class Hits>
+std::pair<Verdict, std::size_t> trySave(const QVOfflineHits::HitQueue& hitQueue, Hits hits) {
+  std::shared_ptr<OperationQueue> queue;
+  const auto look = [&] {
+    queue = hitQueue();
+    if (queue) hits.look(*queue);
+  };
   std::uint64_t number = 0;
-  if (!order.begin(hitQueue, number, operations)) return true;
-  const std::vector<Dictionary> waiting = waitingAmong(operations);
-  operations.clear();
+  if (!order.begin(number, look)) return {Verdict::kPutOff, 0};
+  if (!hits.encode()) return {Verdict::kRefused, 0};
   if (!QVCoreVariables::sharedInstance()->enableSDKInBG()) {
-    logCount("Saving %@ offline Hits", waiting.size());
+    logCount("Saving %@ offline Hits", hits.count());
   }
   // An empty list is written, too: older hits must not come back.
   AtomicFile file(offlineHitsPath());
-  const auto verdict = write(waiting, file) ? order.finish(file, number) : Order::Verdict::kFailed;
-  if (verdict == Order::Verdict::kFailed) reportFailure(file);
-  if (verdict == Order::Verdict::kDone) saved = waiting.size();
-  return verdict != Order::Verdict::kAgain;
+  const auto verdict = hits.write(file) ? order.finish(file, number) : Verdict::kFailed;
+  if (verdict == Verdict::kFailed) reportFailure(file);
+  return {verdict, hits.count()};
+}
+
+/// Until there is no more to be done.
+std::optional<std::size_t> saveAll(const QVOfflineHits::HitQueue& hitQueue) {
+  std::pair result{Verdict::kRefused, std::size_t{0}};
+  if (const auto kept = order.takeKept()) {
+    do result = trySave(hitQueue, HitsAgain(*kept));
+    while (result.first == Verdict::kAgain);
+  }
+  while (result.first == Verdict::kRefused || result.first == Verdict::kAgain) {
+    result = trySave(hitQueue, HitsOnce());
+  }
+  return result.first == Verdict::kDone ? std::optional(result.second) : std::nullopt;
 }
 
 /// Calls the function; says so when memory runs out in it.
@@ -311,10 +322,7 @@ void QVOfflineHits::expectChanges() {
 
 std::optional<std::size_t> QVOfflineHits::save(const HitQueue& hitQueue) {
   std::optional<std::size_t> saved;
-  if (!hitQueue()) return saved;
-  withinMemory([&] {
-    while (!trySave(hitQueue, saved)) continue;
-  });
+  if (hitQueue()) withinMemory([&] { saved = saveAll(hitQueue); });
   return saved;
 }
 

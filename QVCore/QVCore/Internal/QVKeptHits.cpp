@@ -1,0 +1,90 @@
+#include <QVCore/Internal/QVKeptHits.h>
+
+#include <QVCore/QVHTTPOperation.h>
+
+#include <algorithm>
+#include <new>
+#include <utility>
+
+using QVPlatform::Dictionary;
+using QVPlatform::Operation;
+using QVPlatform::OperationQueue;
+
+// Under the queue's lock nothing is destroyed that may call out: the data goes where it outlives
+// it.
+
+void QVKeptHits::look(const OperationQueue& queue, std::vector<Dictionary>& data) {
+  queue.visitOperations([&](const Operation& operation, Mark&) {
+    const auto* hit = dynamic_cast<const QVHTTPOperation*>(&operation);
+    if (hit && !hit->isCancelled()) data.push_back(hit->data().first);
+  });
+}
+
+void QVKeptHits::look(const OperationQueue& queue, Change& change) const {
+  queue.visitOperations([&](const Operation& operation, Mark& mark) {
+    if (isInPlace(operation, mark, change)) {
+      ++change.stayed;
+    } else {
+      mark = join(operation, change);
+    }
+  });
+}
+
+/// Whether the hit is the next one in the list, as it was encoded. The first one may stand anywhere
+/// there: those before it have left.
+bool QVKeptHits::isInPlace(const Operation& operation, Mark mark, Change& change) const {
+  if (mark == 0 || !change.joined.empty()) return false;
+  std::size_t place = change.first + change.stayed;
+  if (change.stayed == 0) {
+    const auto first = std::lower_bound(marks_.begin(), marks_.end(), mark);
+    place = static_cast<std::size_t>(first - marks_.begin());
+  }
+  if (place == marks_.size() || marks_[place] != mark) return false;
+  if (Operation::mayHaveChangedSince(mark) && !isAsEncoded(operation, place, change)) return false;
+  if (change.stayed == 0) change.first = place;
+  return true;
+}
+
+/// Whether the hit that has a mark waits still, with the same data.
+bool QVKeptHits::isAsEncoded(const Operation& operation, std::size_t index, Change& change) const {
+  change.seen.push_back(static_cast<const QVHTTPOperation&>(operation).data().first.snapshot());
+  return !operation.isCancelled() && change.seen.back() == archiver_.message(index);
+}
+
+/// Gives the hit its mark; 0 for what does not wait.
+QVKeptHits::Mark QVKeptHits::join(const Operation& operation, Change& change) {
+  const auto* hit = dynamic_cast<const QVHTTPOperation*>(&operation);
+  if (!hit) return 0;
+  const Mark mark = hit->newMark();
+  if (hit->isCancelled()) return 0;
+  const auto [data, isShared] = hit->data();
+  if (isShared) hit->mayChange();
+  change.joined.push_back({data.snapshot(), mark});
+  return mark;
+}
+
+std::vector<std::string_view> QVKeptHits::encode(Change& change) {
+  std::vector<std::string_view> pieces;
+  try {
+    if (update(change)) pieces = archiver_.archive();
+  } catch (const std::bad_alloc&) {
+    // As with hits of another kind.
+  }
+  if (pieces.empty()) {
+    archiver_.keep(0, 0);
+    marks_.clear();
+  }
+  return pieces;
+}
+
+bool QVKeptHits::update(Change& change) {
+  const auto at = [this](std::size_t i) { return marks_.begin() + static_cast<std::ptrdiff_t>(i); };
+  marks_.erase(at(change.first + change.stayed), marks_.end());
+  marks_.erase(marks_.begin(), at(change.first));
+  if (!archiver_.keep(change.first, change.stayed)) return false;
+  for (auto& [data, mark] : change.joined) {
+    if (!archiver_.add(std::move(data))) return false;
+    marks_.push_back(mark);
+  }
+  return true;
+}
