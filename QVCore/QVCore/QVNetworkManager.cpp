@@ -394,7 +394,7 @@ void QVNetworkManager::saveAllHits() {
 void QVNetworkManager::restoreStockedHit() {
   // A hit for which memory is short stays stored rather than be answered by an error.
   QVOfflineHits::restore([this] { return operationQueue(); },
-                         [this](Dictionary hit) { queueOrRefuse(hit); });
+                         [this](Dictionary& hit) { queueOrRefuse(hit); });
 }
 
 void QVNetworkManager::changeNotificationCenter(const std::shared_ptr<NotificationCenter>& center) {

@@ -270,10 +270,21 @@ void withinMemory(const Function& function) {
   }
 }
 
+/// Gives the hit away, for which there is no copy then, but has it back when that fails.
+void addOne(Value& hit, const QVOfflineHits::Add& add) {
+  Dictionary data = hit.dictionary();
+  if (!data.isNull()) hit = nullptr;
+  try {
+    add(data);
+  } catch (...) {
+    if (!data.isNull()) hit = data;
+    throw;
+  }
+}
+
 /// Whether all the hits were queued. Those for which there is no memory, or no thread any more, are
 /// stored in place of what the file holds.
-bool addAll(TakenFile& file, const std::vector<Value>& hits,
-            const std::function<void(const Dictionary&)>& add) {
+bool addAll(TakenFile& file, std::vector<Value> hits, const QVOfflineHits::Add& add) {
   auto hit = hits.begin();
   const auto keepRest = [&] {
     withinMemory([&] { file.replaceContents(archiveOf(Array({hit, hits.end()})).view()); });
@@ -281,7 +292,7 @@ bool addAll(TakenFile& file, const std::vector<Value>& hits,
   };
   while (hit != hits.end()) {
     try {
-      add(hit->dictionary());
+      addOne(*hit, add);
     } catch (const std::bad_alloc&) {
       return keepRest();
     } catch (...) {
@@ -304,14 +315,22 @@ bool isWanted(const String& path) {
   return QVPlatform::FileManager::canBePropertyListAtPath(path, kMaximumXMLSize);
 }
 
+/// The hits in the file, or nothing when it cannot be read. What they were read from is gone then,
+/// which takes as much memory as they do.
+std::optional<std::vector<Value>> hitsIn(const TakenFile& file) {
+  QVPlatform::KeyedUnarchiver unarchiver(file.contents(PropertyList::kMaximumSize));
+  auto hits = unarchiver.decodeObjectForKey(kQVFileOfflineHits).array().values();
+  if (!unarchiver.isValid()) return std::nullopt;
+  return hits;
+}
+
 /// Whether all that the file holds has been queued, so that it is to be removed. One that cannot be
 /// read is to stay.
-bool restoreFrom(TakenFile& file, const std::function<void(const Dictionary&)>& add) {
-  QVPlatform::KeyedUnarchiver unarchiver(file.contents(PropertyList::kMaximumSize));
-  const auto hits = unarchiver.decodeObjectForKey(kQVFileOfflineHits).array().values();
-  if (!unarchiver.isValid()) return false;
-  logCount("Restoring %@ offline Hits", hits.size());
-  return addAll(file, hits, add);
+bool restoreFrom(TakenFile& file, const QVOfflineHits::Add& add) {
+  auto hits = hitsIn(file);
+  if (!hits) return false;
+  logCount("Restoring %@ offline Hits", hits->size());
+  return addAll(file, *std::move(hits), add);
 }
 
 }  // namespace
@@ -326,8 +345,7 @@ std::optional<std::size_t> QVOfflineHits::save(const HitQueue& hitQueue) {
   return saved;
 }
 
-void QVOfflineHits::restore(const HitQueue& hitQueue,
-                            const std::function<void(const Dictionary&)>& add) {
+void QVOfflineHits::restore(const HitQueue& hitQueue, const Add& add) {
   const auto isEmpty = [&] {
     const auto queue = hitQueue();
     return queue && queue->operationCount() == 0;

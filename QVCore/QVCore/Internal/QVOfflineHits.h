@@ -22,6 +22,9 @@ class QVOfflineHits {
   /// meanwhile. Called under a lock, so it must not call out.
   using HitQueue = std::function<std::shared_ptr<QVPlatform::OperationQueue>()>;
 
+  /// Takes the data of a hit. Where that throws, the data is left as it was.
+  using Add = std::function<void(QVPlatform::Dictionary&)>;
+
   /// Replaces the file by the data of the operations that wait; does nothing without a queue. A hit
   /// that cannot be archived is left out, and named on the console log; so is the reason why
   /// nothing could be written. How many waited; nothing without a queue, when it failed, and while
@@ -38,6 +41,5 @@ class QVOfflineHits {
   /// the hits behind the one at which a listener ends the thread. A file that is no archive stays,
   /// and so does one in XML beyond 1 MiB, which the kit never writes and which would take long to
   /// read.
-  static void restore(const HitQueue& hitQueue,
-                      const std::function<void(const QVPlatform::Dictionary&)>& add);
+  static void restore(const HitQueue& hitQueue, const Add& add);
 };
