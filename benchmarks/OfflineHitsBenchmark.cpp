@@ -21,9 +21,11 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <deque>
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -254,6 +256,23 @@ void restore(benchmark::State& state) {
   state.counters["peak"] = peakKilobytes();
 }
 
+/// The least that restore() must do: the file is read, and the texts of each hit are copied out of
+/// it, each into memory of its own. Its times are those of one hit, too.
+void readPlainly(benchmark::State& state) {
+  const auto count = static_cast<std::size_t>(state.range(0));
+  savedHits(state.range(0));
+  emptyQueue();
+  while (state.KeepRunningBatch(state.range(0))) {
+    const Data bytes = savedFile();
+    std::deque<std::pair<std::string, std::string>> hits;
+    for (std::size_t i = 0; i < count; ++i) {
+      const auto part = bytes.view().substr(i * (bytes.view().size() / count));
+      hits.emplace_back(part.substr(0, kURLSize), part.substr(kURLSize, kBodySize));
+    }
+    benchmark::DoNotOptimize(hits);
+  }
+}
+
 /// From the rows to the queue, rows removed. Opens the file anew, as a process does that starts.
 void restoreFromSQLite(benchmark::State& state) {
   manager()->changeOfflineConfigurationsForMaxLifetimeAndMaxOperationsInQueue(200000, kNoLimit);
@@ -285,6 +304,7 @@ BENCHMARK(saveInSQLite)->Apply(timed);
 BENCHMARK(change)->Apply(timed)->Arg(2000)->Arg(20'000);
 BENCHMARK(changePlainly)->Apply(timed)->Arg(2000)->Arg(20'000);
 BENCHMARK(restore)->Apply(timed)->Arg(2000)->Arg(1'000'000);
+BENCHMARK(readPlainly)->Apply(timed)->Arg(2000)->Arg(1'000'000);
 BENCHMARK(restoreFromSQLite)->Apply(timed);
 
 }  // namespace
