@@ -77,8 +77,9 @@ std::string decimal(double number) {
 
 std::string decimal(bool flag) { return flag ? "1" : "0"; }
 
+/// Where the system counts seconds in 32 bits, its calendar ends in 2038.
 std::string dateText(Date date) {
-  const auto seconds = clamped<std::int64_t>(std::floor(date.secondsSince1970));
+  const auto seconds = clamped<std::time_t>(std::floor(date.secondsSince1970));
   std::tm fields{};
   char text[64] = "";
   if (gmtime_r(&seconds, &fields)) {

@@ -130,21 +130,25 @@ std::optional<BinaryPropertyListReader::Trailer> BinaryPropertyListReader::trail
   if (size < Format::kMagic.size() + Format::kTrailerSize) return {};
   if (size > PropertyList::kMaximumSize || end.size() < Format::kTrailerSize) return {};
   const std::string_view bytes = end.substr(end.size() - Format::kTrailerSize);
-  const Trailer trailer{bigEndian(bytes.substr(6, 1)), bigEndian(bytes.substr(7, 1)),
-                        bigEndian(bytes.substr(8, 8)), bigEndian(bytes.substr(16, 8)),
-                        bigEndian(bytes.substr(24, 8))};
-  const auto& [offsetWidth, referenceWidth, count, root, table] = trailer;
+  const std::uint64_t offsetWidth = bigEndian(bytes.substr(6, 1));
+  const std::uint64_t referenceWidth = bigEndian(bytes.substr(7, 1));
+  const std::uint64_t count = bigEndian(bytes.substr(8, 8));
+  const std::uint64_t root = bigEndian(bytes.substr(16, 8));
+  const std::uint64_t table = bigEndian(bytes.substr(24, 8));
   const std::size_t tableEnd = size - Format::kTrailerSize;
   if (offsetWidth < 1 || offsetWidth > 8 || referenceWidth < 1 || referenceWidth > 8) return {};
   if (table < Format::kMagic.size() || table > tableEnd) return {};
   // Each object takes a byte at least: so what is kept for each is in proportion to the file.
   if (count > (tableEnd - table) / offsetWidth || count > table - Format::kMagic.size()) return {};
   if (root >= count) return {};
-  return trailer;
+  const auto small = [](std::uint64_t number) { return static_cast<std::size_t>(number); };
+  return Trailer{small(offsetWidth), small(referenceWidth), small(count), small(root),
+                 small(table)};
 }
 
 /// The length that follows a marker which has no room for it; moves the position behind it.
-std::optional<std::uint64_t> BinaryPropertyListReader::length(std::size_t& position) const {
+/// Nothing, also when the file is shorter than that, which may be more than this machine can count.
+std::optional<std::size_t> BinaryPropertyListReader::length(std::size_t& position) const {
   if (position >= trailer_.table) return {};
   const auto marker = static_cast<std::uint8_t>(bytes_[position]);
   const std::size_t exponent = marker & Format::kLengthMask;
@@ -153,7 +157,8 @@ std::optional<std::uint64_t> BinaryPropertyListReader::length(std::size_t& posit
   if (width >= trailer_.table - position) return {};
   const std::uint64_t number = bigEndian(bytes_.substr(position + 1, width));
   position += 1 + width;
-  return number;
+  if (number > bytes_.size()) return {};
+  return static_cast<std::size_t>(number);
 }
 
 /// Where the object begins; 0 when there is none.
@@ -161,7 +166,8 @@ std::size_t BinaryPropertyListReader::offset(Reference reference) const {
   if (reference >= trailer_.count) return 0;
   const std::uint64_t offset =
       bigEndian(bytesAt(trailer_.table + reference * trailer_.offsetWidth, trailer_.offsetWidth));
-  return offset < Format::kMagic.size() || offset >= trailer_.table ? 0 : offset;
+  if (offset < Format::kMagic.size() || offset >= trailer_.table) return 0;
+  return static_cast<std::size_t>(offset);
 }
 
 BinaryPropertyListReader::Object BinaryPropertyListReader::object(Reference reference) const {

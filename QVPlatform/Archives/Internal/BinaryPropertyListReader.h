@@ -59,9 +59,9 @@ class BinaryPropertyListReader {
   struct Trailer {
     std::size_t offsetWidth = 0;
     std::size_t referenceWidth = 0;
-    std::uint64_t count = 0;
-    std::uint64_t root = 0;
-    std::uint64_t table = 0;
+    std::size_t count = 0;
+    std::size_t root = 0;
+    std::size_t table = 0;
   };
   static std::optional<Trailer> trailerOf(std::string_view beginning, std::string_view end,
                                           std::size_t size);
@@ -69,7 +69,7 @@ class BinaryPropertyListReader {
     return {bytes_.data() + position, length};
   }
   std::size_t offset(Reference reference) const;
-  std::optional<std::uint64_t> length(std::size_t& position) const;
+  std::optional<std::size_t> length(std::size_t& position) const;
   Value integer(const Object& object) const;
 
   std::string_view bytes_;
