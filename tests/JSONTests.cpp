@@ -52,6 +52,10 @@ TEST(JSON, KeepsTheKindOfNumbersAndReadsThoseBeyondMachineRange) {
       {"1e99999999999999999999999", kLargest},
       {"0.001e+400", kLargest},
       {"1e-400", 0.0},
+      {"1.7976931348623157e308", kLargest},
+      {"-0.012345678901", -0.012345678901},
+      {"12.00000000e+2", 1200.0},
+      {"0.000000001e-99999999999", 0.0},
       {"0e99999999999999999999999", 0.0},
   };
   for (const auto& [text, expected] : cases) {

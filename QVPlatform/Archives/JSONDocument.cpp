@@ -98,7 +98,7 @@ struct JSONDocument::State {
   }
 
   void read(std::string_view source) {
-    auto status = parse(source);
+    auto status = kAreDecimalsMisread ? simdjson::NUMBER_ERROR : parse(source);
     if (status == simdjson::NUMBER_ERROR) status = parse(textWithNumbersInRange(source));
     if (status == simdjson::MEMALLOC) throw std::bad_alloc();
     if (status != simdjson::SUCCESS) {

@@ -53,11 +53,34 @@ bool isLarge(std::string_view token) {
   return scale + power > 0;
 }
 
+bool hasManyDecimals(std::string_view token) {
+  const auto point = token.find('.');
+  return point != token.npos && std::min(token.find_first_of("eE"), token.size()) - point > 8;
+}
+
+/// The same number with its point behind the last digit: "-120e1" for "-0.0120e5".
+std::string withoutPoint(std::string_view token) {
+  const auto point = token.find('.');
+  const auto exponentMark = std::min(token.find_first_of("eE"), token.size());
+  const std::string_view decimals = token.substr(point + 1, exponentMark - point - 1);
+  std::string digits = std::string(token.substr(0, point)).append(decimals);
+  const std::size_t sign = digits.starts_with('-') ? 1 : 0;
+  digits.erase(sign, std::min(digits.find_first_of("123456789"), digits.size() - 1) - sign);
+  std::string_view exponent = token.substr(std::min(exponentMark + 1, token.size()));
+  if (exponent.starts_with('+')) exponent.remove_prefix(1);
+  std::int32_t power = 0;
+  const auto result = std::from_chars(exponent.data(), exponent.data() + exponent.size(), power);
+  if (result.ec == std::errc::result_out_of_range) return "0.0";  // the large ones are dealt with
+  return digits + 'e' + std::to_string(power - static_cast<std::int64_t>(decimals.size()));
+}
+
 void appendInRange(std::string& text, std::string_view token) {
   if (!isNumber(token)) {
     text.append(token);
   } else if (!isInRangeOf<double>(token) && isLarge(token)) {
-    text.append(token.starts_with('-') ? "-" : "").append("1.7976931348623157e308");
+    text.append(token.starts_with('-') ? "-" : "").append("17976931348623157e292");
+  } else if (kAreDecimalsMisread && hasManyDecimals(token)) {
+    text.append(withoutPoint(token));
   } else {
     text.append(token);
     const bool isInteger = token.find_first_of(".eE") == token.npos;
