@@ -34,7 +34,7 @@ foreign_apt() {
   apt-get -qq -o Dir::State="$place/apt/state" -o Dir::State::status="$place/apt/status" \
     -o Dir::Cache="$place/apt/cache" -o APT::Architecture="$architecture" \
     -o APT::Architectures="$architecture" -o Debug::NoLocking=true -o APT::Sandbox::User= \
-    -o Acquire::Languages=none "$@" || fail "apt-get could not fetch packages for $architecture"
+    -o Acquire::Languages=none -o Acquire::Retries=3 "$@" || fail "apt-get could not fetch packages for $architecture"
 }
 
 # The libraries among the packages that the build and the tests need.
