@@ -78,7 +78,7 @@ String textOf(const fs::path& path) {
   fs::path rest;
   for (const fs::path& part : path) {
     rest /= part;
-    if (!String(part.string()).isNull()) continue;
+    if (!String(std::string_view(part.string())).isNull()) continue;
     kept /= rest;
     rest.clear();
   }
@@ -91,7 +91,7 @@ String textOf(const fs::path& path) {
 
 /// With what is not ASCII percent-encoded in a name that is not UTF-8.
 String nameOf(const std::string& name) {
-  if (String text = name; !text.isNull()) return text;
+  if (String text = std::string_view(name); !text.isNull()) return text;
   constexpr char kDigits[] = "0123456789ABCDEF";
   std::string encoded;
   for (const char c : name) {

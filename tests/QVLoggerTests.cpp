@@ -1,7 +1,9 @@
 #include <sys/resource.h>
 #include <sys/syscall.h>
 
+#include "tests/support/ChildProcess.h"
 #include "tests/support/CoreTest.h"
+#include "tests/support/HTTPServer.h"
 #include "tests/support/Test.h"
 
 namespace {
@@ -109,6 +111,66 @@ TEST_F(QVLoggerTest, StandsInOrderWithWhatTheHostPrintsAndTellsWhatWasDropped) {
             "before " + longLine + "\nbehind");
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "QVCore: lines that nobody read in time were dropped: 3\n");
+}
+
+TEST_F(QVLoggerTest, TellsASinkEachLineAndItsLevelInPlaceOfPrintingIt) {
+  std::vector<std::string> told;
+  const auto log = [this] {
+    consoleLog("one");
+    logger->logMessageWithLevel("two", QVLogLevelTraffic);
+    consoleLog("three");
+  };
+  EXPECT_TRUE(setLogSink([&](const LogLine& line) {
+    told.push_back(std::to_string(line.level.value_or(-1)) + " " + line.text.UTF8String());
+    EXPECT_EQ(line.output == LogOutput::kConsole, !line.level);
+    consoleLog("its own");
+    if (told.size() == 3) throw std::runtime_error("thrown");
+  }));
+  std::string outputs;
+  const std::string errors = complaintsOf([&] { outputs = printed(log); });
+  EXPECT_TRUE(setLogSink(nullptr));
+  EXPECT_THAT(told, ElementsAre("-1 one", "2 two", "-1 three"));
+  EXPECT_EQ(outputs, "");
+  const std::string own = "QVCore: its own\n";
+  EXPECT_EQ(errors, own + own + own + "QVCore: an exception was stopped: thrown\n");
+  EXPECT_EQ(complaintsOf([&] { outputs = printed(log); }), "QVCore: one\nQVCore: three\n");
+  EXPECT_EQ(outputs, "two\n");
+}
+
+/// A process that is killed has told all: no line waits in a buffer, whatever the output is.
+TEST_F(QVLoggerTest, LeavesNoLineInABuffer) {
+  ChildProcess child([this](int output) {
+    dup2(output, STDOUT_FILENO);
+    logger->logToConsole("told");
+    return pause();
+  });
+  EXPECT_EQ(child.firstLine(), "told");
+}
+
+TEST_F(QVLoggerTest, SaysWhatTextItDropsAndWhyARequestFails) {
+  QVDebug::useCustomWKProcessPool(true);
+  const HTTPServer server([](const auto& asked, auto& response) {
+    response.status = asked.path == "/404" ? 404 : 200;
+    response.set_content("caf\xe9", "text/plain");
+  });
+  const std::pair<std::string, std::string> rows[] = {
+      {"http://nosuchhost.invalid/", "Request 7 failed: Could not resolve host: nosuchhost.invalid"},
+      {"http://127.0.0.1:1/", "Request 7 failed: Failed to connect to 127.0.0.1 port 1"},
+      {server.url("/404"), "Request 7 failed: status 404\n"},
+      {server.url(), "The answer to request 7 is no text in UTF-8: it is told without its 4 bytes"}};
+  for (const auto& [url, line] : rows) {
+    const auto operation = std::make_shared<QVHTTPOperation>();
+    operation->initWithData({{"url", url}, {"ID", 7U}});
+    EXPECT_THAT(printed([&] { operation->main(); }), StartsWith(line));
+  }
+  EXPECT_THAT(printed([] {
+                QVNetworkManager::sharedInstance();
+                post(kQVNotification_HTTPRequest, {{"url", "bare"}});
+              }),
+              StartsWith("Request 0 was refused: its URL is not valid\n"));
+  EXPECT_EQ(complaintsOf([] { EXPECT_TRUE(Value("caf\xe9\n" + std::string(70, 'x')).isNil()); }),
+            "QVCore: text that is not UTF-8 was dropped: caf\\xe9\\x0a" + std::string(55, 'x') +
+                "...\n");
 }
 
 TEST_F(QVLoggerTest, LogsHitsByUnescapedAddressOrElseByData) {

@@ -1,6 +1,6 @@
 #include <QVCore/QVConfigurationFile.h>
 
-#include <QVCore/Internal/QVLogLevel.h>
+#include <QVCore/QVLogLevel.h>
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVLogger.h>
 #include <QVCore/QVNetworkManager.h>
@@ -87,7 +87,7 @@ Value leaf(Branch& branch, const String& path) {
     isMore = slash != rest.npos;
     if (isMore) rest.remove_prefix(slash + 1);
     isFound = branch.enterMember(key);
-    if (!isFound) log("Error getting branch in JSON: %@", {String(key)}, kLogConfigurations);
+    if (!isFound) log("Error getting branch in JSON: %@", {String(key)}, QVLogLevelConfigurations);
   }
   return isFound ? branch.value() : Value("0");
 }
@@ -173,7 +173,7 @@ Value QVConfigurationFile::getJSONDictionary() const {
 }
 
 Value QVConfigurationFile::getJSONDictionaryFromString(const String& text) const {
-  if (text.isEmpty()) log("Error configuration is empty : %@", {text}, kLogConfigurations);
+  if (text.isEmpty()) log("Error configuration is empty : %@", {text}, QVLogLevelConfigurations);
   return JSONSerialization::JSONObjectWithText(text);
 }
 
@@ -195,10 +195,10 @@ std::int32_t QVConfigurationFile::getVersionFromJSONObject(const Value& json) co
 
 void QVConfigurationFile::logIfUnreadable(const String& text, const String& error) const {
   if (text.isEmpty()) {
-    log("Error configuration is empty : %@", {offlineName()}, kLogConfigurations);
+    log("Error configuration is empty : %@", {offlineName()}, QVLogLevelConfigurations);
   } else if (!error.isNull()) {
     log("Error parsing dictionnary from configuration : %@ with error: %@", {offlineName(), error},
-        kLogConfigurations);
+        QVLogLevelConfigurations);
   }
 }
 
@@ -215,7 +215,7 @@ void QVConfigurationFile::useShippedText() {
   if (!saved.isEmpty()) {
     if (!shipped.isNull()) updateConfigurationFromOldConfToNew(saved, shipped);
   } else if (shipped.isNull()) {
-    log("Couldn't find configuration %@ in assets: %@", {offlineName(), error}, kLogTraffic);
+    log("Couldn't find configuration %@ in assets: %@", {offlineName(), error}, QVLogLevelTraffic);
   } else {
     saveFirstCopy(shipped);
   }
@@ -223,7 +223,7 @@ void QVConfigurationFile::useShippedText() {
 
 void QVConfigurationFile::saveFirstCopy(const Value& text) {
   if (text.string().view().size() > JSONDocument::kMaximumSize) {
-    log("Configuration %@ is too large to be read", {offlineName()}, kLogConfigurations);
+    log("Configuration %@ is too large to be read", {offlineName()}, QVLogLevelConfigurations);
   } else {
     QVUserDefaults::saveInfoToUserDefaultsForLabel(text, sharedName());
   }
@@ -231,7 +231,7 @@ void QVConfigurationFile::saveFirstCopy(const Value& text) {
 
 void QVConfigurationFile::downloadConfigurationUpdate() {
   callOut([this] {
-    log("Checking for update in privacy configuration: %@", {offlineName()}, kLogTraffic);
+    log("Checking for update in privacy configuration: %@", {offlineName()}, QVLogLevelTraffic);
     // No response, but a mark: whatever is under this key sends a request to the consent queue.
     const Dictionary userInfo{{kQVUserInfo_URLKey, baseURL()},
                               {kQVUserInfo_ResponseKey, "configuration"}};
@@ -276,9 +276,9 @@ void QVConfigurationFile::update(const String& oldText, const String& newText) {
     callOut([&] { specificUpdateAnd(oldText, newText); });
   }
   if (before.isReadable && after.isReadable) return;
-  log("Either the offline or the new configuration is not valid", {}, kLogConfigurations);
-  log("Saved one: %@", {oldText}, kLogConfigurations);
-  log("New one: %@", {newText}, kLogConfigurations);
+  log("Either the offline or the new configuration is not valid", {}, QVLogLevelConfigurations);
+  log("Saved one: %@", {oldText}, QVLogLevelConfigurations);
+  log("New one: %@", {newText}, QVLogLevelConfigurations);
 }
 
 bool QVConfigurationFile::specificUpdateAnd(const String&, const String&) { return false; }

@@ -13,6 +13,7 @@
 #include <QVCore/QVEventListener.h>
 #include <QVCore/QVEventSender.h>
 #include <QVCore/QVHTTPOperation.h>
+#include <QVCore/QVLogLevel.h>
 #include <QVCore/QVLogger.h>
 #include <QVCore/QVNetworkManager.h>
 #include <QVCore/QVParticipant.h>

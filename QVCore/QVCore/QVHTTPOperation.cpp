@@ -1,6 +1,6 @@
 #include <QVCore/QVHTTPOperation.h>
 
-#include <QVCore/Internal/QVLogLevel.h>
+#include <QVCore/Internal/QVIsLogged.h>
 #include <QVCore/Internal/QVToldStatus.h>
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVDebug.h>
@@ -81,7 +81,7 @@ void QVHTTPOperation::log(const char* format, const Value& reason) const {
   QVPlatform::callOut([&] {
     const Value number = userInfo().get(kQVUserInfo_RequestID);
     QVLogger::sharedInstance()->logMessageWithLevel(stringWithFormat(format, {number, reason}),
-                                                    kLogTraffic);
+                                                    QVLogLevelTraffic);
   });
 }
 
@@ -149,9 +149,9 @@ std::shared_ptr<MutableURLRequest> QVHTTPOperation::customizeRequest() {
   const String postData = userInfo().get(kQVUserInfo_POSTData).string();
   if (customized && !postData.isEmpty()) {
     // The line is as long as the body: it is made only for who reads it.
-    if (QVIsLogged(kLogConfigurations)) {
+    if (QVIsLogged(QVLogLevelConfigurations)) {
       QVLogger::sharedInstance()->logMessageWithLevel(stringWithFormat("postData: %@", {postData}),
-                                                      kLogConfigurations);
+                                                      QVLogLevelConfigurations);
     }
     customized->setHTTPMethod("POST");
     customized->setHTTPBody(Data(std::string(postData.view())));

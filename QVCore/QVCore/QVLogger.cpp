@@ -1,6 +1,6 @@
 #include <QVCore/QVLogger.h>
 
-#include <QVCore/Internal/QVLogLevel.h>
+#include <QVCore/Internal/QVIsLogged.h>
 #include <QVCore/Internal/QVSharedService.h>
 #include <QVCore/QVCoreConstants.h>
 #include <QVPlatform/Application.h>
@@ -72,7 +72,8 @@ void QVLogger::initialise() {
 }
 
 void QVLogger::logMessageWithLevel(const Value& message, std::int32_t level) {
-  if (QVIsLogged(level)) logToConsole(message);
+  if (!QVIsLogged(level)) return;
+  callOut([&] { QVPlatform::printLine(message.description(), level); });
 }
 
 void QVLogger::logToConsole(const Value& message) {
@@ -115,7 +116,7 @@ void QVLogger::handle(const Notification& notification) {
   } else if (name == kQVNotification_HitSent) {
     logHitSent(notification);
   } else if (name == kQVNotification_InternetUp || name == kQVNotification_InternetDown) {
-    logMessageWithLevel(name, kLogTraffic);
+    logMessageWithLevel(name, QVLogLevelTraffic);
   } else if (name == kQVNotification_HTTPRequestError) {
     logRequestError(notification);
   }
@@ -127,7 +128,7 @@ void QVLogger::logRequestError(const Notification& notification) {
       stringWithFormat("%@: ID: %@, Request Type: %@, URL: %@",
                        {notification.name(), userInfo.get(kQVUserInfo_RequestID),
                         userInfo.get(kQVUserInfo_RequestType), userInfo.get(kQVUserInfo_URLKey)}),
-      kLogTraffic);
+      QVLogLevelTraffic);
 }
 
 void QVLogger::logHitSent(const Notification& notification) {
@@ -137,7 +138,7 @@ void QVLogger::logHitSent(const Notification& notification) {
     const Value text = url.isNil() ? userInfo.get(kQVUserInfo_DataKey)
                                    : url.description().stringByReplacingPercentEscapes();
     logMessageWithLevel(stringWithFormat("Hit sent: %@: %@", {notification.object(), text}),
-                        kLogTraffic);
+                        QVLogLevelTraffic);
   });
 }
 
@@ -145,6 +146,6 @@ void QVLogger::verboseNotificationLog(const Notification& notification) {
   if (!debugVerboseNotificationLog()) return;
   callOut([&] {
     logMessageWithLevel(stringWithFormat("%@ | (%@)", {notification.name(), notification.object()}),
-                        kLogTrace);
+                        QVLogLevelTrace);
   });
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QVCore/Export.h>
+#include <QVCore/QVLogLevel.h>
 #include <QVCore/QVParticipant.h>
 #include <QVCore/QVSingleton.h>
 #include <QVPlatform/Foundation/Value.h>
@@ -12,8 +13,8 @@
 /// Writes the kit's diagnostic lines to standard output, filtered by one level, and turns some of
 /// the kit's notifications into such lines. It also knows the kit's private directory.
 ///
-/// Levels are numbers: 0 notification trace, 1 offline hits, 2 traffic and connectivity, 3 number
-/// parsing, 4 configurations and request details; 6 as the setting silences everything.
+/// Levels are numbers, of which QVLogLevel names those of the core. An application that has a log of
+/// its own takes the lines with QVPlatform::setLogSink().
 /// Threads: all operations may be called from any thread.
 class QVCORE_EXPORT QVLogger : public QVSingleton,
                                public IQVEventSenderDelegate,

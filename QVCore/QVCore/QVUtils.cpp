@@ -1,6 +1,6 @@
 #include <QVCore/QVUtils.h>
 
-#include <QVCore/Internal/QVLogLevel.h>
+#include <QVCore/QVLogLevel.h>
 #include <QVCore/QVLogger.h>
 #include <QVPlatform/Text/CharacterSet.h>
 #include <QVPlatform/Text/NumberFormatter.h>
@@ -69,7 +69,7 @@ Value QVUtils::nsNumberFromString(const String& text) {
     const Value noUserInfo;
     const String message = QVPlatform::stringWithFormat(
         "Invalid value when converting to number: %@, %@, %@", {text, failure, noUserInfo});
-    QVLogger::sharedInstance()->logMessageWithLevel(message, kLogNumberParsing);
+    QVLogger::sharedInstance()->logMessageWithLevel(message, QVLogLevelNumberParsing);
   }
   return number;
 }

@@ -1,5 +1,7 @@
 #include <QVPlatform/Foundation/Log.h>
 
+#include <QVPlatform/Foundation/CallOut.h>
+#include <QVPlatform/Foundation/ForkMutex.h>
 #include <QVPlatform/Foundation/Internal/SignalShield.h>
 
 #include <fcntl.h>
@@ -18,6 +20,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 namespace QVPlatform {
 namespace {
@@ -31,14 +34,43 @@ constexpr std::chrono::milliseconds kInterval{1};
 /// around the text.
 constexpr std::size_t kLargestPiece = PIPE_BUF - 64;
 
-/// A thread of the host may be held while it prints, with the stream's lock in its hand.
-bool lock(std::FILE* stream, Clock::time_point deadline) {
-  while (ftrylockfile(stream) != 0) {
-    if (Clock::now() >= deadline) return false;
-    std::this_thread::sleep_for(kInterval);
-  }
+/// Without a lock, since a line may have to be told under any, and amid a fork().
+constinit std::atomic<const LogSink*> currentSink{nullptr};
+constinit thread_local bool isInSink = false;
+
+/// Whether the line is told. What comes of the telling is for the outputs.
+bool tellSink(const LogLine& line) {
+  const LogSink* const sink = currentSink;
+  if (!sink || isInSink) return false;
+  const struct Turn {
+    Turn() { isInSink = true; }
+    ~Turn() { isInSink = false; }
+  } turn;
+  callOut([&] { (*sink)(line); });
   return true;
 }
+
+/// The stream's lock. A thread of the host may be held while it prints, with the lock in its hand;
+/// one that is cancelled while it waits for room must not keep it.
+class StreamLock {
+ public:
+  StreamLock(std::FILE* stream, Clock::time_point deadline) : stream_(stream) {
+    while (!(isHeld_ = ftrylockfile(stream) == 0) && Clock::now() < deadline) {
+      std::this_thread::sleep_for(kInterval);
+    }
+  }
+  ~StreamLock() {
+    if (isHeld_) funlockfile(stream_);
+  }
+  StreamLock(const StreamLock&) = delete;
+  StreamLock& operator=(const StreamLock&) = delete;
+
+  bool isHeld() const { return isHeld_; }
+
+ private:
+  std::FILE* const stream_;
+  bool isHeld_ = false;
+};
 
 /// Whether a piece can be written without waiting. What is wrong with the output shows then.
 bool waitForRoom(std::FILE* stream, Clock::time_point deadline) {
@@ -117,9 +149,9 @@ void printOrDrop(std::FILE* stream, const char* prefix, const String& text,
   const auto deadline = Clock::now() + (dropped == 0 ? kPatience : kPatience.zero());
   const SignalShield shield;
   bool isPrinted = false;
-  if (lock(stream, deadline)) {
-    isPrinted = print(stream, prefix, line, deadline);
-    funlockfile(stream);
+  {
+    const StreamLock lock(stream, deadline);
+    isPrinted = lock.isHeld() && print(stream, prefix, line, deadline);
   }
   if (!isPrinted) {
     ++dropped;
@@ -132,12 +164,23 @@ void printOrDrop(std::FILE* stream, const char* prefix, const String& text,
 
 void consoleLog(const String& message) {
   static constinit std::atomic<std::size_t> dropped{0};
+  if (tellSink({LogOutput::kConsole, std::nullopt, message})) return;
   printOrDrop(stderr, QVPLATFORM_KIT ": ", message, dropped);
 }
 
-void printLine(const String& text) {
+void printLine(const String& text, std::optional<std::int32_t> level) {
   static constinit std::atomic<std::size_t> dropped{0};
+  if (tellSink({LogOutput::kStandardOutput, level, text})) return;
   printOrDrop(stdout, "", text, dropped);
+}
+
+bool setLogSink(LogSink sink) {
+  return callOut([&] {
+    static constinit Mutex mutex;
+    const LogSink* const next = sink ? new LogSink(std::move(sink)) : nullptr;
+    const Lock lock(mutex);
+    keepForEver(currentSink.exchange(next));
+  });
 }
 
 }  // namespace QVPlatform

@@ -2,6 +2,7 @@
 
 #include <QVPlatform/Foundation/Internal/Hash.h>
 #include <QVPlatform/Foundation/Internal/HexadecimalDigit.h>
+#include <QVPlatform/Foundation/Log.h>
 
 #include <unicode/utf8.h>
 
@@ -49,9 +50,32 @@ std::uint32_t traitsOf(std::string_view text) {
   return Hash::of(text) << kTraitBits | (isASCIIText(text) ? kIsASCII : 0) | kIsKnown;
 }
 
+/// The beginning of the text, so that it can be found in the source.
+void tellOfDropped(std::string_view text) {
+  constexpr std::size_t kShown = 60;
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  std::string shown;
+  for (const char c : text.substr(0, kShown)) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= 0x20 && byte < 0x7f) {
+      shown.push_back(c);
+    } else {
+      shown.append({'\\', 'x', kDigits[byte >> 4], kDigits[byte & 15]});
+    }
+  }
+  if (text.size() > kShown) shown.append("...");
+  consoleLog(String("text that is not UTF-8 was dropped: ") + String(shown));
+}
+
 }  // namespace
 
-String::String(const char* utf8) : String(utf8 ? std::string_view(utf8) : std::string_view()) {}
+String::String(const char* utf8) : String(utf8 ? std::string_view(utf8) : std::string_view()) {
+  if (utf8 && isNull()) tellOfDropped(utf8);
+}
+
+String::String(const std::string& utf8) : String(std::string_view(utf8)) {
+  if (isNull()) tellOfDropped(utf8);
+}
 
 String::String(std::string_view utf8) {
   if (utf8.data() == nullptr || !isUTF8(utf8)) return;
@@ -119,7 +143,7 @@ String String::stringByReplacingPercentEscapes() const {
     result.push_back(static_cast<char>(high * 16 + low));
     i += 2;
   }
-  return String(result);
+  return String(std::string_view(result));
 }
 
 String String::stringByAppendingPathComponent(const String& component) const {

@@ -48,10 +48,12 @@ class QVPLATFORM_EXPORT String {
   constexpr String(std::nullptr_t) noexcept {}
   /// The constant whose text is `literal`; all strings made from one literal are the same object.
   constexpr explicit String(Literal& literal) noexcept : storage_(&literal) {}
-  /// A new string with a copy of the text; null for a null pointer and for malformed UTF-8.
+  /// A new string with a copy of the text; null for a null pointer and for malformed UTF-8, of
+  /// which a line on the console log tells. That of a string_view is not told: it is for whoever
+  /// looks himself whether bytes from somewhere are text.
   String(const char* utf8);
   String(std::string_view utf8);
-  String(const std::string& utf8) : String(std::string_view(utf8)) {}
+  String(const std::string& utf8);
 
   String(const String& other) noexcept : storage_(other.storage_) { retain(); }
   String(String&& other) noexcept : storage_(other.storage_) { other.storage_ = nullptr; }

@@ -34,7 +34,9 @@ SharedEngine loadDefaultEngine() {
       dlopen(pathOfDefaultEngine().c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
   void* const symbol = library ? dlsym(library, "QVWebKitMakeEngine") : nullptr;
   if (!symbol) {
-    consoleLog(String("no web engine, hence no user agent: ") + String(dlerror()));
+    consoleLog(String("no web engine, hence no user agent: install the kit's own beside "
+                      "libQVPlatform, or set another one with WebEngine::setEngine(): ") +
+               String(dlerror()));
     return nullptr;
   }
   return SharedEngine(reinterpret_cast<WebEngine* (*)()>(symbol)());

@@ -1,9 +1,9 @@
 #include <QVCore/Internal/QVOfflineHits.h>
 
 #include <QVCore/Internal/QVKeptHits.h>
-#include <QVCore/Internal/QVLogLevel.h>
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVCoreVariables.h>
+#include <QVCore/QVLogLevel.h>
 #include <QVCore/QVLogger.h>
 #include <QVPlatform/Archives/KeyedArchiver.h>
 #include <QVPlatform/Archives/KeyedUnarchiver.h>
@@ -142,7 +142,7 @@ String offlineHitsPath() {
 void logCount(const char* format, std::size_t count) {
   if (count == 0) return;
   QVLogger::sharedInstance()->logMessageWithLevel(stringWithFormat(format, {count}),
-                                                  kLogOfflineHits);
+                                                  QVLogLevelOfflineHits);
 }
 
 Data archiveOf(const Array& hits) {
@@ -225,8 +225,8 @@ void reportFailure(const AtomicFile& file) {
   consoleLog(String("offline hits could not be saved: ") + file.error());
 }
 
-/// One attempt, with the number of hits that are in the file now. It is refused when these hits must
-/// be encoded in the other way.
+/// One attempt, with the number of hits that are in the file now. It is refused when these hits
+/// must be encoded in the other way.
 template <class Hits>
 std::pair<Verdict, std::size_t> trySave(const QVOfflineHits::HitQueue& hitQueue, Hits hits) {
   std::shared_ptr<OperationQueue> queue;

@@ -1,6 +1,6 @@
 #include <QVCore/Internal/QVRequestData.h>
 
-#include <QVCore/Internal/QVLogLevel.h>
+#include <QVCore/QVLogLevel.h>
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVLogger.h>
 #include <QVPlatform/Networking/HTTPURLResponse.h>
@@ -41,7 +41,7 @@ Dictionary QVRequestData::refused(const Dictionary& data) {
   QVLogger::sharedInstance()->logMessageWithLevel(
       stringWithFormat("Request %@ was refused: its URL is not valid",
                        {data.get(kQVUserInfo_RequestID)}),
-      kLogTraffic);
+      QVLogLevelTraffic);
   return refused;
 }
 
