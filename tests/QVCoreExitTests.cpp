@@ -37,7 +37,8 @@ TEST_F(QVCoreExitTest, MayComeAtAnyMomentWhileTransfersAreUnderWay) {
   }
 }
 
-/// Each life posts its own hits while it is ended, and beyond that; the next one sends what is left.
+/// Each life posts its own hits while it is ended, and beyond that; the next one sends what is
+/// left.
 TEST_F(QVCoreExitTest, LosesAndDoublesNothingWhenTheEventLoopHearsOfSIGTERM) {
   if (!kChildrenMayGoOn) GTEST_SKIP() << "no child may go on under a sanitizer";
   const std::string receipts = (container.path() / "receipts").string();

@@ -83,7 +83,8 @@ TEST_F(QVHTTPOperationTest, ClassesOnlyThreeStatusesAsFailuresAndTellsEachToItsO
   }
   EXPECT_EQ(QVHTTPOperation::statusCodeBeingTold(), 0);
   // One that is refused while another one's answer is told has none.
-  center->addObserver(&told, [](const auto&) { post(kQVNotification_HTTPRequest); }, kAnswer);
+  center->addObserver(
+      &told, [](const auto&) { post(kQVNotification_HTTPRequest); }, kAnswer);
   run(requestTo(server.url()));
   EXPECT_THAT(told, ElementsAre(599, 599, 0));
   center->removeObserver(&told);
@@ -113,7 +114,8 @@ TEST_F(QVHTTPOperationTest, TakesFromWhatIsToldOnlyWhatTheCoreAdded) {
   const auto response = std::make_shared<HTTPURLResponse>();
   const std::pair<Dictionary, Dictionary> cases[] = {
       {{{"url", "u"}, {"RequestType", "t"}, {"ID", 1U}, {"content", "c"}}, {{"url", "u"}}},
-      {{{"url", "u"}, {"error", kQVErrorMessageInvalidURL}, {"own", 1}}, {{"url", "u"}, {"own", 1}}},
+      {{{"url", "u"}, {"error", kQVErrorMessageInvalidURL}, {"own", 1}},
+       {{"url", "u"}, {"own", 1}}},
       {{{"error", "own"}, {"data", "own"}}, {{"error", "own"}, {"data", "own"}}},
       {{{"HTTPURLResponse", "own"}}, {{"HTTPURLResponse", "own"}}},
       {{{"url", "u"}, {"HTTPURLResponse", response}, {"RequestType", "t"}}, {{"url", "u"}}},
@@ -122,7 +124,8 @@ TEST_F(QVHTTPOperationTest, TakesFromWhatIsToldOnlyWhatTheCoreAdded) {
       {nullptr, nullptr}};
   for (const auto& [told, data] : cases) {
     const Dictionary before = told.copy();
-    EXPECT_EQ(Value(QVNetworkManager::requestDataFromUserInfo(told)), Value(data)) << &data - &cases[0].second;
+    EXPECT_EQ(Value(QVNetworkManager::requestDataFromUserInfo(told)), Value(data))
+        << &data - &cases[0].second;
     EXPECT_EQ(Value(told), Value(before));
   }
 }

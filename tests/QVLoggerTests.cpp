@@ -154,10 +154,12 @@ TEST_F(QVLoggerTest, SaysWhatTextItDropsAndWhyARequestFails) {
     response.set_content("caf\xe9", "text/plain");
   });
   const std::pair<std::string, std::string> rows[] = {
-      {"http://nosuchhost.invalid/", "Request 7 failed: Could not resolve host: nosuchhost.invalid"},
+      {"http://nosuchhost.invalid/",
+       "Request 7 failed: Could not resolve host: nosuchhost.invalid"},
       {"http://127.0.0.1:1/", "Request 7 failed: Failed to connect to 127.0.0.1 port 1"},
       {server.url("/404"), "Request 7 failed: status 404\n"},
-      {server.url(), "The answer to request 7 is no text in UTF-8: it is told without its 4 bytes"}};
+      {server.url(),
+       "The answer to request 7 is no text in UTF-8: it is told without its 4 bytes"}};
   for (const auto& [url, line] : rows) {
     const auto operation = std::make_shared<QVHTTPOperation>();
     operation->initWithData({{"url", url}, {"ID", 7U}});
@@ -168,9 +170,9 @@ TEST_F(QVLoggerTest, SaysWhatTextItDropsAndWhyARequestFails) {
                 post(kQVNotification_HTTPRequest, {{"url", "bare"}});
               }),
               StartsWith("Request 0 was refused: its URL is not valid\n"));
-  EXPECT_EQ(complaintsOf([] { EXPECT_TRUE(Value("caf\xe9\n" + std::string(70, 'x')).isNil()); }),
-            "QVCore: text that is not UTF-8 was dropped: caf\\xe9\\x0a" + std::string(55, 'x') +
-                "...\n");
+  EXPECT_EQ(
+      complaintsOf([] { EXPECT_TRUE(Value("caf\xe9\n" + std::string(70, 'x')).isNil()); }),
+      "QVCore: text that is not UTF-8 was dropped: caf\\xe9\\x0a" + std::string(55, 'x') + "...\n");
 }
 
 TEST_F(QVLoggerTest, LogsHitsByUnescapedAddressOrElseByData) {

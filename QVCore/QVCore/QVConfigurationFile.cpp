@@ -1,7 +1,7 @@
 #include <QVCore/QVConfigurationFile.h>
 
-#include <QVCore/QVLogLevel.h>
 #include <QVCore/QVCoreConstants.h>
+#include <QVCore/QVLogLevel.h>
 #include <QVCore/QVLogger.h>
 #include <QVCore/QVNetworkManager.h>
 #include <QVCore/QVUserDefaults.h>

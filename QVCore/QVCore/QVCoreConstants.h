@@ -65,9 +65,10 @@ QVCORE_EXPORT extern const QVPlatform::String kQVNotification_Unknown;
 /// when a network comes up. A kit that was started goes on sending. The log hears no notification
 /// from then on, until QVLogger::reinit(). docs/consent.md has what a no and a withdrawal take.
 QVCORE_EXPORT extern const QVPlatform::String kQVNotification_StoppingTheSDK;
-/// The consent module says yes: hits go, if nothing else holds them, those included that were posted
-/// during a refusal. User info may carry "POSTData": text, or a number for its text, to append to
-/// the body of every waiting hit, and not to those that are posted later; a hit without a body gets
+/// The consent module says yes: hits go, if nothing else holds them, those included that were
+/// posted during a refusal. User info may carry "POSTData": text, or a number for its text, to
+/// append to the body of every waiting hit, and not to those that are posted later; a hit without a
+/// body gets
 /// "(null)" in front of it. A kit without a consent module, which is known by its class name
 /// (QVManagerStateWaitingForStart), has started by itself.
 QVCORE_EXPORT extern const QVPlatform::String kQVNotification_StartingTheSDK;
@@ -83,8 +84,8 @@ QVCORE_EXPORT extern const QVPlatform::String kQVUserInfo_DataKey;
 QVCORE_EXPORT extern const QVPlatform::String kQVUserInfo_URLKey;
 /// The request's body, as text; in StartingTheSDK text to append to every waiting request.
 QVCORE_EXPORT extern const QVPlatform::String kQVUserInfo_POSTData;
-/// In a request any value here sends it through the consent queue, which no consent holds; in the notification of a failed
-/// request, the HTTP response.
+/// In a request any value here sends it through the consent queue, which no consent holds; in the
+/// notification of a failed request, the HTTP response.
 QVCORE_EXPORT extern const QVPlatform::String kQVUserInfo_ResponseKey;
 /// What was wrong with a refused request.
 QVCORE_EXPORT extern const QVPlatform::String kQVUserInfo_ErrorKey;

@@ -9,12 +9,12 @@
 ///
 ///     const auto core = std::make_shared<QVCoreInitialisation>()->init();
 ///
-/// Settings come before it (QVPlatform/Application.h, QVDebug), and so does the class name of a consent
-/// module, "QVMobilePrivacy", in the ClassRegistry: a kit that was started without it sends. A hit
-/// that is posted before it is lost.
+/// Settings come before it (QVPlatform/Application.h, QVDebug), and so does the class name of a
+/// consent module, "QVMobilePrivacy", in the ClassRegistry: a kit that was started without it
+/// sends. A hit that is posted before it is lost.
 ///
-/// The services live as long as the process; the object itself need not be kept. Where hits must not
-/// be lost at the end of the process, QVNetworkManager::shutdownWithin() comes before it.
+/// The services live as long as the process; the object itself need not be kept. Where hits must
+/// not be lost at the end of the process, QVNetworkManager::shutdownWithin() comes before it.
 class QVCORE_EXPORT QVCoreInitialisation : public QVPlatform::Object {
  public:
   /// Makes the logger, the network manager and the core variables, in this order, unless they

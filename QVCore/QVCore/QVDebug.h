@@ -9,8 +9,8 @@
 /// later change takes effect at the next read. All operations may be called from any thread.
 class QVCORE_EXPORT QVDebug {
  public:
-  /// Messages below this level (QVLogLevel) are not logged. Levels compare as unsigned numbers, so a negative
-  /// one silences everything, as 6 does. Default: 0, which lets everything through.
+  /// Messages below this level (QVLogLevel) are not logged. Levels compare as unsigned numbers, so
+  /// a negative one silences everything, as 6 does. Default: 0, which lets everything through.
   static void setDebugLevel(std::int32_t level);
   static std::int32_t getLogLevel();
 

@@ -4,6 +4,7 @@
 #include <QVCore/Internal/QVToldStatus.h>
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVDebug.h>
+#include <QVCore/QVLogLevel.h>
 #include <QVCore/QVLogger.h>
 #include <QVCore/QVNetworkManager.h>
 #include <QVCore/QVUserDefaults.h>

@@ -48,8 +48,8 @@ class QVCORE_EXPORT QVHTTPOperation : public QVPlatform::Operation {
   /// stands.
   void main() override;
   /// The status of the HTTP answer that the calling thread is just telling: for observers of
-  /// HTTPRequestSent, of HTTPRequestError and of answers, whose user info has no place for it. 0 when
-  /// there was no answer, for a refused request, and anywhere else.
+  /// HTTPRequestSent, of HTTPRequestError and of answers, whose user info has no place for it. 0
+  /// when there was no answer, for a refused request, and anywhere else.
   static std::int32_t statusCodeBeingTold() noexcept;
   /// Forgets the request data: what is done to it from now on has no effect.
   void releaseWork() override;
@@ -112,7 +112,7 @@ class QVCORE_EXPORT QVHTTPOperation : public QVPlatform::Operation {
 
   std::atomic<std::int32_t> timestamp_{0};
   std::atomic<std::int32_t> statusCode_{0};  // of the answer
-  mutable QVPlatform::Mutex mutex_;  // one for all, as thousands of operations may wait
+  mutable QVPlatform::Mutex mutex_;          // one for all, as thousands of operations may wait
   QVPlatform::Dictionary userInfo_ QV_GUARDED_BY(mutex_);
   mutable bool isShared_ QV_GUARDED_BY(mutex_) = false;  // userInfo_, with whoever asked for it
   QVPlatform::String ifModified_ QV_GUARDED_BY(mutex_);

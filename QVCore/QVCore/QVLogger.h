@@ -13,9 +13,9 @@
 /// Writes the kit's diagnostic lines to standard output, filtered by one level, and turns some of
 /// the kit's notifications into such lines. It also knows the kit's private directory.
 ///
-/// Levels are numbers, of which QVLogLevel names those of the core. An application that has a log of
-/// its own takes the lines with QVPlatform::setLogSink().
-/// Threads: all operations may be called from any thread.
+/// Levels are numbers, of which QVLogLevel names those of the core. An application that has a log
+/// of its own takes the lines with QVPlatform::setLogSink(). Threads: all operations may be called
+/// from any thread.
 class QVCORE_EXPORT QVLogger : public QVSingleton,
                                public IQVEventSenderDelegate,
                                public IQVEventListenerDelegate,

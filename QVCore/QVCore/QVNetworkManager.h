@@ -124,17 +124,17 @@ class QVCORE_EXPORT QVNetworkManager : public QVSingleton,
       const QVPlatform::Value& change, const void* context) override;
   /// The clean end of the kit: holds both queues for good, whatever else would resume them, waits
   /// until the hit that is under way has come to its end and its observers have been called, but no
-  /// longer than `timeout`, and saves the hits that wait. A hit that is posted later is saved within
-  /// the post, and goes out after the next start. So no hit is lost, and none is sent twice, unless
-  /// the result says that one was still under way. What is under way in the consent queue is not
-  /// waited for, and nothing of that queue is saved.
+  /// longer than `timeout`, and saves the hits that wait. A hit that is posted later is saved
+  /// within the post, and goes out after the next start. So no hit is lost, and none is sent twice,
+  /// unless the result says that one was still under way. What is under way in the consent queue is
+  /// not waited for, and nothing of that queue is saved.
   ///
   /// May be called again, to wait on or to save again. reinit() starts the kit anew.
   ///
   /// Threads: may be called from any thread, and holds it for that long: the application's main
-  /// thread, when its event loop hears of SIGTERM, is the usual one. Not from a signal handler. From
-  /// an observer of a hit, on the hit queue's own thread, it does not wait. An observer that waits
-  /// for the calling thread is waited for until the time is over.
+  /// thread, when its event loop hears of SIGTERM, is the usual one. Not from a signal handler.
+  /// From an observer of a hit, on the hit queue's own thread, it does not wait. An observer that
+  /// waits for the calling thread is waited for until the time is over.
   QVShutdownResult shutdownWithin(std::chrono::milliseconds timeout);
   /// Replaces the offline hits file by the hits that wait now, of several threads that do so at
   /// once by the newest state. Whatever is in their data and can be archived (KeyedArchiver) is

@@ -26,11 +26,11 @@ namespace QVPlatform {
 /// place of each of them. It stands for operations of its own class only, so that who casts what is
 /// in the list finds the class that was added.
 ///
-/// Threads: every operation may be called from any thread. When an operation, or an observer that it
-/// posts to, ends the queue's thread (pthread_exit(), cancellation), that operation is over and the
-/// next ones run on another thread. Lifetime: when the queue is destroyed, operations that wait are
-/// dropped, one that is running ends by itself. In the child of a fork()
-/// the queue is empty, as its operations are the parent's, and has a thread of its own.
+/// Threads: every operation may be called from any thread. When an operation, or an observer that
+/// it posts to, ends the queue's thread (pthread_exit(), cancellation), that operation is over and
+/// the next ones run on another thread. Lifetime: when the queue is destroyed, operations that wait
+/// are dropped, one that is running ends by itself. In the child of a fork() the queue is empty, as
+/// its operations are the parent's, and has a thread of its own.
 class QVPLATFORM_EXPORT OperationQueue : public Object {
  public:
   OperationQueue();

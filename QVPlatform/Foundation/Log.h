@@ -43,11 +43,11 @@ using LogSink = std::function<void(const LogLine&)>;
 /// From now on all lines go to the sink, and to no output; an empty one brings the outputs back,
 /// which is the default. False, and nothing has changed, when memory is short.
 ///
-/// The sink is called on the thread that has the line to tell, by several threads at once, and holds
-/// it until it returns. It must not call the kit, which may hold a lock at that moment, but for
-/// values and texts. Lines that come of the sink's own doing go to the outputs, and so does what it
-/// throws, as a line. A sink that is replaced may still be called by other threads for a moment, so
-/// each that is set is kept for as long as the process runs: set one at the start.
+/// The sink is called on the thread that has the line to tell, by several threads at once, and
+/// holds it until it returns. It must not call the kit, which may hold a lock at that moment, but
+/// for values and texts. Lines that come of the sink's own doing go to the outputs, and so does
+/// what it throws, as a line. A sink that is replaced may still be called by other threads for a
+/// moment, so each that is set is kept for as long as the process runs: set one at the start.
 QVPLATFORM_EXPORT bool setLogSink(LogSink sink);
 
 }  // namespace QVPlatform

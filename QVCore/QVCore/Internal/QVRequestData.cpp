@@ -1,7 +1,7 @@
 #include <QVCore/Internal/QVRequestData.h>
 
-#include <QVCore/QVLogLevel.h>
 #include <QVCore/QVCoreConstants.h>
+#include <QVCore/QVLogLevel.h>
 #include <QVCore/QVLogger.h>
 #include <QVPlatform/Networking/HTTPURLResponse.h>
 #include <QVPlatform/Networking/URLRequest.h>
