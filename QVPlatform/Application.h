@@ -12,6 +12,7 @@ namespace QVPlatform {
 ///   setUserAgent(), setAcceptLanguage();
 /// - SystemConfiguration/NetworkReachability.h: setSource();
 /// - WebKit/WebEngine.h: setEngine();
+/// - Foundation/Log.h: setLogSink();
 /// - Device/Device.h: setIdentifierForVendorProvider(), setVendorName(),
 ///   setAdvertisingIdentifierProvider(), setSystemVersion().
 ///

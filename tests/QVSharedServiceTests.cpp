@@ -26,6 +26,20 @@ TEST_F(QVSharedServiceTest, StartsTheLoggerThenTheManagerThenTheVariables) {
   EXPECT_EQ(order, "logger, manager that answers, variables");
 }
 
+TEST_F(QVSharedServiceTest, StartsOnAnyThreadAndNeedsTheMainQueueForTheNetworkAlone) {
+  network->change(0);
+  const Recorder told{{kQVNotification_HTTPResponse, kQVNotification_HTTPRequestError}};
+  for (const char* url : {"bare", "http://h/"}) post(kQVNotification_HTTPRequest, {{"url", url}});
+  std::thread([] { std::make_shared<QVCoreInitialisation>()->init(); }).join();
+  const auto manager = QVNetworkManager::sharedInstance();
+  EXPECT_EQ(manager->operationQueue()->operationCount(), 0U) << "posted before the start";
+  EXPECT_EQ(manager->nextRequestID(), 0U);
+  EXPECT_THAT(told.heard(), IsEmpty());
+  network->change(network->kReachable);
+  EXPECT_TRUE(manager->operationQueue()->isSuspended());
+  EXPECT_TRUE(runMainQueueUntil([&] { return !manager->operationQueue()->isSuspended(); }));
+}
+
 TEST_F(QVSharedServiceTest, IsInitialisedOnceThoughItAsksForItselfAndOtherThreadsWait) {
   std::shared_ptr<QVNetworkManager> within;
   std::vector<std::shared_ptr<QVNetworkManager>> seen(8);

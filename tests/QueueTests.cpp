@@ -198,39 +198,16 @@ TEST(OperationQueue, TellsTheCountOnTheThreadThatChangedIt) {
               Each(testing::Lt(2)));
 }
 
-/// As pthread_exit() and a cancellation do, in what a queue runs and in whom it tells.
-TEST(OperationQueue, GoesOnWithTheRestWhenItsThreadIsEnded) {
+/// As pthread_exit() and a cancellation do.
+TEST(Queues, GoOnWithTheRestWhenTheirThreadIsEnded) {
   if (!kThreadsMayEnd) GTEST_SKIP() << "no thread may end";
-  class Ending : public Watcher {
-   public:
-    void observeValueForKeyPathOfObjectChangeContext(const String& keyPath,
-                                                     const std::shared_ptr<Object>& object,
-                                                     const Value& change,
-                                                     const void* context) override {
-      Watcher::observeValueForKeyPathOfObjectChangeContext(keyPath, object, change, context);
-      if (change == Value(std::size_t{2})) pthread_exit(nullptr);
-    }
-  };
-  const auto queue = std::make_shared<OperationQueue>();
-  queue->setSuspended(true);
+  OperationQueue queue;
   auto ending = operation([] { pthread_exit(nullptr); });
   const std::weak_ptr<Operation> ended = ending;
-  queue->addOperation(std::move(ending));
-  std::promise<void> reached;
-  for (int i = 0; i < 2; ++i) queue->addOperation(operation());
-  queue->addOperation(operation([&] { reached.set_value(); }));
-  const auto watcher = std::make_shared<Ending>();
-  queue->addObserverForOperationCount(watcher, watcher.get());
-  queue->setSuspended(false);
-  reached.get_future().wait();
-  EXPECT_TRUE(queue->stopWithin(10s));
+  queue.addOperation(std::move(ending));
+  drain(queue);
   EXPECT_TRUE(ended.expired());
-  EXPECT_EQ(queue->operationCount(), 0U);
-  {
-    const std::lock_guard lock(watcher->mutex);
-    EXPECT_THAT(std::vector(watcher->counts.begin(), watcher->counts.begin() + 3),
-                ElementsAre(3, 2, 1));
-  }
+  EXPECT_TRUE(queue.stopWithin(10s) && queue.operationCount() == 0);
   SerialQueue serial("test");
   std::promise<void> isRun;
   serial.async([] { pthread_exit(nullptr); });

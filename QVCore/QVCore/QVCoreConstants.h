@@ -20,13 +20,16 @@ QVCORE_EXPORT extern const QVPlatform::String kQVNotification_HitSent;
 /// Asks the core to send one HTTP request. User info is the request data: "url", optionally
 /// "POSTData" and "HTTPURLResponse" (the marker for the consent queue), and whatever keys the
 /// poster wants to find again in the answer. Post it with this very constant: a text that only
-/// equals it is answered under "QVUnknownRequestType".
+/// equals it is sent as well, and answered under "QVUnknownRequestType". Before the core starts
+/// nobody hears it.
 QVCORE_EXPORT extern const QVPlatform::String kQVNotification_HTTPRequest;
-/// A request went out. User info: "data", the request, and "content", the operation's own request
-/// data, in which the answer's "content" appears later.
+/// A transfer is over, however it ended; the answer or the error comes next. User info: "data", the
+/// request, and "content", the operation's own request data, in which the answer's "content"
+/// appears later.
 QVCORE_EXPORT extern const QVPlatform::String kQVNotification_HTTPRequestSent;
 /// A request was refused or failed. User info: the request data, plus "error" when the URL was
-/// refused, or "data" (the request) and, if there was one, "HTTPURLResponse" when it failed.
+/// refused, or "data" (the request) and, if there was one, "HTTPURLResponse" when it failed. Not to
+/// be posted again as it stands: see QVNetworkManager::requestDataFromUserInfo().
 QVCORE_EXPORT extern const QVPlatform::String kQVNotification_HTTPRequestError;
 /// Answers HTTPRequest. User info: the request data plus "content", the body as text.
 QVCORE_EXPORT extern const QVPlatform::String kQVNotification_HTTPResponse;

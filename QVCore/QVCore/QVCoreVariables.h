@@ -76,8 +76,10 @@ class QVCORE_EXPORT QVCoreVariables : public QVSingleton,
   /// Null in a bare instance.
   using QVParticipant::senderDelegate;
   using QVParticipant::setSenderDelegate;
-  /// Whether the application goes on sending hits in the background. False after init(); the core
-  /// only reads it.
+  /// Whether the application goes on sending hits in the background: then OnBackground and
+  /// OnForeground hold, save and restore nothing. It saves no hit by itself, so that what waits
+  /// when the process ends is lost: QVNetworkManager::enableRunningInBackground() saves. False
+  /// after init(); the core only reads it.
   bool enableSDKInBG() const noexcept { return enableSDKInBG_; }
   void setEnableSDKInBG(bool isOn) noexcept { enableSDKInBG_ = isOn; }
   /// The pool for the web view; null for the engine's default one.

@@ -91,7 +91,10 @@ void QVHTTPOperation::releaseWork() { setUserInfo(nullptr); }
 void QVHTTPOperation::perform() {
   const Dictionary data = userInfo();
   const String url = data.get(kQVUserInfo_URLKey).string();
-  if (!QVNetworkManager::isValidURL(URLOf(url))) return sendErrorWithUserInfo(data);
+  if (!QVNetworkManager::isValidURL(URLOf(url))) {
+    log("Request %@ was refused: its URL is not valid", nullptr);
+    return sendErrorWithUserInfo(data);
+  }
 
   const String requestType = data.get(kQVUserInfo_RequestType).string();
   if (requestType.hasPrefix(kQVNotification_ConfigurationResponse)) {

@@ -29,4 +29,6 @@ CONSENT_EXPORT void consentAccept(const char* text) {
   post(kQVNotification_StartingTheSDK, {{kQVUserInfo_POSTData, text}});
 }
 
+/// Tells the other modules, which build no more hits then. By itself it holds none that are posted:
+/// docs/consent.md has what that takes.
 CONSENT_EXPORT void consentRefuse() { post(kQVNotification_StoppingTheSDK); }
