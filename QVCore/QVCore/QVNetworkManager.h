@@ -32,8 +32,9 @@ enum QVManagerState : std::int32_t {
 
 /// What QVNetworkManager::shutdownWithin() leaves.
 struct QVShutdownResult {
-  /// How many hits lie in the file for the next start. None when they could not be saved: the
-  /// console log tells why, or another thread is just restoring hits, and saves them when it ends.
+  /// How many hits were saved for the next start; those that cannot be archived, which the console
+  /// log names, count too. None when none could be saved: the console log tells why, or another
+  /// thread is just restoring hits, and saves them when it ends.
   std::optional<std::size_t> savedHits;
   /// Whether no hit is under way any more. Else one is, without an answer so far: it is among those
   /// that were saved, so that it may be sent twice, unless it ends before the process does.
