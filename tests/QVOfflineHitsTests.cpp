@@ -1,4 +1,3 @@
-#include "tests/support/ChildProcess.h"
 #include "tests/support/CoreTest.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/HTTPServer.h"
@@ -284,42 +283,6 @@ TEST_F(QVOfflineHitsTest, SavesAtEachChangeOfTheCountOnceAskedTo) {
   EXPECT_TRUE(runMainQueueUntil([this] { return saved().empty(); }));
 }
 
-TEST_F(QVOfflineHitsTest, IsRightAfterAShutdownHoweverTheHitUnderWayEnds) {
-  network->change(ScriptedReachability::kReachable);
-  const auto manager = QVNetworkManager::sharedInstance();
-  std::promise<bool> isIdleWithin;
-  std::latch mayAnswer(1);
-  const HTTPServer server([&](const auto&, auto&) { mayAnswer.wait(); });
-  const auto shutDownWithin = [&](const auto&) {
-    isIdleWithin.set_value(manager->shutdownWithin(1h).isIdle);
-  };
-  NotificationCenter::defaultCenter()->addObserver(&mayAnswer, shutDownWithin,
-                                                   kQVNotification_HTTPResponse);
-  for (int i = 0; i < 3; ++i) request({{"url", server.url()}});
-  server.waitForRequests(1);
-  const auto cut = manager->shutdownWithin(1ms);
-  EXPECT_TRUE(!cut.isIdle && cut.savedHits == 3U);
-  EXPECT_THAT(saved(), SizeIs(3));
-  request({{"url", "http://h/"}, {"HTTPURLResponse", "configuration"}});
-  request({{"url", server.url()}});
-  EXPECT_THAT(saved(), SizeIs(4));
-  mayAnswer.count_down();
-  EXPECT_FALSE(isIdleWithin.get_future().get()) << "an observer cannot wait for itself";
-  const auto whole = manager->shutdownWithin(10s);
-  EXPECT_TRUE(whole.isIdle && whole.savedHits == 3U);
-  EXPECT_THAT(idsOf(saved()), ElementsAre(Value(1U), Value(2U), Value(4U)));
-  for (const auto& name : {kQVNotification_InternetUp, kQVNotification_OnForeground,
-                           kQVNotification_StartingTheSDK, kQVNotification_UserAgentAvailable}) {
-    post(name);
-  }
-  EXPECT_EQ(manager->consentQueue()->operationCount(), 1U);
-  EXPECT_EQ(manager->operationQueue()->operationCount(), 3U);
-  NotificationCenter::defaultCenter()->removeObserver(&mayAnswer);
-  manager->reinit();
-  EXPECT_THAT(server.waitForRequests(4), SizeIs(4));
-}
-
-/// Whoever has the directory says so; a fork gives it to the child no more than a start beside it.
 TEST_F(QVOfflineHitsTest, AreErasedWithAllElseThatTheKitKeepsBeforeAndAfterTheStart) {
   const auto fill = [&] {
     writeHits({hit("http://h.example/saved", 3)});
@@ -351,20 +314,6 @@ TEST_F(QVOfflineHitsTest, AreErasedWithAllElseThatTheKitKeepsBeforeAndAfterTheSt
   request({{"url", "http://h.example/new"}});
   ASSERT_THAT(saved(), SizeIs(1));
   EXPECT_EQ(saved()[0].dictionary().get("url"), Value("http://h.example/new"));
-}
-
-TEST_F(QVOfflineHitsTest, SaysThatAnotherProcessHasTheSameContainer) {
-  const auto complaintOfAnother = [] {
-    return ChildProcess([] { return complaintsOf([] { QVNetworkManager::sharedInstance(); }); })
-        .text();
-  };
-  EXPECT_EQ(complaintOfAnother(), "");
-  ASSERT_TRUE(claimDirectoryAtPath(QVLogger::privateQVDirectory()));
-  EXPECT_THAT(complaintOfAnother(),
-              HasSubstr("another process has its hits in " + container.path().string()));
-  const ChildProcess inheritor([](int) { return pause(); });
-  ASSERT_TRUE(claimDirectoryAtPath(container.path().string()));
-  EXPECT_EQ(complaintOfAnother(), "");
 }
 
 TEST_F(QVOfflineHitsTest, SavesWhatHasBecomeOfHitsThatWereSavedBefore) {

@@ -23,11 +23,12 @@ class QVCORE_EXPORT QVCoreInitialisation : public QVPlatform::Object {
   std::shared_ptr<QVCoreInitialisation> init();
 
   /// Erases all that the kit keeps of the person and the installation, on disk and in memory: hits
-  /// that wait or are saved, the variables, the installation's identifier, the configurations' offline
-  /// copies, and whatever else is in the user defaults (QVUserDefaults) and in the private directory
-  /// (QVLogger::privateQVDirectory()), also of other modules. A request under way comes to its end,
-  /// and with running in background on, an empty list of hits may be saved then. What is posted
-  /// afterwards is new; identifiers are made anew by the next start, or QVCoreVariables::reinit().
+  /// that wait or are saved, the variables, the installation's identifier, the configurations'
+  /// offline copies, and whatever else is in the user defaults (QVUserDefaults) and in the private
+  /// directory (QVLogger::privateQVDirectory()), also of other modules. A request under way comes
+  /// to its end, and with running in background on, an empty list of hits may be saved then. What
+  /// is posted afterwards is new; identifiers are made anew by the next start, or
+  /// QVCoreVariables::reinit().
   ///
   /// May be called before the start, which it does not replace, and from any thread. False when
   /// something could not be removed from the disk; then it may be called again.

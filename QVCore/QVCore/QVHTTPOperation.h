@@ -49,7 +49,7 @@ class QVCORE_EXPORT QVHTTPOperation : public QVPlatform::Operation {
   void main() override;
   /// The status of the HTTP answer that the calling thread is just telling: for observers of
   /// HTTPRequestSent, of HTTPRequestError and of answers, whose user info has no place for it. 0
-  /// when there was no answer, for a refused request, and anywhere else.
+  /// when no header of an answer has come, for a refused request, and anywhere else.
   static std::int32_t statusCodeBeingTold() noexcept;
   /// Forgets the request data: what is done to it from now on has no effect.
   void releaseWork() override;
