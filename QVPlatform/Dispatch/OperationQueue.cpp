@@ -119,7 +119,7 @@ struct Work {
   std::condition_variable isOver;  // the running one
   OperationReference running;
   std::uint64_t runningNote = 0;
-  std::thread::id runner;  // of the running one
+  std::thread::id runner;      // of the running one
   OperationReference standIn;  // one that was cancelled, in the place of all those in the number
   std::size_t cancelledAtHead = 0;
   std::deque<Place> waiting;
