@@ -17,6 +17,7 @@ from dataclasses import dataclass
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).parent))
+import size  # noqa: E402
 from claims import CLAIMS  # noqa: E402
 
 SOURCE = Path(__file__).resolve().parent.parent
@@ -127,7 +128,14 @@ plot $rows using 2:0:(0):2:($0-0.3):($0+0.3):ytic(1) with boxxyerror fs solid 0.
     subprocess.run(["gnuplot"], input=script, text=True, check=True)
 
 
-def page(all_results, directory):
+def section_on_size(sizes):
+    missed = " (missed)" if size.total(sizes) > size.GOAL else ""
+    return ["", "## Size", "",
+            "The two libraries of the same build, without debug information; the files have also what fills",
+            f"up their pages. Goal of both: ≤ {size.GOAL}{missed}.", "", size.table(sizes)]
+
+
+def page(all_results, sizes, directory):
     parts = ["# Performance", "",
              "Made by `scripts/bench.sh` in one run; what is compared ran in interleaved rounds. A ratio",
              "is the core's cost by the other side's, the median of the rounds, with its quartiles: below",
@@ -139,7 +147,7 @@ def page(all_results, directory):
         if claim.plot:
             plot(claim.plot, results, directory)
             parts += ["", f"![{claim.title}](performance/{claim.plot}.svg)"]
-    return "\n".join(parts) + "\n"
+    return "\n".join(parts + section_on_size(sizes)) + "\n"
 
 
 def main():
@@ -155,15 +163,20 @@ def main():
         results = [result for row in rows if (result := compare(row, rounds))]
         print(f"{claim.title}\n{table(results)}\n", flush=True)
         all_results.append((claim, results))
+    sizes = size.measure(build)
+    print(size.table(sizes))
     if is_quick:
         far = [result for _, results in all_results for result in results
                if result.row.goal and result.median > FAR_OFF * result.row.goal]
         for result in far:
             print(f"far off: {result.text}: {result.median:.2f}, goal {result.row.goal:g}")
-        return 1 if far else 0
+        is_large = size.total(sizes) > size.CEILING
+        if is_large:
+            print(f"both libraries have more than {size.CEILING} kB")
+        return 1 if far or is_large else 0
     directory = SOURCE / "docs/performance"
     directory.mkdir(exist_ok=True)
-    (SOURCE / "docs/performance.md").write_text(page(all_results, directory))
+    (SOURCE / "docs/performance.md").write_text(page(all_results, sizes, directory))
     return 0
 
 

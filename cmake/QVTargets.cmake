@@ -1,12 +1,17 @@
 # What all targets of the project have in common.
 
-include(CheckIPOSupported)
-check_ipo_supported(RESULT QV_HAS_IPO OUTPUT reason LANGUAGES CXX)
+# A static library of objects that wait for their optimisation could be linked by this compiler alone.
+set(QV_HAS_IPO OFF)
+if(QVCORE_LTO AND QVCORE_BUILD_SHARED)
+  include(CheckIPOSupported)
+  check_ipo_supported(RESULT QV_HAS_IPO OUTPUT reason LANGUAGES CXX)
+endif()
 # One word for up to 63 places that hold an address of the library's own, instead of three words each.
 include(CheckLinkerFlag)
 check_linker_flag(CXX "LINKER:-z,pack-relative-relocs" QV_HAS_PACKED_RELOCATIONS)
 
-# qv_target(<target>): language level, warnings, hidden visibility.
+# qv_target(<target>): language level, warnings, hidden visibility. Files of one directory use the same
+# names for what is their own, so that they are not compiled as one, whatever a host asks for itself.
 function(qv_target target)
   target_compile_features(${target} PUBLIC cxx_std_20)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
@@ -15,6 +20,7 @@ function(qv_target target)
     CXX_EXTENSIONS OFF
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON
+    UNITY_BUILD OFF
     POSITION_INDEPENDENT_CODE ON)
 endfunction()
 
@@ -43,31 +49,40 @@ function(qv_sources variable)
   set(${variable} ${quick} ${sources} PARENT_SCOPE)
 endfunction()
 
-# qv_library(<target> <sources...>): a shared library of the kit, with the project's version and
-# soname. It is never unmapped, since its threads run as long as the process does.
+# qv_library(<target> <sources...>): a library of the kit, shared or static.
 function(qv_library target)
-  add_library(${target} SHARED ${ARGN})
+  if(QVCORE_BUILD_SHARED)
+    add_library(${target} SHARED ${ARGN})
+    qv_shared_library(${target})
+  else()
+    add_library(${target} STATIC ${ARGN})
+  endif()
   add_library(QVCore::${target} ALIAS ${target})
   qv_target(${target})
+endfunction()
+
+# qv_shared_library(<target>): the project's version, soname and symbol version. The library is never
+# unmapped, since its threads run as long as the process does.
+function(qv_shared_library target)
+  set(exports ${PROJECT_SOURCE_DIR}/cmake/exports.map)
   set_target_properties(${target} PROPERTIES
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR}
     INSTALL_RPATH $ORIGIN
-    LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+    LINK_DEPENDS ${exports}
+    INTERPROCEDURAL_OPTIMIZATION_RELEASE ${QV_HAS_IPO}
+    INTERPROCEDURAL_OPTIMIZATION_RELWITHDEBINFO ${QV_HAS_IPO})
   target_link_options(${target} PRIVATE
     -Wl,--as-needed
     -Wl,-z,nodelete
     -Wl,-z,noseparate-code
-    -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
+    -Wl,--version-script=${exports})
   if(QV_HAS_PACKED_RELOCATIONS)
     target_link_options(${target} PRIVATE LINKER:-z,pack-relative-relocs)
   endif()
   # Calls into other libraries without a jump table, and calls within this one directly, since nobody
   # is to replace its functions: code that a hit runs through once costs mostly what it takes to load.
   target_compile_options(${target} PRIVATE -fno-plt -fno-semantic-interposition)
-  set_target_properties(${target} PROPERTIES
-    INTERPROCEDURAL_OPTIMIZATION_RELEASE ${QV_HAS_IPO}
-    INTERPROCEDURAL_OPTIMIZATION_RELWITHDEBINFO ${QV_HAS_IPO})
   # With clang the sanitizers' run time is in the program alone, so that a library refers to symbols
   # that none of its own libraries defines.
   if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize=")
@@ -92,4 +107,14 @@ function(qv_test name)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES
     TIMEOUT 120
     ENVIRONMENT "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/tsan.supp")
+endfunction()
+
+# qv_tool(<target> <page>): what the tools have in common, and the program is installed with its page
+# of the manual.
+function(qv_tool target page)
+  qv_target(${target})
+  if(QVCORE_INSTALL)
+    install(TARGETS ${target} RUNTIME COMPONENT tools)
+    install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  endif()
 endfunction()

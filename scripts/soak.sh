@@ -7,4 +7,4 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 scripts/setup.sh build
 cmake --preset demo >/dev/null
 cmake --build --preset demo --target soak -- --quiet
-exec build/demo/tools/soak "$@"
+exec build/demo/tools/qv-soak "$@"

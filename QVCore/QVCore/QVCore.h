@@ -7,6 +7,7 @@
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVCoreInitialisation.h>
 #include <QVCore/QVCoreVariables.h>
+#include <QVCore/QVCoreVersion.h>
 #include <QVCore/QVCore_vers.h>
 #include <QVCore/QVDebug.h>
 #include <QVCore/QVDynamicStore.h>

@@ -3,7 +3,7 @@
 #include <QVCore/Export.h>
 #include <QVPlatform/Foundation/String.h>
 
-/// Version and release of the core.
+/// Version and release of the core that runs; QVCoreVersion.h tells the one that is compiled with.
 QVCORE_EXPORT extern const QVPlatform::String kQVCoreVersion;
 QVCORE_EXPORT extern const QVPlatform::String kQVReleaseDate;
 QVCORE_EXPORT extern const QVPlatform::String kQVReleaseTime;

@@ -3,6 +3,10 @@
 
 #include <memory>
 
+#if QVCORE_VERSION < 40700
+#error "the version can be asked for before anything is compiled"
+#endif
+
 // Touches each kind of thing that an application takes from the libraries: the core's start, a
 // class to derive from, exported constants and their identity, and the platform's own classes. No
 // network is needed: the hit is one that the core refuses, at once and on this thread.

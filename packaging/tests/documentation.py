@@ -73,6 +73,7 @@ SCRIPTS = {
     "demo.sh": set(),
     "docs.sh": set(),
     "lint.sh": words_in("scripts/lint.sh", r"^  ([a-z]+)\) "),
+    "package.sh": {"--check"},
     "setup.sh": words_in("scripts/packages.txt", r"^([a-z]+) "),
     "soak.sh": words_in("tools/soak/Options.cpp", r'^ *"  (--[a-z-]+)'),
     "test.sh": words_in("scripts/test.sh", r"^known=\((.*)\)$") | {"all"},

@@ -7,7 +7,7 @@ libraries=$1 headers=$2
 # Prints the name that a symbol belongs to: QVPlatform::Value::count() const is Value's, and so are
 # its vtable and type information.
 owners() {
-  nm -DC --defined-only "$1" | cut -d' ' -f3- |
+  nm -DC --defined-only "$1" | cut -d' ' -f3- | sed 's/@@QVCORE_.*//; /^QVCORE_/d' |
     sed -E 's/^(.* for |.*thunk to )//; s/^QVPlatform::([A-Za-z_]+).*/\1/; s/^(I?QV[A-Za-z_]+|kQV[A-Za-z_]+).*/\1/' |
     sort -u
 }

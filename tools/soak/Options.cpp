@@ -9,7 +9,7 @@
 namespace {
 
 constexpr char kUsage[] =
-    "usage: soak [options]\n"
+    "usage: qv-soak [options]\n"
     "Sends hits over processes that are killed, restarted and put in the background,\n"
     "to a server of its own that misbehaves, and names for every hit that is lost or\n"
     "doubled the rule that explains it.\n"
