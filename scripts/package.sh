@@ -23,7 +23,7 @@ build() {
 # The root is thrown away when it has been looked at.
 check() {
   lintian --fail-on error --tag-display-limit 0 "$packages"/*.deb
-  mmdebstrap --quiet --variant=apt --include=g++,cmake,pkg-config \
+  mmdebstrap --quiet --variant=apt --include=g++,make,cmake,pkg-config \
     --customize-hook="mkdir \"\$1/check\"" \
     --customize-hook="copy-in $packages packaging/consumer packaging/debian/check.sh /check" \
     --customize-hook='chroot "$1" bash /check/check.sh' \

@@ -13,7 +13,8 @@ paths >before
 apt install --no-install-recommends ./packages/*.deb
 for name in "${names[@]}"; do dpkg -L "$name"; done | sort -u >installed
 
-cmake -S consumer -B found >/dev/null && cmake --build found >/dev/null
+cmake -S consumer -B found >/dev/null
+cmake --build found >/dev/null
 found/consumer
 c++ -std=c++20 consumer/main.cpp -o with_pkg_config $(pkg-config --cflags --libs qvcore)
 ./with_pkg_config
