@@ -26,7 +26,7 @@ endfunction()
 
 # qv_sources(<variable> <names...>): all source files below the directory, those of the given names
 # first. These are what each post, hit, save, restore and look-up runs through, and gcc sets their
-# functions without gaps; the others are optimised for size. The order counts, too: of an inline
+# functions in one piece and without gaps; the others are optimised for size. The order counts, too: of an inline
 # function that several files make, the linker takes the first one.
 function(qv_sources variable)
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS *.cpp)
@@ -44,7 +44,7 @@ function(qv_sources variable)
     COMPILE_OPTIONS $<$<CONFIG:Release,RelWithDebInfo>:-Os>)
   if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
     set_source_files_properties(${quick} PROPERTIES
-      COMPILE_OPTIONS "-fno-align-functions;-fno-align-jumps")
+      COMPILE_OPTIONS "-fno-align-functions;-fno-align-jumps;-fno-reorder-blocks-and-partition")
   endif()
   set(${variable} ${quick} ${sources} PARENT_SCOPE)
 endfunction()

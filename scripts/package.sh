@@ -26,7 +26,7 @@ check() {
   mmdebstrap --quiet --variant=apt --include=g++,make,cmake,pkg-config \
     --customize-hook="mkdir \"\$1/check\"" \
     --customize-hook="copy-in $packages packaging/consumer packaging/debian/check.sh /check" \
-    --customize-hook='chroot "$1" bash /check/check.sh' \
+    --customize-hook='chroot "$1" env -i PATH="$PATH" bash /check/check.sh' \
     bookworm /dev/null
 }
 

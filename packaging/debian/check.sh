@@ -3,6 +3,7 @@
 # installed, an application is built with them and runs, and nothing stays when they are removed.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
+export HOME=$PWD/home  # of the applications
 names=(libqvcore4 libqvcore-dev qvcore-webkit qvcore-tools)
 
 # The paths of the whole system that may be a package's.
@@ -18,13 +19,13 @@ cmake --build found >/dev/null
 found/consumer
 c++ -std=c++20 consumer/main.cpp -o with_pkg_config $(pkg-config --cflags --libs qvcore)
 ./with_pkg_config
-ldd found/consumer | grep -q ' /lib/.*libQVCore.so.4 \| /usr/lib/.*libQVCore.so.4 '
+ldd found/consumer | grep -q '=> \(/usr\)\?/lib/[^/]*/libQVCore.so.4 '
 qv-soak --help >/dev/null
 test -s "/usr/share/man/man1/qv-soak.1.gz"
 
 apt purge "${names[@]}"
 paths >after
 left=$(comm -12 installed after | comm -23 - before)
-left+=$(grep -i '/[^/]*qv[^/]*$' after || true)
+left+=$(comm -13 before after | grep -i '/[^/]*qv[^/]*$' || true)
 [[ -z $left ]] || { echo "What stays: $left"; exit 1; }
 echo "Installed $(wc -l <installed) paths, built and ran a consumer, and removed them all."
