@@ -1,6 +1,6 @@
 #pragma once
 
-// Casts and exceptions of the libraries go by type information that the application's classes have too.
+// Casts and exceptions of the libraries go by type information, which the application's have too.
 #if defined(__cplusplus) && !defined(__cpp_rtti)
 #error "QVCore needs run-time type information: compile without -fno-rtti"
 #endif
