@@ -72,7 +72,7 @@ TEST(String, AppendsAPathComponentWithOneSlash) {
                              {"/a//c", "b/d", "/a/c/b/d"},
                              {nullptr, nullptr, nullptr}};
   for (const auto& [directory, component, path] : cases) {
-    EXPECT_EQ(directory.stringByAppendingPathComponent(component), path) << directory.view();
+    EXPECT_EQ(directory.stringByAppendingPathComponent(component), path) << directory;
   }
 }
 
@@ -82,29 +82,41 @@ TEST(String, ReplacesEveryOccurrence) {
 }
 
 TEST(Value, BecomesAnIntegerAndATextByTheKindOfItsNumber) {
-  const std::tuple<Value, std::int32_t, String> cases[] = {
-      {std::int64_t{4294967301}, 5, "4294967301"},
-      {UINT64_MAX, -1, "18446744073709551615"},
-      {4e9, INT32_MAX, "4000000000"},
-      {-1e300, INT32_MIN, "-1e+300"},
-      {std::nan(""), 0, "nan"},
-      {-1.9, -1, "-1.9"},
-      {0.1, 0, "0.1"},
-      {0.1 + 0.2, 0, "0.30000000000000004"},
-      {0.00001, 0, "1e-05"},
-      {1e15, INT32_MAX, "1000000000000000"},
-      {1e16, INT32_MAX, "1e+16"},
-      {true, 1, "1"},
-      {" 7x", 7, " 7x"},
-      {"+5", 5, "+5"},
-      {"+-5", 0, "+-5"},
-      {"-4294967301", INT32_MIN, "-4294967301"},
-      {Array({5}), 0, nullptr},
-      {nullptr, 0, nullptr}};
-  for (const auto& [value, integer, text] : cases) {
-    EXPECT_EQ(value.intValue(), integer) << value.description().view();
-    EXPECT_EQ(value.stringValue(), text) << value.description().view();
+  const std::tuple<Value, std::int32_t, double, bool, String> cases[] = {
+      {std::int64_t{4294967301}, 5, 4294967301.0, true, "4294967301"},
+      {UINT64_MAX, -1, 0x1p64, true, "18446744073709551615"},
+      {4e9, INT32_MAX, 4e9, true, "4000000000"},
+      {-1e300, INT32_MIN, -1e300, true, "-1e+300"},
+      {std::numeric_limits<double>::infinity(), INT32_MAX, INFINITY, true, "inf"},
+      {-1.9, -1, -1.9, true, "-1.9"},
+      {0.1, 0, 0.1, true, "0.1"},
+      {-0.0, 0, 0, false, "-0"},
+      {0.1 + 0.2, 0, 0.1 + 0.2, true, "0.30000000000000004"},
+      {0.00001, 0, 0.00001, true, "1e-05"},
+      {1e15, INT32_MAX, 1e15, true, "1000000000000000"},
+      {1e16, INT32_MAX, 1e16, true, "1e+16"},
+      {true, 1, 1, true, "1"},
+      {std::int8_t{-7}, -7, -7, true, "-7"},
+      {std::uint16_t{65535}, 65535, 65535, true, "65535"},
+      {" 7x", 7, 7, true, " 7x"},
+      {"+5", 5, 5, true, "+5"},
+      {"+-5", 0, 0, false, "+-5"},
+      {"-00.25e1", 0, -2.5, false, "-00.25e1"},
+      {"1e999", 1, 0, true, "1e999"},
+      {"information", 0, 0, false, "information"},
+      {"yes", 0, 0, true, "yes"},
+      {"000", 0, 0, false, "000"},
+      {"-4294967301", INT32_MIN, -4294967301.0, true, "-4294967301"},
+      {Array({5}), 0, 0, false, nullptr},
+      {nullptr, 0, 0, false, nullptr}};
+  for (const auto& [value, integer, real, flag, text] : cases) {
+    EXPECT_EQ(value.intValue(), integer) << value;
+    EXPECT_EQ(value.doubleValue(), real) << value;
+    EXPECT_EQ(value.boolValue(), flag) << value;
+    EXPECT_EQ(value.stringValue(), text) << value;
   }
+  EXPECT_EQ(Value(std::nan("")).intValue(), 0);
+  static_assert(!std::constructible_from<Value, char> && !std::constructible_from<Value, char32_t>);
 }
 
 TEST(Value, EqualsOnlyWhatStandsForTheSameNumber) {
@@ -154,6 +166,19 @@ TEST(Value, IsDestroyedAtAnyDepthOfContainers) {
   EXPECT_LT(nested.description().view().size(), 100000U);
   nested = nullptr;
   EXPECT_TRUE(watch.expired());
+}
+
+TEST(Value, IsFilledThroughAContainerThatWasNull) {
+  Dictionary table;
+  Array list;
+  const Dictionary earlier = table;
+  list.append(nullptr);
+  table.set("a", nullptr);
+  EXPECT_TRUE(table.isNull() && list.isNull());
+  table.set("b", "x"s);
+  list.append(table);
+  EXPECT_EQ((std::ostringstream() << list << earlier.get("b") << String()).str(),
+            "(\n    {\n        b = x;\n    },\n)(null)(null)");
 }
 
 TEST(Value, IsLeftAsItWasByWhatIsDoneToACopyOfItOrToWhatItIsACopyOf) {

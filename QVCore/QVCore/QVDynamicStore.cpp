@@ -61,8 +61,10 @@ Value QVDynamicStore::replace(const String& key, const Value& value) {
     dynamicStore_.set(key, value);
     return earlier;
   }
-  // Of what is done here and undone when memory runs out, only this takes none to undo.
-  orderedKeys_.append(key);
+  // A container that a bare store lacks stays missing. Of what is done here and undone when memory
+  // runs out, only what is done to the keys takes none to undo.
+  if (!orderedKeys_.isNull()) orderedKeys_.append(key);
+  if (dynamicStore_.isNull()) return nullptr;
   try {
     dynamicStore_.set(key, value);
   } catch (...) {

@@ -48,7 +48,8 @@ std::vector<Value> Array::values() const {
 }
 
 void Array::append(Value value) {
-  if (isNull() || value.isNil()) return;
+  if (value.isNil()) return;
+  if (isNull()) *this = array();
   const Lock lock(state_->mutex);
   state_->values.push_back(std::move(value));
 }

@@ -13,13 +13,15 @@ class Value;
 
 /// A mutable list of values, shared by reference, that may be null.
 ///
-/// A copy of an Array is the same list; copy() makes another. A null array reads as empty and what
-/// is done to it has no effect. Elements are never nil.
+/// A copy of an Array is the same list; copy() makes another. A null array reads as empty, and the
+/// first value that is appended makes it a list of its own: copies of it that were made before stay
+/// null. Elements are never nil.
 ///
-/// Threads: every operation may be called from any thread; each one is atomic by itself.
+/// Threads: every operation may be called from any thread; each one is atomic by itself. A null
+/// array is, like any C++ value, for one thread when a value is appended to it.
 class QVPLATFORM_EXPORT Array {
  public:
-  /// Null. Array::array() makes an empty one.
+  /// Null, to be filled by append(). Array::array() makes an empty one.
   Array() noexcept = default;
   Array(std::nullptr_t) noexcept {}
   Array(std::initializer_list<Value> values);

@@ -100,7 +100,8 @@ Value Dictionary::get(const String& key) const {
 
 void Dictionary::set(String key, Value value) {
   if (value.isNil()) return remove(key);
-  if (isNull() || key.isNull()) return;
+  if (key.isNull()) return;
+  if (isNull()) *this = dictionary();
   auto changed = std::make_shared<Entries>();
   Snapshot replaced;
   const Lock lock(state_->mutex);

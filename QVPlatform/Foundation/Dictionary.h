@@ -15,18 +15,20 @@ class Value;
 
 /// A mutable table from text to values, shared by reference, that may be null.
 ///
-/// A copy of a Dictionary is the same table; copy() makes another. A null dictionary reads as empty
-/// and what is done to it has no effect. Keys are never null, values never nil. Keys are listed in
-/// byte order. Made for the few keys of a message: adding a key costs time in proportion to the
-/// number of keys, so a large table is best made at once from its entries.
+/// A copy of a Dictionary is the same table; copy() makes another. A null dictionary reads as
+/// empty, and the first value that is stored in it makes it a table of its own: copies of it that
+/// were made before stay null. Keys are never null, values never nil. Keys are listed in byte
+/// order. Made for the few keys of a message: adding a key costs time in proportion to the number
+/// of keys, so a large table is best made at once from its entries.
 ///
-/// Threads: every operation may be called from any thread; each one is atomic by itself.
+/// Threads: every operation may be called from any thread; each one is atomic by itself. A null
+/// dictionary is, like any C++ value, for one thread when a value is stored in it.
 class QVPLATFORM_EXPORT Dictionary {
  public:
   using Entry = std::pair<String, Value>;
   using Snapshot = std::shared_ptr<const std::vector<Entry>>;
 
-  /// Null. Dictionary::dictionary() makes an empty one.
+  /// Null, to be filled by set(). Dictionary::dictionary() makes an empty one.
   Dictionary() noexcept = default;
   Dictionary(std::nullptr_t) noexcept {}
   Dictionary(std::initializer_list<Entry> entries);

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <iosfwd>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -75,6 +76,8 @@ class QVPLATFORM_EXPORT String {
   std::string_view view() const noexcept {
     return storage_ ? std::string_view(storage_->text_, storage_->size_) : std::string_view();
   }
+  /// A copy of the text; empty for null.
+  std::string stdString() const { return std::string(view()); }
   /// The text with a terminating zero byte, or nullptr for null. It may hold zero bytes itself.
   const char* UTF8String() const noexcept { return storage_ ? storage_->text_ : nullptr; }
 
@@ -123,6 +126,13 @@ class QVPLATFORM_EXPORT String {
 
   Literal* storage_ = nullptr;
 };
+
+/// Writes the text, and "(null)" for null.
+template <class Traits>
+std::basic_ostream<char, Traits>& operator<<(std::basic_ostream<char, Traits>& stream,
+                                             const String& text) {
+  return stream << (text.isNull() ? std::string_view("(null)") : text.view());
+}
 
 /// The texts of both, joined; a null counts as empty.
 QVPLATFORM_EXPORT String operator+(const String& a, const String& b);

@@ -30,16 +30,35 @@ struct Overloaded : Visitors... {
 template <class... Visitors>
 Overloaded(Visitors...) -> Overloaded<Visitors...>;
 
+std::string_view withoutBlanks(std::string_view text) {
+  text.remove_prefix(std::min(text.find_first_not_of(" \t\n\r\v\f"), text.size()));
+  return text;
+}
+
 std::int64_t leadingInteger(std::string_view text) {
-  while (!text.empty() && std::string_view(" \t\n\r\v\f").find(text.front()) != text.npos) {
-    text.remove_prefix(1);
-  }
+  text = withoutBlanks(text);
   if (text.starts_with('+')) text.remove_prefix(text.starts_with("+-") ? text.size() : 1);
   std::int64_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error != std::errc::result_out_of_range) return number;
   return text.starts_with('-') ? std::numeric_limits<std::int64_t>::min()
                                : std::numeric_limits<std::int64_t>::max();
+}
+
+double leadingNumber(std::string_view text) {
+  text = withoutBlanks(text);
+  if (text.starts_with('+')) text.remove_prefix(text.starts_with("+-") ? text.size() : 1);
+  double number = 0;
+  std::from_chars(text.data(), text.data() + text.size(), number);
+  return std::isfinite(number) ? number
+                               : 0;  // words such as "information" begin with a number, too
+}
+
+bool saysYes(std::string_view text) {
+  text = withoutBlanks(text);
+  if (text.starts_with('+') || text.starts_with('-')) text.remove_prefix(1);
+  text.remove_prefix(std::min(text.find_first_not_of('0'), text.size()));
+  return !text.empty() && std::string_view("123456789YyTt").find(text.front()) != text.npos;
 }
 
 template <class Target>
@@ -274,6 +293,24 @@ std::int32_t Value::intValue() const {
     }
   };
   return std::visit(convert, storage_);
+}
+
+double Value::doubleValue() const {
+  const auto convert = []<class Held>(const Held& held) -> double {
+    if constexpr (std::same_as<Held, String>) {
+      return leadingNumber(held.view());
+    } else if constexpr (std::is_arithmetic_v<Held>) {
+      return static_cast<double>(held);
+    } else {
+      return 0;
+    }
+  };
+  return std::visit(convert, storage_);
+}
+
+bool Value::boolValue() const {
+  const String* text = std::get_if<String>(&storage_);
+  return text ? saysYes(text->view()) : doubleValue() != 0;
 }
 
 String Value::stringValue() const { return isNumber() ? description() : string(); }

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <iosfwd>
 #include <memory>
 #include <string>
 #include <type_traits>
@@ -20,14 +21,21 @@
 
 namespace QVPlatform {
 
+/// char and its wide relatives; signed and unsigned char are small numbers.
 template <class T>
-concept IntegerNumber = std::integral<T> && !std::same_as<std::remove_cv_t<T>, bool> &&
-                        (sizeof(T) == 4 || sizeof(T) == 8);
+concept Character = std::same_as<T, char> || std::same_as<T, wchar_t> || std::same_as<T, char8_t> ||
+    std::same_as<T, char16_t> || std::same_as<T, char32_t>;
+
+template <class T>
+concept IntegerNumber =
+    std::integral<T> && !std::same_as<T, bool> && !Character<T> && sizeof(T) <= 8;
 
 /// One value of user info, archives, user defaults or JSON: nil, a boolean, a number, text, bytes,
 /// a date, an array, a dictionary, or any other object.
 ///
-/// Numbers keep the kind that they were made with (signed or unsigned, 32 or 64 bits, or double).
+/// Numbers keep the kind that they were made with (signed or unsigned, 32 or 64 bits, or double);
+/// those of fewer bits become 32 bits wide. A character is no value, since it could be meant as a
+/// number or as text.
 /// Copying a value shares what it refers to: an Array or a Dictionary inside is the same container
 /// in both copies. Threads: as String.
 class QVPLATFORM_EXPORT Value {
@@ -48,6 +56,8 @@ class QVPLATFORM_EXPORT Value {
   Value(Boolean value) noexcept : storage_(value) {}
   template <IntegerNumber Number>
   Value(Number value) noexcept : storage_(widthOf(value)) {}
+  template <Character Letter>
+  Value(Letter) = delete;
   Value(double value) noexcept : storage_(value) {}
   Value(Date value) noexcept : storage_(value) {}
   Value(const char* utf8) : Value(String(utf8)) {}
@@ -78,6 +88,12 @@ class QVPLATFORM_EXPORT Value {
   /// the nearest end. Everything else gives 0.
   std::int32_t intValue() const;
   std::int64_t longLongValue() const;
+  /// The number as a double. Of text the decimal number that it begins with counts (blanks and sign
+  /// as above), with fraction and exponent. One that no double can hold gives 0, as does all else.
+  double doubleValue() const;
+  /// Of a number whether it is not 0; of text whether it begins, behind blanks, a sign and zeros,
+  /// with a digit from 1 to 9 or with one of "YyTt". False for everything else.
+  bool boolValue() const;
 
   /// Text as it is, and of numbers and booleans the description(); null for everything else.
   String stringValue() const;
@@ -100,7 +116,7 @@ class QVPLATFORM_EXPORT Value {
  private:
   template <IntegerNumber Number>
   static auto widthOf(Number value) noexcept {
-    if constexpr (sizeof(Number) == 4) {
+    if constexpr (sizeof(Number) <= 4) {
       return static_cast<std::conditional_t<std::is_signed_v<Number>, std::int32_t, std::uint32_t>>(
           value);
     } else {
@@ -120,6 +136,13 @@ class QVPLATFORM_EXPORT Value {
 
   Storage storage_;
 };
+
+/// Writes the description.
+template <class Traits>
+std::basic_ostream<char, Traits>& operator<<(std::basic_ostream<char, Traits>& stream,
+                                             const Value& value) {
+  return stream << value.description().view();
+}
 
 /// `format` with each "%@" replaced by the description of the next value; a "%@" without a value
 /// prints "(null)". Nothing else in the format has a special meaning.

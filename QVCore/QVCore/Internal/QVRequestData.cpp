@@ -37,7 +37,7 @@ Value markerOf(const Dictionary& userInfo) {
 
 Dictionary QVRequestData::refused(const Dictionary& data) {
   Dictionary refused = data.copy();
-  refused.set(kQVUserInfo_ErrorKey, kQVErrorMessageInvalidURL);
+  if (!refused.isNull()) refused.set(kQVUserInfo_ErrorKey, kQVErrorMessageInvalidURL);
   QVLogger::sharedInstance()->logMessageWithLevel(
       stringWithFormat("Request %@ was refused: its URL is not valid",
                        {data.get(kQVUserInfo_RequestID)}),
