@@ -5,12 +5,12 @@
 set -euo pipefail
 cd "$1"
 
-installed=$(find QVCore QVPlatform -name '*.h' | sort)
-public=$(cd "$2" && { find QVPlatform -maxdepth 2 -name '*.h'; cd QVCore && find QVCore -maxdepth 1 -name '*.h'; } | sort)
+installed=$(find QVCore QVConvenience QVPlatform -name '*.h' | sort)
+public=$(cd "$2" && { find QVPlatform -maxdepth 2 -name '*.h'; cd QVCore && find QVCore QVConvenience -maxdepth 1 -name '*.h'; } | sort)
 diff <(echo "$installed") <(echo "$public") || { echo "< is installed, > is public"; exit 1; }
 
 if grep -rnE '^[[:space:]]*#[[:space:]]*include' . |
-   grep -vE '#include <(QVCore/[A-Za-z_]+\.h|QVPlatform/[A-Za-z/]+\.h|[a-z_]+)>$'; then
+   grep -vE '#include <((QVCore|QVConvenience)/[A-Za-z_]+\.h|QVPlatform/[A-Za-z/]+\.h|[a-z_]+)>$'; then
   echo "The above are neither the kit's nor the standard library's."
   exit 1
 fi
