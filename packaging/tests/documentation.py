@@ -2,10 +2,11 @@
 """documentation.py SOURCE LIBRARIES EXAMPLES CMAKE COMPILER: what the pages of the project tell a
 reader to write and to type, used as it stands there.
 
-Each C++ block is compiled by itself with the installed package; one that has a main() becomes the
-main.cpp of the CMake and shell blocks behind it, the others are run by the test suite. What these make of it runs once with a collector that answers and once
-without. Commands that build or test the project itself, in blocks and in the text, would run this
-very test: of these, it is seen that all exists that they name.
+Each C++ or C block is compiled by itself with the installed package; one that has a main() becomes the
+main.cpp or main.c of the CMake and shell blocks behind it, the others are run by the test suite. What
+these make of it runs once with a collector that answers and once without, and so does each Python
+block. Commands that build or test the project itself, in blocks and in the text, would run this very
+test: of these, it is seen that all exists that they name.
 """
 
 import http.server
@@ -51,7 +52,8 @@ class Collector(http.server.BaseHTTPRequestHandler):
 def run(command, directory, proxy="", status=0):
     """What the command prints, in an environment in which the package is installed."""
     environment = dict(os.environ, http_proxy=proxy, no_proxy="127.0.0.1",
-                       PKG_CONFIG_PATH=str(libraries / "pkgconfig"))
+                       PKG_CONFIG_PATH=str(libraries / "pkgconfig"),
+                       PYTHONPATH=str(source / "python"), QVCORE_LIBRARY=str(libraries / "libQVCore.so.4"))
     environment.pop("LD_LIBRARY_PATH", None)
     try:
         done = subprocess.run(command, cwd=directory, env=environment, timeout=300, text=True,
@@ -147,9 +149,9 @@ def run_program(program, directory, proxy):
     if not has_route:
         return
     Collector.requests.clear()
-    expect("answered: welcome" in run([program], directory, proxy), f"{program}: no answer told")
+    expect("answered: welcome" in run(program, directory, proxy), f"{program}: no answer told")
     expect("http://example.org/hit?id=1" in Collector.requests, f"{program}: not the hit")
-    said = run([program], directory, "http://127.0.0.1:1", status=1)
+    said = run(program, directory, "http://127.0.0.1:1", status=1)
     expect("failed: http://example.org/hit?id=1" in said, f"{program}: no failure told: {said}")
 
 
@@ -166,7 +168,7 @@ def use_cmake(block, directory, proxy):
          f"-DCMAKE_CXX_COMPILER={compiler}"], directory)
     run([cmake, "--build", "build"], directory)
     for program in re.findall(r"add_executable\((\w+)", block):
-        run_program(f"build/{program}", directory, proxy)
+        run_program([f"build/{program}"], directory, proxy)
 
 
 def use_sh(block, directory, proxy):
@@ -176,13 +178,24 @@ def use_sh(block, directory, proxy):
     if any(re.match(OF_THE_PROJECT, command) for command in commands):
         expect(all(re.match(OF_THE_PROJECT, command) for command in commands),
                f"{block}: builds the project, and does what can be tried besides")
-    elif has_route or block.startswith("c++"):
+    elif has_route or block.startswith(("c++", "cc")):
         run(["bash", "-euc", block], directory, proxy)
-        if block.startswith("c++"):
-            run_program("./a.out", directory, proxy)
+        if block.startswith(("c++", "cc")):
+            run_program(["./a.out"], directory, proxy)
 
 
-USES = {"cpp": use_cpp, "cmake": use_cmake, "sh": use_sh}
+def use_c(block, directory, proxy):
+    (directory / "main.c").write_text(block)
+    run(["bash", "-euc", "cc -std=c89 -pedantic-errors -Wall -Wextra -Werror -fsyntax-only main.c "
+         "$(pkg-config --cflags qvcore)"], directory)
+
+
+def use_python(block, directory, proxy):
+    (directory / "main.py").write_text(block)
+    run_program([sys.executable, "-X", "dev", "main.py"], directory, proxy)
+
+
+USES = {"c": use_c, "cpp": use_cpp, "cmake": use_cmake, "python": use_python, "sh": use_sh}
 
 
 def use_page(page, proxy):

@@ -1,0 +1,10 @@
+"""Keys of user info."""
+
+URL = "url"
+POST_DATA = "POSTData"
+REQUEST_ID = "ID"
+CONTENT = "content"
+DATA = "data"
+ERROR = "error"
+RESPONSE = "HTTPURLResponse"
+REQUEST_TYPE = "RequestType"

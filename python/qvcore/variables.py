@@ -1,0 +1,9 @@
+"""Names of the variables of the kit."""
+
+SDK_ID = "#QV_SDK_ID#"
+NORMALIZED_ID = "#QV_NORMALIZED_ID#"
+IDFA = "#QV_IDFA#"
+IDFV = "#QV_IDFV#"
+UNIQUE_ID = "#QV_UNIQUEID#"
+USER_AGENT = "#QV_USER_AGENT#"
+CONNEXION = "#QV_CONNEXION#"
