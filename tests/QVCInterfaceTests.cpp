@@ -177,8 +177,26 @@ TEST_F(QVCInterfaceTest, HoldsHitsForConsentAndSavesThem) {
   EXPECT_TRUE(std::filesystem::remove(file));
   EXPECT_EQ(qv_save(), QV_OK);
   EXPECT_TRUE(std::filesystem::exists(file));
+  EXPECT_EQ(qv_send("http://h/", nullptr), QV_OK);
+  int saved = 0;
+  EXPECT_EQ(qv_shutdown(1000, &saved), QV_OK);
+  EXPECT_EQ(saved, 2);
   EXPECT_EQ(qv_post(QV_NAME_STOPPING_THE_SDK, nullptr), QV_OK);
   EXPECT_EQ(manager->managerState(), QVManagerStateStopped);
+}
+
+TEST_F(QVCInterfaceTest, TellsThatAHitIsUnderWayAtTheEnd) {
+  std::binary_semaphore isAsked(0), mayAnswer(0);
+  const HTTPServer server([&](const httplib::Request&, httplib::Response&) {
+    isAsked.release();
+    mayAnswer.acquire();
+  });
+  ASSERT_EQ(qv_start(), QV_OK);
+  EXPECT_EQ(qv_send(server.url().c_str(), nullptr), QV_OK);
+  isAsked.acquire();
+  EXPECT_EQ(qv_shutdown(0, nullptr), QV_UNDER_WAY);
+  mayAnswer.release();
+  EXPECT_EQ(qv_shutdown(10'000, nullptr), QV_OK);
 }
 
 TEST_F(QVCInterfaceTest, TakesNothingAndGarbageForAnyArgument) {
@@ -222,7 +240,8 @@ TEST_F(QVCInterfaceTest, TakesNothingAndGarbageForAnyArgument) {
   for (const int number : {INT_MIN, -1, 0, 6, INT_MAX}) {
     EXPECT_EQ(qv_set(number, 1) + qv_get(number, &value) + qv_unlisten(number), 3 * QV_INVALID);
   }
-  EXPECT_EQ(qv_get(QV_LOG_LEVEL, nullptr) + qv_set_queue_limits(-1, 1), 2 * QV_INVALID);
+  EXPECT_EQ(qv_get(QV_LOG_LEVEL, nullptr) + qv_set_queue_limits(-1, 1) + qv_shutdown(-1, &value),
+            3 * QV_INVALID);
   EXPECT_EQ(qv_listen("n", nullptr, nullptr), QV_INVALID);
   EXPECT_EQ(qv_info_set_text(nullptr, "k", "x") + qv_info_set_flag(nullptr, "k", 1),
             2 * QV_INVALID);

@@ -16,6 +16,7 @@
 #include <QVPlatform/Foundation/ClassRegistry.h>
 #include <QVPlatform/SystemConfiguration/NetworkReachability.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <memory>
 #include <utility>
@@ -133,6 +134,16 @@ int qv_save() {
 
 int qv_save_at_each_change() {
   return done([] { QVNetworkManager::sharedInstance()->enableRunningInBackground(); });
+}
+
+int qv_shutdown(int milliseconds, int* saved) {
+  if (milliseconds < 0) return QV_INVALID;
+  return done([&] {
+    const auto result =
+        QVNetworkManager::sharedInstance()->shutdownWithin(std::chrono::milliseconds(milliseconds));
+    if (saved) *saved = static_cast<int>(result.savedHits.value_or(0));
+    return !result.savedHits ? QV_FAILED : result.isIdle ? QV_OK : QV_UNDER_WAY;
+  });
 }
 
 int qv_wait_for_user_agent() {

@@ -31,6 +31,8 @@ extern "C" {
 #define QV_INVALID (-1)
 /* Memory was short, or code of the program that was called threw; standard error tells. */
 #define QV_FAILED (-2)
+/* The time was over before all was done. */
+#define QV_UNDER_WAY (-3)
 
 /* "4.7.4"; belongs to the library. */
 QV_API const char* qv_version(void);
@@ -124,10 +126,17 @@ QV_API int qv_unlisten(long listener);
 
 /* Hits. They need a start. */
 
-/* Writes those that wait to the container; the next start sends them. Waits for the disk. */
+/* Writes those that wait to the container, beside the one under way; the next start sends them.
+ * Waits for the disk. */
 QV_API int qv_save(void);
 /* Does so at each change of their number from now on, for a program that may be killed. */
 QV_API int qv_save_at_each_change(void);
+/* The clean end: holds all hits, waits until the one under way has been told of, but no longer than
+ * so many milliseconds, and writes those that wait to the container; how many they are is stored in
+ * `saved`, which may be NULL. What is posted later is saved within its post. QV_UNDER_WAY if a hit
+ * still is, which was saved, and so may be sent twice; QV_FAILED if nothing could be saved. For the
+ * main thread, say, when its loop hears of SIGTERM; never from a signal handler. */
+QV_API int qv_shutdown(int milliseconds, int* saved);
 /* Holds hits until the user agent is known, and has it sent with them. */
 QV_API int qv_wait_for_user_agent(void);
 /* Has the core hear the requests of a partner, QV_NAME_HTTP_PARTNER_REQUEST and its name; done

@@ -246,10 +246,16 @@ class Kit:
         """Starts the core; once more, it does nothing."""
         _check(_library.qv_start())
 
-    def close(self) -> None:
-        """Writes the hits that wait to the container; the next start sends them."""
+    def close(self, seconds: float = 10) -> int:
+        """The clean end: holds all hits, waits for the one under way, but no longer than so many
+        seconds, and writes those that wait to the container, from where the next start sends them.
+        Returns how many they are. What is posted later is saved within its post."""
         self.detach()
-        self.save()
+        saved = ctypes.c_int()
+        result = _library.qv_shutdown(round(seconds * 1000), ctypes.byref(saved))
+        if result != c.UNDER_WAY:
+            _check(result)
+        return saved.value
 
     def __enter__(self) -> "Kit":
         self.start()
@@ -358,7 +364,7 @@ class Kit:
     # Hits.
 
     def save(self) -> None:
-        """Writes those that wait to the container; the next start sends them."""
+        """Writes those that wait to the container, beside the one under way."""
         _check(_library.qv_save())
 
     def save_at_each_change(self) -> None:

@@ -8,7 +8,7 @@ import ctypes
 import os
 from ctypes import POINTER, c_char_p, c_double, c_int, c_long, c_void_p
 
-OK, INVALID, FAILED = 0, -1, -2
+OK, INVALID, FAILED, UNDER_WAY = 0, -1, -2, -3
 LOG_LEVEL, LOG_NOTIFICATIONS, BLOCK_HITS, OWN_WEB_ENGINE, SEND_IN_BACKGROUND = range(1, 6)
 
 CALLBACK = ctypes.CFUNCTYPE(None, c_char_p, c_void_p, c_void_p)
@@ -47,6 +47,7 @@ FUNCTIONS = {
     "qv_unlisten": (c_int, c_long),
     "qv_save": (c_int,),
     "qv_save_at_each_change": (c_int,),
+    "qv_shutdown": (c_int, c_int, POINTER(c_int)),
     "qv_wait_for_user_agent": (c_int,),
     "qv_add_partner": (c_int, c_char_p),
     "qv_set_queue_limits": (c_int, c_int, c_int),
