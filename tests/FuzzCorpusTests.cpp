@@ -1,4 +1,5 @@
 #include "fuzz/ArchiveFuzzer.h"
+#include "fuzz/CInterfaceFuzzer.h"
 #include "fuzz/ConfigurationUpdateFuzzer.h"
 #include "fuzz/JSONFuzzer.h"
 #include "tests/support/ConfigurationTest.h"
@@ -24,6 +25,8 @@ using FuzzCorpus = ConfigurationTest;
 TEST_F(FuzzCorpus, OfArchivesStaysHarmless) { replay("archive", QVFuzz::readArchive); }
 
 TEST_F(FuzzCorpus, OfJSONIsReadInBothWaysAlike) { replay("json", QVFuzz::readJSON); }
+
+TEST_F(FuzzCorpus, OfTheCInterfaceIsHeardAndReadAsItWasPosted) { replay("c", QVFuzz::postFromC); }
 
 TEST_F(FuzzCorpus, OfConfigurationUpdatesKeepsTheHigherVersion) {
   QVDebug::setDebugLevel(6);

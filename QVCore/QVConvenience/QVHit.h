@@ -37,8 +37,8 @@ class QVHit {
   QVHit& parameter(const QVPlatform::String& name, const QVPlatform::String& value) {
     const std::string_view url = url_.view();
     const auto end = std::min(url.find('#'), url.size());
-    const char* joint = url.substr(0, end).find('?') == url.npos ? "?" : "&";
-    url_ = QVPlatform::String(url.substr(0, end)) + joint + pair(name, value) +
+    const bool isFirst = url.substr(0, end).find('?') == std::string_view::npos;
+    url_ = QVPlatform::String(url.substr(0, end)) + (isFirst ? "?" : "&") + pair(name, value) +
            QVPlatform::String(url.substr(end));
     return *this;
   }

@@ -94,15 +94,17 @@ void qv_free(char* text) { std::free(text); }
 // Before the start.
 
 int qv_set_identifier(const char* identifier) {
-  return doneWithOptional(identifier, [](String text) { Application::setIdentifier(text); });
+  return doneWithOptional(identifier, [](const String& text) { Application::setIdentifier(text); });
 }
 
 int qv_set_container_directory(const char* directory) {
-  return doneWithOptional(directory, [](String text) { Application::setContainerDirectory(text); });
+  return doneWithOptional(directory,
+                          [](const String& text) { Application::setContainerDirectory(text); });
 }
 
 int qv_set_resource_directory(const char* directory) {
-  return doneWithOptional(directory, [](String text) { Application::setResourceDirectory(text); });
+  return doneWithOptional(directory,
+                          [](const String& text) { Application::setResourceDirectory(text); });
 }
 
 int qv_assume_network() {
@@ -190,8 +192,8 @@ int qv_set_account(int site, int container) {
 }
 
 int qv_set_configuration_host(const char* host) {
-  return doneWithOptional(host,
-                          [](String text) { QVConfigurationFile::setConfigurationHost(text); });
+  return doneWithOptional(
+      host, [](const String& text) { QVConfigurationFile::setConfigurationHost(text); });
 }
 
 int qv_add_configuration(const char* name, const char* version_path, const char* url) {

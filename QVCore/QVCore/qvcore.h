@@ -53,7 +53,8 @@ QV_API int qv_set_resource_directory(const char* directory);
  * to itself or to its neighbours. */
 QV_API int qv_assume_network(void);
 /* Says that somebody will ask for consent: hits wait, from the start on, until the program posts
- * QV_NAME_STARTING_THE_SDK; QV_NAME_STOPPING_THE_SDK before that drops those that wait. */
+ * QV_NAME_STARTING_THE_SDK. QV_NAME_STOPPING_THE_SDK before that drops those that wait, and holds
+ * none that come later; nor does it hold anything in a kit that was started (docs/consent.md). */
 QV_API int qv_expect_consent(void);
 /* Starts the core; once more, it does nothing. On a thread other than the main one it waits until
  * the main thread has begun to ask the web engine for its user agent, unless QV_OWN_WEB_ENGINE is

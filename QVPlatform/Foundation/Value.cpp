@@ -58,7 +58,8 @@ bool saysYes(std::string_view text) {
   text = withoutBlanks(text);
   if (text.starts_with('+') || text.starts_with('-')) text.remove_prefix(1);
   text.remove_prefix(std::min(text.find_first_not_of('0'), text.size()));
-  return !text.empty() && std::string_view("123456789YyTt").find(text.front()) != text.npos;
+  return !text.empty() &&
+         std::string_view("123456789YyTt").find(text.front()) != std::string_view::npos;
 }
 
 template <class Target>

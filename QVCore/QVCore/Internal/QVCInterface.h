@@ -34,9 +34,9 @@ int done(Body&& body) {
 template <class Body>
 int doneWithOptional(const char* utf8, Body&& body) {
   return done([&] {
-    QVPlatform::String text(utf8);
+    const QVPlatform::String text(utf8);
     const bool isMalformed = utf8 && text.isNull();
-    return isMalformed ? QV_INVALID : done([&] { return body(std::move(text)); });
+    return isMalformed ? QV_INVALID : done([&] { return body(text); });
   });
 }
 
