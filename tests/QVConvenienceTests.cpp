@@ -46,6 +46,10 @@ TEST_F(QVConvenienceTest, SendsAHitInEachFormAndReadsItsAnswer) {
       {QVHit(u).forPartner("their"), "GET /p", ""}};
   std::uint32_t number = 0;
   for (const auto& [hit, line, body] : cases) {
+    std::optional<int> status;
+    const QVObservation observer(hit.answerName(), [&](const Notification& answer) {
+      status = QVUserInfo(answer).status();
+    });
     const Recorder answers{{hit.answerName()}};
     EXPECT_TRUE(hit.isValid() && QVHit(hit).set("own", number).post());
     const auto heard = answers.waitFor(1);
@@ -55,6 +59,7 @@ TEST_F(QVConvenienceTest, SendsAHitInEachFormAndReadsItsAnswer) {
     EXPECT_EQ(request.method + " " + request.target, line);
     EXPECT_EQ(request.body, body);
     EXPECT_EQ(info.id(), number);
+    EXPECT_EQ(status, 200);
     EXPECT_EQ(info.get("own"), number);
     EXPECT_EQ(std::tuple(info.url(), info.body(), info.content(), info.error()),
               std::tuple(hit.request().get("url").string(),

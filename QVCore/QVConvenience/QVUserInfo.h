@@ -1,11 +1,12 @@
 #pragma once
 
 #include <QVCore/QVCoreConstants.h>
+#include <QVCore/QVHTTPOperation.h>
+#include <QVCore/QVNetworkManager.h>
 #include <QVPlatform/Dispatch/Notification.h>
 #include <QVPlatform/Foundation/Error.h>
 #include <QVPlatform/Foundation/Value.h>
 #include <QVPlatform/Networking/HTTPURLResponse.h>
-#include <QVPlatform/Networking/URLRequest.h>
 
 #include <cstdint>
 #include <memory>
@@ -21,7 +22,7 @@ class QVUserInfo {
  public:
   explicit QVUserInfo(QVPlatform::Dictionary userInfo) noexcept : values_(std::move(userInfo)) {}
   explicit QVUserInfo(const QVPlatform::Notification& notification)
-      : QVUserInfo(notification.userInfo()) {}
+      : values_(notification.userInfo()), toldStatus_(QVHTTPOperation::statusCodeBeingTold()) {}
 
   /// The core's number for the request.
   std::optional<std::uint32_t> id() const {
@@ -36,34 +37,23 @@ class QVUserInfo {
   QVPlatform::String body() const { return text(kQVUserInfo_POSTData); }
   /// The body of the answer.
   QVPlatform::String content() const { return text(kQVUserInfo_ContentKey); }
-  /// The status that the server answered with, where the core tells it: in errors.
+  /// The status that the server answered with: of a view made of a notification while an observer
+  /// is being told of it, and of any error that brings a response.
   std::optional<int> status() const {
     const auto response = held<QVPlatform::HTTPURLResponse>(kQVUserInfo_ResponseKey);
-    return response ? std::optional(response->statusCode()) : std::nullopt;
+    const int status = response ? response->statusCode() : toldStatus_;
+    return status != 0 ? std::optional(status) : std::nullopt;
   }
   /// Why the request was refused, in English.
   QVPlatform::String error() const {
     const auto error = held<QVPlatform::Error>(kQVUserInfo_ErrorKey);
     return error ? error->localizedDescription() : text(kQVUserInfo_ErrorKey);
   }
-  /// What was posted to have the request sent, without what the core has added since: a dictionary
-  /// of its own, to be posted again. An answer's or an error's own user info must not be: the
-  /// response in it would send it past the hits that wait. What the poster itself had under a key
-  /// that the core has written to ("ID", "RequestType", "content", in an error "data") is gone.
+  /// What is to be posted to send the request once more: a dictionary of its own
+  /// (QVNetworkManager::requestDataFromUserInfo()). The user info of an answer or an error must not
+  /// be.
   QVPlatform::Dictionary request() const {
-    QVPlatform::Dictionary request = QVPlatform::Dictionary(values_.entries());
-    for (const auto& key :
-         {kQVUserInfo_RequestID, kQVUserInfo_RequestType, kQVUserInfo_ContentKey}) {
-      request.remove(key);
-    }
-    if (held<QVPlatform::HTTPURLResponse>(kQVUserInfo_ResponseKey)) {
-      request.remove(kQVUserInfo_ResponseKey);
-    }
-    if (held<QVPlatform::MutableURLRequest>(kQVUserInfo_DataKey)) {
-      request.remove(kQVUserInfo_DataKey);
-    }
-    if (!error().isNull()) request.remove(kQVUserInfo_ErrorKey);
-    return request;
+    return QVNetworkManager::requestDataFromUserInfo(values_);
   }
 
   /// What the poster put under a key of its own, or nil; as text, or null if it is none.
@@ -77,4 +67,5 @@ class QVUserInfo {
   }
 
   QVPlatform::Dictionary values_;
+  int toldStatus_ = 0;
 };

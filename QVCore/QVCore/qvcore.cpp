@@ -44,11 +44,12 @@ class AssumedNetwork final : public QVPlatform::ReachabilitySource {
 /// What is at the path in the configuration; nil if there is no such configuration.
 Value configurationValue(const char* name, const char* path) {
   const String key(name);
-  if (key.isNull()) return nullptr;
+  const String keys(path);
+  if (key.isNull() || (path && keys.isNull())) return nullptr;
   const auto file = QVConfigurationFileFactory::sharedInstance()->getConfigurationFile(key);
   if (!file) return nullptr;
   const Value json = file->getJSONDictionary();
-  return path && !json.isNil() ? file->getJsonLeafFromPath(json, path) : json;
+  return path && !json.isNil() ? file->getJsonLeafFromPath(json, keys) : json;
 }
 
 int getSetting(int setting, int* value) {
@@ -146,6 +147,10 @@ int qv_shutdown(int milliseconds, int* saved) {
     if (saved) *saved = static_cast<int>(result.savedHits.value_or(0));
     return !result.savedHits ? QV_FAILED : result.isIdle ? QV_OK : QV_UNDER_WAY;
   });
+}
+
+int qv_erase_everything() {
+  return done([] { return QVCoreInitialisation::eraseEverything() ? QV_OK : QV_FAILED; });
 }
 
 int qv_wait_for_user_agent() {

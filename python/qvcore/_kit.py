@@ -43,7 +43,7 @@ class Notification:
     name: str
     #: Keys and values; objects of the library are texts that describe them.
     info: Dict[str, Any] = field(default_factory=dict)
-    #: The HTTP status that a failed request was answered with, if it was.
+    #: The status of the HTTP answer, where this tells one.
     status: Optional[int] = None
     #: What has to be posted to send the request once more of which this is the answer or error.
     request: Dict[str, Any] = field(default_factory=dict)
@@ -370,6 +370,10 @@ class Kit:
     def save_at_each_change(self) -> None:
         """Does so at each change of their number from now on."""
         _check(_library.qv_save_at_each_change())
+
+    def erase_everything(self) -> None:
+        """Erases all that the kit keeps of the person and the installation, on disk and in memory."""
+        _check(_library.qv_erase_everything())
 
     def wait_for_user_agent(self) -> None:
         """Holds hits until the user agent is known, and has it sent with them."""

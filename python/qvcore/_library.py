@@ -48,6 +48,7 @@ FUNCTIONS = {
     "qv_save": (c_int,),
     "qv_save_at_each_change": (c_int,),
     "qv_shutdown": (c_int, c_int, POINTER(c_int)),
+    "qv_erase_everything": (c_int,),
     "qv_wait_for_user_agent": (c_int,),
     "qv_add_partner": (c_int, c_char_p),
     "qv_set_queue_limits": (c_int, c_int, c_int),
@@ -70,7 +71,9 @@ def load() -> ctypes.CDLL:
     """The library with the types of its functions. OSError when the loader does not find it."""
     library = ctypes.CDLL(os.environ.get("QVCORE_LIBRARY", "libQVCore.so.4"))
     for name, (result, *arguments) in FUNCTIONS.items():
-        function = getattr(library, name)
+        function = getattr(library, name, None)
+        if function is None:
+            raise ImportError(f"{library._name} is older than this package: it has no {name}")
         function.restype = result
         function.argtypes = arguments
     return library

@@ -106,7 +106,7 @@ class PackageTest(unittest.TestCase):
             asyncio.run(main())
             """)
         self.assertEqual(printed, [
-            "welcome 1.5 True", "['POSTData', 'flag', 'mine', 'qvcore.request', 'url'] None",
+            "welcome 1.5 True", "['POSTData', 'flag', 'mine', 'qvcore.request', 'url'] 200",
             "/gone: 404 404", "/cut: no answer None", "bare: Error : invalid URL None",
             str([str(i) for i in range(9)]), "late True"])
         self.assertEqual(Server.requests[0], "POST /a b=\u00fc")

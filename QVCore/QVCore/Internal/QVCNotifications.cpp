@@ -3,11 +3,11 @@
 #include <QVCore/Internal/QVCInterface.h>
 #include <QVCore/Internal/QVJSONText.h>
 #include <QVCore/QVCoreConstants.h>
+#include <QVCore/QVHTTPOperation.h>
+#include <QVCore/QVNetworkManager.h>
 #include <QVPlatform/Dispatch/NotificationCenter.h>
 #include <QVPlatform/Foundation/ForkMutex.h>
 #include <QVPlatform/Foundation/Lasting.h>
-#include <QVPlatform/Networking/HTTPURLResponse.h>
-#include <QVPlatform/Networking/URLRequest.h>
 
 #include <map>
 #include <memory>
@@ -23,27 +23,25 @@ using QVPlatform::String;
 using QVPlatform::Value;
 
 struct qv_info {
-  explicit qv_info(Dictionary content)
-      : values(content.isNull() ? Dictionary::dictionary() : std::move(content)) {}
+  explicit qv_info(Dictionary content, int itsStatus = 0)
+      : values(content.isNull() ? Dictionary::dictionary() : std::move(content)),
+        status(itsStatus) {}
 
-  template <class Kind>
-  std::shared_ptr<Kind> held(const String& key) const {
-    return std::dynamic_pointer_cast<Kind>(values.get(key).object());
-  }
   /// The text stays as it is until it is asked for again.
   const char* textOf(const String& key) const {
     return (texts[key] = values.get(key).stringValue()).UTF8String();
   }
 
   Dictionary values;
+  const int status;
   mutable std::map<String, String> texts;
 };
 
 namespace {
 
 template <class Body>
-qv_info* newInfo(Body&& body) {
-  return resultOf([&] { return new qv_info(body()); }, static_cast<qv_info*>(nullptr));
+qv_info* newInfo(Body&& body, int status = 0) {
+  return resultOf([&] { return new qv_info(body(), status); }, static_cast<qv_info*>(nullptr));
 }
 
 int store(qv_info* info, const char* key, const Value& value) {
@@ -52,22 +50,6 @@ int store(qv_info* info, const char* key, const Value& value) {
     info->texts.erase(name);
     info->values.set(name, value);
   });
-}
-
-Dictionary requestOf(const qv_info& info) {
-  Dictionary request = info.values.copy();
-  for (const String& key :
-       {kQVUserInfo_RequestID, kQVUserInfo_RequestType, kQVUserInfo_ContentKey}) {
-    request.remove(key);
-  }
-  if (info.held<QVPlatform::HTTPURLResponse>(kQVUserInfo_ResponseKey)) {
-    request.remove(kQVUserInfo_ResponseKey);
-  }
-  if (info.held<QVPlatform::MutableURLRequest>(kQVUserInfo_DataKey)) {
-    request.remove(kQVUserInfo_DataKey);
-  }
-  request.remove(kQVUserInfo_ErrorKey);
-  return request;
 }
 
 /// The core knows some requests by the constant itself.
@@ -91,7 +73,7 @@ class Listeners {
     const void* const observer = key.get();
     const long number = keep(std::move(key));
     const auto deliver = [callback, user](const Notification& heard) {
-      const qv_info info(heard.userInfo().copy());
+      const qv_info info(heard.userInfo().copy(), QVHTTPOperation::statusCodeBeingTold());
       callback(heard.name().UTF8String(), &info, user);
     };
     if (NotificationCenter::defaultCenter()->addObserver(observer, deliver, name)) return number;
@@ -136,11 +118,12 @@ qv_info* qv_info_new() {
 }
 
 qv_info* qv_info_copy(const qv_info* info) {
-  return info ? newInfo([&] { return info->values.copy(); }) : nullptr;
+  return info ? newInfo([&] { return info->values.copy(); }, info->status) : nullptr;
 }
 
 qv_info* qv_info_request(const qv_info* info) {
-  return info ? newInfo([&] { return requestOf(*info); }) : nullptr;
+  if (!info) return nullptr;
+  return newInfo([&] { return QVNetworkManager::requestDataFromUserInfo(info->values); });
 }
 
 void qv_info_free(qv_info* info) { delete info; }
@@ -166,14 +149,7 @@ double qv_info_number(const qv_info* info, const char* key) {
   return info ? resultOf([&] { return info->values.get(key).doubleValue(); }, 0.0) : 0;
 }
 
-int qv_info_status(const qv_info* info) {
-  if (!info) return 0;
-  const auto status = [&] {
-    const auto response = info->held<QVPlatform::HTTPURLResponse>(kQVUserInfo_ResponseKey);
-    return response ? response->statusCode() : 0;
-  };
-  return resultOf(status, 0);
-}
+int qv_info_status(const qv_info* info) { return info ? info->status : 0; }
 
 char* qv_info_json(const qv_info* info) {
   return info ? copyOf([&] { return QVJSONText(info->values); }) : nullptr;
