@@ -150,7 +150,17 @@ TEST_F(QVCInterfaceTest, SetsAndLooksUp) {
     }
   }
   qv_set(QV_LOG_LEVEL, 2);
-  EXPECT_EQ(printed([] { qv_log("heard", 2), qv_log("passed over", 1); }), "heard\n");
+  const auto log = [] { qv_log("heard", 2), qv_log("passed over", 1), consoleLog("wrong"); };
+  EXPECT_EQ(printed(log), "heard\n");
+  std::string told;
+  const auto take = [](const char* line, int level, void* user) {
+    static_cast<std::string*>(user)->append(line).append(std::to_string(level));
+  };
+  EXPECT_EQ(qv_set_log_sink(take, &told), QV_OK);
+  EXPECT_EQ(printed(log), "");
+  EXPECT_EQ(qv_set_log_sink(nullptr, nullptr), QV_OK);
+  EXPECT_EQ(printed(log), "heard\n");
+  EXPECT_EQ(told, "heard2wrong-1");
   EXPECT_EQ(qv_set_queue_limits(10, 20), QV_OK);
   EXPECT_EQ(QVNetworkManager::sharedInstance()->maxRequestsInQueue(), 20U);
   EXPECT_EQ(qv_set_variable("#OWN#", "x"), QV_OK);

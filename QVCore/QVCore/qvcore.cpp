@@ -12,10 +12,13 @@
 #include <QVCore/QVLogger.h>
 #include <QVCore/QVNetworkManager.h>
 #include <QVPlatform/Application.h>
+#include <QVPlatform/Dispatch/CallGate.h>
 #include <QVPlatform/Dispatch/MainQueue.h>
 #include <QVPlatform/Foundation/ClassRegistry.h>
+#include <QVPlatform/Foundation/Log.h>
 #include <QVPlatform/SystemConfiguration/NetworkReachability.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <memory>
@@ -51,6 +54,22 @@ Value configurationValue(const char* name, const char* path) {
   const Value json = file->getJSONDictionary();
   return path && !json.isNil() ? file->getJsonLeafFromPath(json, keys) : json;
 }
+
+/// A sink in C, for as long as no other one has taken its place. The log keeps it for ever.
+struct Sink {
+  Sink(qv_log_sink itsFunction, void* itsUser) : function(itsFunction), user(itsUser) {}
+
+  void take(const QVPlatform::LogLine& line) {
+    const char* const text = line.text.isNull() ? "(null)" : line.text.UTF8String();
+    gate.enter([&] { function(text, line.level.value_or(QV_NO_LEVEL), user); });
+  }
+
+  QVPlatform::CallGate gate;
+  const qv_log_sink function;
+  void* const user;
+};
+
+constinit std::atomic<Sink*> currentSink{nullptr};
 
 int getSetting(int setting, int* value) {
   switch (setting) {
@@ -239,6 +258,17 @@ void qv_main_queue_run() {
 
 void qv_main_queue_stop() {
   done([] { MainQueue::mainQueue().stop(); });
+}
+
+int qv_set_log_sink(qv_log_sink sink, void* user) {
+  return done([&] {
+    const auto next = sink ? std::make_shared<Sink>(sink, user) : nullptr;
+    QVPlatform::LogSink take;
+    if (next) take = [next](const QVPlatform::LogLine& line) { next->take(line); };
+    if (!QVPlatform::setLogSink(std::move(take))) return QV_FAILED;
+    if (Sink* const earlier = currentSink.exchange(next.get())) earlier->gate.close();
+    return QV_OK;
+  });
 }
 
 int qv_log(const char* line, int level) {

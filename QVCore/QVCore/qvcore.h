@@ -186,8 +186,19 @@ QV_API void qv_main_queue_drain(void);
 QV_API void qv_main_queue_run(void);
 QV_API void qv_main_queue_stop(void);
 
-/** Writes a line to the kit's log, if the level is at least QV_LOG_LEVEL. */
+/* The log; docs/log.md tells its lines and levels. */
+
+/** Writes a line, if the level is at least QV_LOG_LEVEL. */
 QV_API int qv_log(const char* line, int level);
+/** A level below all others: of a line of the console log, which says that something is wrong. */
+#define QV_NO_LEVEL (-1)
+/** Runs on any thread, on several at once, and may call nothing of this header, since the library
+ * may hold a lock. The line is gone when it returns. */
+typedef void (*qv_log_sink)(const char* line, int level, void* user);
+/** Takes all lines away from standard output and standard error; NULL brings these back. When it
+ * returns, the sink before it runs no more. For one thread at a time, and a few times in a process:
+ * a little memory stays of each sink. */
+QV_API int qv_set_log_sink(qv_log_sink sink, void* user);
 
 /** Names of notifications. One that ends in a colon and a blank, and the three of configurations,
  * are followed by a name of the program's: QV_NAME_HTTP_PARTNER_REQUEST "partner". */

@@ -18,6 +18,7 @@ from . import keys, names
 
 Value = Union[str, bool, int, float]
 Callback = Callable[["Notification"], None]
+LogSink = Callable[[str, Optional[int]], None]
 
 _TOKEN = "qvcore.request"
 _library = c.load()
@@ -144,6 +145,7 @@ class _Listeners:
             numbered = list(self._numbers)
         for key in numbered:
             self._remove(key)
+        _set_log_sink(None)
 
     def _receive(self, name: bytes, info: int, key: int) -> None:
         callback = self._callbacks.get(key)
@@ -160,6 +162,25 @@ class _Listeners:
             return _contentOf(request)
         finally:
             _library.qv_info_free(request)
+
+
+_log_sink: Optional[LogSink] = None
+
+
+def _take_line(line: bytes, level: int, _: object) -> None:
+    sink = _log_sink
+    if sink is not None:
+        sink(line.decode(errors="replace"), None if level == c.NO_LEVEL else level)
+
+
+_log_entry = c.LOG_SINK(_take_line)  # never freed, as the listeners' is not
+
+
+def _set_log_sink(sink: Optional[LogSink]) -> None:
+    global _log_sink
+    was_set, _log_sink = _log_sink is not None, sink
+    if was_set != (sink is not None):
+        _check(_library.qv_set_log_sink(_log_entry if sink else c.LOG_SINK(), None))
 
 
 _listeners = _Listeners()
@@ -415,6 +436,12 @@ class Kit:
         if the configuration is."""
         text = _taken(_library.qv_configuration_json(_encoded(name), _encoded(path)))
         return None if text is None else json.loads(text)
+
+    def set_log_sink(self, sink: Optional[LogSink]) -> None:
+        """Takes all lines of the log from standard output and standard error; None brings these back.
+        The sink is called with the line and its level, which is None for a line that says that
+        something is wrong, on any thread of the process, and must not call the kit."""
+        _set_log_sink(sink)
 
     def log(self, line: str, level: int = 5) -> None:
         """Writes a line to the kit's log, if the level is at least `log_level`."""

@@ -11,7 +11,10 @@ from ctypes import POINTER, c_char_p, c_double, c_int, c_long, c_void_p
 OK, INVALID, FAILED, UNDER_WAY = 0, -1, -2, -3
 LOG_LEVEL, LOG_NOTIFICATIONS, BLOCK_HITS, OWN_WEB_ENGINE, SEND_IN_BACKGROUND = range(1, 6)
 
+NO_LEVEL = -1
+
 CALLBACK = ctypes.CFUNCTYPE(None, c_char_p, c_void_p, c_void_p)
+LOG_SINK = ctypes.CFUNCTYPE(None, c_char_p, c_int, c_void_p)
 
 
 class OwnedText(c_void_p):
@@ -63,6 +66,7 @@ FUNCTIONS = {
     "qv_main_queue_drain": (None,),
     "qv_main_queue_run": (None,),
     "qv_main_queue_stop": (None,),
+    "qv_set_log_sink": (c_int, LOG_SINK, c_void_p),
     "qv_log": (c_int, c_char_p, c_int),
 }
 

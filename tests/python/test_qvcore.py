@@ -140,6 +140,11 @@ class PackageTest(unittest.TestCase):
         (self.container / "menu.json").write_text('{"version": 2, "list": {"on": true, "n": [1]}}')
         printed = self.run_program("""
             with make(consent=True, log_level=4) as kit:
+                told = []
+                kit.set_log_sink(lambda *line: told.append(line))
+                kit.log("x", 5), kit.log("y", 3)
+                kit.set_log_sink(None)
+                print(told)
                 kit.set_variable("#OWN#", "x")
                 kit.add_configuration("menu", "version", url + "/menu")
                 print(kit.variable("#OWN#"), kit.variable("#NONE#"), kit.log_level, kit.version)
@@ -150,6 +155,7 @@ class PackageTest(unittest.TestCase):
         version = re.search(r'^version = "(.+)"', (SOURCE / "python/pyproject.toml").read_text(), re.M)[1]
         self.assertIn(f"x None 4 {version}", printed)
         self.assertIn("{'n': [1], 'on': True} 0 None", printed)
+        self.assertIn("[('x', 5)]", printed)
         self.run_program("""
             with make() as kit:
                 answered = threading.Event()
