@@ -34,7 +34,7 @@ foreign_apt() {
   apt-get -qq -o Dir::State="$place/apt/state" -o Dir::State::status="$place/apt/status" \
     -o Dir::Cache="$place/apt/cache" -o APT::Architecture="$architecture" \
     -o APT::Architectures="$architecture" -o Debug::NoLocking=true -o APT::Sandbox::User= \
-    -o Acquire::Languages=none -o Acquire::Retries=3 "$@" || fail "apt-get could not fetch packages for $architecture"
+    -o Acquire::Languages=none -o Acquire::Retries=3 "$@"
 }
 
 # The libraries among the packages that the build and the tests need.
@@ -59,9 +59,10 @@ make_sysroot() {
   mkdir -p "$place/apt/state/lists/partial" "$place/apt/cache/archives/partial" "$sysroot/usr/lib"
   : >"$place/apt/status"
   ln -s usr/lib "$sysroot/lib"
-  foreign_apt update
+  foreign_apt update || true  # what is out of reach shows when the packages are fetched
   mapfile -t packages <<<"$list"
-  foreign_apt install --yes --no-install-recommends --download-only "${packages[@]}" >/dev/null
+  foreign_apt install --yes --no-install-recommends --download-only "${packages[@]}" >/dev/null ||
+    fail "apt-get could not fetch packages for $architecture (see above)"
   local package
   for package in "$place"/apt/cache/archives/*.deb; do
     dpkg-deb --fsys-tarfile "$package" | tar -x -C "$sysroot" --keep-directory-symlink
