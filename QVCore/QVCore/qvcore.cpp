@@ -60,8 +60,8 @@ struct Sink {
   Sink(qv_log_sink itsFunction, void* itsUser) : function(itsFunction), user(itsUser) {}
 
   void take(const QVPlatform::LogLine& line) {
-    const char* const text = line.text.isNull() ? "(null)" : line.text.UTF8String();
-    gate.enter([&] { function(text, line.level.value_or(QV_NO_LEVEL), user); });
+    const char* const shown = line.text.isNull() ? "(null)" : line.text.UTF8String();
+    gate.enter([&] { function(shown, line.level.value_or(QV_NO_LEVEL), user); });
   }
 
   QVPlatform::CallGate gate;

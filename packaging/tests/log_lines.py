@@ -14,7 +14,8 @@ TELLING = (r"(?<!void )(?<!bool )(?<!::)\b"
            r"(?:consoleLog|printLine|logMessageWithLevel|logToConsole|logCount|log|failToStart)\(")
 LITERAL = r'"(?:[^"\\]|\\.)*"'
 # Calls that pass on what was told to them.
-PASSING_ON = {"message", "message, level", "message.description(), level", "message.description()",
+PASSING_ON = {"message", "message, level", "text, level",
+              "message.description(), level", "message.description()",
               "stringWithFormat(format, arguments), level",
               "stringWithFormat(format, {number, reason}), QVLogLevelTraffic",
               "stringWithFormat(format, {count}), QVLogLevelOfflineHits"}
