@@ -2,7 +2,8 @@
 # cross.sh [--quick] arm64|armhf|s390x: builds the kit for that processor and runs its tests in an
 # emulator. Needs what else is needed on this machine (group "cross" of packages.txt), and fetches the
 # processor's own libraries with apt into build/cross-<processor>/, where apt has directories of its own: on this
-# machine nothing else changes. --quick builds and runs what reads and writes files alone.
+# machine nothing else changes. --quick builds and runs what reads and writes files alone. The status is 77 when
+# the packages are out of reach.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -61,8 +62,10 @@ make_sysroot() {
   ln -s usr/lib "$sysroot/lib"
   foreign_apt update || true  # what is out of reach shows when the packages are fetched
   mapfile -t packages <<<"$list"
-  foreign_apt install --yes --no-install-recommends --download-only "${packages[@]}" >/dev/null ||
-    fail "apt-get could not fetch packages for $architecture (see above)"
+  foreign_apt install --yes --no-install-recommends --download-only "${packages[@]}" >/dev/null || {
+    echo "cross.sh: apt-get could not fetch packages for $architecture (see above)" >&2
+    exit 77
+  }
   local package
   for package in "$place"/apt/cache/archives/*.deb; do
     dpkg-deb --fsys-tarfile "$package" | tar -x -C "$sysroot" --keep-directory-symlink

@@ -5,14 +5,15 @@
 #   docs     the pages of the interface (scripts/docs.sh)
 #   PRESET   configures, builds and runs the whole suite: dev, asan, tsan, asan-clang, tsan-clang, or
 #            release, which builds the benchmarks, too
+#   cross    the quick form of scripts/cross.sh, for a big-endian processor
 #   bench    the quick form of scripts/bench.sh
-#   all      what CI runs: format docs dev asan tsan-clang bench
+#   all      what CI runs: format docs dev asan tsan-clang cross bench
 # Without a step: format dev. Ends with the number of passed, failed and skipped tests, in which a
 # step that broke off counts as one that failed; above it stands what each skipped test lacks.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-known=(format tidy docs dev release asan tsan asan-clang tsan-clang bench)
+known=(format tidy docs dev release asan tsan asan-clang tsan-clang cross bench)
 
 passed=0
 failed=0
@@ -64,12 +65,25 @@ run_preset() {
   run_suite "$1"
 }
 
+# Packages for another processor may be out of reach where those of this one are installed already.
+run_cross() {
+  local status=0
+  scripts/cross.sh --quick s390x || status=$?
+  if [[ $status -eq 77 ]]; then
+    skipped=$((skipped + 1))
+    lacking+=("cross: the packages of s390x, which could not be fetched")
+  elif [[ $status -ne 0 ]]; then
+    break_off cross
+  fi
+}
+
 run_step() {
   local start=$SECONDS
   echo "== $1"
   case $1 in
     format | tidy) scripts/lint.sh "$1" || break_off "$1" ;;
     docs) scripts/docs.sh || break_off "$1" ;;
+    cross) run_cross ;;
     bench) scripts/bench.sh --quick || break_off "$1" ;;
     *) run_preset "$1" ;;
   esac
@@ -80,7 +94,7 @@ steps=("$@")
 groups=(build test)
 [[ $# -gt 0 ]] || steps=(format dev)
 if [[ ${steps[*]} == all ]]; then
-  steps=(format docs dev asan tsan-clang bench)
+  steps=(format docs dev asan tsan-clang cross bench)
   groups+=(web loops)  # what would be left out of the build without them
 fi
 
