@@ -119,14 +119,15 @@ void readComment(const std::string& comment, Hit& hit) {
 }
 
 void readHeader(const std::string& header, Hit& hit) {
-  const std::size_t colon = header.find(':');
-  if (colon == header.npos) return;
-  const std::size_t begin = header.find_first_not_of(' ', colon + 1);
-  if (begin == header.npos) return;  // curl is to leave out a header of its own
-  hit.headers.emplace_back(header.substr(0, colon), header.substr(begin));
+  const std::size_t sign = header.find_first_of(":;");
+  if (sign == header.npos) return;
+  const std::size_t begin = header.find_first_not_of(' ', sign + 1);
+  const bool isForCurl = header[sign] == ':' && begin == header.npos;  // to leave out one of its own
+  if (isForCurl) return;
+  hit.headers.emplace_back(header.substr(0, sign), begin == header.npos ? "" : header.substr(begin));
 }
 
-/// The command's words behind "curl". The hit has what its comment says.
+/// The hit has what its comment says.
 Hit hitOf(const std::vector<std::string>& words, Hit hit, bool isKindKnown) {
   for (std::size_t i = 0; i < words.size(); ++i) {
     const std::string& option = words[i];
@@ -136,7 +137,8 @@ Hit hitOf(const std::vector<std::string>& words, Hit hit, bool isKindKnown) {
     } else if (hasValue && (option == "-H" || option == "--header")) {
       readHeader(words[++i], hit);
     } else if (hasValue && (option == "-d" || option.starts_with("--data"))) {
-      hit.body = words[++i];
+      const bool isPiped = words[++i] == "@-" && words.size() > 1 && words[0] == "echo";
+      hit.body = isPiped ? bytesOfBase64(words[1]).value_or("") : words[i];
       if (hit.method.empty()) hit.method = "POST";
     } else if (option == "-I" || option == "--head") {
       hit.method = "HEAD";
@@ -174,16 +176,14 @@ std::string curlOf(const Hit& hit) {
 bool readCurl(const std::string& text, const std::function<void(Hit)>& onHit) {
   Words words(text);
   Hit told;
-  std::vector<std::string> command;
   bool isTold = false;
+  std::vector<std::string> command;
+  std::vector<Hit> hits;
   const auto finish = [&] {
-    const auto curl = std::find(command.begin(), command.end(), "curl");
-    if (curl != command.end()) {
-      Hit hit = hitOf({curl + 1, command.end()}, told, isTold);
-      if (!isTold) hit.time = now();
-      if (!hit.url.empty()) onHit(std::move(hit));
-      isTold = false;
-      told = Hit();
+    if (std::find(command.begin(), command.end(), "curl") != command.end()) {
+      Hit hit = hitOf(command, std::exchange(told, Hit()), isTold);
+      if (!std::exchange(isTold, false)) hit.time = now();
+      if (!hit.url.empty()) hits.push_back(std::move(hit));
     }
     command.clear();
   };
@@ -198,5 +198,7 @@ bool readCurl(const std::string& text, const std::function<void(Hit)>& onHit) {
     }
   }
   finish();
-  return !words.isBroken();
+  if (words.isBroken()) return false;
+  for (auto& hit : hits) onHit(std::move(hit));
+  return true;
 }

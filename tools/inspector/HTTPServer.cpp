@@ -14,6 +14,9 @@ namespace {
 constexpr std::size_t kMostOfHead = std::size_t{1} << 20;  // bytes of a URL and all headers
 constexpr std::size_t kBlockSize = 64 * 1024;
 constexpr unsigned kMostConnections = 1000;
+// Of a connection that has no request. The library does not notice a client that is done with sending
+// while it sends, so without a limit such connections would stay.
+constexpr unsigned kIdleSeconds = 120;
 
 /// Null when the address is no number.
 std::vector<char> socketAddress(const HTTPServer::Place& place) {
@@ -147,7 +150,8 @@ HTTPServer::HTTPServer(const Place& place, std::size_t keptOfBody, HTTPHandler& 
       &Callbacks::access, this, MHD_OPTION_SOCK_ADDR, address.data(),
       MHD_OPTION_URI_LOG_CALLBACK, &Callbacks::begin, this, MHD_OPTION_NOTIFY_COMPLETED,
       &Callbacks::end, this, MHD_OPTION_CONNECTION_MEMORY_LIMIT, kMostOfHead,
-      MHD_OPTION_CONNECTION_LIMIT, kMostConnections, MHD_OPTION_END);
+      MHD_OPTION_CONNECTION_LIMIT, kMostConnections, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds,
+      MHD_OPTION_END);
   if (daemon_ == nullptr) error_ = errno != 0 ? errno : EADDRINUSE;
 }
 
