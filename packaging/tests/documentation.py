@@ -75,8 +75,10 @@ SCRIPTS = {
     "cross.sh": {"--quick", "arm64", "armhf", "s390x"},
     "demo.sh": set(),
     "docs.sh": set(),
+    "inspect.sh": words_in("tools/inspector/Options.cpp", r'^ *"  (--[a-z-]+)'),
     "lint.sh": words_in("scripts/lint.sh", r"^  ([a-z]+)\) "),
     "package.sh": {"--check"},
+    "picture.sh": set(),
     "setup.sh": words_in("scripts/packages.txt", r"^([a-z]+) "),
     "soak.sh": words_in("tools/soak/Options.cpp", r'^ *"  (--[a-z-]+)'),
     "test.sh": words_in("scripts/test.sh", r"^known=\((.*)\)$") | {"all"},
@@ -89,7 +91,7 @@ PROGRAMS = {f"{path.parent.name}/{path.stem}"
             for path in source.glob(kind)}
 for room in ("examples", "tools"):
     PROGRAMS |= {f"{room}/{name}"
-                 for name in words_in(f"{room}/CMakeLists.txt", r"^add_executable\((\w+)")}
+                 for name in words_in(f"{room}/CMakeLists.txt", r"^add_executable\(([\w-]+)")}
 
 
 def check_script(name, arguments, command):
@@ -191,12 +193,17 @@ def use_c(block, directory, proxy):
          "$(pkg-config --cflags qvcore)"], directory)
 
 
+def use_json(block, directory, proxy):
+    json.loads(block)  # what it says is tried by the tests of what reads it
+
+
 def use_python(block, directory, proxy):
     (directory / "main.py").write_text(block)
     run_program([sys.executable, "-X", "dev", "main.py"], directory, proxy)
 
 
-USES = {"c": use_c, "cpp": use_cpp, "cmake": use_cmake, "python": use_python, "sh": use_sh}
+USES = {"c": use_c, "cpp": use_cpp, "cmake": use_cmake, "json": use_json, "python": use_python,
+        "sh": use_sh}
 
 
 def use_page(page, proxy):

@@ -11,7 +11,7 @@ from pathlib import Path
 
 from support import TIMEOUT, Inspector, browser, eventually, resize, run_tests
 
-MANY = 100_000
+MANY, MORE = 100_000, 30_000
 HOSTILE = ("<script>window.hasRun = 1</script>", "<img src=x onerror='window.hasRun = 1'>",
            "\"><svg onload=window.hasRun=1>", "javascript:window.hasRun=1", "{{constructor.constructor('x')()}}")
 # The time of each frame while the list is scrolled through from top to end, and back to where new hits come.
@@ -291,9 +291,9 @@ class Page(unittest.TestCase):
         heap = lambda: self.js("return performance.memory.usedJSHeapSize") / 2**20
         self.driver.execute_cdp_cmd("HeapProfiler.collectGarbage", {})
         before = heap(), self.inspector.resident()
-        self.inspector.send_many(MANY, first=MANY)
-        eventually(lambda: self.text("#keeping").startswith(f"{MANY} older ones were dropped"), "the older ones gone")
-        eventually(lambda: self.rows()[:1] == [2 * MANY], "the newest is on top")
+        self.inspector.send_many(MORE, first=MANY)
+        eventually(lambda: self.text("#keeping").startswith(f"{MORE} older ones were dropped"), "the older ones gone")
+        eventually(lambda: self.rows()[:1] == [MANY + MORE], "the newest is on top")
         self.driver.execute_cdp_cmd("HeapProfiler.collectGarbage", {})
         after = heap(), self.inspector.resident()
         elements = self.js("return document.querySelectorAll('*').length")

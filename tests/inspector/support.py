@@ -108,10 +108,11 @@ class Inspector(contextlib.AbstractContextManager):
         session = (SAMPLE / "session.tsv").read_text().replace("COLLECTOR", self.collector)
         return self.send_with_core(session)
 
-    def send_with_core(self, lines):
+    def send_with_core(self, lines, **environment):
         with tempfile.TemporaryDirectory() as container:
             return subprocess.run([SEND_HITS, "--assume-network", "--container", container],
-                                  input=lines, text=True, capture_output=True, timeout=TIMEOUT).stdout
+                                  input=lines, text=True, capture_output=True, timeout=TIMEOUT,
+                                  env=dict(os.environ, **environment)).stdout
 
 
 @contextlib.contextmanager

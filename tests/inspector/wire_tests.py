@@ -80,6 +80,22 @@ class Rules(unittest.TestCase):
             inspector.set_rules(*told)  # what the page sends back when something else has changed
             self.assertEqual(inspector.send("/hit").status, 404)
 
+    def test_of_the_documentation_are_understood(self):
+        text = (SAMPLE.parents[2] / "docs/inspector.md").read_text()
+        with Inspector() as inspector:
+            for block in re.findall(r"(?s)```json\n(.*?)```", text):
+                inspector.set_rules(*json.loads(block))
+            self.assertEqual(inspector.send("/vendors.json").text, b'{"version":4}')
+            with tempfile.TemporaryDirectory() as directory:
+                Path(directory, "rules.json").write_text("[]")
+                for command in re.findall(r"(?m)^\| `(curl [^`]*)`", text):
+                    command = command.replace("http://127.0.0.1:8788", inspector.page)
+                    done = subprocess.run(["bash", "-c", f"{command} --fail --silent --max-time 1"], cwd=directory,
+                                          capture_output=True, timeout=TIMEOUT)
+                    self.assertEqual(done.returncode, 28 if "/live" in command else 0, command)
+            self.assertIn(b"event: state", done.stdout)
+            self.assertEqual(inspector.hits(), [])
+
     def test_that_are_wrong_change_nothing_and_say_why(self):
         cases = {
             "{}": "the rules are no array",
@@ -112,6 +128,9 @@ class Rules(unittest.TestCase):
                                   (200, "Version 3 of the vendors"), (200, None)}, statuses)
             self.assertEqual(printed.count("answered: "), len(inspector.hits()) - 2, printed)
             self.assertEqual(printed.count("failed: status 404"), 1, printed)
+            self.assertIn("answered: ok", inspector.send_with_core(
+                "http://nowhere.example/hit?id=99\n", http_proxy=inspector.collector, no_proxy=""))
+            self.assertEqual(inspector.hits()[-1]["url"], "http://nowhere.example/hit?id=99")
 
 
 class Hits(unittest.TestCase):

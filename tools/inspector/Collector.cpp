@@ -9,7 +9,8 @@ namespace {
 using std::chrono::ceil;
 using std::chrono::milliseconds;
 
-/// The URL that the client asked for: a proxy is given all of it, a server only what follows the host.
+/// The URL that the client asked for: a proxy is given all of it, a server only what follows the
+/// host.
 std::string urlOf(const HTTPRequest& request) {
   if (request.method == "CONNECT") return "https://" + request.target + "/";
   if (request.target.find("://") < request.target.find('/')) return request.target;
@@ -68,8 +69,8 @@ void Collector::onRequest(HTTPExchange& exchange) {
   exchange.tag = store_.add(std::move(hit));
   if (!waits) return act(exchange, action, *answer);
   const auto begin = Clock::now();
-  const auto due = action == Action::kSilence ? Clock::time_point::max()
-                                              : begin + milliseconds(rule->delay);
+  const auto due =
+      action == Action::kSilence ? Clock::time_point::max() : begin + milliseconds(rule->delay);
   waiting_.emplace(&exchange, Waiting{begin, due, action, answer});
 }
 

@@ -21,8 +21,8 @@ class Collector : public HTTPHandler {
   void onRequest(HTTPExchange& exchange) override;
   void onEnd(HTTPExchange& exchange, bool isDelivered) override;
 
-  /// Answers those whose delay is over. Answers for how many milliseconds there is nothing to do; -1
-  /// for any time.
+  /// Answers those whose delay is over. Answers for how many milliseconds there is nothing to do;
+  /// -1 for any time.
   int answerDue();
 
  private:
@@ -39,5 +39,6 @@ class Collector : public HTTPHandler {
 
   Store& store_;
   Rules& rules_;
-  std::unordered_map<HTTPExchange*, Waiting> waiting_;  // for a delay to end, or the client to leave
+  std::unordered_map<HTTPExchange*, Waiting>
+      waiting_;  // for a delay to end, or the client to leave
 };

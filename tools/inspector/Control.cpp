@@ -130,15 +130,18 @@ HTTPReply Control::importFile(const HTTPRequest& request) {
   if (request.bodySize > request.body.size()) return plain(413, "The file is too large.");
   std::string name = textOf(parameter(queryOf(request.target), "name"));
   const auto count = import(request.body, name.empty() ? "import" : name, store_);
-  return count ? done(*count) : plain(400, "The file holds no hits: it is to be JSON lines, an HTTP archive or commands of curl.");
+  return count ? done(*count)
+               : plain(400,
+                       "The file holds no hits: it is to be JSON lines, an HTTP archive or "
+                       "commands of curl.");
 }
 
 HTTPReply Control::exportHits(const HTTPRequest& request) {
-  const std::string_view query =
-      request.method == "POST" ? request.body : queryOf(request.target);
+  const std::string_view query = request.method == "POST" ? request.body : queryOf(request.target);
   const auto* const format = Export::formatNamed(parameter(query, "format"));
   auto ranges = rangesIn(parameter(query, "hits"));
-  if (format == nullptr || !ranges) return plain(400, "format is jsonl, har or curl; hits is like 1-5,9");
+  if (format == nullptr || !ranges)
+    return plain(400, "format is jsonl, har or curl; hits is like 1-5,9");
   const std::string fileName = Export::fileNameOf(*format);
   return {200,
           {{"Content-Type", Export::mediaTypeOf(*format)},

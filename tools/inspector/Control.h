@@ -10,9 +10,9 @@
 /// The page, and what the page asks for, on a port of its own: any path of the collector's port may
 /// be a hit's.
 ///
-/// A page of any site can send requests to this port, and may have given its own name this machine's
-/// address. So a request must be for an address or "localhost", and what a browser says about where
-/// it comes from must be the page itself.
+/// A page of any site can send requests to this port, and may have given its own name this
+/// machine's address. So a request must be for an address or "localhost", and what a browser says
+/// about where it comes from must be the page itself.
 class Control : public HTTPHandler {
  public:
   static constexpr std::size_t kLargestImport = std::size_t{256} << 20;  // bytes

@@ -122,9 +122,11 @@ void readHeader(const std::string& header, Hit& hit) {
   const std::size_t sign = header.find_first_of(":;");
   if (sign == header.npos) return;
   const std::size_t begin = header.find_first_not_of(' ', sign + 1);
-  const bool isForCurl = header[sign] == ':' && begin == header.npos;  // to leave out one of its own
+  const bool isForCurl =
+      header[sign] == ':' && begin == header.npos;  // to leave out one of its own
   if (isForCurl) return;
-  hit.headers.emplace_back(header.substr(0, sign), begin == header.npos ? "" : header.substr(begin));
+  hit.headers.emplace_back(header.substr(0, sign),
+                           begin == header.npos ? "" : header.substr(begin));
 }
 
 /// The hit has what its comment says.

@@ -33,13 +33,14 @@ constexpr Export::Format kFormats[] = {
     {"curl", "text/x-shellscript", "hits.sh", nothing, curlOf, "\n\n", lineBreak},
 };
 
-void readLines(const std::string& text, const std::function<std::uint64_t(Hit)>& add, Store& store) {
+void readLines(const std::string& text, const std::function<std::uint64_t(Hit)>& add,
+               Store& store) {
   std::unordered_map<std::uint64_t, std::uint64_t> sequences;  // in the file to those in the store
   for (std::size_t begin = 0, end = 0; begin < text.size(); begin = end + 1) {
     end = std::min(text.find('\n', begin), text.size());
-    const auto json = nlohmann::json::parse(text.begin() + static_cast<std::ptrdiff_t>(begin),
-                                            text.begin() + static_cast<std::ptrdiff_t>(end),
-                                            nullptr, false);
+    const auto json =
+        nlohmann::json::parse(text.begin() + static_cast<std::ptrdiff_t>(begin),
+                              text.begin() + static_cast<std::ptrdiff_t>(end), nullptr, false);
     if (!json.is_object()) continue;
     const auto sequence = json.find("sequence");
     const bool isKnown = sequence != json.end() && sequence->is_number_unsigned();

@@ -24,10 +24,14 @@ JSON requestOf(const Hit& hit) {
   for (const auto& [name, value] : parametersIn(queryOf(hit.url))) {
     query.push_back({{"name", textOf(name)}, {"value", textOf(value)}});
   }
-  JSON request{{"method", textOf(hit.method)}, {"url", textOf(hit.url)},
-               {"httpVersion", hit.version},   {"cookies", JSON::array()},
-               {"headers", listOf(hit.headers)}, {"queryString", query},
-               {"headersSize", -1},            {"bodySize", hit.bodySize}};
+  JSON request{{"method", textOf(hit.method)},
+               {"url", textOf(hit.url)},
+               {"httpVersion", hit.version},
+               {"cookies", JSON::array()},
+               {"headers", listOf(hit.headers)},
+               {"queryString", query},
+               {"headersSize", -1},
+               {"bodySize", hit.bodySize}};
   if (hit.bodySize == 0) return request;
   const bool isText = isUTF8(hit.body);
   request["postData"] = {{"mimeType", typeOf(hit.headers)},
@@ -44,9 +48,10 @@ JSON responseOf(const Hit& hit) {
           {"httpVersion", hit.version},
           {"cookies", JSON::array()},
           {"headers", listOf(answer.headers)},
-          {"content", {{"size", answer.body.size()},
-                       {"mimeType", typeOf(answer.headers)},
-                       {"text", textOf(answer.body)}}},
+          {"content",
+           {{"size", answer.body.size()},
+            {"mimeType", typeOf(answer.headers)},
+            {"text", textOf(answer.body)}}},
           {"redirectURL", ""},
           {"headersSize", -1},
           {"bodySize", -1}};

@@ -14,8 +14,8 @@ namespace {
 constexpr std::size_t kMostOfHead = std::size_t{1} << 20;  // bytes of a URL and all headers
 constexpr std::size_t kBlockSize = 64 * 1024;
 constexpr unsigned kMostConnections = 1000;
-// Of a connection that has no request. The library does not notice a client that is done with sending
-// while it sends, so without a limit such connections would stay.
+// Of a connection that has no request. The library does not notice a client that is done with
+// sending while it sends, so without a limit such connections would stay.
 constexpr unsigned kIdleSeconds = 120;
 
 /// Null when the address is no number.
@@ -61,8 +61,8 @@ struct HTTPServer::Callbacks {
     return exchange;
   }
 
-  /// Called when the head is there, then for each part of the body, then at its end and whenever the
-  /// connection was resumed.
+  /// Called when the head is there, then for each part of the body, then at its end and whenever
+  /// the connection was resumed.
   static MHD_Result access(void* context, MHD_Connection*, const char*, const char* method,
                            const char* version, const char* part, std::size_t* size,
                            void** request) {
@@ -146,8 +146,8 @@ HTTPServer::HTTPServer(const Place& place, std::size_t keptOfBody, HTTPHandler& 
   const bool isSix = address.size() == sizeof(sockaddr_in6);
   errno = 0;
   daemon_ = MHD_start_daemon(
-      MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | (isSix ? MHD_USE_IPv6 : MHD_NO_FLAG), 0, nullptr, nullptr,
-      &Callbacks::access, this, MHD_OPTION_SOCK_ADDR, address.data(),
+      MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | (isSix ? MHD_USE_IPv6 : MHD_NO_FLAG), 0, nullptr,
+      nullptr, &Callbacks::access, this, MHD_OPTION_SOCK_ADDR, address.data(),
       MHD_OPTION_URI_LOG_CALLBACK, &Callbacks::begin, this, MHD_OPTION_NOTIFY_COMPLETED,
       &Callbacks::end, this, MHD_OPTION_CONNECTION_MEMORY_LIMIT, kMostOfHead,
       MHD_OPTION_CONNECTION_LIMIT, kMostConnections, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds,
@@ -213,10 +213,9 @@ bool HTTPServer::send(HTTPExchange& exchange) {
   auto& reply = exchange.reply_;
   MHD_Response* response = nullptr;
   if (reply.stream) {
-    response = MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, kBlockSize,
-                                                 &Callbacks::readStream,
-                                                 new std::pair(this, &exchange),
-                                                 &Callbacks::endStream);
+    response =
+        MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, kBlockSize, &Callbacks::readStream,
+                                          new std::pair(this, &exchange), &Callbacks::endStream);
   } else if (reply.isCutShort) {
     response = MHD_create_response_from_callback(std::max<std::size_t>(reply.body.size(), 1),
                                                  kBlockSize, readHalf, &reply.body, nullptr);

@@ -67,8 +67,8 @@ class HTTPExchange {
   bool isHeld_ = false;
 };
 
-/// What a server asks. An exchange that is neither answered nor cut in the call is held until it is,
-/// at any later time, or until the client leaves.
+/// What a server asks. An exchange that is neither answered nor cut in the call is held until it
+/// is, at any later time, or until the client leaves.
 class HTTPHandler {
  public:
   virtual ~HTTPHandler() = default;
@@ -78,8 +78,9 @@ class HTTPHandler {
   virtual void onEnd(HTTPExchange& exchange, bool isDelivered) = 0;
 };
 
-/// HTTP/1.1 on one port, without a thread of its own: who runs it waits for all of its files at once.
-/// It takes any method, target and header, and holds any number of requests that get no answer.
+/// HTTP/1.1 on one port, without a thread of its own: who runs it waits for all of its files at
+/// once. It takes any method, target and header, and holds any number of requests that get no
+/// answer.
 class HTTPServer {
  public:
   struct Place {
@@ -115,7 +116,7 @@ class HTTPServer {
   HTTPHandler& handler_;
   MHD_Daemon* daemon_ = nullptr;
   int error_ = 0;
-  std::set<HTTPExchange*> held_;          // and some that were resumed since
-  std::size_t firstFile_ = 0;             // of this server's among those that were watched
-  std::vector<HTTPExchange*> watched_;    // those held, in the order of their files
+  std::set<HTTPExchange*> held_;        // and some that were resumed since
+  std::size_t firstFile_ = 0;           // of this server's among those that were watched
+  std::vector<HTTPExchange*> watched_;  // those held, in the order of their files
 };

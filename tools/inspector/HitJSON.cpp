@@ -59,7 +59,8 @@ void addOutcome(std::string& json, const Hit& hit) {
 }
 
 int smallNumber(const JSON& json, const char* name) {
-  return static_cast<int>(std::min<std::uint64_t>(json.value(name, std::uint64_t{0}), 1'000'000'000));
+  return static_cast<int>(
+      std::min<std::uint64_t>(json.value(name, std::uint64_t{0}), 1'000'000'000));
 }
 
 Headers headersOf(const JSON& list) {
@@ -82,8 +83,8 @@ Hit hitIn(const JSON& json) {
   hit.bodySize = json.value("bodySize", std::uint64_t{hit.body.size()});
   hit.kind = kindNamed(json.value("kind", "")).value_or(kindOf(hit));
   if (json.contains("rule")) {
-    hit.answer = std::make_shared<Answer>(Answer{smallNumber(json, "status"), {}, "",
-                                                 json["rule"].get<std::string>()});
+    hit.answer = std::make_shared<Answer>(
+        Answer{smallNumber(json, "status"), {}, "", json["rule"].get<std::string>()});
   }
   apply(json, hit);
   return hit;

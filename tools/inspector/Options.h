@@ -12,7 +12,7 @@
 struct Options {
   HTTPServer::Place collector{"127.0.0.1", 8787};
   HTTPServer::Place page{"127.0.0.1", 8788};
-  std::string rules;   // files; empty for none
+  std::string rules;  // files; empty for none
   std::string record;
   std::vector<std::string> numberNames{"id"};
   Store::Limits limits{100'000, std::size_t{256} << 20};

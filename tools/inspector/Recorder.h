@@ -4,8 +4,8 @@
 
 #include "inspector/Store.h"
 
-/// Writes what arrives to the end of a file, as JSON lines: a hit when it comes, and a line with the
-/// outcome when that comes later. What was imported is not written again.
+/// Writes what arrives to the end of a file, as JSON lines: a hit when it comes, and a line with
+/// the outcome when that comes later. What was imported is not written again.
 class Recorder : public StoreObserver {
  public:
   Recorder() = default;

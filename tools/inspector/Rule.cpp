@@ -80,8 +80,7 @@ JSON jsonOf(const Match& match) {
 
 Headers headersFrom(const JSON& json) {
   Headers headers;
-  for (const auto& [name, value] :
-       member(json, "headers", std::map<std::string, std::string>())) {
+  for (const auto& [name, value] : member(json, "headers", std::map<std::string, std::string>())) {
     if (!isToken(name) || value.find_first_of("\r\n") != value.npos) {
       throw std::runtime_error("a header cannot be " + name + ": " + value);
     }
@@ -164,8 +163,8 @@ JSON Rule::json() const {
   JSON sent{{"action", kActions[static_cast<std::size_t>(action)]}, {"status", answer->status}};
   if (delay != 0) sent["delay"] = delay;
   for (const auto& [headerName, value] : answer->headers) {
-    const bool isMadeHere = isConfiguration && (headerName == "Content-Type" ||
-                                                headerName == "Last-Modified");
+    const bool isMadeHere =
+        isConfiguration && (headerName == "Content-Type" || headerName == "Last-Modified");
     if (!isMadeHere) sent["headers"][headerName] = value;
   }
   if (isConfiguration) {

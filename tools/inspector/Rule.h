@@ -13,11 +13,11 @@
 /// shell's, * stands for anything and ? for one character.
 struct Match {
   std::optional<Kind> kind;
-  std::string method;                            // empty for any
-  std::string path;                              // a pattern; empty for any
+  std::string method;                             // empty for any
+  std::string path;                               // a pattern; empty for any
   std::map<std::string, std::string> parameters;  // each there, with a value of this pattern
   std::map<std::string, std::string> headers;     // likewise
-  std::string text;                              // found in the URL or the body as they came
+  std::string text;                               // found in the URL or the body as they came
 
   bool holdsFor(const Hit& hit) const;
 };
@@ -30,8 +30,8 @@ enum class Action {
   kSilence,   // nothing is sent, until the client leaves
 };
 
-/// Requests that match are answered so. What the members mean, and how they look in JSON, is told to
-/// those who write rules in docs/inspector.md.
+/// Requests that match are answered so. What the members mean, and how they look in JSON, is told
+/// to those who write rules in docs/inspector.md.
 struct Rule {
   static constexpr int kLongestDelay = 600'000;
 

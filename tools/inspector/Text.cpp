@@ -176,8 +176,8 @@ std::vector<Parameter> parametersIn(std::string_view query) {
     query.remove_prefix(std::min(query.size(), part.size() + 1));
     if (part.empty()) continue;
     const std::size_t sign = std::min(part.find('='), part.size());
-    parameters.push_back({decoded(part.substr(0, sign)),
-                          decoded(part.substr(std::min(part.size(), sign + 1)))});
+    parameters.push_back(
+        {decoded(part.substr(0, sign)), decoded(part.substr(std::min(part.size(), sign + 1)))});
   }
   return parameters;
 }
