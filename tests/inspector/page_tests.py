@@ -152,6 +152,17 @@ class Page(unittest.TestCase):
         self.open()
         self.expect_rows([6, 2])
 
+    def test_a_recording_that_fails_is_told(self):
+        with tempfile.TemporaryDirectory() as directory, \
+                Inspector("--record", f"{directory}/record", file_limit=500) as self.inspector:
+            self.open()
+            self.inspector.send("/hit?id=1")
+            self.expect_rows([1])
+            self.assertEqual(self.text("#keeping"), f"the last 100000 are kept, all in {directory}/record")
+            self.inspector.send("/hit?id=2")
+            eventually(lambda: self.text("#keeping") == "Not recorded any more: File too large", "the failure")
+            self.expect_rows([2, 1])
+
     def test_keys_lead_everywhere_and_two_hits_are_compared(self):
         from selenium.webdriver.common.keys import Keys
         for query in ("id=1&page=home&same=1", "id=2&page=shop&same=1&new=x", "id=3"):
@@ -278,11 +289,18 @@ class Page(unittest.TestCase):
         self.assertEqual(self.element("#list").get_attribute("aria-rowcount"), "51")
         self.assertEqual(self.element("#hit-50").get_attribute("aria-rowindex"), "2")
 
+    def seconds_of_work(self):
+        metrics = self.driver.execute_cdp_cmd("Performance.getMetrics", {})["metrics"]
+        return next(metric["value"] for metric in metrics if metric["name"] == "TaskDuration")
+
     def test_a_hundred_thousand_hits(self):
         self.inspector.send_many(MANY)
         eventually(lambda: self.text("#counts") == f"{MANY} of {MANY} hits shown", "all are shown")
         self.driver.set_script_timeout(TIMEOUT)
+        self.driver.execute_cdp_cmd("Performance.enable", {})
+        busy = self.seconds_of_work()
         frames = self.driver.execute_async_script(SCROLL, 150)
+        busy = (self.seconds_of_work() - busy) / len(frames) * 1000
         self.assertEqual(self.rows()[-1], 1)
         self.set("#f-parameter", "id=77777")
         self.expect_rows([77778])
@@ -298,10 +316,12 @@ class Page(unittest.TestCase):
         after = heap(), self.inspector.resident()
         elements = self.js("return document.querySelectorAll('*').length")
         print(f"frames while scrolling: median {statistics.median(frames):.1f} ms, "
-              f"95th percentile {statistics.quantiles(frames, n=20)[-1]:.1f} ms; "
+              f"95th percentile {statistics.quantiles(frames, n=20)[-1]:.1f} ms, of which the page works {busy:.1f} ms; "
               f"page {before[0]:.0f} MiB, then {after[0]:.0f}; inspector {before[1]:.0f} MiB, then {after[1]:.0f}; "
               f"{elements} elements")
-        self.assertLess(statistics.median(frames), 50)  # 17 where the machine has nothing else to do
+        # 17 ms and 5 where the machine has nothing else to do.
+        self.assertLess(statistics.median(frames), 50)
+        self.assertLess(busy, 33)
         self.assertLess(after[0], 200)
         self.assertLess(after[0], before[0] * 1.2 + 10)
         self.assertLess(after[1], 200)

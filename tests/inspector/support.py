@@ -4,6 +4,7 @@ import contextlib
 import http.client
 import json
 import os
+import resource
 import signal
 import socket
 import subprocess
@@ -45,9 +46,10 @@ def eventually(condition, what):
 class Inspector(contextlib.AbstractContextManager):
     """Runs on free ports until the end of the block, which it is to survive."""
 
-    def __init__(self, *options):
+    def __init__(self, *options, file_limit=resource.RLIM_INFINITY):
         self.process = subprocess.Popen([PROGRAM, "--port", "0", "--page-port", "0", *map(str, options)],
-                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                                        preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, [file_limit] * 2))
         self.collector, self.page = (self.process.stdout.readline().split()[-1] for _ in range(2))
 
     def __exit__(self, *error):

@@ -112,6 +112,7 @@ void readComment(const std::string& comment, Hit& hit) {
   std::istringstream words(comment);
   std::string mark, time, kind, outcome;
   words >> mark >> time >> kind >> outcome >> hit.status;
+  hit.status = std::max(hit.status, 0);
   hit.time = timeOfISOText(time).value_or(now());
   hit.outcome = outcomeNamed(outcome).value_or(Outcome::kWaiting);
   if (!kind.empty()) kind.pop_back();

@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "inspector/HitJSON.h"
+
 namespace {
 
 using JSON = nlohmann::json;
@@ -77,7 +79,7 @@ std::string bodyOf(const JSON& data) {
   return body;
 }
 
-Hit hitOf(const JSON& entry) {
+Hit hitIn(const JSON& entry) {
   const JSON& request = entry.at("request");
   const JSON& response = entry.at("response");
   Hit hit;
@@ -89,8 +91,8 @@ Hit hitOf(const JSON& entry) {
   hit.body = bodyOf(request.value("postData", JSON::object()));
   hit.bodySize = hit.body.size();
   hit.kind = kindNamed(entry.value("_kind", "")).value_or(kindOf(hit));
-  hit.status = response.at("status").get<int>();
-  hit.elapsed = static_cast<int>(entry.value("time", 0.0));
+  hit.status = smallNumber(response, "status");
+  hit.elapsed = smallNumber(entry, "time");
   hit.outcome = outcomeNamed(entry.value("_outcome", ""))
                     .value_or(hit.status > 0 ? Outcome::kAnswered : Outcome::kLeft);
   hit.isPinned = entry.value("_pinned", false);
@@ -133,7 +135,7 @@ bool readHAR(const std::string& text, const std::function<void(Hit)>& onHit) {
                          parsed.contains("request");
     if (!isEntry) return true;
     try {
-      onHit(hitOf(parsed));
+      onHit(hitIn(parsed));
     } catch (const std::exception&) {
     }
     return false;

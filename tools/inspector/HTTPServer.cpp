@@ -179,7 +179,7 @@ int HTTPServer::watch(std::vector<pollfd>& files) {
   }
   MHD_UNSIGNED_LONG_LONG timeout = 0;
   if (MHD_get_timeout(daemon_, &timeout) != MHD_YES) return -1;
-  return static_cast<int>(std::min<MHD_UNSIGNED_LONG_LONG>(timeout, 1000));
+  return static_cast<int>(std::min<MHD_UNSIGNED_LONG_LONG>(timeout, 60'000));
 }
 
 void HTTPServer::run(const std::vector<pollfd>& files) {

@@ -22,6 +22,8 @@ std::size_t Hit::cost() const {
                      body.capacity() + source.capacity() +
                      headers.capacity() * sizeof(Headers::value_type);
   for (const auto& [name, value] : headers) size += name.capacity() + value.capacity();
+  // Of what was read from a file each hit has an answer of its own.
+  if (answer && !source.empty()) size += sizeof *answer + answer->body.capacity();
   return size;
 }
 

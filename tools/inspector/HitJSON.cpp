@@ -1,6 +1,5 @@
 #include "inspector/HitJSON.h"
 
-#include <algorithm>
 #include <nlohmann/json.hpp>
 
 namespace {
@@ -58,11 +57,6 @@ void addOutcome(std::string& json, const Hit& hit) {
   addNumber(json, "elapsed", static_cast<std::uint64_t>(hit.elapsed));
 }
 
-int smallNumber(const JSON& json, const char* name) {
-  return static_cast<int>(
-      std::min<std::uint64_t>(json.value(name, std::uint64_t{0}), 1'000'000'000));
-}
-
 Headers headersOf(const JSON& list) {
   Headers headers;
   for (const auto& header : list) {
@@ -91,6 +85,12 @@ Hit hitIn(const JSON& json) {
 }
 
 }  // namespace
+
+int smallNumber(const JSON& json, const char* name) {
+  const auto found = json.find(name);
+  const double number = found != json.end() && found->is_number() ? found->get<double>() : 0;
+  return number >= 0 && number <= 1e9 ? static_cast<int>(number) : 0;
+}
 
 std::string jsonOf(const Hit& hit) {
   std::string json;

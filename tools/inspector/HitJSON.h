@@ -16,5 +16,7 @@ std::string changeOf(const Hit& hit);
 
 /// Null if it is none: without a URL, a method or a time, or with members of other types.
 std::optional<Hit> hitOf(const nlohmann::json& json);
+/// A member that is a number from 0 to a billion; 0 if it is none.
+int smallNumber(const nlohmann::json& json, const char* name);
 /// Sets what the change tells. Does nothing with what is none.
 void apply(const nlohmann::json& change, Hit& hit);

@@ -39,6 +39,13 @@ class Live::Page : public HTTPStream {
     changed_.clear();
   }
 
+  /// The page forgets all when it is told the state.
+  void restart() {
+    needsState = needsRules = true;
+    next_ = 0;
+    changed_.clear();
+  }
+
   bool needsState = true;
   bool needsRules = true;
   bool needsTaken = false;
@@ -96,7 +103,7 @@ void Live::close(HTTPExchange& exchange) {
 }
 
 void Live::sendStateAnew() {
-  for (const auto& [exchange, page] : pages_) page->needsState = true;
+  for (const auto& [exchange, page] : pages_) page->restart();
   hasNews_ = true;
 }
 

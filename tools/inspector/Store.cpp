@@ -5,8 +5,8 @@
 std::uint64_t Store::add(Hit hit) {
   hit.sequence = first_ + ring_.size();
   numbering_.mark(hit);
-  if (hit.isPinned && pins_ == kMaximumPins) hit.isPinned = false;
-  pins_ += hit.isPinned ? 1 : 0;
+  hit.isPinned = hit.isPinned && hasRoomForPin(hit);
+  if (hit.isPinned) countPin(hit, true);
   bytes_ += hit.cost();
   ring_.push_back(std::move(hit));
   while (ring_.size() > limits_.hits || (bytes_ > limits_.bytes && ring_.size() > 1)) {
@@ -37,13 +37,23 @@ void Store::setOutcome(std::uint64_t sequence, Outcome outcome, int status, int 
 
 bool Store::setPinned(std::uint64_t sequence, bool isPinned) {
   Hit* const hit = findMutable(sequence);
-  if (hit == nullptr || (isPinned && !hit->isPinned && pins_ == kMaximumPins)) return false;
+  if (hit == nullptr) return false;
   if (hit->isPinned == isPinned) return true;
+  if (isPinned && !hasRoomForPin(*hit)) return false;
   hit->isPinned = isPinned;
-  pins_ += isPinned ? 1 : std::size_t(-1);
+  countPin(*hit, isPinned);
   for (auto* const observer : observers_) observer->onChanged(*hit);
   if (!isPinned) keptPins_.erase(sequence);
   return true;
+}
+
+bool Store::hasRoomForPin(const Hit& hit) const {
+  return pins_ < kMaximumPins && pinnedBytes_ + hit.cost() <= limits_.bytes / 2;
+}
+
+void Store::countPin(const Hit& hit, bool isPinned) {
+  pins_ = isPinned ? pins_ + 1 : pins_ - 1;
+  pinnedBytes_ = isPinned ? pinnedBytes_ + hit.cost() : pinnedBytes_ - hit.cost();
 }
 
 void Store::clear() {

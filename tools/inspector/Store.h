@@ -25,6 +25,7 @@ class Store {
     std::size_t hits;
     std::size_t bytes;
   };
+  /// Pinned hits may be so many, and take half as much memory as all.
   static constexpr std::size_t kMaximumPins = 1000;
 
   Store(Limits limits, Numbering numbering) : limits_(limits), numbering_(std::move(numbering)) {}
@@ -52,6 +53,8 @@ class Store {
 
  private:
   Hit* findMutable(std::uint64_t sequence);
+  bool hasRoomForPin(const Hit& hit) const;
+  void countPin(const Hit& hit, bool isPinned);
   /// Takes the oldest hit out of the ring.
   void dropOldest();
 
@@ -62,6 +65,7 @@ class Store {
   std::uint64_t first_ = 1;
   std::map<std::uint64_t, Hit> keptPins_;  // those that left the ring
   std::size_t pins_ = 0;                   // in both
-  std::size_t bytes_ = 0;                  // of the ring
+  std::size_t pinnedBytes_ = 0;
+  std::size_t bytes_ = 0;  // of the ring
   std::uint64_t dropped_ = 0;
 };

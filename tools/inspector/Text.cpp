@@ -85,7 +85,8 @@ std::optional<Time> timeOfISOText(const std::string& text) {
   std::tm zone{};  // of which strptime() sets the offset alone
   rest = strptime(rest, "%z", &zone);
   if (rest == nullptr || *rest != '\0') return std::nullopt;
-  return (static_cast<Time>(timegm(&fields)) - zone.tm_gmtoff) * 1000 + milliseconds;
+  const Time seconds = static_cast<Time>(timegm(&fields)) - zone.tm_gmtoff;
+  return seconds < 0 ? std::nullopt : std::optional(seconds * 1000 + milliseconds);
 }
 
 std::string httpDate(Time time) {

@@ -17,7 +17,8 @@ using Time = std::int64_t;
 Time now();
 /// "2026-11-21T20:40:00.123Z"
 std::string isoText(Time time);
-/// Reads what isoText() writes, and other forms of ISO 8601 with a date, a time and a zone.
+/// Reads what isoText() writes, and other forms of ISO 8601 with a date, a time and a zone,
+/// from 1970 on.
 std::optional<Time> timeOfISOText(const std::string& text);
 /// "Sat, 21 Nov 2026 20:40:00 GMT"
 std::string httpDate(Time time);

@@ -32,6 +32,7 @@ namespace {
 /// A descriptor that tells of Ctrl-C.
 int openInterrupts() {
   std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is an error of the recorder
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGINT);

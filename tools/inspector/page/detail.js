@@ -5,6 +5,7 @@ import {marksOf} from "./list.js";
 import {bodyKind, bodyParameters, dateTimeText, outcomeClass, parametersIn, spanText, statusText,
   urlParts} from "./parts.js";
 
+const kMostRows = 2000;
 const kLongestText = 100_000;  // characters of a raw text that are shown
 
 function pairsTable(label, heads, rows) {
@@ -13,8 +14,9 @@ function pairsTable(label, heads, rows) {
     make("h3", {}, `${label} `, make("span", {class: "count"}, String(rows.length))),
     make("table", {},
       make("thead", {}, make("tr", {}, ...heads.map(head => make("th", {scope: "col"}, head)))),
-      make("tbody", {}, ...rows.map(([name, ...values]) => make("tr", {},
-        make("th", {scope: "row"}, name), ...values.map(value => make("td", {}, value)))))));
+      make("tbody", {}, ...rows.slice(0, kMostRows).map(([name, ...values]) => make("tr", {},
+        make("th", {scope: "row"}, name), ...values.map(value => make("td", {}, value)))))),
+    rows.length > kMostRows ? make("p", {}, `The first ${kMostRows} of ${rows.length}.`) : null);
 }
 
 const parameterRows = parameters =>
@@ -75,6 +77,7 @@ async function copyAsCurl(hit) {
 /// Fills the pane with the hit; the actions are {close, pin, compare, isCompared}.
 export function showDetail(hit, actions) {
   const pane = byId("detail");
+  const focused = [...pane.querySelectorAll("button")].indexOf(document.activeElement);
   const {origin, path, query, fragment} = urlParts(hit.url);
   pane.replaceChildren(...[
     make("div", {class: "pane-head"},
@@ -95,4 +98,5 @@ export function showDetail(hit, actions) {
     rawText("URL as it came", hit.url),
   ].filter(Boolean));
   pane.hidden = false;
+  if (focused >= 0) pane.querySelectorAll("button")[focused]?.focus();
 }

@@ -93,7 +93,7 @@ function takeHits(told) {
   view.add(added);
   view.change(changed);
   if (told.cleared) view.setFilter(accepts);
-  if (changed.some(hit => hit.sequence === list.chosen)) showChosen(list.chosen);
+  if ([...added, ...changed].some(hit => hit.sequence === list.chosen)) showChosen(list.chosen);
   if (compared !== null && hits.find(compared.sequence) === null) compared = null;
   unannounced += added.length;
   showCounts();

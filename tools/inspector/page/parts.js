@@ -28,12 +28,14 @@ export function urlParts(url) {
   return {origin: origin ?? "", path: path || "/", query, fragment};
 }
 
+const kLongestSummary = 300;
+
 /// What the list shows: the path and the parameters, or the form in the body.
 export function summaryOf(hit) {
   const {path, query} = urlParts(hit.url);
   const form = bodyKind(hit) === "form" ? hit.body : "";
   const all = [query, form].filter(text => text !== "").join(" · ");
-  return {path: decodedPath(path), query: decoded(all.slice(0, 300))};
+  return {path: decodedPath(path).slice(0, kLongestSummary), query: decoded(all.slice(0, kLongestSummary))};
 }
 
 function decodedPath(path) {

@@ -16,8 +16,9 @@ const kPresets = {
 };
 
 let rules = [];
-let edited = null;  // the place of the rule in the form; rules.length for a new one
-let draft = null;
+let edited = null;  // the place of the rule in the form; Infinity for a new one
+let draft = null;   // what was in the form at first
+let form = null;
 
 export function takeRules(list) {
   rules = list;
@@ -96,44 +97,49 @@ function ruleItem(rule, i) {
       make("b", {}, name), make("span", {}, `${whenText(rule)} → ${thenText(rule)}`)),
     make("span", {class: "row-actions"},
       make("span", {id: `taken-${i}`, class: "count"}, takenText(rule)),
-      button("↑", () => send(moved(i, -1)), {disabled: i === 0, "aria-label": `${name}: up`}),
-      button("↓", () => send(moved(i, 1)), {disabled: i === rules.length - 1, "aria-label": `${name}: down`}),
-      button("Delete", () => send(rules.filter((_, place) => place !== i)), {"aria-label": `Delete ${name}`})));
+      button("↑", () => sendAnew(moved(i, -1)), {disabled: i === 0, "aria-label": `${name}: up`}),
+      button("↓", () => sendAnew(moved(i, 1)), {disabled: i === rules.length - 1, "aria-label": `${name}: down`}),
+      button("Delete", () => sendAnew(rules.filter((_, place) => place !== i)), {"aria-label": `Delete ${name}`})));
 }
 
 function edit(place, rule) {
   edited = place;
   draft = rule;
+  form = formOf(rule, place === Infinity, apply, () => {
+    stopEditing();
+    show();
+  });
   show();
-  byId("rule-name")?.focus();
+  byId("rule-name").focus();
 }
 
 function stopEditing() {
-  edited = draft = null;
-  show();
+  edited = draft = form = null;
+}
+
+/// Rules have other places then, so that it is not known which one the form is for.
+function sendAnew(changed) {
+  stopEditing();
+  return send(changed);
 }
 
 async function apply(event) {
   event.preventDefault();
-  const place = edited;
   let rule;
   try {
-    rule = {...ruleOf(event.target, draft)};
+    rule = ruleOf(form, draft);
   } catch (error) {
     return showError(error.message);
   }
-  edited = draft = null;
-  const changed = place < rules.length ? changedAt(place, rule) : [...rules, rule];
-  if (!await send(changed)) {
-    edited = place;
-    draft = rule;
-  }
+  if (!await send(edited < rules.length ? changedAt(edited, rule) : [...rules, rule])) return;
+  stopEditing();
+  show();
 }
 
 function presetChoice() {
   const choice = make("select", {"aria-label": "New rule", onchange: () => {
     const preset = kPresets[choice.value];
-    if (preset) edit(rules.length, {name: choice.value, enabled: true, ...structuredClone(preset)});
+    if (preset) edit(Infinity, {name: choice.value, enabled: true, ...structuredClone(preset)});
   }}, make("option", {value: ""}, "New rule…"), ...Object.keys(kPresets).map(name => make("option", {}, name)));
   return choice;
 }
@@ -159,6 +165,8 @@ function loadButton() {
 
 function show() {
   const dialog = byId("rules-dialog");
+  const controls = () => [...dialog.querySelectorAll("button, input, select, textarea")];
+  const focused = controls().indexOf(document.activeElement);
   dialog.replaceChildren(
     make("h2", {id: "rules-title"}, "Answer rules"),
     make("p", {class: "hint"}, "The first rule that is in use and matches answers a request. Without any, the answer is 200."),
@@ -167,5 +175,6 @@ function show() {
       button("Save as a file", save, {disabled: rules.length === 0}),
       button("Close", () => dialog.close(), {class: "close"})),
     make("p", {id: "rules-error", class: "error-text", role: "alert"}),
-    ...(edited === null ? [] : [formOf(draft, edited >= rules.length, apply, stopEditing)]));
+    ...(form === null ? [] : [form]));
+  if (focused >= 0) controls()[focused]?.focus();
 }
