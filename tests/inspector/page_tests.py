@@ -297,7 +297,7 @@ class Page(unittest.TestCase):
         self.inspector.send_many(MANY)
         eventually(lambda: self.text("#counts") == f"{MANY} of {MANY} hits shown", "all are shown")
         self.driver.set_script_timeout(TIMEOUT)
-        self.driver.execute_cdp_cmd("Performance.enable", {})
+        self.driver.execute_cdp_cmd("Performance.enable", {"timeDomain": "threadTicks"})
         busy = self.seconds_of_work()
         frames = self.driver.execute_async_script(SCROLL, 150)
         busy = (self.seconds_of_work() - busy) / len(frames) * 1000
@@ -319,9 +319,8 @@ class Page(unittest.TestCase):
               f"95th percentile {statistics.quantiles(frames, n=20)[-1]:.1f} ms, of which the page works {busy:.1f} ms; "
               f"page {before[0]:.0f} MiB, then {after[0]:.0f}; inspector {before[1]:.0f} MiB, then {after[1]:.0f}; "
               f"{elements} elements")
-        # 17 ms and 5 where the machine has nothing else to do.
-        self.assertLess(statistics.median(frames), 50)
-        self.assertLess(busy, 33)
+        self.assertLess(statistics.median(frames), 50)  # 17, unless the machine has too much else to do
+        self.assertLess(busy, 16)                       # 7, of the processor's time
         self.assertLess(after[0], 200)
         self.assertLess(after[0], before[0] * 1.2 + 10)
         self.assertLess(after[1], 200)

@@ -18,9 +18,14 @@ export function make(tag, attributes = {}, ...children) {
 export const button = (text, onclick, attributes = {}) =>
   make("button", {type: "button", onclick, ...attributes}, text);
 
-/// Sets the text without touching the page when it is the same.
+// What is the same already is not set again: the page would be laid out for it.
+
 export function setText(element, text) {
   if (element.textContent !== text) element.textContent = text;
+}
+
+export function setAttribute(element, name, value) {
+  if (element.getAttribute(name) !== value) element.setAttribute(name, value);
 }
 
 export function say(text) {

@@ -1,6 +1,6 @@
 // The list of hits: as many rows as are in sight, which are filled anew while it is scrolled.
 
-import {byId, make, setText} from "./dom.js";
+import {byId, make, setAttribute, setText} from "./dom.js";
 import {outcomeClass, spanText, statusText, summaryOf, timeText} from "./parts.js";
 
 const kColumns = ["pin", "sequence", "time", "gap", "number", "kind", "method", "url", "status"];
@@ -50,7 +50,7 @@ export class List {
     this.#height = height;
     const heads = this.#grid.firstElementChild.offsetHeight;
     const total = this.#view.length;
-    this.#spacer.style.height = `${total * height}px`;
+    this.#setHeight(total * height);
     this.#keepPlace(height, isOtherLayout);
     const first = Math.max(0, Math.floor(this.#grid.scrollTop / height) - kSpareRows);
     const room = Math.ceil((this.#grid.clientHeight - heads) / height) + 2 * kSpareRows;
@@ -89,6 +89,12 @@ export class List {
 
   focus() { this.#grid.focus(); }
 
+  /// Of all rows. What is the same is not set again, since the browser would lay out the page for it.
+  #setHeight(height) {
+    const text = `${height}px`;
+    if (this.#spacer.style.height !== text) this.#spacer.style.height = text;
+  }
+
   #rowHeight() {
     return parseFloat(getComputedStyle(this.#grid).getPropertyValue("--row-height"));
   }
@@ -97,7 +103,7 @@ export class List {
     const height = this.#rowHeight();
     const room = this.#grid.clientHeight - this.#grid.firstElementChild.offsetHeight;
     const place = index * height;
-    this.#spacer.style.height = `${this.#view.length * height}px`;
+    this.#setHeight(this.#view.length * height);
     if (place < this.#grid.scrollTop) this.#grid.scrollTop = place;
     else if (place + height > this.#grid.scrollTop + room) this.#grid.scrollTop = place + height - room;
     this.#rememberTop();
@@ -136,13 +142,13 @@ export class List {
   #fill(row, hit, index) {
     const {cells} = row;
     const isChosen = hit.sequence === this.#chosen;
-    row.setAttribute("aria-rowindex", index + 2);
-    row.setAttribute("aria-selected", isChosen);
-    row.className = index % 2 ? "odd" : "";
+    setAttribute(row, "aria-rowindex", String(index + 2));
+    setAttribute(row, "aria-selected", String(isChosen));
+    setAttribute(row, "class", index % 2 ? "odd" : "");
     setText(cells.pin, hit.pinned ? "★" : "☆");
-    cells.pin.setAttribute("aria-label", hit.pinned ? "pinned" : "not pinned");
+    setAttribute(cells.pin, "aria-label", hit.pinned ? "pinned" : "not pinned");
     setText(cells.status, statusText(hit));
-    cells.status.className = `status ${outcomeClass(hit)}`;
+    setAttribute(cells.status, "class", `status ${outcomeClass(hit)}`);
     setText(cells.gap, spanText(hit.gap));
     if (row.hit === hit) return;
     row.hit = hit;
@@ -150,7 +156,7 @@ export class List {
     setText(cells.sequence, String(hit.sequence));
     setText(cells.time, timeText(hit.time));
     setText(cells.kind, hit.kind);
-    cells.kind.className = `kind ${hit.kind}`;
+    setAttribute(cells.kind, "class", `kind ${hit.kind}`);
     setText(cells.method, hit.method);
     const {path, query} = summaryOf(hit);
     setText(cells.path, path);
