@@ -30,6 +30,10 @@ std::string word(std::string_view text) {
   return quoted + "'";
 }
 
+std::string headerOption(const std::string& name, const std::string& value) {
+  return " \\\n  --header " + word(value.empty() ? name + ";" : name + ": " + value);
+}
+
 bool isMadeByCurl(const std::string& name) {
   return findHeader({{"Host", ""}, {"Content-Length", ""}, {"Transfer-Encoding", ""}}, name) !=
          nullptr;
@@ -57,7 +61,7 @@ class Words {
   void drop(std::size_t size) { rest_.remove_prefix(std::min(size, rest_.size())); }
 
   std::string take(std::size_t size) {
-    const std::string text(rest_.substr(0, size));
+    std::string text(rest_.substr(0, size));
     drop(size);
     return text;
   }
@@ -121,13 +125,13 @@ void readComment(const std::string& comment, Hit& hit) {
 
 void readHeader(const std::string& header, Hit& hit) {
   const std::size_t sign = header.find_first_of(":;");
-  if (sign == header.npos) return;
+  if (sign == std::string::npos) return;
   const std::size_t begin = header.find_first_not_of(' ', sign + 1);
   const bool isForCurl =
-      header[sign] == ':' && begin == header.npos;  // to leave out one of its own
+      header[sign] == ':' && begin == std::string::npos;  // to leave out one of its own
   if (isForCurl) return;
   hit.headers.emplace_back(header.substr(0, sign),
-                           begin == header.npos ? "" : header.substr(begin));
+                           begin == std::string::npos ? "" : header.substr(begin));
 }
 
 /// The hit has what its comment says.
@@ -145,7 +149,7 @@ Hit hitOf(const std::vector<std::string>& words, Hit hit, bool isKindKnown) {
       if (hit.method.empty()) hit.method = "POST";
     } else if (option == "-I" || option == "--head") {
       hit.method = "HEAD";
-    } else if (option.find("://") != option.npos) {
+    } else if (option.find("://") != std::string::npos) {
       hit.url = option;
     }
   }
@@ -160,13 +164,13 @@ Hit hitOf(const std::vector<std::string>& words, Hit hit, bool isKindKnown) {
 std::string curlOf(const Hit& hit) {
   std::string command = "# " + isoText(hit.time) + " " + nameOf(hit.kind) + ": " +
                         nameOf(hit.outcome) + " " + std::to_string(hit.status) + "\n";
-  const bool hasNul = hit.body.find('\0') != hit.body.npos;
+  const bool hasNul = hit.body.find('\0') != std::string::npos;
   if (hasNul) command += "echo " + base64(hit.body) + " | base64 --decode | ";
   command += hit.method == "HEAD" ? "curl --head" : "curl --request " + word(hit.method);
   command += " " + word(hit.url);
   for (const auto& [name, value] : hit.headers) {
     if (isMadeByCurl(name)) continue;
-    command += " \\\n  --header " + word(value.empty() ? name + ";" : name + ": " + value);
+    command += headerOption(name, value);
   }
   if (hit.body.empty()) return command;
   // Which curl would else say of any body.

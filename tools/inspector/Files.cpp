@@ -22,7 +22,7 @@ struct Export::Format {
 
 namespace {
 
-constexpr std::size_t kBlockSize = 64 * 1024;
+constexpr std::size_t kBlockSize = 1U << 16;
 
 std::string nothing() { return ""; }
 std::string lineBreak() { return "\n"; }
@@ -122,13 +122,13 @@ std::optional<std::size_t> import(const std::string& text, const std::string& na
     return store.add(std::move(hit));
   };
   const std::size_t begin = text.find_first_not_of(" \t\r\n");
-  if (begin == text.npos) return 0;
+  if (begin == std::string::npos) return 0;
   if (text[begin] != '{') {
     const bool isRead = readCurl(text, add);
     return isRead && count > 0 ? std::optional(count) : std::nullopt;
   }
   const std::size_t member = text.find_first_not_of(" \t\r\n", begin + 1);
-  if (member != text.npos && text.compare(member, 5, "\"log\"") == 0) {
+  if (member != std::string::npos && text.compare(member, 5, "\"log\"") == 0) {
     return readHAR(text, add) ? std::optional(count) : std::nullopt;
   }
   readLines(text, add, store);

@@ -7,12 +7,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 
 namespace {
 
 constexpr std::size_t kMostOfHead = std::size_t{1} << 20;  // bytes of a URL and all headers
-constexpr std::size_t kBlockSize = 64 * 1024;
+constexpr std::size_t kBlockSize = 1U << 16;
 constexpr unsigned kMostConnections = 1000;
 // Of a connection that has no request. The library does not notice a client that is done with
 // sending while it sends, so without a limit such connections would stay.
@@ -45,7 +44,7 @@ ssize_t readHalf(void* context, std::uint64_t position, char* buffer, std::size_
   const std::size_t half = body.size() / 2;
   if (position >= half) return MHD_CONTENT_READER_END_WITH_ERROR;
   const std::size_t size = std::min<std::size_t>(room, half - position);
-  std::memcpy(buffer, body.data() + position, size);
+  std::copy_n(body.data() + position, size, buffer);
   return static_cast<ssize_t>(size);
 }
 
@@ -109,7 +108,7 @@ struct HTTPServer::Callbacks {
       return 0;
     }
     const std::size_t size = std::min(room, pending.size());
-    std::memcpy(buffer, pending.data(), size);
+    std::copy_n(pending.data(), size, buffer);
     pending.erase(0, size);
     return static_cast<ssize_t>(size);
   }

@@ -40,7 +40,7 @@ Kind kindOf(const Hit& hit) {
   if (isGet && (path.ends_with(".json") || findHeader(hit.headers, "If-Modified-Since"))) {
     return Kind::kConfiguration;
   }
-  if (path.find("/segment") != path.npos) return Kind::kSegment;
+  if (path.find("/segment") != std::string::npos) return Kind::kSegment;
   const bool saysSomething = !queryOf(hit.url).empty() || hit.bodySize > 0;
   const bool isOfTheKit = isGet || hit.method == "POST";
   return isOfTheKit && saysSomething ? Kind::kHit : Kind::kOther;
@@ -49,7 +49,8 @@ Kind kindOf(const Hit& hit) {
 std::vector<Parameter> parametersOf(const Hit& hit) {
   auto parameters = parametersIn(queryOf(hit.url));
   const std::string_view body = hit.body;
-  const bool isQuery = body.find('=') != body.npos && body.find_first_of("{<\n") == body.npos;
+  const bool isQuery =
+      body.find('=') != std::string::npos && body.find_first_of("{<\n") == std::string::npos;
   if (isQuery) {
     for (auto& parameter : parametersIn(body)) parameters.push_back(std::move(parameter));
   }

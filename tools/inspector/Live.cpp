@@ -8,7 +8,7 @@
 namespace {
 
 constexpr std::chrono::milliseconds kPause{50};  // more often than that nobody looks
-constexpr std::size_t kEventSize = 64 * 1024;
+constexpr std::size_t kEventSize = 1U << 16;
 
 std::string event(const char* name, const std::string& data) {
   return std::string("event: ") + name + "\ndata: " + data + "\n\n";

@@ -50,7 +50,7 @@ void refuseOthers(const JSON& json, std::initializer_list<std::string_view> know
 bool isToken(const std::string& text) {
   constexpr std::string_view kSeparators = "()<>@,;:\\\"/[]?={}";
   return !text.empty() && std::all_of(text.begin(), text.end(), [&](char letter) {
-    return letter > ' ' && letter < 0x7F && kSeparators.find(letter) == kSeparators.npos;
+    return letter > ' ' && letter < 0x7F && kSeparators.find(letter) == std::string::npos;
   });
 }
 
@@ -78,12 +78,15 @@ JSON jsonOf(const Match& match) {
   return json;
 }
 
+void requireHeader(const std::string& name, const std::string& value) {
+  if (isToken(name) && value.find_first_of("\r\n") == std::string::npos) return;
+  throw std::runtime_error("a header cannot be " + name + ": " + value);
+}
+
 Headers headersFrom(const JSON& json) {
   Headers headers;
   for (const auto& [name, value] : member(json, "headers", std::map<std::string, std::string>())) {
-    if (!isToken(name) || value.find_first_of("\r\n") != value.npos) {
-      throw std::runtime_error("a header cannot be " + name + ": " + value);
-    }
+    requireHeader(name, value);
     headers.emplace_back(name, value);
   }
   return headers;
@@ -117,7 +120,8 @@ bool Match::holdsFor(const Hit& hit) const {
   if (kind && *kind != hit.kind) return false;
   if (!method.empty() && method != hit.method) return false;
   if (!path.empty() && !fits(path, std::string(pathOf(hit.url)))) return false;
-  if (!text.empty() && hit.url.find(text) == hit.url.npos && hit.body.find(text) == hit.body.npos) {
+  if (!text.empty() && hit.url.find(text) == std::string::npos &&
+      hit.body.find(text) == std::string::npos) {
     return false;
   }
   for (const auto& [name, pattern] : headers) {

@@ -75,7 +75,7 @@ std::optional<Time> timeOfISOText(const std::string& text) {
   std::tm fields{};
   const char* rest = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &fields);
   if (rest == nullptr) return std::nullopt;
-  Time milliseconds = 0;
+  int milliseconds = 0;
   if (*rest == '.') {
     int place = 100;
     for (++rest; *rest >= '0' && *rest <= '9'; ++rest, place /= 10) {
@@ -154,7 +154,7 @@ std::optional<std::string> bytesOfBase64(std::string_view text) {
   const std::string_view letters(kBase64, sizeof kBase64 - 1);
   for (const char letter : text) {
     const std::size_t digit = letters.find(letter);
-    if (digit == letters.npos) return std::nullopt;
+    if (digit == std::string::npos) return std::nullopt;
     group = (group << 6 | static_cast<unsigned>(digit)) & 0xFFFFFF;
     bits += 6;
     if (bits >= 8) bytes += static_cast<char>(group >> (bits -= 8));
@@ -186,12 +186,12 @@ std::vector<Parameter> parametersIn(std::string_view query) {
 std::string_view queryOf(std::string_view url) {
   url = url.substr(0, url.find('#'));
   const std::size_t mark = url.find('?');
-  return mark == url.npos ? std::string_view() : url.substr(mark + 1);
+  return mark == std::string::npos ? std::string_view() : url.substr(mark + 1);
 }
 
 std::string_view pathOf(std::string_view url) {
   url = url.substr(0, url.find_first_of("?#"));
   const std::size_t scheme = url.find("://");
-  const std::size_t slash = url.find('/', scheme == url.npos ? 0 : scheme + 3);
-  return slash == url.npos ? std::string_view("/") : url.substr(slash);
+  const std::size_t slash = url.find('/', scheme == std::string::npos ? 0 : scheme + 3);
+  return slash == std::string::npos ? std::string_view("/") : url.substr(slash);
 }

@@ -55,7 +55,7 @@ std::optional<std::string> contentOf(const std::string& path) {
 }
 
 std::string urlOf(const HTTPServer::Place& place, std::uint16_t port) {
-  const bool isSix = place.address.find(':') != place.address.npos;
+  const bool isSix = place.address.find(':') != std::string::npos;
   return "http://" + (isSix ? "[" + place.address + "]" : place.address) + ":" +
          std::to_string(port);
 }
