@@ -20,8 +20,10 @@ found/consumer
 c++ -std=c++20 consumer/main.cpp -o with_pkg_config $(pkg-config --cflags --libs qvcore)
 ./with_pkg_config
 ldd found/consumer | grep -q '=> \(/usr\)\?/lib/[^/]*/libQVCore.so.4 '
-qv-soak --help >/dev/null
-test -s "/usr/share/man/man1/qv-soak.1.gz"
+for tool in qv-soak qv-inspector; do
+  "$tool" --help >/dev/null
+  test -s "/usr/share/man/man1/$tool.1.gz"
+done
 
 apt purge "${names[@]}"
 paths >after

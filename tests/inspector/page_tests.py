@@ -2,12 +2,9 @@
 """The inspector's page, in a real browser."""
 
 import json
-import os
 import statistics
-import subprocess
 import tempfile
 import unittest
-from pathlib import Path
 
 from support import TIMEOUT, Inspector, browser, eventually, resize, run_tests
 
