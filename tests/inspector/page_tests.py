@@ -141,6 +141,10 @@ class Page(unittest.TestCase):
         self.expect_rows([5, 4, 3, 2, 1])
         self.set("#f-mark", "pinned")
         self.expect_rows([2])
+        self.click("#hit-2 .pin")
+        self.expect_rows([])
+        self.inspector.ask("/api/pins/2", method="PUT")
+        self.expect_rows([2])
         self.set("#f-mark", "")
         self.click("#clear")
         self.expect_rows([2])
@@ -148,6 +152,12 @@ class Page(unittest.TestCase):
         self.expect_rows([6, 2])
         self.open()
         self.expect_rows([6, 2])
+        self.set("#f-mark", "pinned")
+        self.expect_rows([2])
+        self.click("#hit-2 .pin")
+        self.expect_rows([])
+        self.set("#f-mark", "")
+        self.expect_rows([6])
 
     def test_a_recording_that_fails_is_told(self):
         with tempfile.TemporaryDirectory() as directory, \

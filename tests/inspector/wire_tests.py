@@ -239,9 +239,9 @@ class Hits(unittest.TestCase):
             inspector.send_many(200, first=3)
             self.assertEqual([hit["sequence"] for hit in inspector.hits()], [2, *range(104, 204)])
             inspector.ask("/api/hits", method="DELETE")
-            inspector.send("/hit?id=150")
-            self.assertEqual([(hit["sequence"], hit.get("outOfOrder")) for hit in inspector.hits()],
-                             [(2, None), (204, None)])
+            inspector.send("/hit?id=150", headers={"Host": "kiosk.example"})  # of the same path as those before
+            self.assertEqual([(hit["sequence"], hit.get("outOfOrder"), hit.get("repeats"))
+                              for hit in inspector.hits()], [(2, None, None), (204, None, None)])
             self.assertEqual(inspector.ask("/api/pins/2", method="DELETE").status, 200)
             self.assertEqual([hit["sequence"] for hit in inspector.hits()], [204])
             self.assertEqual(inspector.ask("/api/pins/2", method="PUT").status, 409)
@@ -252,6 +252,7 @@ class Hits(unittest.TestCase):
             kept = inspector.hits()
             self.assertEqual([(hit["sequence"], len(hit["body"]), hit.get("bodySize")) for hit in kept],
                              [(7, 1 << 20, 2_000_000)])
+            self.assertEqual(inspector.ask("/api/pins/7", method="PUT").status, 409)  # more than pins may take
 
 
 class Control(unittest.TestCase):
