@@ -206,7 +206,7 @@ TEST(Queues, GoOnWithTheRestWhenTheirThreadIsEnded) {
   const std::weak_ptr<Operation> ended = ending;
   queue.addOperation(std::move(ending));
   drain(queue);
-  EXPECT_TRUE(ended.expired());
+  EXPECT_TRUE(waitUntil([&] { return ended.expired(); }));
   EXPECT_TRUE(queue.stopWithin(10s) && queue.operationCount() == 0);
   SerialQueue serial("test");
   std::promise<void> isRun;
