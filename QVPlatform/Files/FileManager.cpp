@@ -3,13 +3,13 @@
 #include <QVPlatform/Files/AtomicFile.h>
 
 #include <fcntl.h>
+#include <ftw.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <filesystem>
 #include <string>
 #include <system_error>
 
@@ -76,7 +76,21 @@ bool readAll(int descriptor, std::size_t expectedSize, std::size_t maximumSize,
   return true;
 }
 
-/// As contentsAtPath(); where that gives null, errno tells why.
+/// The bytes at that place, fewer at the end of the file; false on an error.
+bool readAt(int descriptor, std::size_t place, std::string& bytes) {
+  std::size_t length = 0;
+  while (length < bytes.size()) {
+    const ssize_t got = pread(descriptor, bytes.data() + length, bytes.size() - length,
+                              static_cast<off_t>(place + length));
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return false;
+    if (got == 0) break;
+    length += static_cast<std::size_t>(got);
+  }
+  bytes.resize(length);
+  return true;
+}
+
 Data readFile(const String& path, std::size_t maximumSize) {
   const OpenFile file(path);
   if (!file.isRegular()) return nullptr;
@@ -108,15 +122,20 @@ bool FileManager::removeItemAtPath(const String& path) {
 bool FileManager::removeContentsOfDirectoryAtPath(const String& path) {
   const char* name = systemPath(path);
   if (!name) return false;
-  std::error_code error;
-  bool isEmpty = true;
-  for (std::filesystem::directory_iterator entry(name, error), end; !error && entry != end;
-       entry.increment(error)) {
-    std::error_code failed;
-    std::filesystem::remove_all(entry->path(), failed);
-    isEmpty = isEmpty && !failed;
-  }
-  return isEmpty && (!error || error == std::errc::no_such_file_or_directory);
+  // Not by the standard library, whose directory iterators end the process when memory runs out.
+  // The directory itself may be a link.
+  const std::string directory = std::string(name) + "/";
+  static constexpr int kOpenDirectories = 16;
+  const auto removeItem = [](const char* item, const struct stat*, int, FTW* place) {
+    if (place->level > 0) std::remove(item);
+    return 0;  // what cannot be removed keeps nobody from removing the rest
+  };
+  const auto isLeft = [](const char*, const struct stat*, int, FTW* place) {
+    return place->level > 0 ? 1 : 0;
+  };
+  nftw(directory.c_str(), removeItem, kOpenDirectories, FTW_DEPTH | FTW_PHYS);
+  const int left = nftw(directory.c_str(), isLeft, kOpenDirectories, FTW_PHYS);
+  return left == 0 || (left < 0 && errno == ENOENT);
 }
 
 Data FileManager::contentsAtPath(const String& path, std::size_t maximumSize) {
@@ -136,17 +155,12 @@ String FileManager::stringWithContentsOfFile(const String& path, String* error) 
 
 bool FileManager::canBePropertyListAtPath(const String& path, std::size_t maximumXMLSize) {
   const OpenFile file(path);
-  if (!file.isRegular()) return false;
-  const std::size_t size = std::min(file.size(), kEndSize);
-  const auto bytesAt = [&](std::size_t place) {
-    std::string bytes(size, '\0');
-    const ssize_t got = pread(file.descriptor(), bytes.data(), size, static_cast<off_t>(place));
-    bytes.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
-    return bytes;
-  };
-  const std::string beginning = bytesAt(0);
-  const std::string end = bytesAt(file.size() - size);
-  return PropertyList::canBe({beginning, end, file.size()}, maximumXMLSize);
+  if (!file.isRegular()) return errno != ENOENT && errno != ENOTDIR && errno != EINVAL;
+  std::string beginning(std::min(file.size(), kEndSize), '\0');
+  std::string end = beginning;
+  const bool isRead = readAt(file.descriptor(), 0, beginning) &&
+                      readAt(file.descriptor(), file.size() - end.size(), end);
+  return !isRead || PropertyList::canBe({beginning, end, file.size()}, maximumXMLSize);
 }
 
 bool FileManager::writeAtomically(std::string_view bytes, const String& path) {

@@ -33,10 +33,12 @@ class QVPLATFORM_EXPORT FileManager {
   static bool removeContentsOfDirectoryAtPath(const String& path);
 
   /// All bytes of a regular file; null when it is missing, unreadable, larger than `maximumSize`
-  /// or no regular file. Never waits for the other end of a pipe.
+  /// or no regular file; then errno tells why, EFBIG and EINVAL being the last two. Never waits for
+  /// the other end of a pipe.
   static Data contentsAtPath(const String& path, std::size_t maximumSize);
   /// Whether a regular file begins and ends as a property list does (PropertyList::canBe()): a
-  /// quick look that spares the reading of a large file that is none.
+  /// quick look that spares the reading of a large file that is none. True of a file that is there
+  /// and cannot be read at the moment: it may be one.
   static bool canBePropertyListAtPath(const String& path,
                                       std::size_t maximumXMLSize = PropertyList::kMaximumSize);
   /// The file's text. Null when contentsAtPath() has none or it is not UTF-8; then `error`, unless
