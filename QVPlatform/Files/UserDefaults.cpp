@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <ctime>
 #include <map>
@@ -93,10 +94,13 @@ Paths paths() {
   return {directory + String("/" + name + ".plist"), directory + String("/." + name + ".lock")};
 }
 
-/// What the file holds; null when it is missing or damaged.
-Dictionary readFile(const String& path) {
-  if (!FileManager::canBePropertyListAtPath(path)) return nullptr;
+/// What the file holds; null when it is missing or damaged, and nothing when it cannot be read at
+/// the moment.
+std::optional<Dictionary> readFile(const String& path) {
+  if (!FileManager::canBePropertyListAtPath(path)) return Dictionary(nullptr);
   const Data bytes = FileManager::contentsAtPath(path, PropertyList::kMaximumSize);
+  const bool isDamaged = bytes.isNull() && (errno == EFBIG || errno == ENOENT);
+  if (bytes.isNull() && !isDamaged) return std::nullopt;
   return PropertyList::valueWithData(bytes.view()).dictionary();
 }
 
@@ -195,9 +199,9 @@ struct UserDefaults::State {
   /// Once before, to know what the file holds.
   bool clear() {
     const Lock oneAtATime(synchronizing_);
-    synchronizeAlone(kLockPatience);
+    const bool isKnown = synchronizeAlone(kLockPatience);
     removeAll();
-    return synchronizeAlone(kLockPatience);
+    return synchronizeAlone(kLockPatience) && isKnown;
   }
 
   void exchange(const Value& expected, const String& key, const Value& value) {
@@ -240,7 +244,9 @@ struct UserDefaults::State {
     const SharedLock lock(path.lock, isPatient ? patience : patience * 0);
     stuckSince_.reset();
     if (lock.isTaken()) stuckSince_ = timeOfWriting(path.file);
-    return !lock.isTaken() && mergeInto(readFile(path.file), path.file);
+    if (lock.isTaken()) return false;
+    const auto stored = readFile(path.file);
+    return stored && mergeInto(*stored, path.file);
   }
 
   bool mergeInto(const Dictionary& stored, const String& path) {
@@ -264,7 +270,9 @@ struct UserDefaults::State {
   /// The file is read when it is first asked for.
   void load() QV_REQUIRES(mutex_) {
     if (isLoaded_) return;
-    Table known = tableOf(readFile(paths().file));
+    const auto stored = readFile(paths().file);
+    if (!stored) return;  // the next one tries again
+    Table known = tableOf(*stored);
     values_.merge(known);  // what was set before stays
     isLoaded_ = true;
   }

@@ -46,11 +46,11 @@ class QVPLATFORM_EXPORT UserDefaults {
   /// Reads the file anew, lays the changes of this process over it and writes it whole, all under a
   /// lock between processes: of two processes that change different keys, none loses a change. A
   /// missing or damaged file is replaced by all that this process knows. False when the file could
-  /// not be written, or somebody else held the lock for 0.2 seconds (once: before the lock was free
-  /// or the file written again, nobody waits for it); the old file stays, and the changes are kept
-  /// for the next time. Where there can be no lock, because the file system has none or something
-  /// else is in the place of its file, the file is written without. What no file can hold is left
-  /// out with a line on the console log.
+  /// not be read or written, or somebody else held the lock for 0.2 seconds (once: before the lock
+  /// was free or the file written again, nobody waits for it); the old file stays, and the changes
+  /// are kept for the next time. Where there can be no lock, because the file system has none or
+  /// something else is in the place of its file, the file is written without. What no file can hold
+  /// is left out with a line on the console log.
   bool synchronize();
 
  private:
