@@ -196,10 +196,10 @@ TEST_F(QVOfflineHitsTest, IsRestoredToTheEndThoughAListenerEndsTheThread) {
   atRefusal([] { pthread_exit(nullptr); });
   std::thread([&] { manager->restoreStockedHit(); }).join();
   EXPECT_THAT(queuedIDs(), ElementsAre(Value(1U)));
-  EXPECT_THAT(idsOf(saved()), ElementsAre(Value(3U)));
+  manager->saveAllHits();  // which leaves alone what is still to be restored
   manager->setOperationQueue(suspendedQueue());
   manager->restoreStockedHit();
-  EXPECT_THAT(queuedIDs(), ElementsAre(Value(3U)));
+  EXPECT_THAT(queuedIDs(), ElementsAre(Value(3U), Value(1U)));
 }
 
 TEST_F(QVOfflineHitsTest, KeepsWhatIsSavedWhileItRestores) {

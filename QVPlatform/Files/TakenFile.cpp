@@ -52,9 +52,10 @@ pid_t ownerOf(const std::string& path, const std::string& place) {
   return owner;
 }
 
-bool isRegular(const std::string& path) {
+/// False when there is none, or something else.
+bool mayBeRegular(const std::string& path) {
   struct stat file {};
-  return lstat(path.c_str(), &file) == 0 && S_ISREG(file.st_mode);
+  return lstat(path.c_str(), &file) == 0 ? S_ISREG(file.st_mode) : errno != ENOENT;
 }
 
 /// All that was taken and is still there.
@@ -79,8 +80,11 @@ std::vector<TakenFile> TakenFile::takeAtPath(const String& path,
                                              bool (*isWanted)(const String& path)) {
   const std::string place(path.view());
   std::vector<TakenFile> files;
-  if (isRegular(place) && isWanted(path)) std::rename(place.c_str(), newPath(place).c_str());
-  for (std::string& taken : takenPaths(place)) {
+  const bool isThere = mayBeRegular(place) && isWanted(path);
+  const bool isMoved = isThere && std::rename(place.c_str(), newPath(place).c_str()) == 0;
+  std::vector<std::string> paths = takenPaths(place);
+  if (isThere && !isMoved) paths.push_back(place);  // taken where it is, by its lock alone
+  for (std::string& taken : paths) {
     TakenFile file(place, std::move(taken));
     if (file.lock()) files.push_back(std::move(file));
   }
@@ -130,7 +134,9 @@ void TakenFile::putBack() noexcept {
   renameat2(AT_FDCWD, path_.c_str(), AT_FDCWD, place_.c_str(), RENAME_NOREPLACE);
 }
 
-void TakenFile::remove() noexcept { unlink(path_.c_str()); }
+void TakenFile::remove() noexcept {
+  if (path_ != place_ || isAtPath(descriptor_, path_)) unlink(path_.c_str());
+}
 
 bool TakenFile::replaceContents(std::string_view bytes) {
   replacement_ = std::make_unique<AtomicFile>(path());

@@ -18,9 +18,10 @@ namespace QVPlatform {
 ///
 /// Taking moves the file to a name of its own beside it (".<name>.taken<n>...") and locks it. What
 /// a process took and neither removed nor put back before it ended is taken by the next one that
-/// comes. Where the file system has no locks, the name tells the process: only what belongs to none
-/// that lives is taken, and of the threads of one process one may take at a time. Links, and
-/// whatever else is no regular file, are left where they are.
+/// comes. A file that cannot be moved is locked in its place. Where the file system has no locks,
+/// the name tells the process: only what belongs to none that lives is taken, and of the threads of
+/// one process one may take at a time. Links, and whatever else is no regular file, are left where
+/// they are.
 ///
 /// Threads: one object is used by one thread; any number may take from one path.
 class QVPLATFORM_EXPORT TakenFile {
@@ -41,6 +42,7 @@ class QVPLATFORM_EXPORT TakenFile {
   String path() const { return String(path_); }
   /// Moves the file back to its place. If there is another one by now, it stays where it is.
   void putBack() noexcept;
+  /// Leaves a newer file alone that has taken the place of one that could not be moved.
   void remove() noexcept;
   /// Puts the bytes in the place of what it holds, at once; nobody else takes it meanwhile. False
   /// when they cannot be written.

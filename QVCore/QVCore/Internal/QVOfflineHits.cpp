@@ -16,6 +16,7 @@
 #include <QVPlatform/Foundation/Log.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -315,22 +316,35 @@ bool isWanted(const String& path) {
   return QVPlatform::FileManager::canBePropertyListAtPath(path, kMaximumXMLSize);
 }
 
-/// The hits in the file, or nothing when it cannot be read. What they were read from is gone then,
+/// The hits in the archive, or nothing when it is none. What they were read from is gone then,
 /// which takes as much memory as they do.
-std::optional<std::vector<Value>> hitsIn(const TakenFile& file) {
-  QVPlatform::KeyedUnarchiver unarchiver(file.contents(PropertyList::kMaximumSize));
+std::optional<std::vector<Value>> hitsIn(Data archive) {
+  QVPlatform::KeyedUnarchiver unarchiver(std::move(archive));
   auto hits = unarchiver.decodeObjectForKey(kQVFileOfflineHits).array().values();
   if (!unarchiver.isValid()) return std::nullopt;
   return hits;
 }
 
-/// Whether all that the file holds has been queued, so that it is to be removed. One that cannot be
-/// read is to stay.
-bool restoreFrom(TakenFile& file, const QVOfflineHits::Add& add) {
-  auto hits = hitsIn(file);
-  if (!hits) return false;
+/// What becomes of a file that was taken.
+enum class Fate {
+  kStaysTaken,  // it may hold hits that wait nowhere else: the next restore takes it, no save
+                // replaces it
+  kGoes,        // all its hits were queued
+  kPutBack,     // it is no archive
+};
+
+Fate restoreFrom(TakenFile& file, const QVOfflineHits::Add& add) {
+  Data archive = file.contents(PropertyList::kMaximumSize);
+  if (archive.isNull() && errno != EFBIG) return Fate::kStaysTaken;
+  auto hits = hitsIn(std::exchange(archive, nullptr));
+  if (!hits) return Fate::kPutBack;
   logCount("Restoring %@ offline Hits", hits->size());
-  return addAll(file, *std::move(hits), add);
+  return addAll(file, *std::move(hits), add) ? Fate::kGoes : Fate::kStaysTaken;
+}
+
+void settle(TakenFile& file, Fate fate) {
+  if (fate == Fate::kGoes) file.remove();
+  if (fate == Fate::kPutBack) file.putBack();
 }
 
 }  // namespace
@@ -352,22 +366,25 @@ void QVOfflineHits::restore(const HitQueue& hitQueue, const Add& add) {
   };
   if (!isEmpty() || !order.beginRestoring()) return;
   std::vector<TakenFile> files;
-  std::vector<bool> isDone;
+  std::vector<Fate> fates;
   const auto end = [&] {
     if (order.endRestoring()) save(hitQueue);
     // Not before the hits are in a file again: a process that is killed here sends them twice
     // rather than not at all.
-    for (std::size_t i = 0; i < files.size(); ++i) {
-      const bool isOver = i < isDone.size() && isDone[i];
-      isOver ? files[i].remove() : files[i].putBack();
-    }
+    for (std::size_t i = 0; i < fates.size(); ++i) settle(files[i], fates[i]);
+  };
+  bool isTaken = false;
+  const auto take = [&] {
+    if (!isEmpty()) return;  // somebody else has restored meanwhile
+    files = TakenFile::takeAtPath(offlineHitsPath(), &isWanted);
+    fates.resize(files.size(), Fate::kStaysTaken);
+    isTaken = true;
   };
   try {
+    withinMemory(take);
+    if (!isTaken) withinMemory(take);  // a file that stays in its place is lost with the next save
     withinMemory([&] {
-      if (!isEmpty()) return;  // somebody else has restored meanwhile
-      files = TakenFile::takeAtPath(offlineHitsPath(), &isWanted);
-      isDone.resize(files.size());
-      for (std::size_t i = 0; i < files.size(); ++i) isDone[i] = restoreFrom(files[i], add);
+      for (std::size_t i = 0; i < fates.size(); ++i) fates[i] = restoreFrom(files[i], add);
     });
   } catch (...) {
     end();  // the thread ends
