@@ -75,6 +75,7 @@ SCRIPTS = {
     "cross.sh": {"--quick", "arm64", "armhf", "s390x"},
     "demo.sh": set(),
     "docs.sh": set(),
+    "faults.sh": {"--quick"},
     "inspect.sh": words_in("tools/inspector/Options.cpp", r'^ *"  (--[a-z-]+)'),
     "lint.sh": words_in("scripts/lint.sh", r"^  ([a-z]+)\) "),
     "package.sh": {"--check"},

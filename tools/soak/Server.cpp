@@ -100,7 +100,8 @@ void Server::serve(unsigned connection, int file) {
     if (request.empty()) return;
     if (request.starts_with(kSettled)) {
       settleHere(hitOf(targetOf(request)));
-      return socket.send(kDone);
+      socket.send(kDone);
+      return;
     }
     if (!respond(socket, note(connection, place, request))) return;
   }

@@ -76,8 +76,9 @@ void Socket::waitForClose(int milliseconds) const {
   poll(&entry, 1, milliseconds);
 }
 
-void Socket::send(std::string_view bytes) const {
-  [[maybe_unused]] const ssize_t sent = ::send(file_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+bool Socket::send(std::string_view bytes) const {
+  const ssize_t sent = ::send(file_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+  return sent == static_cast<ssize_t>(bytes.size());
 }
 
 void Socket::finish() const { shutdown(file_, SHUT_WR); }

@@ -22,7 +22,8 @@ class Socket {
   void waitForInput() const;
   /// Waits until the other side closes, for so many milliseconds at most.
   void waitForClose(int milliseconds) const;
-  void send(std::string_view bytes) const;
+  /// False when the other side has gone.
+  bool send(std::string_view bytes) const;
   /// Says that nothing more will come.
   void finish() const;
   /// Lets the end of the connection be a reset.
