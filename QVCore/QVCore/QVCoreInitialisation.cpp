@@ -31,11 +31,17 @@ std::shared_ptr<QVCoreInitialisation> QVCoreInitialisation::init() {
 }
 
 bool QVCoreInitialisation::eraseEverything() {
-  if (QVNetworkManager::isInitialised()) cancelAllHits(*QVNetworkManager::sharedInstance());
-  if (QVCoreVariables::isInitialised()) QVCoreVariables::sharedInstance()->clearData();
+  // What memory is missing for keeps nothing else from being erased.
+  const bool isQueueErased = callOut([] {
+    if (QVNetworkManager::isInitialised()) cancelAllHits(*QVNetworkManager::sharedInstance());
+  });
+  const bool areVariablesErased = callOut([] {
+    if (QVCoreVariables::isInitialised()) QVCoreVariables::sharedInstance()->clearData();
+  });
   bool areFilesErased = false;
   callOut([&] {
     areFilesErased = FileManager::removeContentsOfDirectoryAtPath(QVLogger::privateQVDirectory());
   });
-  return UserDefaults::standardUserDefaults().removeAllObjects() && areFilesErased;
+  const bool areDefaultsErased = UserDefaults::standardUserDefaults().removeAllObjects();
+  return isQueueErased && areVariablesErased && areFilesErased && areDefaultsErased;
 }

@@ -31,6 +31,6 @@ class QVCORE_EXPORT QVCoreInitialisation : public QVPlatform::Object {
   /// QVCoreVariables::reinit().
   ///
   /// May be called before the start, which it does not replace, and from any thread. False when
-  /// something could not be removed from the disk; then it may be called again.
+  /// something could not be removed from the disk, or memory ran out; then it may be called again.
   static bool eraseEverything();
 };
