@@ -148,9 +148,10 @@ class QVCORE_EXPORT QVNetworkManager : public QVSingleton,
   /// meanwhile stays. A process that is killed in between leaves it to the next one that restores,
   /// which queues all of it: hits that were sent already are then sent twice.
   ///
-  /// A file that is missing, cannot be opened or is no keyed archive, entire and undamaged,
-  /// restores nothing and stays where it is. One that is, but holds nothing under "offlineHits", is
-  /// removed.
+  /// A file that is missing or is no keyed archive, entire and undamaged, restores nothing and
+  /// stays where it is. One that cannot be read, and hits for which memory runs out, stay beside
+  /// it, where no save replaces them, for the next restore. An archive that holds nothing under
+  /// "offlineHits" is removed.
   void restoreStockedHit();
 
   // Notifications.
