@@ -216,7 +216,7 @@ class Exchange final : public Preferences {
   }
 
  private:
-  const Value nil_;
+  const Value nil_{};
   const Value value_{"mine"};
   const String key_{"agreed"};
   Value held_;
