@@ -106,6 +106,7 @@ function(qv_test name)
                         PkgConfig::httplib)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES
     TIMEOUT 120
+    LABELS ${name}
     ENVIRONMENT "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/tsan.supp")
 endfunction()
 
