@@ -1,8 +1,11 @@
+#include "fuzz/AnswerFuzzer.h"
 #include "fuzz/ArchiveFuzzer.h"
 #include "fuzz/CInterfaceFuzzer.h"
 #include "fuzz/ConfigurationUpdateFuzzer.h"
 #include "fuzz/JSONFuzzer.h"
+#include "fuzz/TextFuzzer.h"
 #include "tests/support/ConfigurationTest.h"
+#include "tests/support/RawServer.h"
 #include "tests/support/Test.h"
 
 namespace {
@@ -31,6 +34,21 @@ TEST_F(FuzzCorpus, OfTheCInterfaceIsHeardAndReadAsItWasPosted) { replay("c", QVF
 TEST_F(FuzzCorpus, OfConfigurationUpdatesKeepsTheHigherVersion) {
   QVDebug::setDebugLevel(6);
   replay("configuration", QVFuzz::updateConfiguration);
+}
+
+TEST_F(FuzzCorpus, OfTextsIsReadAsASecondOpinionHasIt) {
+  QVDebug::setDebugLevel(6);
+  replay("text", QVFuzz::readText);
+}
+
+TEST_F(FuzzCorpus, OfAnswersLeavesTheNextOneRight) {
+  replay("answer", [](std::string_view answer) {
+    const RawServer server([answer](RawServer::Connection& connection) {
+      const bool isGood = connection.readRequest().starts_with("GET /good ");
+      connection.send(isGood ? QVFuzz::kGoodAnswer : answer);
+    });
+    QVFuzz::readAnswers(server.url(""));
+  });
 }
 
 TEST(ArchiveFuzzer, FindsNoHarmInAnyPartOfAFileNorInAFileWithAnyBitTurned) {
