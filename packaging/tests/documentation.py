@@ -90,6 +90,8 @@ PRESETS = {kind: {preset["name"] for preset in presets if not preset.get("hidden
 PROGRAMS = {f"{path.parent.name}/{path.stem}"
             for kind in ("benchmarks/*Benchmark.cpp", "fuzz/*Fuzzer.cpp")
             for path in source.glob(kind)}
+TESTS = {f"{suite}.{name}" for path in source.glob("tests/**/*.cpp")
+         for suite, name in re.findall(r"^TEST(?:_F|_P)?\((\w+),\s*(\w+)\)", path.read_text(), re.M)}
 for room in ("examples", "tools"):
     PROGRAMS |= {f"{room}/{name}"
                  for name in words_in(f"{room}/CMakeLists.txt", r"^add_executable\(([\w-]+)")}
@@ -132,6 +134,8 @@ def check_text(page, prose):
     for span in re.findall(rf"`({OF_THE_PROJECT}[^`]*)`", re.sub(r"\n(?=\S)", " ", prose)):
         for command in commands_of(span):
             check_command(command)
+    for test in re.findall(r"`((?!Package)[A-Z]\w+\.[A-Z][a-z]\w+)`", prose):
+        expect(test in TESTS, f"{page}: no test {test}")
     for row in re.findall(r"^\|.*", prose, re.M):
         spans = re.findall(r"`([^`]+)`", row)
         script = re.match(r"scripts/([a-z]+\.sh)", spans[0]) if spans else None
@@ -222,8 +226,8 @@ def use_page(page, proxy):
 
 collector = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Collector)
 threading.Thread(target=collector.serve_forever, daemon=True).start()
-pages = [source / "README.md", source / "CONTRIBUTING.md", source / "examples/README.md",
-         *(source / "docs").glob("*.md")]
+pages = [source / "README.md", source / "CONTRIBUTING.md", source / "SECURITY.md",
+         source / "examples/README.md", *(source / "docs").glob("*.md")]
 count = sum(use_page(page, f"http://127.0.0.1:{collector.server_port}") for page in pages)
 expect(count > 5, "there was next to nothing to try")
 print("\n".join(failures) or f"{count} blocks")
