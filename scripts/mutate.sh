@@ -38,7 +38,7 @@ prepare() {
   mkdir -p "$copy"
   trap 'rm -rf "$copy"' EXIT
   git ls-files -z | xargs -0 cp --parents --preserve=timestamps -t "$copy"
-  cmake -S "$copy" -B "$copy/out" -G Ninja -DCMAKE_BUILD_TYPE=Debug \
+  cmake -S "$copy" -B "$copy/out" -G Ninja -DCMAKE_BUILD_TYPE= \
     -DQVCORE_BUILD_TESTS=OFF -DQVCORE_BUILD_EXAMPLES=OFF >/dev/null
   build || { echo "mutate.sh: the libraries do not build" >&2; exit 1; }
   run_tests "${programs[@]}" || { echo "mutate.sh: the tests fail without a fault" >&2; exit 1; }

@@ -162,12 +162,14 @@ TEST_F(QVNetworkManagerTest, StartsAfreshOnReinit) {
   beOffline();
   request({{"url", "http://h/"}});
   manager->changeOfflineConfigurationsForMaxLifetimeAndMaxOperationsInQueue(1, 1);
+  manager->setNextRequestIDToCancel(5);
   const auto oldQueue = manager->operationQueue();
   const auto oldSender = manager->senderDelegate();
   EXPECT_EQ(manager->reinit(), manager);
   EXPECT_NE(manager->operationQueue(), oldQueue);
   EXPECT_EQ(oldSender->parent(), nullptr);
   EXPECT_EQ(manager->senderDelegate()->parent(), manager.get());
+  EXPECT_EQ(manager->nextRequestIDToCancel(), 0U);
   EXPECT_EQ(manager->maxRequestsInQueue(), 2000U);
   EXPECT_EQ(manager->maxRequestLifetime(), 200000U);
   request({{"url", "http://h/"}});
