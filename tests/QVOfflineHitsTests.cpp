@@ -212,6 +212,20 @@ TEST_F(QVOfflineHitsTest, KeepsWhatIsSavedWhileItRestores) {
   EXPECT_EQ(fileCount(), 1);
 }
 
+TEST_F(QVOfflineHitsTest, SavesAnewWhenHitsWereRestoredInTheMiddleOfASave) {
+  const auto manager = QVNetworkManager::sharedInstance();
+  int saves = 0;
+  const auto object = std::make_shared<Archived>([&] {
+    if (saves++ > 0) return;
+    writeHits({hit("http://h/", 7U)});
+    manager->reinit();
+  });
+  request({{"url", "http://h/"}, {"own", object}});
+  manager->saveAllHits();
+  EXPECT_THAT(queuedIDs(), ElementsAre(Value(7U)));
+  EXPECT_EQ(saved(), queued());
+}
+
 TEST_F(QVOfflineHitsTest, LeavesQueuesAndFileAloneWhenTheKitRunsInTheBackground) {
   const auto manager = QVNetworkManager::sharedInstance();
   QVCoreVariables::sharedInstance()->setEnableSDKInBG(true);

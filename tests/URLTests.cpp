@@ -41,7 +41,7 @@ TEST(URL, RefusesWhatIsNotAURIReference) {
            http://a/% http://a/%4 http://a/%zz http://a%4/ http://a/{x} http://a/| http://a/\b
            http://a/"b" http://a/<b> http://a/^ http://a/` http://a/b#c#d http://[::1
            http://[::zz]/ http://[1.2.3.4]/ http://[::1]x/ http://[::1%25]/ http://[::1%en0]/
-           http://[v1.]/ http://a]b/ http://a:8[0/ http://u[s@a/ http://a@b@c/ 1http://a/ : ://a/
+           http://[v1.]/ http://a]b/ http://a:8[0/ http://u[s@a/ http://a@b@c/ 1http://a/ : ://a/ h%74tp://a/
            http://café.example/ http://a/é)")) {
     EXPECT_FALSE(URL::URLWithString(text)) << text;
   }
