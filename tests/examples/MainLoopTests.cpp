@@ -33,6 +33,7 @@ TEST(MainLoopTest, EachDrainsTheQueueAndSavesWhatWaitsWhenItIsTerminated) {
     Program next(path, {server.url("/second"), "--assume-network"});
     EXPECT_EQ(next.finish(), 0);
     EXPECT_THAT(next.printed(), HasSubstr("answered: " + server.url("/second")));
+    const std::lock_guard lock(mutex);
     EXPECT_THAT(targets, ElementsAre("/first", "/first", "/second"));
   }
 }
