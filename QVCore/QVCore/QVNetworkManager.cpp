@@ -17,7 +17,6 @@
 
 #include <new>
 #include <utility>
-#include <vector>
 
 using QVPlatform::callOut;
 using QVPlatform::Dictionary;
@@ -46,19 +45,6 @@ const String* const kHandledNames[] = {
 
 /// Its address tells the manager's own observation of the hit queue from any other.
 constexpr char OperationQueueCountChange = 0;
-
-/// What was asked for, with what the core adds to it. At once, since each change of a dictionary
-/// copies its entries.
-Dictionary requestData(const Dictionary& asked, const String& type, std::uint32_t id) {
-  if (asked.isNull()) return nullptr;
-  const auto given = asked.snapshot();
-  std::vector<Dictionary::Entry> entries;
-  entries.reserve(given->size() + 2);
-  entries.assign(given->begin(), given->end());
-  entries.emplace_back(kQVUserInfo_RequestType, type);
-  entries.emplace_back(kQVUserInfo_RequestID, id);
-  return Dictionary(std::move(entries));
-}
 
 }  // namespace
 
@@ -291,7 +277,8 @@ void QVNetworkManager::onAwaitedUserAgent(const Value& userAgent) {
 void QVNetworkManager::onHTTPRequestNotification(const Notification& notification) {
   Dictionary data = notification.userInfo();
   const bool isComplete = callOut([&] {
-    data = requestData(data, requestTypeForNotificationName(notification.name()), nextRequestID());
+    data = QVRequestData::numbered(data, requestTypeForNotificationName(notification.name()),
+                                   nextRequestID());
   });
   if (!isComplete) return postWithUserInfo(kQVNotification_HTTPRequestError, data);
   queueRequestWithData(std::move(data));

@@ -6,7 +6,10 @@
 #include <QVPlatform/Networking/HTTPURLResponse.h>
 #include <QVPlatform/Networking/URLRequest.h>
 
+#include <cstdint>
 #include <memory>
+#include <utility>
+#include <vector>
 
 using QVPlatform::Dictionary;
 using QVPlatform::String;
@@ -34,6 +37,17 @@ Value markerOf(const Dictionary& userInfo) {
 }
 
 }  // namespace
+
+Dictionary QVRequestData::numbered(const Dictionary& asked, const String& type, std::uint32_t id) {
+  if (asked.isNull()) return nullptr;
+  const auto given = asked.snapshot();
+  std::vector<Dictionary::Entry> entries;
+  entries.reserve(given->size() + 2);
+  entries.assign(given->begin(), given->end());
+  entries.emplace_back(kQVUserInfo_RequestType, type);
+  entries.emplace_back(kQVUserInfo_RequestID, id);
+  return Dictionary(std::move(entries));
+}
 
 Dictionary QVRequestData::refused(const Dictionary& data) {
   Dictionary refused = data.copy();
