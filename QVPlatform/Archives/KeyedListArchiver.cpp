@@ -1,8 +1,9 @@
 #include <QVPlatform/Archives/KeyedListArchiver.h>
 
 #include <QVPlatform/Archives/Internal/BinaryPropertyListBytes.h>
-#include <QVPlatform/Archives/Internal/BinaryPropertyListWriter.h>
+#include <QVPlatform/Archives/Internal/ChunkedBytes.h>
 #include <QVPlatform/Archives/Internal/KeyedArchiveFormat.h>
+#include <QVPlatform/Archives/Internal/PlainObject.h>
 #include <QVPlatform/Archives/PropertyList.h>
 
 #include <algorithm>
@@ -50,16 +51,15 @@ struct Piece {
     offsets.push_back(static_cast<Number>(bytes.size()));
     return nextObject() - 1;
   }
-  Number add(std::string_view object) {
+  Number add(const PlainObject& object) {
     const Number number = addObject();
-    bytes.append(object);
+    object.putAt(bytes.grow(object.size()));
     return number;
   }
   Number addContainer(std::uint8_t type, std::size_t count, std::span<const Number> references) {
     const Number number = addObject();
-    const std::size_t begin = bytes.size();
-    bytes.resize(begin + headSize(count) + references.size() * kWidth);
-    put(putHead(bytes.data() + begin, type, count), references, kWidth);
+    char* const to = bytes.grow(headSize(count) + references.size() * kWidth);
+    put(putHead(to, type, count), references, kWidth);
     return number;
   }
   Number addArray(std::span<const Number> elements) {
@@ -71,15 +71,15 @@ struct Piece {
   }
   /// The UID of an object.
   Number addUID(Number object) {
-    char uid[1 + kWidth];
-    put(putHead(uid, Format::kUID, kWidth - 1), nextUID());
+    addObject();
+    put(putHead(bytes.grow(1 + kWidth), Format::kUID, kWidth - 1), nextUID());
     targets.push_back(object);
-    return add({uid, sizeof uid});
+    return nextObject() - 1;
   }
 
   Number firstObject = 0;
   Number firstUID = 0;
-  std::string bytes;
+  ChunkedBytes bytes;
   std::vector<Number> offsets;  // of objects, in `bytes`
   std::vector<Number> targets;  // of UIDs: objects
 };
@@ -123,20 +123,22 @@ struct KeyedListArchiver::State {
 
   /// False when the message must be left to KeyedArchiver.
   bool add(Dictionary::Snapshot entries) {
-    if (leaves_.size() > kManyBytes) leaves_ = {};
-    std::vector<Number> keys;
-    std::vector<Number> values;
-    for (const auto& [key, value] : *entries) {
-      const auto keyUID = sharedUID(key);
-      const auto valueUID = keyUID ? uidOf(key, value) : std::nullopt;
+    const std::size_t known = keys_.size();
+    keys_.resize(entries->size());
+    values_.resize(entries->size());
+    for (std::size_t i = 0; i < entries->size(); ++i) {
+      const auto& [key, value] = (*entries)[i];
+      const Value* const before = i < known ? valueBefore(i, key) : nullptr;
+      const auto keyUID = before ? keys_[i] : sharedUID(key);
+      const auto valueUID = keyUID ? uidOf(value, before, values_[i]) : std::nullopt;
       if (!valueUID) return false;
-      keys.push_back(*keyUID);
-      values.push_back(*valueUID);
+      keys_[i] = *keyUID;
+      values_[i] = *valueUID;
     }
-    const auto keyList = listOfKeys(std::move(keys));
+    const auto keyList = listOfKeys();
     if (!keyList || !isWithinLimits()) return false;
     const Number dictionary = own_.addDictionary(
-        {class_, keysKey_, elementsKey_, dictionaryClass_, *keyList, own_.addArray(values)});
+        {class_, keysKey_, elementsKey_, dictionaryClass_, *keyList, own_.addArray(values_)});
     const Number uid = own_.addUID(dictionary);
     messages_.push_back({std::move(entries), uid, endOf(own_)});
     return true;
@@ -144,10 +146,9 @@ struct KeyedListArchiver::State {
 
   /// Whether the archive can be written; then it is in the pieces.
   bool finish() {
-    leaves_ = {};
     tail_.firstObject = own_.nextObject();
     tail_.firstUID = own_.nextUID();
-    tail_.bytes.clear();
+    tail_.bytes.truncate(0);
     tail_.offsets.clear();
     const Number root = addRoot();
     const std::size_t table =
@@ -159,13 +160,21 @@ struct KeyedListArchiver::State {
   }
 
   std::vector<std::string_view> pieces() const {
-    return {shared_.bytes, std::string_view(own_.bytes).substr(dead_.bytes), tail_.bytes};
+    std::vector<std::string_view> pieces;
+    shared_.bytes.addTo(pieces);
+    own_.bytes.addTo(pieces, dead_.bytes);
+    tail_.bytes.addTo(pieces);
+    return pieces;
   }
 
  private:
-  Number text(std::string_view text) {
-    return shared_.add(leaves_.bytesOf(leaves_.add(String(text))));
+  static Piece beginning() {
+    Piece piece;
+    std::ranges::copy(Format::kMagic, piece.bytes.grow(Format::kMagic.size()));
+    return piece;
   }
+
+  Number text(std::string_view text) { return shared_.add(PlainObject(String(text))); }
 
   /// The UID of the class; "NSObject" ends every chain.
   Number addClass(std::string_view name, std::string_view base) {
@@ -186,8 +195,9 @@ struct KeyedListArchiver::State {
   void dropFrom(std::size_t begin) {
     if (begin == messages_.size()) return;
     messages_.resize(begin);
+    keys_.clear();
     const Extent rest = begin == 0 ? Extent() : messages_.back().end;
-    own_.bytes.resize(rest.bytes);
+    own_.bytes.truncate(rest.bytes);
     own_.offsets.resize(rest.objects);
     own_.targets.resize(rest.targets);
   }
@@ -198,26 +208,36 @@ struct KeyedListArchiver::State {
     const auto known = sharedTexts_.find(text);
     if (known != sharedTexts_.end()) return known->second;
     if (!hasSharedRoom() || text.view() == Archive::kNull) return std::nullopt;
-    const Number uid = shared_.addUID(shared_.add(leaves_.bytesOf(leaves_.add(text))));
+    const Number uid = shared_.addUID(shared_.add(PlainObject(text)));
     sharedTexts_.emplace(text, uid);
     return uid;
   }
 
-  /// The UID of a plain value; nothing for any other one.
-  std::optional<Number> uidOf(const String& key, const Value& value) {
-    const auto* text = std::get_if<String>(&value.storage());
-    if (text && isInPrevious(key, *text)) {
-      if (const auto uid = sharedUID(*text)) return uid;
-    }
+  /// The value that the message before has under the same key, if that is its entry of the same
+  /// number, as it mostly is; then keys_ and values_ have the UIDs of both still.
+  const Value* valueBefore(std::size_t number, const String& key) const {
+    if (messages().empty()) return nullptr;
+    const auto& entries = *messages_.back().entries;
+    const bool isThere = number < entries.size() && entries[number].first == key;
+    return isThere ? &entries[number].second : nullptr;
+  }
+
+  /// The UID of a plain value; nothing for any other one. A text that the message before has, too,
+  /// is shared from then on.
+  std::optional<Number> uidOf(const Value& value, const Value* before, Number uidBefore) {
     return std::visit(
         [&]<class T>(const T& held) -> std::optional<Number> {
           if constexpr (std::is_same_v<T, String>) {
+            const auto* text = before ? std::get_if<String>(&before->storage()) : nullptr;
+            if (text && text->isSameObject(held)) {
+              if (uidBefore < kSharedRoom) return uidBefore;
+              if (const auto uid = sharedUID(held)) return uid;
+            }
             if (held.view() == Archive::kNull) return std::nullopt;  // would be read as nil
-            return ownUID(leaves_.add(held));
-          } else if constexpr (std::is_same_v<T, Data>) {
-            return ownUID(leaves_.addData(held.view()));
-          } else if constexpr (std::is_arithmetic_v<T>) {
-            return ownUID(leaves_.add(held));
+          }
+          if constexpr (std::is_same_v<T, String> || std::is_same_v<T, Data> ||
+                        std::is_arithmetic_v<T>) {
+            return own_.addUID(own_.add(PlainObject(held)));
           } else {
             return std::nullopt;
           }
@@ -225,31 +245,14 @@ struct KeyedListArchiver::State {
         value.storage());
   }
 
-  Number ownUID(BinaryPropertyListWriter::Reference leaf) {
-    return own_.addUID(own_.add(leaves_.bytesOf(leaf)));
-  }
-
-  /// Whether the message before has the same text object under the key.
-  bool isInPrevious(const String& key, const String& text) const {
-    if (messages().empty()) return false;
-    const auto& entries = *messages_.back().entries;
-    const auto place = std::lower_bound(
-        entries.begin(), entries.end(), key,
-        [](const Dictionary::Entry& entry, const String& name) { return entry.first < name; });
-    if (place == entries.end() || place->first != key) return false;
-    const auto* other = std::get_if<String>(&place->second.storage());
-    return other && other->isSameObject(text);
-  }
-
-  /// The list of these keys, which messages with the same keys share.
-  std::optional<Number> listOfKeys(std::vector<Number> keys) {
+  /// The list of keys_, which messages with the same keys share.
+  std::optional<Number> listOfKeys() {
     for (const auto& [known, list] : keyLists_) {
-      if (known == keys) return list;
+      if (known == keys_) return list;
     }
     if (!hasSharedRoom()) return std::nullopt;
-    const Number list = shared_.addArray(keys);
-    keyLists_.emplace_back(std::move(keys), list);
-    return list;
+    keyLists_.emplace_back(keys_, shared_.addArray(keys_));
+    return keyLists_.back().second;
   }
 
   bool isWithinLimits() const {
@@ -278,8 +281,7 @@ struct KeyedListArchiver::State {
   /// Where each object lies, and the trailer; the table begins at that place of the file.
   void addTable(Number root, std::size_t table) {
     const std::size_t begin = tail_.bytes.size();
-    tail_.bytes.resize(begin + tail_.nextObject() * kWidth + Format::kTrailerSize);
-    char* to = tail_.bytes.data() + begin;
+    char* to = tail_.bytes.grow(tail_.nextObject() * kWidth + Format::kTrailerSize);
     const auto putOffsets = [&to](std::span<const Number> offsets, std::size_t place) {
       for (const Number offset : offsets) to = put(to, offset + static_cast<Number>(place));
     };
@@ -298,10 +300,11 @@ struct KeyedListArchiver::State {
   std::size_t dropped_ = 0;  // of the messages, at the beginning
   Extent dead_;              // what these have in the piece
 
-  BinaryPropertyListWriter leaves_;  // makes plain objects
-  Piece shared_{0, 0, std::string(Format::kMagic), {}, {}};
+  Piece shared_ = beginning();
   Piece own_{kSharedRoom, kSharedRoom, {}, {}, {}};
   Piece tail_;
+  std::vector<Number> keys_;    // UIDs of the message that was added last, in the order of its keys
+  std::vector<Number> values_;  // likewise
   std::unordered_map<String, Number> sharedTexts_;                // UIDs
   std::vector<std::pair<std::vector<Number>, Number>> keyLists_;  // arrays of UIDs
 
@@ -313,7 +316,7 @@ struct KeyedListArchiver::State {
   const Number archiverKey_ = text(Archive::kArchiverKey);
   const Number archiver_ = text(Archive::kArchiver);
   const Number versionKey_ = text(Archive::kVersionKey);
-  const Number version_ = shared_.add(leaves_.bytesOf(leaves_.add(Archive::kVersion)));
+  const Number version_ = shared_.add(PlainObject(Archive::kVersion));
   const Number topKey_ = text(Archive::kTopKey);
   const Number objectsKey_ = text(Archive::kObjectsKey);
   const Number arrayClass_ = addClass("NSMutableArray", "NSArray");

@@ -106,7 +106,11 @@ std::uint32_t String::traits() const noexcept {
 
 std::uint32_t String::hash() const noexcept { return traits() >> kTraitBits; }
 
-bool String::isASCII() const noexcept { return (traits() & kIsASCII) != 0; }
+bool String::isASCII() const noexcept {
+  if (isNull()) return true;
+  const std::uint32_t traits = storage_->traits_.load(std::memory_order_relaxed);
+  return traits == 0 ? isASCIIText(view()) : (traits & kIsASCII) != 0;
+}
 
 bool String::hasPrefix(const String& prefix) const noexcept {
   return !isNull() && !prefix.isNull() && view().starts_with(prefix.view());

@@ -83,7 +83,7 @@ class QVPLATFORM_EXPORT String {
 
   /// A number that is the same for equal texts, within one process. Found once for each string.
   std::uint32_t hash() const noexcept;
-  /// Whether there are no characters but ASCII. Found together with the hash.
+  /// Whether there are no characters but ASCII. Known once the hash is.
   bool isASCII() const noexcept;
 
   /// Whether the text begins with `prefix`. False when either is null, true for an empty prefix.

@@ -6,6 +6,7 @@
 #include <QVCore/QVLogLevel.h>
 #include <QVCore/QVLogger.h>
 #include <QVPlatform/Archives/KeyedArchiver.h>
+#include <QVPlatform/Archives/KeyedListArchiver.h>
 #include <QVPlatform/Archives/KeyedUnarchiver.h>
 #include <QVPlatform/Archives/PropertyList.h>
 #include <QVPlatform/Files/AtomicFile.h>
@@ -15,6 +16,7 @@
 #include <QVPlatform/Foundation/ForkMutex.h>
 #include <QVPlatform/Foundation/Log.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
@@ -22,6 +24,7 @@
 #include <mutex>
 #include <new>
 #include <optional>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -31,6 +34,7 @@ using QVPlatform::consoleLog;
 using QVPlatform::Data;
 using QVPlatform::Dictionary;
 using QVPlatform::ForkMutex;
+using QVPlatform::KeyedListArchiver;
 using QVPlatform::OperationQueue;
 using QVPlatform::PropertyList;
 using QVPlatform::String;
@@ -179,7 +183,16 @@ std::vector<Value> thoseThatFit(const std::vector<Value>& hits) {
   return fitting;
 }
 
-/// Nearly always all of them can be archived at once, which is the quickest.
+/// The archive of these hits; no piece of it unless all of them are plain and there is memory.
+std::vector<std::string_view> plainArchiveOf(const std::vector<Dictionary>& hits,
+                                             KeyedListArchiver& archiver) try {
+  const auto isPlain = [&](const Dictionary& hit) { return archiver.add(hit.snapshot()); };
+  return std::ranges::all_of(hits, isPlain) ? archiver.archive() : std::vector<std::string_view>();
+} catch (const std::bad_alloc&) {
+  return {};
+}
+
+/// The archive of whatever can be archived.
 Data archiveOfHits(const std::vector<Dictionary>& waiting) {
   const std::vector<Value> hits(waiting.begin(), waiting.end());
   try {
@@ -197,7 +210,12 @@ class HitsOnce {
   void look(const OperationQueue& queue) { QVKeptHits::look(queue, waiting_); }
   bool encode() const { return true; }  // not before it is written, which may tell of some hits
   std::size_t count() const { return waiting_.size(); }
-  bool write(AtomicFile& file) const { return file.write(archiveOfHits(waiting_).view()); }
+  /// Nearly always all hits are plain, which takes a third of the time.
+  bool write(AtomicFile& file) const {
+    KeyedListArchiver archiver(kQVFileOfflineHits);
+    const auto pieces = plainArchiveOf(waiting_, archiver);
+    return pieces.empty() ? file.write(archiveOfHits(waiting_).view()) : file.write(pieces);
+  }
 
  private:
   std::vector<Dictionary> waiting_;

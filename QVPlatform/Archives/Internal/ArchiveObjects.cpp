@@ -58,7 +58,7 @@ ArchiveObjects::UID ArchiveObjects::addText(const String& text) {
 }
 
 ArchiveObjects::UID ArchiveObjects::addPlain(const Data& data) {
-  const auto added = [&] { return uidOf(writer_.addData(data.view())); };
+  const auto added = [&] { return uidOf(writer_.add(data)); };
   return data.view().size() >= kLongSize ? addLong(data, added) : added();
 }
 

@@ -4,13 +4,7 @@
 #include <QVPlatform/Archives/Internal/BinaryPropertyListFormat.h>
 #include <QVPlatform/Archives/PropertyList.h>
 
-#include <unicode/utf.h>
-
 #include <algorithm>
-#include <bit>
-#include <concepts>
-#include <cstring>
-#include <limits>
 #include <utility>
 
 namespace QVPlatform {
@@ -19,26 +13,12 @@ namespace {
 namespace Format = BinaryPropertyListFormat;
 using namespace BinaryPropertyListBytes;
 
-/// Bytes that a number, a UID or the head of anything takes at most.
-constexpr std::size_t kMaximumPlainSize = 32;
 constexpr std::size_t kMaximumReservation = 16U << 20;
 /// Added to the number of a UID, until it is known which object it will be.
 constexpr std::uint32_t kUIDReference = 1U << 31;
 
 static_assert(PropertyList::kMaximumSize <= kUIDReference, "UIDs can be told from objects");
 static_assert(PropertyList::kMaximumSize <= UINT32_MAX, "offsets are kept in 32 bits");
-
-std::u16string utf16(std::string_view utf8) {
-  std::u16string text(utf8.size(), u'\0');
-  std::size_t size = 0;
-  for (std::size_t i = 0; i < utf8.size();) {
-    UChar32 character = 0;
-    U8_NEXT_UNSAFE(utf8, i, character);
-    U16_APPEND_UNSAFE(text.data(), size, character);
-  }
-  text.resize(size);
-  return text;
-}
 
 /// What the UIDs below `count` take: a marker and one byte or, if the number is large, more.
 std::size_t uidsSize(std::size_t count) {
@@ -50,101 +30,33 @@ std::size_t uidsSize(std::size_t count) {
 
 BinaryPropertyListWriter::BinaryPropertyListWriter() : buffer_(Format::kMagic) {}
 
-BinaryPropertyListWriter::Reference BinaryPropertyListWriter::add(bool value) {
-  const char byte = static_cast<char>(value ? Format::kTrue : Format::kFalse);
-  return addPlain({&byte, 1});
-}
-
-BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addInteger(bool isNegative,
-                                                                         std::uint64_t bits,
-                                                                         std::size_t kindMark) {
-  // Integers of 8 bytes are signed, shorter ones are not; 16 bytes hold the large unsigned ones.
-  const bool isLarge = !isNegative && bits > std::numeric_limits<std::int64_t>::max();
-  const std::size_t width = isNegative ? 8 : isLarge ? 16 : widthOf(bits);
-  char bytes[kMaximumPlainSize];
-  char* end = put(bytes, static_cast<std::uint8_t>(Format::kInteger | std::countr_zero(width)));
-  if (isLarge) end = put(end, std::uint64_t{0});
-  end = put(end, bits, isLarge ? 8 : width);
-  if (!isLarge) end = std::fill_n(end, kindMark, static_cast<char>(Format::kFill));
-  return addPlain({bytes, end}, {}, Hash::of(bits));
-}
-
-BinaryPropertyListWriter::Reference BinaryPropertyListWriter::add(std::int64_t value) {
-  return addInteger(value < 0, static_cast<std::uint64_t>(value), 0);
-}
-
-BinaryPropertyListWriter::Reference BinaryPropertyListWriter::add(std::int32_t value) {
-  return addInteger(value < 0, static_cast<std::uint64_t>(value), 1);
-}
-
-BinaryPropertyListWriter::Reference BinaryPropertyListWriter::add(std::uint32_t value) {
-  return addInteger(false, value, 2);
-}
-
-BinaryPropertyListWriter::Reference BinaryPropertyListWriter::add(std::uint64_t value) {
-  return addInteger(false, value, 3);
-}
-
-BinaryPropertyListWriter::Reference BinaryPropertyListWriter::add(double value) {
-  return addReal(Format::kReal | 3, value);
-}
-
-BinaryPropertyListWriter::Reference BinaryPropertyListWriter::add(Date value) {
-  return addReal(Format::kDate, value.secondsSince1970 - Format::kReferenceDate);
-}
-
-BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addReal(std::uint8_t marker,
-                                                                      double value) {
-  char bytes[kMaximumPlainSize];
-  const char* end = put(put(bytes, marker), std::bit_cast<std::uint64_t>(value));
-  return addPlain({bytes, end});
-}
-
 BinaryPropertyListWriter::Reference BinaryPropertyListWriter::add(const String& text) {
-  const std::string_view utf8 = text.view();
-  if (text.isASCII()) return addBytes(Format::kASCIIText, utf8.size(), utf8, text.hash());
-  const std::u16string units = utf16(utf8);
-  std::string bytes(2 * units.size(), '\0');
-  char* end = bytes.data();
-  for (const char16_t unit : units) end = put(end, static_cast<std::uint16_t>(unit));
-  return addBytes(Format::kUTF16Text, units.size(), bytes, text.hash());
+  const Hash::Number hash = text.hash();  // tells, too, whether the text is ASCII
+  return add(PlainObject(text), hash);
 }
 
-BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addData(std::string_view bytes) {
-  return addBytes(Format::kData, bytes.size(), bytes, Hash::of(bytes));
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::add(const Data& bytes) {
+  return add(PlainObject(bytes), Hash::of(bytes.view()));
 }
 
-BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addBytes(std::uint8_t type,
-                                                                       std::size_t count,
-                                                                       std::string_view content,
-                                                                       Hash::Number hash) {
-  char head[kMaximumPlainSize];
-  const char* end = putHead(head, type, count);
-  return addPlain({head, end}, content, hash);
-}
-
-BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addPlain(std::string_view bytes) {
-  return addPlain(bytes, {}, Hash::of(bytes));
-}
-
-/// The object that consists of these bytes; the hash must depend on them alone.
-BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addPlain(std::string_view head,
-                                                                       std::string_view content,
-                                                                       Hash::Number hash) {
+/// The hash must depend on the object's bytes alone.
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::add(const PlainObject& object,
+                                                                  Hash::Number hash) {
   const auto next = static_cast<Reference>(offsets_.size());
   const auto isSame = [&](Reference known) {
     const std::string_view bytes = bytesOf(known);
-    return bytes.size() == head.size() + content.size() && bytes.starts_with(head) &&
-           bytes.ends_with(content);
+    return bytes.size() == object.size() && bytes.starts_with(object.head()) &&
+           bytes.ends_with(object.content());
   };
   const Reference found = plain_.findOrAdd(hash, next, isSame);
   if (found == next) {
     addObject();
-    buffer_.append(head).append(content);
+    buffer_.append(object.head()).append(object.content());
   }
   return found;
 }
 
+/// Of a plain object.
 std::string_view BinaryPropertyListWriter::bytesOf(Reference plain) const {
   // What lies in the buffer ends where the next object begins.
   const std::size_t end = plain + 1 < offsets_.size() ? offsets_[plain + 1] : buffer_.size();

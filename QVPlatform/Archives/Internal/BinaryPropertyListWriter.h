@@ -1,15 +1,16 @@
 #pragma once
 
 #include <QVPlatform/Archives/Internal/HashIndex.h>
+#include <QVPlatform/Archives/Internal/PlainObject.h>
 #include <QVPlatform/Foundation/Data.h>
 #include <QVPlatform/Foundation/Date.h>
 #include <QVPlatform/Foundation/String.h>
 
-#include <concepts>
 #include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 namespace QVPlatform {
@@ -27,17 +28,15 @@ class BinaryPropertyListWriter {
 
   BinaryPropertyListWriter();
 
-  Reference add(bool value);
-  Reference add(std::int32_t value);
-  Reference add(std::uint32_t value);
-  Reference add(std::int64_t value);
-  Reference add(std::uint64_t value);
-  Reference add(double value);
-  Reference add(Date value);
+  /// A boolean, a number or a date.
+  template <class Number>
+  requires(std::is_arithmetic_v<Number> || std::is_same_v<Number, Date>) Reference
+      add(Number value) {
+    const PlainObject object(value);
+    return add(object, Hash::of(object.head()));
+  }
   Reference add(const String& text);
-  Reference addData(std::string_view bytes);
-  /// What such an object is in the file, as long as nothing is added.
-  std::string_view bytesOf(Reference plain) const;
+  Reference add(const Data& bytes);
   /// UIDs number the objects of an archive: their numbers are below the number of objects here, or
   /// else there will be no file.
   Reference addUID(std::uint32_t number);
@@ -63,14 +62,10 @@ class BinaryPropertyListWriter {
     std::uint8_t type;
   };
 
-  Reference addInteger(bool isNegative, std::uint64_t bits, std::size_t kindMark);
-  Reference addReal(std::uint8_t marker, double value);
-  Reference addBytes(std::uint8_t type, std::size_t count, std::string_view content,
-                     Hash::Number hash);
+  Reference add(const PlainObject& object, Hash::Number hash);
   Reference addContainer(std::uint8_t type, std::size_t count);
   Reference addObject();
-  Reference addPlain(std::string_view bytes);
-  Reference addPlain(std::string_view head, std::string_view content, Hash::Number hash);
+  std::string_view bytesOf(Reference plain) const;
   std::size_t objectCount() const { return offsets_.size() + uidCount_; }
   Reference resolved(Reference reference) const;
   std::size_t containersSize(std::size_t referenceWidth) const;

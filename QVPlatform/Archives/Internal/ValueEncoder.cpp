@@ -31,10 +31,8 @@ std::optional<ValueEncoder::Reference> ValueEncoder::add(const Value& value) {
           const auto reference = add(held);
           --depth_;
           return reference;
-        } else if constexpr (std::is_same_v<T, Data>) {
-          return writer_.addData(held.view());
         } else if constexpr (std::is_arithmetic_v<T> || std::is_same_v<T, String> ||
-                             std::is_same_v<T, Date>) {
+                             std::is_same_v<T, Data> || std::is_same_v<T, Date>) {
           return writer_.add(held);
         } else {
           return {};
