@@ -39,20 +39,20 @@ class Result:
         return self.row.goal is None or self.median <= self.row.goal
 
 
-def run(build, program, pattern, is_quick):
+def run(build, claim, pattern, is_quick):
     """The rounds of each benchmark whose name matches, by name."""
     options = [f"--benchmark_filter={pattern}", "--benchmark_format=json",
                "--benchmark_enable_random_interleaving=true",
-               f"--benchmark_repetitions={5 if is_quick else 9}",
+               f"--benchmark_repetitions={5 if is_quick else claim.rounds}",
                f"--benchmark_min_time={0.02 if is_quick else 0.1}"]
-    done = subprocess.run([build / "benchmarks" / program, *options], stdout=subprocess.PIPE,
+    done = subprocess.run([build / "benchmarks" / claim.program, *options], stdout=subprocess.PIPE,
                           timeout=1800)
     if done.returncode:
-        sys.exit(f"{program} failed")
+        sys.exit(f"{claim.program} failed")
     rounds = {}
     for entry in json.loads(done.stdout)["benchmarks"]:
         if entry.get("error_occurred"):
-            sys.exit(f"{program}: {entry['name']}: {entry['error_message']}")
+            sys.exit(f"{claim.program}: {entry['name']}: {entry['error_message']}")
         if entry["run_type"] == "iteration":
             name = entry["run_name"]
             for suffix in ("/real_time", "/manual_time", "/process_time", "/iterations"):
@@ -159,7 +159,7 @@ def main():
         if not rows:
             continue
         names = {name for row in rows for name in (row.name, row.beside) if name}
-        rounds = run(build, claim.program, "^(" + "|".join(sorted(names)) + ")(/|$)", is_quick)
+        rounds = run(build, claim, "^(" + "|".join(sorted(names)) + ")(/|$)", is_quick)
         results = [result for row in rows if (result := compare(row, rounds))]
         print(f"{claim.title}\n{table(results)}\n", flush=True)
         all_results.append((claim, results))

@@ -14,10 +14,25 @@
 namespace QVPlatform {
 namespace {
 
+constexpr std::size_t kBlock = 4 * sizeof(std::uint64_t);
+
+bool isASCIIBlock(const char* bytes) {
+  std::uint64_t words[4];
+  std::memcpy(words, bytes, kBlock);
+  return ((words[0] | words[1] | words[2] | words[3]) & 0x8080808080808080U) == 0;
+}
+
+/// How much of the text is ASCII for certain: most texts are, to the last block.
+std::size_t asciiBlocks(std::string_view text) {
+  std::size_t size = 0;
+  while (text.size() - size >= kBlock && isASCIIBlock(text.data() + size)) size += kBlock;
+  return size;
+}
+
 /// Eight characters of ASCII at once, the others one by one.
 bool isUTF8(std::string_view text) {
   const auto* const bytes = reinterpret_cast<const std::uint8_t*>(text.data());
-  for (std::size_t i = 0; i < text.size();) {
+  for (std::size_t i = asciiBlocks(text); i < text.size();) {
     std::uint64_t eight = 0x80;
     if (text.size() - i >= sizeof eight) std::memcpy(&eight, bytes + i, sizeof eight);
     if ((eight & 0x8080808080808080U) == 0) {
@@ -32,13 +47,8 @@ bool isUTF8(std::string_view text) {
 }
 
 bool isASCIIText(std::string_view text) {
-  std::uint64_t seen = 0;
-  for (std::uint64_t eight; text.size() >= sizeof eight; text.remove_prefix(sizeof eight)) {
-    std::memcpy(&eight, text.data(), sizeof eight);
-    seen |= eight;
-  }
-  for (const char c : text) seen |= static_cast<unsigned char>(c);
-  return (seen & 0x8080808080808080U) == 0;
+  text.remove_prefix(asciiBlocks(text));
+  return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
 // What is kept about a text: the hash, above two bits.
