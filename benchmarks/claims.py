@@ -50,7 +50,8 @@ CLAIMS = [
           "A post with one observer, among 10,000 names, beside a look-up in `std::unordered_map` and the\n"
           "call of the `std::function` that it holds; then two threads that post at once beside one, each\n"
           "with counters of its own. Rounds in which the two did not run at once are left out: the machine\n"
-          "must have two free processors.",
+          "must have two free processors. Through one listener the two share a number after all: that of\n"
+          "the references to the listener's owner, which must not be destroyed during a delivery.",
           [Row("the center beside a bare map", "center", "map", 3),
            Row("through sender and listener, beside a bare map", "sender", "map", 5),
            Row("two threads, two names, beside one", "center/two_threads/two_names", "center", 2),
