@@ -82,6 +82,8 @@ const Failure kFailures[] = {
      200},
     {"truncatesBody", sends(kOK + "Content-Length: 5\r\n\r\nab"), URLErrorCode::kConnectionLost,
      200},
+    {"goesOnWithNoLine", sends(kOK + " and on\r\nX: a\r\n\r\n"), URLErrorCode::kBadServerResponse,
+     0},
     {"isNoHTTP", sends("220 mail.example ready\r\n\r\n"), URLErrorCode::kBadServerResponse, 0},
     {"namesTwoLengths", sends(kOK + "Content-Length: 2\r\ncontent-length: 3\r\n\r\nab"),
      URLErrorCode::kBadServerResponse, 0},

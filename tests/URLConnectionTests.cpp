@@ -221,6 +221,27 @@ TEST(URLConnection, ConnectsAgainWhenTheServerHasClosedMeanwhile) {
   for (int i = 0; i < 200; ++i) EXPECT_EQ(get(server.url()).body, Data("ok")) << i;
 }
 
+TEST(URLConnection, TellsTheHeaderFromTheBody) {
+  const std::string ok = "HTTP/1.1 200 OK\r\n";
+  const std::pair<std::string, Data> cases[] = {
+      {"HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 103 Early Hints\r\nX: b\r\n\r\n" + ok +
+           "X: a\r\n\r\n",
+       Data("")},
+      {ok + "Y: " + std::string(20'000, ' ') + "b\r\nX: a\r\n\r\n b", Data(" b")},
+      {ok + "X: a\r\nTransfer-Encoding: chunked\r\n\r\n1\r\nb\r\n0\r\nX: b\r\n c\r\n\r\n",
+       Data("b")},
+      {ok + "X: a\r\n\r\n" + ok + "X: b\r\n\r\n", Data(ok + "X: b\r\n\r\n")}};
+  for (const auto& [answer, body] : cases) {
+    RawServer server(RawServer::sends(answer));
+    for (int round = 0; round < 2; ++round) {
+      const Exchange exchange = get(server.url());
+      EXPECT_EQ(exchange.body, body) << answer;
+      ASSERT_EQ(exchange.status(), 200) << answer;
+      EXPECT_EQ(exchange.response->valueForHTTPHeaderField("X"), "a") << answer;
+    }
+  }
+}
+
 TEST(URLConnection, ServesManyThreadsAtOnce) {
   HTTPServer server([](const auto& request, auto& response) {
     response.set_content(request.target, "text/plain");

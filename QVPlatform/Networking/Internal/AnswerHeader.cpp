@@ -60,6 +60,11 @@ std::optional<URLErrorCode> AnswerHeader::receive(std::string_view line) {
   return std::nullopt;
 }
 
+bool AnswerHeader::isContinuationOfNothing(std::string_view line) const noexcept {
+  const bool hasFields = text_.find('\n') + 1 < text_.size();
+  return !hasFields && (line.starts_with(' ') || line.starts_with('\t'));
+}
+
 /// False when they are not all one number: then nobody knows where the next answer begins.
 bool AnswerHeader::receiveContentLengths(std::string_view list) {
   for (bool isMore = true; isMore;) {

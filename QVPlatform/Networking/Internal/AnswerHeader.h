@@ -17,6 +17,8 @@ class AnswerHeader {
   /// Takes a line, its end included. Where it must not be taken, tells why the transfer is to fail.
   std::optional<URLErrorCode> receive(std::string_view line);
 
+  /// Whether what comes now goes on with a line of the header before there is one.
+  bool isContinuationOfNothing(std::string_view line) const noexcept;
   /// Whether the empty line behind the header has come.
   bool isComplete() const noexcept { return isComplete_; }
   /// The lines of the answer that came last.

@@ -101,6 +101,8 @@ void HTTPSession::setConstantOptions() {
   set(CURLOPT_ERRORBUFFER, message_);
   set(CURLOPT_PREREQFUNCTION, &HTTPSession::onRequest);
   set(CURLOPT_PREREQDATA, this);
+  // The lines of the header go to onBody(), too, before libcurl makes anything of them.
+  set(CURLOPT_HEADER, 1L);
   set(CURLOPT_HEADERFUNCTION, &HTTPSession::onHeaderLine);
   set(CURLOPT_HEADERDATA, this);
   set(CURLOPT_WRITEFUNCTION, &HTTPSession::onBody);
@@ -249,6 +251,8 @@ void HTTPSession::prepareForAnswer() {
   body_.clear();
   header_.clear();
   message_[0] = '\0';
+  isInHeader_ = true;
+  isWithinLine_ = false;
   isEndedByAlert_ = false;
 }
 
@@ -284,11 +288,15 @@ CURLcode HTTPSession::waitForResult(TimeInterval timeout, Clock::time_point end)
   }
 }
 
-std::shared_ptr<HTTPURLResponse> HTTPSession::takeResponse(const String& url) {
+int HTTPSession::statusCode() const {
   long status = 0;
   curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &status);
-  if (!header_.isComplete() || status < 200) return nullptr;
-  return std::make_shared<HTTPURLResponse>(url, static_cast<int>(status), header_.text());
+  return static_cast<int>(status);
+}
+
+std::shared_ptr<HTTPURLResponse> HTTPSession::takeResponse(const String& url) {
+  if (isInHeader_) return nullptr;
+  return std::make_shared<HTTPURLResponse>(url, statusCode(), header_.text());
 }
 
 /// Whether an answer that has no body came with bytes behind it, which libcurl has read and passed
@@ -341,8 +349,19 @@ bool HTTPSession::allowsRequest() {
   return false;
 }
 
+/// Before version 8.1 libcurl writes where the last line of an earlier answer was, if the header
+/// begins with what goes on with a line; so that must not get as far.
+bool HTTPSession::allowsHeaderLine(std::string_view part) {
+  if (std::exchange(isWithinLine_, true) || !header_.isContinuationOfNothing(part)) return true;
+  fail(URLErrorCode::kBadServerResponse);
+  return false;
+}
+
 std::size_t HTTPSession::receiveHeaderLine(std::string_view line) try {
+  isWithinLine_ = false;
   const auto failure = header_.receive(line);
+  // Behind an interim answer comes another header.
+  isInHeader_ = isInHeader_ && (!header_.isComplete() || statusCode() < 200);
   if (failure) fail(*failure);
   return failure ? 0 : line.size();
 } catch (const std::bad_alloc&) {
@@ -351,6 +370,7 @@ std::size_t HTTPSession::receiveHeaderLine(std::string_view line) try {
 }
 
 std::size_t HTTPSession::receiveBody(std::string_view bytes) try {
+  if (isInHeader_) return allowsHeaderLine(bytes) ? bytes.size() : 0;
   if (bytes.size() > maximumBodySize_ - body_.size()) {
     fail(URLErrorCode::kResponseTooLarge);
     return 0;

@@ -67,6 +67,7 @@ class HTTPSession {
                    Clock::time_point end);
   CURLcode run(TimeInterval timeout, Clock::time_point end);
   CURLcode waitForResult(TimeInterval timeout, Clock::time_point end);
+  int statusCode() const;
   std::shared_ptr<HTTPURLResponse> takeResponse(const String& url);
   bool isFollowedByMore(const HTTPURLResponse* response, const URL& url) const;
   bool isCutShort(const HTTPURLResponse& response, const URL& url, const String& method) const;
@@ -76,6 +77,7 @@ class HTTPSession {
   std::shared_ptr<Error> errorFor(CURLcode result) const;
 
   bool allowsRequest();
+  bool allowsHeaderLine(std::string_view part);
   std::size_t receiveHeaderLine(std::string_view line);
   std::size_t receiveBody(std::string_view bytes);
   static CURLcode onTLSContext(CURL*, void* context, void* session);
@@ -103,6 +105,8 @@ class HTTPSession {
   std::string body_;
   std::size_t maximumBodySize_ = 0;
   AnswerHeader header_;
+  bool isInHeader_ = true;
+  bool isWithinLine_ = false;
   bool isEndedByAlert_ = false;
 };
 
