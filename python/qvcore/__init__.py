@@ -11,7 +11,9 @@ or the environment variable QVCORE_LIBRARY name by its path.
 """
 
 from . import keys, names, variables
-from ._kit import Error, Kit, Listener, Notification, RequestError, Value
+from ._calls import Error
+from ._kit import Kit, RequestError, Value
+from ._listeners import Listener, Notification
 
 __all__ = ["Error", "Kit", "Listener", "Notification", "RequestError", "Value", "keys", "names",
            "variables"]

@@ -3,29 +3,22 @@
 from __future__ import annotations
 
 import asyncio
-import atexit
 import ctypes
 import itertools
 import json
 import os
 import threading
-from dataclasses import dataclass, field
 from types import TracebackType
-from typing import Any, Callable, Dict, Iterator, Mapping, Optional, Type, Union
+from typing import Any, Dict, Mapping, Optional, Type, Union
 
 from . import _library as c
 from . import keys, names
+from ._calls import Error, check, encoded, library, taken
+from ._listeners import Callback, Listener, LogSink, Notification, listeners, set_log_sink
 
 Value = Union[str, bool, int, float]
-Callback = Callable[["Notification"], None]
-LogSink = Callable[[str, Optional[int]], None]
 
 _TOKEN = "qvcore.request"
-_library = c.load()
-
-
-class Error(Exception):
-    """The library refused an argument, or could not do what it was asked."""
 
 
 class RequestError(Error):
@@ -35,155 +28,6 @@ class RequestError(Error):
         why = notification.info.get(keys.ERROR) or notification.status or "no answer"
         super().__init__(f"{notification.info.get(keys.URL)}: {why}")
         self.notification = notification
-
-
-@dataclass(frozen=True)
-class Notification:
-    """What was posted on the bus."""
-
-    name: str
-    #: Keys and values; objects of the library are texts that describe them.
-    info: Dict[str, Any] = field(default_factory=dict)
-    #: The status of the HTTP answer, where this tells one.
-    status: Optional[int] = None
-    #: What has to be posted to send the request once more of which this is the answer or error.
-    request: Dict[str, Any] = field(default_factory=dict)
-
-
-class Listener:
-    """One registration of a callback. As a context manager it ends with its block."""
-
-    def __init__(self, stop: Callable[[], None]) -> None:
-        self._stop = stop
-
-    def stop(self) -> None:
-        """When this returns, the callback runs no more, but for a call that the caller is in. It
-        waits for calls on other threads, so that the caller holds no lock that these take."""
-        self._stop()
-
-    def __enter__(self) -> "Listener":
-        return self
-
-    def __exit__(self, *_: object) -> None:
-        self.stop()
-
-
-def _check(result: int) -> int:
-    if result == c.INVALID:
-        raise Error("the library does not take this argument")
-    if result < 0:
-        raise Error("the library could not do it; standard error tells why")
-    return result
-
-
-def _encoded(text: Optional[str]) -> Optional[bytes]:
-    """What the library takes for text, which ends at a zero byte and is UTF-8."""
-    if text is None:
-        return None
-    if not isinstance(text, str) or "\0" in text:
-        raise Error(f"{text!r} is not a text without zero bytes")
-    try:
-        return text.encode()
-    except UnicodeEncodeError as error:
-        raise Error(f"{text!r} is not Unicode text") from error
-
-
-def _taken(text: c.OwnedText) -> Optional[str]:
-    """A text that was handed over."""
-    try:
-        return ctypes.string_at(text).decode() if text else None
-    finally:
-        _library.qv_free(text)
-
-
-def _contentOf(info: Optional[int]) -> Dict[str, Any]:
-    return json.loads(_taken(_library.qv_info_json(info)) or "{}")
-
-
-class _Listeners:
-    """All callbacks of the process, behind one function that the library calls. It is never freed,
-    so that a late call finds it."""
-
-    def __init__(self) -> None:
-        self._callbacks: Dict[int, Callback] = {}
-        self._numbers: Dict[int, int] = {}
-        self._keys = itertools.count(1)
-        self._lock = threading.Lock()
-        self._is_closed = False
-        self._entry = c.CALLBACK(self._receive)
-        # Before the interpreter ends: a thread of the library that waited for it then would never
-        # go on, or be ended in the middle of its work.
-        atexit.register(self.close)
-
-    def add(self, name: str, callback: Callback) -> Listener:
-        key = next(self._keys)
-        with self._lock:
-            if self._is_closed:
-                raise Error("the program is ending")
-            self._callbacks[key] = callback
-        number = _library.qv_listen(_encoded(name), self._entry, key)
-        if number < 0:
-            self._callbacks.pop(key, None)
-            _check(number)
-        with self._lock:
-            self._numbers[key] = number
-            is_late = self._is_closed
-        if is_late:
-            self._remove(key)
-        return Listener(lambda: self._remove(key))
-
-    def _remove(self, key: int) -> None:
-        with self._lock:
-            number = self._numbers.pop(key, None)
-        if number is not None:
-            _library.qv_unlisten(number)  # the lock is not held: callbacks under way may take it
-        self._callbacks.pop(key, None)
-
-    def close(self) -> None:
-        with self._lock:
-            self._is_closed = True
-            numbered = list(self._numbers)
-        for key in numbered:
-            self._remove(key)
-        _set_log_sink(None)
-
-    def _receive(self, name: bytes, info: int, key: int) -> None:
-        callback = self._callbacks.get(key)
-        if callback is None:
-            return
-        content = _contentOf(info)
-        callback(Notification(name.decode(), content, _library.qv_info_status(info) or None,
-                              self._requestOf(info) if keys.REQUEST_ID in content else {}))
-
-    @staticmethod
-    def _requestOf(info: int) -> Dict[str, Any]:
-        request = _library.qv_info_request(info)
-        try:
-            return _contentOf(request)
-        finally:
-            _library.qv_info_free(request)
-
-
-_log_sink: Optional[LogSink] = None
-
-
-def _take_line(line: bytes, level: int, _: object) -> None:
-    sink = _log_sink
-    if sink is not None:
-        sink(line.decode(errors="replace"), None if level == c.NO_LEVEL else level)
-
-
-_log_entry = c.LOG_SINK(_take_line)  # never freed, as the listeners' is not
-
-
-def _set_log_sink(sink: Optional[LogSink]) -> None:
-    global _log_sink
-    was_set, _log_sink = _log_sink is not None, sink
-    if was_set != (sink is not None):
-        _check(_library.qv_set_log_sink(_log_entry if sink else c.LOG_SINK(), None))
-
-
-_listeners = _Listeners()
 
 
 class _Flag:
@@ -197,12 +41,12 @@ class _Flag:
         return self if kit is None else bool(_setting(self._number))
 
     def __set__(self, kit: "Kit", is_on: bool) -> None:
-        _check(_library.qv_set(self._number, bool(is_on)))
+        check(library.qv_set(self._number, bool(is_on)))
 
 
 def _setting(number: int) -> int:
     value = ctypes.c_int()
-    _check(_library.qv_get(number, ctypes.byref(value)))
+    check(library.qv_get(number, ctypes.byref(value)))
     return value.value
 
 
@@ -234,23 +78,23 @@ class Kit:
                  assume_network: bool = False, consent: bool = False, user_agent: bool = False,
                  log_level: int = 6) -> None:
         for setting, value in (
-                (_library.qv_set_identifier, identifier),
-                (_library.qv_set_container_directory, container and os.fspath(container)),
-                (_library.qv_set_resource_directory, resources and os.fspath(resources))):
+                (library.qv_set_identifier, identifier),
+                (library.qv_set_container_directory, container and os.fspath(container)),
+                (library.qv_set_resource_directory, resources and os.fspath(resources))):
             if value is not None:
-                _check(setting(_encoded(value)))
+                check(setting(encoded(value)))
         if assume_network:
-            _check(_library.qv_assume_network())
+            check(library.qv_assume_network())
         if consent:
-            _check(_library.qv_expect_consent())
-        _check(_library.qv_set(c.OWN_WEB_ENGINE, not user_agent))
+            check(library.qv_expect_consent())
+        check(library.qv_set(c.OWN_WEB_ENGINE, not user_agent))
         self.log_level = log_level
         self._loop: Optional[asyncio.AbstractEventLoop] = None
         self._tokens = itertools.count(1)
 
     @property
     def version(self) -> str:
-        return _library.qv_version().decode()
+        return library.qv_version().decode()
 
     @property
     def log_level(self) -> int:
@@ -259,13 +103,13 @@ class Kit:
 
     @log_level.setter
     def log_level(self, level: int) -> None:
-        _check(_library.qv_set(c.LOG_LEVEL, level))
+        check(library.qv_set(c.LOG_LEVEL, level))
 
     # Life.
 
     def start(self) -> None:
         """Starts the core; once more, it does nothing."""
-        _check(_library.qv_start())
+        check(library.qv_start())
 
     def close(self, seconds: float = 10) -> int:
         """The clean end: holds all hits, waits for the one under way, but no longer than so many
@@ -273,9 +117,9 @@ class Kit:
         Returns how many they are. What is posted later is saved within its post."""
         self.detach()
         saved = ctypes.c_int()
-        result = _library.qv_shutdown(round(seconds * 1000), ctypes.byref(saved))
+        result = library.qv_shutdown(round(seconds * 1000), ctypes.byref(saved))
         if result != c.UNDER_WAY:
-            _check(result)
+            check(result)
         return saved.value
 
     def __enter__(self) -> "Kit":
@@ -300,12 +144,12 @@ class Kit:
     @property
     def descriptor(self) -> int:
         """Readable while something waits for drain(); it belongs to the library."""
-        return _library.qv_main_queue_descriptor()
+        return library.qv_main_queue_descriptor()
 
     def drain(self) -> None:
         """Runs what waits for the main thread, on which it must be called: changes of the network
         and the web engine's answer."""
-        _library.qv_main_queue_drain()
+        library.qv_main_queue_drain()
 
     def attach(self, loop: Optional[asyncio.AbstractEventLoop] = None) -> None:
         """Has the loop, the running one if it is None, drain the main queue until detach()."""
@@ -326,23 +170,23 @@ class Kit:
         """Delivers to all who listen for exactly this name, on the calling thread. Values are texts,
         numbers and booleans."""
         if info is None:
-            _check(_library.qv_post(_encoded(name), None))
+            check(library.qv_post(encoded(name), None))
             return
-        copy = _library.qv_info_new()
+        copy = library.qv_info_new()
         try:
             for key, value in info.items():
-                _check(self._store(copy, _encoded(key), value))
-            _check(_library.qv_post(_encoded(name), copy))
+                check(self._store(copy, encoded(key), value))
+            check(library.qv_post(encoded(name), copy))
         finally:
-            _library.qv_info_free(copy)
+            library.qv_info_free(copy)
 
     @staticmethod
     def _store(info: int, key: Optional[bytes], value: Value) -> int:
         if isinstance(value, bool):
-            return _library.qv_info_set_flag(info, key, value)
+            return library.qv_info_set_flag(info, key, value)
         if isinstance(value, (int, float)):
-            return _library.qv_info_set_number(info, key, value)
-        return _library.qv_info_set_text(info, key, _encoded(value))
+            return library.qv_info_set_number(info, key, value)
+        return library.qv_info_set_text(info, key, encoded(value))
 
     def send(self, url: str, body: Optional[str] = None, **own: Value) -> None:
         """Has a GET sent, or a POST if there is a body. The answer, names.HTTP_RESPONSE or
@@ -356,7 +200,7 @@ class Kit:
     def listen(self, name: str, callback: Callback) -> Listener:
         """Calls the callback for each notification of this name, on the thread that posts it, until
         the listener is stopped or the program ends."""
-        return _listeners.add(name, callback)
+        return listeners.add(name, callback)
 
     async def request(self, url: str, body: Optional[str] = None, **own: Value) -> Notification:
         """Sends a hit and waits for its answer, for as long as hits are held, too: see
@@ -386,63 +230,63 @@ class Kit:
 
     def save(self) -> None:
         """Writes those that wait to the container, beside the one under way."""
-        _check(_library.qv_save())
+        check(library.qv_save())
 
     def save_at_each_change(self) -> None:
         """Does so at each change of their number from now on."""
-        _check(_library.qv_save_at_each_change())
+        check(library.qv_save_at_each_change())
 
     def erase_everything(self) -> None:
         """Erases all that the kit keeps of the person and the installation, on disk and in memory."""
-        _check(_library.qv_erase_everything())
+        check(library.qv_erase_everything())
 
     def wait_for_user_agent(self) -> None:
         """Holds hits until the user agent is known, and has it sent with them."""
-        _check(_library.qv_wait_for_user_agent())
+        check(library.qv_wait_for_user_agent())
 
     def add_partner(self, partner: str) -> None:
         """Has the core hear names.HTTP_PARTNER_REQUEST + partner; once for each partner."""
-        _check(_library.qv_add_partner(_encoded(partner)))
+        check(library.qv_add_partner(encoded(partner)))
 
     def set_queue_limits(self, seconds: int, hits: int) -> None:
         """How old hits may get and how many may wait before the oldest give way."""
-        _check(_library.qv_set_queue_limits(seconds, hits))
+        check(library.qv_set_queue_limits(seconds, hits))
 
     # Variables and configurations.
 
     def variable(self, name: str) -> Optional[str]:
-        return _taken(_library.qv_variable(_encoded(name)))
+        return taken(library.qv_variable(encoded(name)))
 
     def set_variable(self, name: str, value: Optional[str]) -> None:
         """None removes it."""
-        _check(_library.qv_set_variable(_encoded(name), _encoded(value)))
+        check(library.qv_set_variable(encoded(name), encoded(value)))
 
     def set_account(self, site: int, container: int) -> None:
         """The numbers that configurations are found under, for those added from now on."""
-        _check(_library.qv_set_account(site, container))
+        check(library.qv_set_account(site, container))
 
     def set_configuration_host(self, host: Optional[str]) -> None:
         """Where configurations without a URL are downloaded from: a host, or host:port."""
-        _check(_library.qv_set_configuration_host(_encoded(host)))
+        check(library.qv_set_configuration_host(encoded(host)))
 
     def add_configuration(self, name: str, version_path: Optional[str] = None,
                           url: Optional[str] = None) -> None:
         """Takes "<name>.json" from the resources, and has a newer one downloaded."""
-        _check(_library.qv_add_configuration(_encoded(name), _encoded(version_path),
-                                             _encoded(url)))
+        check(library.qv_add_configuration(encoded(name), encoded(version_path),
+                                             encoded(url)))
 
     def configuration(self, name: str, path: Optional[str] = None) -> Any:
         """What is at the path ("a/b") in the configuration, or all of it: "0" if that is missing, None
         if the configuration is."""
-        text = _taken(_library.qv_configuration_json(_encoded(name), _encoded(path)))
+        text = taken(library.qv_configuration_json(encoded(name), encoded(path)))
         return None if text is None else json.loads(text)
 
     def set_log_sink(self, sink: Optional[LogSink]) -> None:
         """Takes all lines of the log from standard output and standard error; None brings these back.
         The sink is called with the line and its level, which is None for a line that says that
         something is wrong, on any thread of the process, and must not call the kit."""
-        _set_log_sink(sink)
+        set_log_sink(sink)
 
     def log(self, line: str, level: int = 5) -> None:
         """Writes a line to the kit's log, if the level is at least `log_level`."""
-        _check(_library.qv_log(_encoded(line), level))
+        check(library.qv_log(encoded(line), level))
