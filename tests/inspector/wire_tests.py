@@ -321,9 +321,17 @@ class Control(unittest.TestCase):
                     connection.sendall(data)
                     self.assertIn(b" 200 OK", connection.recv(1000))
             self.assertEqual(inspector.send("example.org:443", method="CONNECT").status, 501)
-            urls = [hit["url"] for hit in inspector.hits()]
-        self.assertEqual(urls, ["http://unknown/\u00ff\u00fe?id=1&x=\u00e9", "http://example.org/proxied?id=2",
-                                "https://example.org:443/"])
+            with inspector.connect() as connection:
+                connection.sendall(b"GET /bad?id=3 HTTP/1.1\r\nno field\r\n\r\n")
+                self.assertIn(b" 400 ", connection.recv(1000))
+            told = eventually(lambda: [hit for hit in inspector.hits() if hit["status"]][5:] and
+                              [(hit["method"], hit["url"], hit["status"]) for hit in inspector.hits()
+                               if hit["status"]], "the last request")
+        self.assertEqual(told, [("?", "http://unknown/", 400), ("POST", "http://a/", 400),
+                                ("GET", "http://unknown/\u00ff\u00fe?id=1&x=\u00e9", 200),
+                                ("GET", "http://example.org/proxied?id=2", 200),
+                                ("CONNECT", "https://example.org:443/", 501),
+                                ("?", "http://unknown/bad?id=3", 400)])
 
 
 if __name__ == "__main__":

@@ -88,6 +88,13 @@ void Collector::onEnd(HTTPExchange& exchange, bool isDelivered) {
   store_.setOutcome(exchange.tag, Outcome::kLeft, hit->status, std::max(elapsed, hit->elapsed));
 }
 
+void Collector::onBroken(const HTTPRequest& request, int status) {
+  Hit hit = hitOf(request);
+  hit.outcome = status != 0 ? Outcome::kAnswered : Outcome::kLeft;
+  hit.status = status;
+  store_.add(std::move(hit));
+}
+
 int Collector::answerDue() {
   auto next = Clock::time_point::max();
   std::vector<std::pair<HTTPExchange*, Waiting>> due;

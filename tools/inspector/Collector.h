@@ -20,6 +20,7 @@ class Collector : public HTTPHandler {
 
   void onRequest(HTTPExchange& exchange) override;
   void onEnd(HTTPExchange& exchange, bool isDelivered) override;
+  void onBroken(const HTTPRequest& request, int status) override;
 
   /// Answers those whose delay is over. Answers for how many milliseconds there is nothing to do;
   /// -1 for any time.

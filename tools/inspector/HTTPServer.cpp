@@ -91,6 +91,11 @@ struct HTTPServer::Callbacks {
     server.held_.erase(exchange.get());
     if (exchange->isHandled_) {
       server.handler_.onEnd(*exchange, reason == MHD_REQUEST_TERMINATED_COMPLETED_OK);
+    } else {
+      const auto* const info =
+          MHD_get_connection_info(exchange->connection_, MHD_CONNECTION_INFO_HTTP_STATUS);
+      server.handler_.onBroken(exchange->request_,
+                               info == nullptr ? 0 : static_cast<int>(info->http_status));
     }
   }
 

@@ -14,8 +14,8 @@ struct MHD_Connection;
 struct MHD_Daemon;
 
 struct HTTPRequest {
-  std::string method;
-  std::string target;  // as it came
+  std::string method = "?";  // until all of the head is there
+  std::string target;        // as it came
   std::string version;
   Headers headers;
   std::string body;            // as far as the server keeps it
@@ -76,6 +76,9 @@ class HTTPHandler {
   /// The last that is heard of the exchange, of which onRequest() has been called. It is delivered
   /// if all of the answer went out.
   virtual void onEnd(HTTPExchange& exchange, bool isDelivered) = 0;
+  /// A request that is none, or did not come to its end, and what is known of it: the server
+  /// answered it with the status by itself, or the client left, if that is 0.
+  virtual void onBroken(const HTTPRequest&, int) {}
 };
 
 /// HTTP/1.1 on one port, without a thread of its own: who runs it waits for all of its files at
