@@ -1,82 +1,10 @@
-#include "tests/support/CoreTest.h"
-#include "tests/support/FailingAllocations.h"
 #include "tests/support/HTTPServer.h"
+#include "tests/support/OfflineHitsTest.h"
 #include "tests/support/Test.h"
 
 namespace {
 
-/// An object that does something while it is archived: in the middle of a save.
-class Archived : public QVPlatform::Object, public QVPlatform::Coding {
- public:
-  explicit Archived(std::function<void()> itsAction = [] {}) : action(std::move(itsAction)) {}
-  void encodeWithCoder(QVPlatform::KeyedArchiver&) const override { action(); }
-  void initWithCoder(QVPlatform::KeyedUnarchiver&) override {}
-
-  const std::function<void()> action;
-};
-
-/// Waiting hits in the file and back. The network is down, so that hits wait.
-class QVOfflineHitsTest : public QVTest::CoreTest {
- protected:
-  QVOfflineHitsTest() {
-    network->change(0);
-    QVDebug::useCustomWKProcessPool(true);  // no user agent is sought
-  }
-
-  static void request(const Dictionary& userInfo) { post(kQVNotification_HTTPRequest, userInfo); }
-  String path() const {
-    return (container.path() / "Library/QVPrivateDocuments/offlineHits").string();
-  }
-  std::vector<Value> saved() const {
-    QVPlatform::KeyedUnarchiver archive(FileManager::contentsAtPath(path(), 1U << 20));
-    EXPECT_TRUE(archive.isValid());
-    return archive.decodeObjectForKey("offlineHits").array().values();
-  }
-  void writeFile(const std::string& bytes) const {
-    QVLogger::sharedInstance()->getPrivatePathToFile("offlineHits");
-    ASSERT_TRUE(FileManager::writeAtomically(bytes, path()));
-  }
-  void writeHits(const Array& hits) const {
-    QVPlatform::KeyedArchiver archiver;
-    archiver.encodeObjectForKey(hits, "offlineHits");
-    writeFile(std::string(archiver.finishEncoding().view()));
-  }
-  static std::vector<Value> queued() {
-    std::vector<Value> hits;
-    for (const auto& operation :
-         QVNetworkManager::sharedInstance()->operationQueue()->operations()) {
-      hits.emplace_back(std::static_pointer_cast<QVHTTPOperation>(operation)->userInfo());
-    }
-    return hits;
-  }
-  static std::vector<Value> idsOf(const std::vector<Value>& hits) {
-    std::vector<Value> ids;
-    for (const Value& hit : hits) ids.push_back(hit.dictionary().get("ID"));
-    return ids;
-  }
-  static std::vector<Value> queuedIDs() { return idsOf(queued()); }
-  static Value hit(const String& url, const Value& id) {
-    return Dictionary{{"url", url}, {"ID", id}};
-  }
-  /// What a listener does at each refused hit, in the middle of a restore.
-  static void atRefusal(const std::function<void()>& action) {
-    QVPlatform::NotificationCenter::defaultCenter()->addObserver(
-        &refusals, [action](const auto&) { action(); }, kQVNotification_HTTPRequestError);
-  }
-  static inline int refusals = 0;
-
-  static std::shared_ptr<QVPlatform::OperationQueue> suspendedQueue() {
-    auto queue = std::make_shared<QVPlatform::OperationQueue>();
-    queue->setSuspended(true);
-    return queue;
-  }
-  /// Names beside the file, its own included.
-  std::ptrdiff_t fileCount() const {
-    std::error_code ignored;  // the directory may not have been made yet
-    const auto directory = std::filesystem::path(path().view()).parent_path();
-    return std::distance(std::filesystem::directory_iterator(directory, ignored), {});
-  }
-};
+using QVOfflineHitsTest = OfflineHitsTest;
 
 TEST_F(QVOfflineHitsTest, SavesLiveHitsInOrderAndSaysHowMany) {
   const auto manager = QVNetworkManager::sharedInstance();
@@ -212,20 +140,6 @@ TEST_F(QVOfflineHitsTest, KeepsWhatIsSavedWhileItRestores) {
   EXPECT_EQ(fileCount(), 1);
 }
 
-TEST_F(QVOfflineHitsTest, SavesAnewWhenHitsWereRestoredInTheMiddleOfASave) {
-  const auto manager = QVNetworkManager::sharedInstance();
-  int saves = 0;
-  const auto object = std::make_shared<Archived>([&] {
-    if (saves++ > 0) return;
-    writeHits({hit("http://h/", 7U)});
-    manager->reinit();
-  });
-  request({{"url", "http://h/"}, {"own", object}});
-  manager->saveAllHits();
-  EXPECT_THAT(queuedIDs(), ElementsAre(Value(7U)));
-  EXPECT_EQ(saved(), queued());
-}
-
 TEST_F(QVOfflineHitsTest, LeavesQueuesAndFileAloneWhenTheKitRunsInTheBackground) {
   const auto manager = QVNetworkManager::sharedInstance();
   QVCoreVariables::sharedInstance()->setEnableSDKInBG(true);
@@ -260,43 +174,6 @@ TEST_F(QVOfflineHitsTest, HoldsBothQueuesBeforeItSaves) {
   EXPECT_TRUE(isHeldDuringSave);
 }
 
-TEST_F(QVOfflineHitsTest, SavesAtEachChangeOfTheCountOnceAskedTo) {
-  const QVTest::HTTPServer server([this](const auto&, auto& response) {
-    response.set_content(std::to_string(saved().size()), "text/plain");
-  });
-  const QVTest::Recorder answers{{kQVNotification_HTTPResponse}};
-  const auto manager = QVNetworkManager::sharedInstance();
-  manager->enableRunningInBackground();
-  for (std::size_t count = 1; count <= 3; ++count) {
-    const Value date = count == 2 ? Value(Date{1.0}) : Value();  // one that is not plain
-    request({{"url", server.url()}, {"date", date}});
-    EXPECT_THAT(saved(), SizeIs(count));
-    EXPECT_EQ(saved().back().dictionary().get("date"), date);
-  }
-  post(kQVNotification_OnBackground);
-  post(kQVNotification_OnForeground);
-  EXPECT_THAT(queued(), SizeIs(3));
-  EXPECT_THAT(saved(), SizeIs(3));
-  int stranger = 0;
-  std::filesystem::remove(path().view());
-  manager->observeValueForKeyPathOfObjectChangeContext("operationCount", manager->operationQueue(),
-                                                       3, &stranger);
-  EXPECT_FALSE(FileManager::fileExistsAtPath(path()));
-  manager->saveAllHits();
-  const auto endThread = [](const Notification& answer) {
-    if (kThreadsMayEnd && answer.userInfo().get("ID") == Value(1U)) pthread_exit(nullptr);
-  };
-  NotificationCenter::defaultCenter()->addObserver(&stranger, endThread,
-                                                   kQVNotification_HTTPResponse);
-  manager->operationQueue()->setSuspended(false);
-  std::string sizes;  // of the file, as each hit arrives
-  for (const auto& answer : answers.waitFor(3)) {
-    sizes += answer.userInfo().get("content").string().view();
-  }
-  EXPECT_EQ(sizes, "321");
-  EXPECT_TRUE(runMainQueueUntil([this] { return saved().empty(); }));
-}
-
 TEST_F(QVOfflineHitsTest, AreErasedWithAllElseThatTheKitKeepsBeforeAndAfterTheStart) {
   const auto fill = [&] {
     writeHits({hit("http://h.example/saved", 3)});
@@ -328,110 +205,6 @@ TEST_F(QVOfflineHitsTest, AreErasedWithAllElseThatTheKitKeepsBeforeAndAfterTheSt
   request({{"url", "http://h.example/new"}});
   ASSERT_THAT(saved(), SizeIs(1));
   EXPECT_EQ(saved()[0].dictionary().get("url"), Value("http://h.example/new"));
-}
-
-TEST_F(QVOfflineHitsTest, SavesWhatHasBecomeOfHitsThatWereSavedBefore) {
-  const auto manager = QVNetworkManager::sharedInstance();
-  const auto at = [&](std::size_t index) {
-    return std::static_pointer_cast<QVHTTPOperation>(
-        manager->operationQueue()->operationAtIndex(index));
-  };
-  Dictionary known;  // the data of the last hit, or what becomes it
-  const std::function<void()> changes[] = {
-      [] {},
-      [&] { at(0)->cancel(); },
-      [&] { at(2)->cancel(); },
-      [&] { at(2)->addPostData("more"); },
-      [&] { at(2)->userInfo().set("own", 1); },
-      [&] {
-        at(2)->setUserInfo({{"url", "http://h/new"}});
-      },
-      [&] { known.set("own", 1); },
-      [&] {
-        at(3)->setUserInfo(known = {{"ID", 1}});
-        manager->saveAllHits();
-        known.set("ID", 2);
-      },
-      [&] { manager->updateQueueWithCategories("&c=1"); },
-      [&] { manager->operationQueue()->cancelAllOperations(); }};
-  for (const auto& change : changes) {
-    manager->setOperationQueue(suspendedQueue());
-    manager->enableRunningInBackground();
-    for (int i = 0; i < 4; ++i) request({{"url", "http://h/"}});
-    const auto last =
-        std::make_shared<QVHTTPOperation>()->initWithData({{"url", "http://h/"}, {"ID", 0}});
-    known = last->userInfo();
-    manager->operationQueue()->addOperation(last);
-    change();
-    request({{"url", "http://h/"}});
-    const std::vector<Value> found = saved();
-    std::vector<Value> expected;  // asking for it shares the data
-    for (const auto& operation : manager->operationQueue()->operations()) {
-      if (operation->isCancelled()) continue;
-      expected.emplace_back(std::static_pointer_cast<QVHTTPOperation>(operation)->userInfo());
-    }
-    EXPECT_EQ(found, expected) << "change " << &change - changes;
-  }
-}
-
-TEST_F(QVOfflineHitsTest, HoldsWhatWaitsAfterManyThreadsHaveSavedAtOnce) {
-  const auto manager = QVNetworkManager::sharedInstance();
-  QVDebug::setDebugLevel(6);
-  QVCoreVariables::sharedInstance();  // made by the main thread
-  for (int round = 0; round < 20; ++round) {
-    manager->setOperationQueue(suspendedQueue());
-    manager->enableRunningInBackground();
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-      threads.emplace_back([] {
-        for (int n = 0; n < 10; ++n) request({{"url", "http://h/"}});
-      });
-    }
-    for (auto& thread : threads) thread.join();
-    ASSERT_EQ(saved(), queued()) << round;
-    ASSERT_EQ(fileCount(), 1);
-  }
-}
-
-TEST_F(QVOfflineHitsTest, LosesAndDoublesNothingWhenMemoryRunsOut) {
-  using QVTest::FailingAllocations;
-  const auto manager = QVNetworkManager::sharedInstance();
-  QVDebug::setDebugLevel(6);
-  testing::internal::CaptureStderr();
-  const std::vector<Value> hits{hit("http://h/1", 1U), hit("http://h/2", 2U)};
-  manager->enableRunningInBackground();
-  long count = 0;
-  for (bool hasFailed = true; hasFailed; ++count) {
-    manager->setOperationQueue(suspendedQueue());
-    writeHits(Array(hits));
-    {
-      const FailingAllocations memory(count);
-      manager->restoreStockedHit();
-      hasFailed = memory.hasFailed();
-    }
-    std::vector<Value> found = queued();
-    manager->setOperationQueue(suspendedQueue());
-    manager->restoreStockedHit();
-    for (const Value& more : queued()) found.push_back(more);
-    ASSERT_EQ(found, hits) << count;
-    ASSERT_EQ(fileCount(), 0) << count;
-  }
-  EXPECT_TRUE(count > 50 || !FailingAllocations::kIsPossible);
-  manager->setOperationQueue(suspendedQueue());
-  for (const Value& hit : hits) manager->queueRequestWithData(hit.dictionary());
-  count = 0;
-  for (bool hasFailed = true; hasFailed; ++count) {
-    writeHits({});
-    {
-      const FailingAllocations memory(count);
-      manager->saveAllHits();
-      hasFailed = memory.hasFailed();
-    }
-    ASSERT_TRUE(saved().empty() || saved() == hits) << count;
-    manager->saveAllHits();
-    ASSERT_EQ(saved(), hits) << count;
-    ASSERT_EQ(fileCount(), 1) << count;
-  }
 }
 
 TEST_F(QVOfflineHitsTest, SaysWhyItCannotSaveAndGoesOn) {
