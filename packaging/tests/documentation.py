@@ -92,6 +92,11 @@ PROGRAMS = {f"{path.parent.name}/{path.stem}"
             for path in source.glob(kind)}
 TESTS = {f"{suite}.{name}" for path in source.glob("tests/**/*.cpp")
          for suite, name in re.findall(r"^TEST(?:_F|_P)?\((\w+),\s*(\w+)\)", path.read_text(), re.M)}
+for path in ("packaging/tests", "tests", "tests/examples", "tests/faults", "tests/tools"):
+    TESTS |= words_in(f"{path}/CMakeLists.txt", r"add_test\(NAME ([\w.]+)")
+for path, kind in (("packaging/tests", "package"), ("tests/inspector", "inspector")):
+    TESTS |= {f"{kind.title()}.{name}"
+              for name in words_in(f"{path}/CMakeLists.txt", rf"^ *{kind}_test\((\w+)")}
 for room in ("examples", "tools"):
     PROGRAMS |= {f"{room}/{name}"
                  for name in words_in(f"{room}/CMakeLists.txt", r"^add_executable\(([\w-]+)")}
@@ -115,6 +120,9 @@ def check_command(command):
     kind = "test" if first == "ctest" else "build" if "--build" in words else "configure"
     for preset in re.findall(r"--preset[ =](\S+)", command):
         expect(preset in PRESETS[f"{kind}Presets"], f"{command}: no {kind} preset {preset}")
+    for pattern in re.findall(r"-R '?([^\s']+)", command if first == "ctest" else ""):
+        for part in pattern.split("|"):
+            expect(any(re.search(part, test) for test in TESTS), f"{command}: no test {part}")
     for preset, path in re.findall(r"\bbuild/([\w-]+)(?:/(\S+))?", command):
         expect(preset in PRESETS["configurePresets"], f"{command}: no preset {preset}")
         expect(not path or path in PROGRAMS or (source / path / "CMakeLists.txt").exists(),
@@ -123,7 +131,8 @@ def check_command(command):
 
 def commands_of(text):
     lines = re.sub(r"\\\n", " ", re.sub(r"(^|\s)#.*", r"\1", text)).splitlines()
-    return [command.strip() for line in lines for command in re.split(r"&&|\|\|?|;", line)
+    between = r"(?:&&|\|\|?|;)(?=(?:[^']*'[^']*')*[^']*$)"  # and not within quotes
+    return [command.strip() for line in lines for command in re.split(between, line)
             if command.strip()]
 
 
@@ -134,7 +143,7 @@ def check_text(page, prose):
     for span in re.findall(rf"`({OF_THE_PROJECT}[^`]*)`", re.sub(r"\n(?=\S)", " ", prose)):
         for command in commands_of(span):
             check_command(command)
-    for test in re.findall(r"`((?!Package)[A-Z]\w+\.[A-Z][a-z]\w+)`", prose):
+    for test in re.findall(r"`([A-Z]\w+\.[A-Z][a-z]\w+)`", prose):
         expect(test in TESTS, f"{page}: no test {test}")
     for row in re.findall(r"^\|.*", prose, re.M):
         spans = re.findall(r"`([^`]+)`", row)
