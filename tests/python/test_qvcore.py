@@ -67,7 +67,8 @@ class PackageTest(unittest.TestCase):
     def run_program(self, program, *arguments):
         """What the program prints. It finds a kit that is not started, and the server's URL."""
         begin = textwrap.dedent(f"""
-            import asyncio, atexit, os, sys, threading, time
+            import asyncio, atexit, logging, os, sys, threading, time
+            logging.getLogger("asyncio").setLevel(logging.ERROR)  # it tells of slowness, on a busy machine
             at_the_very_end = []
             atexit.register(lambda: [call() for call in at_the_very_end])
             import qvcore
