@@ -10,11 +10,13 @@
 
 namespace {
 
-/// Hands every file of the directory below fuzz/corpus to a fuzzer's function, which aborts when
-/// something is wrong.
-void replay(const std::string& corpus, void (*function)(std::string_view)) {
+const std::filesystem::path corpus = QV_CORPUS;
+
+/// Hands every file of the corpus of that name to a fuzzer's function, which aborts when something
+/// is wrong.
+void replay(const char* name, void (*function)(std::string_view)) {
   int count = 0;
-  const auto directory = std::filesystem::path(__FILE__).parent_path() / "../fuzz/corpus" / corpus;
+  const auto directory = corpus / name;
   for (const auto& entry : std::filesystem::directory_iterator(directory)) {
     SCOPED_TRACE(entry.path());
     function(contentsOf(entry.path()));
@@ -51,13 +53,25 @@ TEST_F(FuzzCorpus, OfAnswersLeavesTheNextOneRight) {
   });
 }
 
-TEST(ArchiveFuzzer, FindsNoHarmInAnyPartOfAFileNorInAFileWithAnyBitTurned) {
-  const Value value =
-      Array({"text", "\u00e9", 70000, -1, 1.5, Date{5}, Data("bytes"),
-             Dictionary({{"key", Array({true, "text"})}}), Dictionary({{"key", 1}})});
+/// A value of each kind as user defaults have it in their file, and as hits have it in theirs.
+std::array<Data, 2> filesOfEachKind() {
+  const Value value = Array(
+      {"text", "\u00e9", 70000, -1, std::numeric_limits<std::int64_t>::max(), 1.5, Date{5},
+       Data("bytes"), Dictionary({{"key", Array({true, "text"})}}), Dictionary({{"key", 1}})});
   KeyedArchiver archiver;
   archiver.encodeObjectForKey(value, "root");
-  for (const Data& file : {PropertyList::dataWithValue(value), archiver.finishEncoding()}) {
+  return {PropertyList::dataWithValue(value), archiver.finishEncoding()};
+}
+
+// Whatever a machine's byte order and word size, it writes the bytes that another one wrote.
+TEST_F(FuzzCorpus, HasFilesThatEachMachineWritesAlike) {
+  const auto files = filesOfEachKind();
+  EXPECT_TRUE(files[0].view() == contentsOf(corpus / "archive/defaults-of-each-kind"));
+  EXPECT_TRUE(files[1].view() == contentsOf(corpus / "archive/hits-of-each-kind"));
+}
+
+TEST(ArchiveFuzzer, FindsNoHarmInAnyPartOfAFileNorInAFileWithAnyBitTurned) {
+  for (const Data& file : filesOfEachKind()) {
     const std::string whole(file.view());
     for (std::size_t length = 0; length < whole.size(); ++length) {
       const std::string part = whole.substr(0, length);
