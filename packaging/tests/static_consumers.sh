@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# static_consumers.sh CMAKE COMPILER PKG_CONFIG SOURCE DIRECTORY: an application that takes the
+# static_consumers.sh CMAKE COMPILER PKG_CONFIG SOURCE DIRECTORY: an application that fetches the
 # sources into its own build gets static libraries, as it has for everything, is not disturbed by
 # what it does to its own files, and installs them; two others find them there.
 set -euo pipefail
@@ -13,7 +13,7 @@ build() {
 }
 
 rm -rf "$prefix"
-build host -DQVCORE_FROM=subdirectory -DQVCORE_SOURCE="$source" -DQVCORE_INSTALL=ON -G Ninja \
+build host -DQVCORE_FROM=fetched -DQVCORE_SOURCE="$source" -DQVCORE_INSTALL=ON -G Ninja \
   -DBUILD_SHARED_LIBS=OFF -DCMAKE_UNITY_BUILD=ON -DCMAKE_CXX_STANDARD=17
 "$cmake" --install "$directory/host" --prefix "$prefix"
 build found -DCMAKE_PREFIX_PATH="$prefix"
