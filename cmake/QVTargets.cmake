@@ -22,6 +22,11 @@ function(qv_target target)
     VISIBILITY_INLINES_HIDDEN ON
     UNITY_BUILD OFF
     POSITION_INDEPENDENT_CODE ON)
+  # Else a directory whose places have more than 32 bits could not be read to its end, nor a file asked
+  # for its size: the saved hits would not be found.
+  if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+    target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64)
+  endif()
 endfunction()
 
 # qv_sources(<variable> <names...>): all source files below the directory, those of the given names
