@@ -101,6 +101,12 @@ function(qv_public_headers target base)
   target_sources(${target} PUBLIC FILE_SET HEADERS BASE_DIRS ${base} FILES ${ARGN})
 endfunction()
 
+# Seconds for each test.
+set(QV_TEST_TIMEOUT 120)
+if(CMAKE_CROSSCOMPILING)
+  set(QV_TEST_TIMEOUT 1200)  # an emulator takes ten times as long
+endif()
+
 # qv_test(<name> <sources...>): a GoogleTest program; each of its tests runs in a process of its
 # own, since the shared services live as long as a process does.
 function(qv_test name)
@@ -110,7 +116,7 @@ function(qv_test name)
   target_link_libraries(${name} PRIVATE QVCore QVPlatform GTest::gmock GTest::gtest_main
                         PkgConfig::httplib)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES
-    TIMEOUT 120
+    TIMEOUT ${QV_TEST_TIMEOUT}
     LABELS ${name}
     ENVIRONMENT "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/tsan.supp")
 endfunction()
