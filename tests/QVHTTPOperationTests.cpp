@@ -254,6 +254,9 @@ TEST_F(QVHTTPOperationTest, AsksForAConfigurationOnTheConditionOfItsLastDownload
   const std::tuple<const char*, const char*, int, std::vector<std::string>, bool> cases[] = {
       {"", "Thu, 01 Jan 1970 00:00:00 GMT", 200, {kSent, kConfigurationAnswer}, true},
       {"1600000000", "Sun, 13 Sep 2020 12:26:40 GMT", 200, {kSent, kConfigurationAnswer}, true},
+      {"1709251199", "Thu, 29 Feb 2024 23:59:59 GMT", 200, {kSent, kConfigurationAnswer}, true},
+      {"253402300799", "Fri, 31 Dec 9999 23:59:59 GMT", 200, {kSent, kConfigurationAnswer}, true},
+      {"253402300800", "Sat, 01 Jan 10000 00:00:00 GMT", 200, {kSent, kConfigurationAnswer}, true},
       {"5", "Thu, 01 Jan 1970 00:00:05 GMT", 304, {kSent}, false},
       {"5", "Thu, 01 Jan 1970 00:00:05 GMT", 404, {kSent, kError}, true},
       {"5", "", 0, {kSent, kError}, true}};

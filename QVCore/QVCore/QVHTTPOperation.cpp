@@ -1,5 +1,6 @@
 #include <QVCore/QVHTTPOperation.h>
 
+#include <QVCore/Internal/QVHTTPDate.h>
 #include <QVCore/Internal/QVIsLogged.h>
 #include <QVCore/Internal/QVToldStatus.h>
 #include <QVCore/QVCoreConstants.h>
@@ -10,7 +11,6 @@
 #include <QVCore/QVUserDefaults.h>
 #include <QVPlatform/Foundation/CallOut.h>
 #include <QVPlatform/Networking/URLConnection.h>
-#include <QVPlatform/Text/DateFormatter.h>
 
 #include <string>
 #include <string_view>
@@ -124,12 +124,10 @@ std::optional<URL> QVHTTPOperation::URLOf(const String& text) const {
 }
 
 void QVHTTPOperation::prepareConditionalRequest(const String& lastUpdateKey) {
-  const QVPlatform::DateFormatter formatter("EEE, dd MMM yyyy HH:mm:ss zzz", "GMT");
   // What is not there, "" included, reads as 0: anything modified since 1970 is wanted.
   const std::int64_t seconds =
       QVUserDefaults::retrieveInfoFromUserDefaults(lastUpdateKey).longLongValue();
-  const auto interval = static_cast<double>(static_cast<std::uint64_t>(seconds));
-  setIfModified(formatter.stringFromDate(Date{interval}));
+  setIfModified(QVHTTPDate(static_cast<std::uint64_t>(seconds)));
 }
 
 QVHTTPOperation::Response QVHTTPOperation::sendSynchronousRequestWithResponseWithError(

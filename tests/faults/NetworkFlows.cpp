@@ -8,7 +8,7 @@ std::string serverURL;
 
 class Transfer : public Flow {
  public:
-  using Flow::Flow;
+  explicit Transfer(const std::string& container) : Flow(container) {}
   ~Transfer() override { NotificationCenter::defaultCenter()->removeObserver(this); }
   void prepare() override {
     start(QVTest::ScriptedReachability::kReachable);
@@ -19,7 +19,7 @@ class Transfer : public Flow {
           isRight_ = answer.userInfo().get(kQVUserInfo_ContentKey) == ok_;
           ++answers_;
         },
-        kQVNotification_HTTPResponse);
+        answer_);
     center->addObserver(
         this, [this](const Notification&) { ++errors_; }, kQVNotification_HTTPRequestError);
   }
@@ -43,8 +43,13 @@ class Transfer : public Flow {
     waitUntil([this] { return answers_ + errors_ > 0; });
   }
 
+  Transfer(const std::string& container, const String& request, const Dictionary& data,
+           String answer)
+      : Flow(container), hit_(request, nullptr, data), answer_(std::move(answer)) {}
+
   const Notification hit_{kQVNotification_HTTPRequest, nullptr,
                           Dictionary{{kQVUserInfo_URLKey, serverURL}}};
+  const String answer_ = kQVNotification_HTTPResponse;
   std::atomic<int> answers_{0}, errors_{0};
   const Value ok_{"ok"};
   std::atomic<bool> isRight_{false};
@@ -59,6 +64,15 @@ class KeptTransfer final : public Transfer {
     Transfer::run();
     answers_ = errors_ = 0;
   }
+};
+
+/// On the condition that it has changed since the last time, which is kept.
+class Download final : public Transfer {
+ public:
+  explicit Download(const std::string& container)
+      : Transfer(container, kQVNotification_ConfigurationRequest,
+                 {{kQVUserInfo_URLKey, serverURL}, {kQVUserInfo_ResponseKey, "c"}},
+                 kQVNotification_ConfigurationResponse) {}
 };
 
 /// Asks the kernel.
@@ -101,6 +115,7 @@ std::vector<FlowKind> networkFlows(const std::string& server) {
       {"sending a hit", "it is answered rightly, or by an error, once; the next one is answered",
        &make<Transfer>},
       {"sending over a kept connection", "likewise", &make<KeptTransfer>},
+      {"downloading a configuration", "likewise", &make<Download>},
       {"watching the network",
        "it tells whether it watches; started again, it does, and its flags are right",
        &make<Watch>},
