@@ -81,7 +81,7 @@ SCRIPTS = {
     "package.sh": {"--check"},
     "picture.sh": set(),
     "setup.sh": words_in("scripts/packages.txt", r"^([a-z]+) "),
-    "soak.sh": words_in("tools/soak/Options.cpp", r'^ *"  (--[a-z-]+)'),
+    "soak.sh": {"--plot"} | words_in("tools/soak/Options.cpp", r'^ *"  (--[a-z-]+)'),
     "test.sh": words_in("scripts/test.sh", r"^known=\((.*)\)$") | {"all"},
 }
 PRESETS = {kind: {preset["name"] for preset in presets if not preset.get("hidden")}

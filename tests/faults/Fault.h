@@ -51,5 +51,17 @@ struct Fault {
 QV_FAULTS_EXPORT void armFault(const Fault& fault);
 /// From now on nothing fails. Whether anything did.
 QV_FAULTS_EXPORT bool disarmFault();
+/// While there is one, what its thread calls is neither counted nor fails; one that is not exempt,
+/// in the scope of one that is, takes that back.
+class QV_FAULTS_EXPORT Exemption {
+ public:
+  explicit Exemption(bool isExempt = true);
+  ~Exemption();
+  Exemption(const Exemption&) = delete;
+  Exemption& operator=(const Exemption&) = delete;
+
+ private:
+  const bool wasExempt_;
+};
 /// How often it was called while a fault was armed.
 QV_FAULTS_EXPORT long countOf(Call call);

@@ -18,6 +18,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <utility>
 
 // The functions of the C library that take memory, by the names that it keeps for itself. dlsym(),
 // which finds the others, may take some.
@@ -35,10 +36,12 @@ constinit std::atomic<bool> isArmed{false};
 constinit std::atomic<bool> hasFailed{false};
 constinit std::atomic<long> counts[kCallCount];
 constinit Fault armed{};
+// Of the first model, which takes no memory in a new thread.
+[[gnu::tls_model("initial-exec")]] constinit thread_local bool isThreadExempt = false;
 
 /// What this call is to fail with; 0 when it is to succeed.
 int errorOf(Call call) {
-  if (!isArmed.load(std::memory_order_acquire)) return 0;
+  if (!isArmed.load(std::memory_order_acquire) || isThreadExempt) return 0;
   const long place = counts[static_cast<int>(call)]++;
   const bool fails =
       call == armed.call && (armed.isLasting ? place >= armed.after : place == armed.after);
@@ -89,6 +92,10 @@ bool disarmFault() {
   isArmed = false;
   return hasFailed;
 }
+
+Exemption::Exemption(bool isExempt) : wasExempt_(std::exchange(isThreadExempt, isExempt)) {}
+
+Exemption::~Exemption() { isThreadExempt = wasExempt_; }
 
 long countOf(Call call) { return counts[static_cast<int>(call)]; }
 

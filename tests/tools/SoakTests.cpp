@@ -1,9 +1,11 @@
 #include "soak/Judge.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <string>
 #include <vector>
+
+#include "soak/Vitals.h"
 
 namespace {
 
@@ -59,6 +61,9 @@ std::string verdictOn(const Case& test, bool isFollowed = false) {
 TEST(SoakJudge, ExplainsALossByWhatWasSeenOfTheHitAlone) {
   const std::vector<Event> hit{at(1, kPosting), at(2, kPosted)};
   const Event gone = at(3, kBackgrounding);
+  const Event saved = at(4, kBackgrounded);
+  const Event late = at(6, kBackgrounding);
+  const Rule refused = Rule::kRefusedByDisk;
   const Case kCases[] = {
       {"dropped", Rule::kDroppedByFullQueue, {hit[0], hit[1], at(3, kDropped)}},
       {"not posted", Rule::kEndedWhilePosting, {hit[0]}},
@@ -68,6 +73,10 @@ TEST(SoakJudge, ExplainsALossByWhatWasSeenOfTheHitAlone) {
       {"save not finished", Rule::kEndedBeforeSave, hit, {}, {{gone}}},
       {"saved at each change", "lost", hit, {}, {{at(0, kSavesAlways)}}},
       {"shut down", "lost", hit, {}, {{at(3, What::kShutDown)}}},
+      {"saved on a broken disk", refused, hit, {}, {{at(1, kDiskFails), gone, saved}}},
+      {"saved on a good one, too", "lost", hit, {}, {{gone, saved, at(5, kDiskFails), late}}},
+      {"posted to a broken disk", refused, hit, {}, {{at(0, kSavesAlways), at(1, kDiskFails)}}},
+      {"posted to a good one", "lost", hit, {}, {{at(0, kSavesAlways), at(3, kDiskFails)}}},
       {"restored", Rule::kRestoredAndEndedBeforeSave, hit, {}, {{}, {}}, true},
       {"restored, and the queue ran empty", "lost", hit, {}, {{}, {at(50, kDrained, 1)}}, true},
       {"waiting", "", hit, {}, {{}}, true},
@@ -96,7 +105,11 @@ TEST(SoakJudge, ExplainsADoubleByWhatWasSeenOfTheHitAlone) {
   const std::vector<Reception> after{got(29, 0, 1, 0), got(30, 0, 1, 1)};
   const std::vector<Event> starts{at(1, kStarting)};
   const std::vector<Event> started{at(1, kStarting), at(2, What::kStarted)};
+  const std::vector<Event> broken{at(1, kDiskFails), at(4, kFaultEnds)};
+  const std::vector<Event> mended{broken[0], broken[1], at(5, kBackgrounding),
+                                  at(6, kBackgrounded)};
   const Rule stays = Rule::kFileOfBackgroundStays;
+  const Rule onDisk = Rule::kStayedOnDisk;
   const Case kCases[] = {
       {"GET on a kept connection", once, {told}, {got(3, 0, 1, 1, kCloseAfterRead), again}},
       {"POST", "doubled", {told}, {got(3, 0, 1, 1, kCloseAfterRead, true), again}},
@@ -138,6 +151,20 @@ TEST(SoakJudge, ExplainsADoubleByWhatWasSeenOfTheHitAlone) {
        true},
       {"within a restore", Rule::kEndedWhileRestoring, {toldLater}, twoLives, {starts, {}}, true},
       {"after a restore", "doubled", {toldLater}, twoLives, {started, {}}, true},
+      {"an answer that could not be read",
+       once,
+       {told},
+       {got(3, 0, 1, 1), again},
+       {{at(2, kNetworkFails)}}},
+      {"one that could", "doubled", {told}, {got(3, 0, 1, 1), again}, {{at(5, kNetworkFails)}}},
+      {"on a file that stayed", onDisk, {toldLater}, twoLives, {broken, {}}, true},
+      {"on a file that was replaced", "doubled", {toldLater}, twoLives, {mended, {}}, true},
+      {"taken and not removed, though shut down",
+       onDisk,
+       {at(1, kPosting), at(4, kAnswered), toldLater},
+       twoLives,
+       {{at(1, kDiskFails), at(2, kForegrounding), at(4, kFaultEnds), at(5, What::kShutDown)}, {}},
+       true},
   };
   for (const Case& test : kCases) EXPECT_EQ(verdictOn(test), test.verdict.text) << test.what;
   // What came before another hit was no longer in flight when the process ended.
@@ -156,6 +183,16 @@ TEST(SoakJudge, LetsNobodyHaveAnAnswerThatTheServerDidNotGive) {
       {"an empty one", notGiven, {at(4, kAnsweredEmpty)}, {good}},
       {"an error", "an error was told although it was answered", {at(4, kFailed)}, {good}},
       {"an error for a reset", "", {at(4, kFailed)}, {got(3, 0, 1, 0, kResetAfterRead)}},
+      {"an error of this side",
+       Rule::kBrokenByFault,
+       {at(4, kFailed)},
+       {good},
+       {{at(2, kNetworkFails)}}},
+      {"an error when that was over",
+       "an error was told although it was answered",
+       {at(4, kFailed)},
+       {good},
+       {{at(1, kNetworkFails), at(2, kFaultEnds)}}},
       {"nothing", Rule::kInFlightAtTheEnd, {}, {good}},
       {"nothing, and shut down",
        "in flight although the kit was shut down",
@@ -164,7 +201,22 @@ TEST(SoakJudge, LetsNobodyHaveAnAnswerThatTheServerDidNotGive) {
        {{at(4, What::kShutDown)}}},
   };
   for (const Case& test : kCases) EXPECT_EQ(verdictOn(test), test.verdict.text) << test.what;
-  EXPECT_EQ(verdictOn(kCases[6], true), "came, and the application was told nothing");
+  EXPECT_EQ(verdictOn(kCases[8], true), "came, and the application was told nothing");
+  const Case early{"", "", {at(2, kFailed)}, {good}, {{at(1, kNetworkFails)}}};
+  EXPECT_EQ(verdictOn(early, true), "") << "told before the server read what was sent";
+}
+
+TEST(SoakVitals, TellsWhatGrowsFromTheSecondQuarterToTheLast) {
+  const auto growthTo = [](const Vitals::Sample& late) {
+    Vitals vitals;
+    for (Time time = 0; time < 40; ++time) {
+      vitals.add(time, time < 30 ? Vitals::Sample{50'000, 4, 15} : late);
+    }
+    return vitals.growth();
+  };
+  EXPECT_THAT(growthTo({51'000, 4, 15}), testing::IsEmpty());
+  EXPECT_THAT(growthTo({50'000, 5, 16}), testing::ElementsAre("threads", "descriptors"));
+  EXPECT_EQ(growthTo({90'000, 3, 9}).size(), Vitals::kIsMemoryJudged ? 1 : 0);
 }
 
 }  // namespace

@@ -88,6 +88,10 @@ std::string answerTo(HitID hit, Deed deed) {
   }
 }
 
+std::string configurationWith(unsigned version) {
+  return response("200 OK", "{\"version\":" + std::to_string(version) + "}");
+}
+
 std::string lateBytes(Deed deed) {
   switch (deed) {
     case Deed::kLate408:

@@ -14,5 +14,7 @@ bool isUnwelcome(std::uint64_t seed, unsigned connection);
 
 /// The answer to a hit, entire, with what the deed puts behind it at once.
 std::string answerTo(HitID hit, Deed deed);
+/// A configuration, as an answer.
+std::string configurationWith(unsigned version);
 /// What is sent behind it later, when nobody asked; empty where the connection ends instead.
 std::string lateBytes(Deed deed);

@@ -13,7 +13,8 @@ std::vector<std::string> Errand::arguments() const {
           std::to_string(seed),
           std::to_string(firstHit),
           std::to_string(hitCount),
-          std::to_string(static_cast<int>(ending))};
+          std::to_string(static_cast<int>(ending)),
+          std::to_string(seconds)};
 }
 
 Errand Errand::from(char** arguments) {
@@ -23,5 +24,6 @@ Errand Errand::from(char** arguments) {
           std::stoull(arguments[3]),
           static_cast<HitID>(std::stoul(arguments[4])),
           static_cast<std::uint32_t>(std::stoul(arguments[5])),
-          static_cast<Ending>(std::stoi(arguments[6]))};
+          static_cast<Ending>(std::stoi(arguments[6])),
+          std::stoi(arguments[7])};
 }

@@ -29,11 +29,12 @@ struct Errand {
   HitID firstHit = 1;
   std::uint32_t hitCount = 0;
   Ending ending = Ending::kDrained;
+  int seconds = 0;  // that the hits are spread over; 0 for a host that does not wait
 
   /// Where the host's standard error goes.
   std::string log() const { return ledger + ".log"; }
   /// As arguments of a program, and back.
   std::vector<std::string> arguments() const;
   static Errand from(char** arguments);
-  static constexpr int kArgumentCount = 7;
+  static constexpr int kArgumentCount = 8;
 };

@@ -16,7 +16,8 @@ const char* nameOf(What what) {
       "posting",      "posted",        "answered",     "answered-empty", "answered-wrong",
       "failed",       "dropped",       "filed",        "starting",       "started",
       "saves-always", "backgrounding", "backgrounded", "foregrounding",  "foregrounded",
-      "drained",      "shut-down",     "stuck"};
+      "drained",      "shut-down",     "disk-fails",   "network-fails",  "fault-ends",
+      "stuck"};
   return kNames[static_cast<std::size_t>(what)];
 }
 

@@ -35,9 +35,12 @@ enum class What : std::uint8_t {
   kBackgrounded,  // and the hits are saved, unless they are with each change
   kForegrounding,
   kForegrounded,
-  kDrained,   // the queue ran empty
-  kShutDown,  // by the clean end, and nothing is under way
-  kStuck,     // the queue did not run empty, or a forked process did not end
+  kDrained,       // the queue ran empty
+  kShutDown,      // by the clean end, and nothing is under way
+  kDiskFails,     // from here on calls that concern files may
+  kNetworkFails,  // from here on those that concern connections may
+  kFaultEnds,     // what failed succeeds again
+  kStuck,         // the queue did not run empty, or a forked process did not end
 };
 const char* nameOf(What what);
 

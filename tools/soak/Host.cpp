@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -15,6 +16,7 @@
 #include <thread>
 #include <utility>
 
+#include "soak/Faults.h"
 #include "soak/OfflineFile.h"
 #include "soak/Server.h"
 #include "tests/support/Sanitizers.h"
@@ -33,11 +35,14 @@ constexpr std::uint32_t kLastBurst = 10;
 constexpr auto kPatience = std::chrono::seconds(40);  // longer than a few time-outs
 constexpr unsigned kForkedPatience = 20;              // seconds
 constexpr int kStuck = 3;
+
+std::atomic<bool> isStopped{false};
 constexpr int kShortPause = 3000;  // microseconds
 
 QVNetworkManager& manager() { return *QVNetworkManager::sharedInstance(); }
 
 void announce(const String& name) {
+  const Exemption none(false);
   NotificationCenter::defaultCenter()->postNotification(Notification(name));
 }
 
@@ -49,14 +54,17 @@ Host::Host(const Errand& errand)
       random_(static_cast<std::uint32_t>(errand.seed)),
       savesAlways_(chance(30)),
       runsInBackground_(savesAlways_ && chance(50)),
-      hasSmallQueue_(!savesAlways_ && chance(15)),
-      forks_(!savesAlways_ && chance(15) && QVTest::kChildrenMayGoOn),
+      hasSmallQueue_(!savesAlways_ && chance(15) && !lasts()),
+      forks_(!savesAlways_ && chance(15) && !lasts() && QVTest::kChildrenMayGoOn),
       isUp_(chance(70)),
       network_(std::make_shared<ScriptedNetwork>(isUp_)),
       next_(errand.firstHit),
       left_(errand.hitCount) {}
 
+void Host::stop() { isStopped = true; }
+
 int Host::run() {
+  const Exemption own;  // what fails, fails for the core
   if (errand_.ending == Ending::kKilled) killLater();
   start();
   sendBursts();
@@ -82,6 +90,7 @@ void Host::start() {
     manager().enableRunningInBackground();
     ledger_->write(What::kSavesAlways);
   }
+  addConfiguration();
   if (hasSmallQueue_) {
     manager().changeOfflineConfigurationsForMaxLifetimeAndMaxOperationsInQueue(kUsualLifetime,
                                                                                kSmallQueue);
@@ -90,23 +99,52 @@ void Host::start() {
 
 void Host::sendBursts() {
   if (forks_) sendFromFork();
-  while (left_ > kLastBurst) {
+  while (left_ > kLastBurst && !isStopped) {
+    waitForTurn();
     sendBurst();
-    if (chance(30)) visitBackground();
     if (chance(70)) drain();
     if (chance(50)) sendLastOfBurst();
   }
+  if (isStopped) left_ = 0;
+}
+
+/// Those that last keep to their time.
+void Host::waitForTurn() {
+  const std::uint32_t sent = errand_.hitCount - left_;
+  std::this_thread::sleep_until(
+      begin_ + std::chrono::milliseconds(1000LL * errand_.seconds * sent / errand_.hitCount));
 }
 
 void Host::sendBurst() {
   setNetworkUp(chance(70));
+  const bool isInTrouble = chance(20) && kCanFail;
+  if (isInTrouble) beginTrouble();
   const std::uint32_t count = upTo(kLargestBurst);
   if (!hasSmallQueue_ && chance(30)) {
     postFromThreads(count);
   } else {
     postSome(count);
   }
+  if (chance(20)) updateConfiguration();
+  if (chance(30)) visitBackground();
+  if (isInTrouble) {
+    endTrouble();
+    setNetworkUp(false);  // what the core could not do then, it tries again with the next event
+  }
   setNetworkUp(true);
+}
+
+void Host::beginTrouble() {
+  const Trouble trouble = chooseTrouble(random_);
+  if (trouble.isOfDisk) ledger_->write(What::kDiskFails);
+  if (trouble.isOfNetwork) ledger_->write(What::kNetworkFails);
+  armFault(trouble.fault);
+}
+
+void Host::endTrouble() {
+  pauseUpTo(kShortPause);
+  disarmFault();
+  ledger_->write(What::kFaultEnds);
 }
 
 /// After it the client is idle, so that it can only learn from a look at its connection what the
@@ -142,6 +180,7 @@ void Host::enterBackground() {
 void Host::end() {
   setNetworkUp(errand_.ending == Ending::kDrained || chance(50));
   if (errand_.ending == Ending::kShutDown) return shutDown();
+  if (errand_.ending != Ending::kDrained && chance(20) && kCanFail) beginTrouble();
   postSome(left_);
   switch (errand_.ending) {
     case Ending::kDrained:

@@ -3,6 +3,7 @@
 #include <QVCore/QVCore.h>
 #include <QVPlatform/Dispatch/NotificationCenter.h>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <random>
@@ -17,6 +18,8 @@
 class Host {
  public:
   explicit Host(const Errand& errand);
+  /// Has it send no more, as a handler of signals does.
+  static void stop();
 
   /// Runs the errand and returns the process's exit status, unless the process ends before.
   int run();
@@ -24,7 +27,12 @@ class Host {
  private:
   void start();
   void sendBursts();
+  void waitForTurn();
   void sendBurst();
+  void beginTrouble();
+  void endTrouble();
+  void addConfiguration() const;
+  void updateConfiguration();
   void sendLastOfBurst();
   void visitBackground();
   void enterBackground();
@@ -36,6 +44,8 @@ class Host {
   void postSome(std::uint32_t count);
   void postFromThreads(std::uint32_t count);
   void post(HitID hit, const char* place);
+  /// Has the function post a request of any kind, and takes down which hits that cancels.
+  void handOver(const std::function<void()>& request);
   void onOutcome(const QVPlatform::Notification& outcome);
 
   void sendFromFork();
@@ -50,6 +60,7 @@ class Host {
   void killLater();
   std::uint32_t upTo(std::uint32_t most);  // from 1
   bool chance(unsigned percent);
+  bool lasts() const { return errand_.seconds > 0; }
 
   static constexpr std::int32_t kSmallQueue = 20;
 
@@ -64,4 +75,5 @@ class Host {
   const std::shared_ptr<ScriptedNetwork> network_;
   HitID next_;
   std::uint32_t left_;
+  const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
 };

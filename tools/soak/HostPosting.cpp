@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "soak/Faults.h"
 #include "soak/Host.h"
 #include "soak/OfflineFile.h"
 
@@ -17,6 +18,7 @@ using QVPlatform::String;
 namespace {
 
 constexpr int kPosters = 3;
+const String kConfiguration = "soak";
 
 using OperationList = std::vector<std::shared_ptr<QVPlatform::Operation>>;
 
@@ -43,6 +45,7 @@ void Host::postFromThreads(std::uint32_t count) {
   std::vector<std::thread> posters;
   for (HitID place = 0; place < kPosters; ++place) {
     posters.emplace_back([=, this] {
+      const Exemption own;
       for (HitID hit = first + place; hit < first + count; hit += kPosters) post(hit, "/flow/");
     });
   }
@@ -50,24 +53,49 @@ void Host::postFromThreads(std::uint32_t count) {
 }
 
 void Host::post(HitID hit, const char* place) {
+  const std::string url = "http://127.0.0.1:" + std::to_string(errand_.port) + place;
+  const std::string body = hit % 2 == 0 ? "hit=" + std::to_string(hit) : "";
+  const Notification request(
+      kQVNotification_HTTPRequest, nullptr,
+      {{kQVUserInfo_URLKey, url + std::to_string(hit)}, {kQVUserInfo_POSTData, body}});
+  handOver([&] {
+    ledger_->write(What::kPosting, hit);
+    {
+      const Exemption none(false);
+      NotificationCenter::defaultCenter()->postNotification(request);
+    }
+    ledger_->write(What::kPosted, hit);
+  });
+}
+
+void Host::addConfiguration() const {
+  QVConfigurationFileFactory::sharedInstance()->addConfigurationFileWithVersionPathForURL(
+      kConfiguration, "version",
+      "http://127.0.0.1:" + std::to_string(errand_.port) + "/configuration");
+}
+
+void Host::updateConfiguration() {
+  const auto file =
+      QVConfigurationFileFactory::sharedInstance()->getConfigurationFile(kConfiguration);
+  handOver([&] {
+    const Exemption none(false);
+    if (file) file->downloadConfigurationUpdate();
+  });
+}
+
+void Host::handOver(const std::function<void()>& request) {
   const auto queue = QVNetworkManager::sharedInstance()->operationQueue();
   const bool isFull = hasSmallQueue_ && queue->operationCount() >= kSmallQueue;
   auto waiting = isFull ? queue->operations() : OperationList();
   std::erase_if(waiting, [](const auto& operation) { return operation->isCancelled(); });
-
-  const std::string url = "http://127.0.0.1:" + std::to_string(errand_.port) + place;
-  const std::string body = hit % 2 == 0 ? "hit=" + std::to_string(hit) : "";
-  ledger_->write(What::kPosting, hit);
-  NotificationCenter::defaultCenter()->postNotification(Notification(
-      kQVNotification_HTTPRequest, nullptr,
-      {{kQVUserInfo_URLKey, url + std::to_string(hit)}, {kQVUserInfo_POSTData, body}}));
-  ledger_->write(What::kPosted, hit);
+  request();
   for (const auto& operation : waiting) {
     if (operation->isCancelled()) ledger_->write(What::kDropped, hitIn(*operation));
   }
 }
 
 void Host::onOutcome(const Notification& outcome) {
+  const Exemption own;
   const Dictionary data = outcome.userInfo();
   const HitID hit = hitOf(data.get(kQVUserInfo_URLKey).string().view());
   if (outcome.name() == kQVNotification_HTTPRequestError) return ledger_->write(What::kFailed, hit);

@@ -33,12 +33,15 @@ const char* textOf(Rule rule) {
       "the process ended while the hit was being posted",
       "the process ended before a save: hits are saved on going to the background",
       "restored, and the process ended before the next save",
+      "the disk refused the save, and the process ended before the next one",
       "a GET goes once more when a kept connection dies before a byte of an answer",
       "in flight when the queue was saved, and restored later",
       "sent after the return from the background, whose file stays until a restore",
       "saved at each change, and the process ended before the save without the hit",
       "the process ended while it restored, before it removed the file",
-      "in flight when the process ended"};
+      "the disk refused to replace or to remove the file that it was in",
+      "in flight when the process ended",
+      "answered, and the transfer failed by a fault of the system"};
   static_assert(std::size(kTexts) == kRuleCount);
   return kTexts[static_cast<std::size_t>(rule)];
 }
@@ -49,8 +52,7 @@ Judge::Judge(const History& history) : history_(history) {
       receptionsOfLife_[reception.life].push_back(reception.time);
     }
     if (const auto time = timeOf(hit.events, What::kPosted)) {
-      const auto [first, isNew] = firstPostOfLife_.try_emplace(hit.life, *time);
-      if (!isNew) first->second = std::min(first->second, *time);
+      postsOfLife_[hit.life].push_back(*time);
     }
   }
   for (auto& [life, times] : receptionsOfLife_) std::sort(times.begin(), times.end());
@@ -98,23 +100,31 @@ std::optional<Rule> Judge::ruleForLoss(HitID id, const Hit& hit) const {
   const auto posted = timeOf(hit.events, What::kPosted);
   if (!isRestored && !posted) return Rule::kEndedWhilePosting;
   const Time since = isRestored ? 0 : *posted;
-  if (isSaved(number, since, isRestored)) return std::nullopt;
+  if (happensBetween(life(number).events, What::kDrained, since, kNever)) return std::nullopt;
+  if (isSaved(number, since, false)) return std::nullopt;
+  if (isSaved(number, since, true)) return Rule::kRefusedByDisk;
   return isRestored ? Rule::kRestoredAndEndedBeforeSave : Rule::kEndedBeforeSave;
 }
 
-/// Whether a hit that was queued at that time must have been saved, or else sent.
-bool Judge::isSaved(int number, Time since, bool isRestored) const {
+/// Whether what was queued then must have been saved; where the disk failed only if that is left
+/// aside.
+bool Judge::isSaved(int number, Time since, bool isWhateverFails, Time until) const {
+  const auto isGood = [&](Time begin, Time end) {
+    return isWhateverFails || !isFailing(number, What::kDiskFails, begin, end);
+  };
   const auto& events = life(number).events;
-  if (happensBetween(events, What::kDrained, since, kNever)) return true;
-  if (timeOf(events, What::kShutDown)) return true;
+  if (happensBetween(events, What::kShutDown, since, until)) return true;
   const auto visits = visitsOf(number);
-  const bool hasSaved = std::any_of(visits.begin(), visits.end(), [since](const Visit& visit) {
-    return visit.begin > since && visit.end != kNever;
+  const bool hasSaved = std::any_of(visits.begin(), visits.end(), [&](const Visit& visit) {
+    return visit.begin > since && visit.end < until && isGood(visit.begin, visit.end);
   });
   if (hasSaved) return true;
-  if (!timeOf(events, What::kSavesAlways)) return false;
+  const auto posts = postsOfLife_.find(number);
+  if (!timeOf(events, What::kSavesAlways) || posts == postsOfLife_.end()) return false;
   // Restored hits are saved with the first one that is posted.
-  return !isRestored || firstPostOfLife_.contains(number);
+  return std::any_of(posts->second.begin(), posts->second.end(), [&](Time post) {
+    return post >= since && post < until && isGood(post, post);
+  });
 }
 
 // Hits that came twice.
@@ -122,13 +132,25 @@ bool Judge::isSaved(int number, Time since, bool isRestored) const {
 std::optional<Rule> Judge::ruleForDouble(HitID id, const Hit& hit, std::size_t second) const {
   const Reception& first = hit.receptions[second - 1];
   const Reception& next = hit.receptions[second];
-  if (first.life == next.life) {
-    if (isSentOnceMore(hit, first, next)) return Rule::kSentOnceMore;
-    if (isInFlightWhenSaved(hit, first, next)) return Rule::kInFlightWhenSaved;
-    if (isOnFileAtReturn(hit, first)) return Rule::kFileOfBackgroundStays;
-    return std::nullopt;
-  }
-  if (!life(first.life).fileAtEnd.contains(id)) return std::nullopt;
+  const bool isSameLife = first.life == next.life;
+  if (!isSameLife && !life(first.life).fileAtEnd.contains(id)) return std::nullopt;
+  const auto rule =
+      isSameLife ? ruleForDoubleOfLife(hit, first, next) : ruleForDoubleOfLives(hit, first, next);
+  if (rule) return rule;
+  return isOnFaultyDisk(id, hit, first, next) ? std::optional(Rule::kStayedOnDisk) : std::nullopt;
+}
+
+std::optional<Rule> Judge::ruleForDoubleOfLife(const Hit& hit, const Reception& first,
+                                               const Reception& next) const {
+  if (isSentOnceMore(hit, first, next)) return Rule::kSentOnceMore;
+  if (isInFlightWhenSaved(hit, first, next)) return Rule::kInFlightWhenSaved;
+  if (isOnFileAtReturn(hit, first)) return Rule::kFileOfBackgroundStays;
+  return std::nullopt;
+}
+
+/// Of a hit that was on file when the first process ended.
+std::optional<Rule> Judge::ruleForDoubleOfLives(const Hit& hit, const Reception& first,
+                                                const Reception& next) const {
   if (timeOf(life(first.life).events, What::kShutDown)) return std::nullopt;
   if (isRestoring(first)) return Rule::kEndedWhileRestoring;
   if (timeOf(life(first.life).events, What::kSavesAlways)) {
@@ -139,11 +161,14 @@ std::optional<Rule> Judge::ruleForDouble(HitID id, const Hit& hit, std::size_t s
   return std::nullopt;
 }
 
-bool Judge::isSentOnceMore(const Hit& hit, const Reception& first, const Reception& next) {
+bool Judge::isSentOnceMore(const Hit& hit, const Reception& first, const Reception& next) const {
   const bool isTold = std::any_of(hit.events.begin(), hit.events.end(), [&](const Event& event) {
-    return isOutcome(event.what) && event.time > first.time && event.time < next.time;
+    return isOutcome(event.what) && event.time > first.time && event.time < next.time &&
+           !isBrokenHere(event);
   });
-  return !first.isPost && isSilentDeath(first.deed) && first.place > 0 && next.place == 0 &&
+  const bool isBroken = isSilentDeath(first.deed) ||
+                        isFailing(first.life, What::kNetworkFails, first.time, next.time);
+  return !first.isPost && isBroken && first.place > 0 && next.place == 0 &&
          first.connection != next.connection && !isTold;
 }
 
@@ -182,6 +207,65 @@ bool Judge::isOnFileAtReturn(const Hit& hit, const Reception& first) const {
 
 bool Judge::isFiledIn(const Hit& hit, const Visit& visit) {
   return happensBetween(hit.events, What::kFiled, visit.begin, visit.end);
+}
+
+/// What the hit was in could not be replaced by a file without it, or was taken for a restore.
+bool Judge::isOnFaultyDisk(HitID id, const Hit& hit, const Reception& first,
+                           const Reception& next) const {
+  const Time until = next.life == first.life ? next.time : kNever;
+  if (!wasOnFile(id, hit, first.life)) return false;
+  const auto spells = spellsOf(first.life, What::kDiskFails);
+  return std::any_of(spells.begin(), spells.end(), [&](const Spell& spell) {
+    if (spell.begin > until) return false;
+    return isTakenWithin(hit, first, spell) ||
+           (spell.end > first.time &&
+            !isSaved(first.life, std::max(spell.begin, first.time), false, until));
+  });
+}
+
+/// Whether the hit was on file when a restore took that, which could not be read or removed: then
+/// it comes again with the next restore.
+bool Judge::isTakenWithin(const Hit& hit, const Reception& first, const Spell& spell) const {
+  const bool isPosted = happensBetween(hit.events, What::kPosting, 0, spell.end);
+  const bool isQueued = first.time > spell.begin || isLastOfLife(first, spell.begin);
+  const bool isFiled = happensBetween(hit.events, What::kFiled, 0, spell.end);
+  return isRestoredWithin(first.life, spell.begin, spell.end) && isPosted && (isQueued || isFiled);
+}
+
+bool Judge::wasOnFile(HitID id, const Hit& hit, int number) const {
+  return life(number).fileAtEnd.contains(id) || timeOf(life(number).events, What::kSavesAlways) ||
+         timeOf(hit.events, What::kFiled);
+}
+
+bool Judge::isRestoredWithin(int number, Time begin, Time end) const {
+  return happensBetween(life(number).events, What::kForegrounding, begin, end);
+}
+
+/// A process finds what the one before it left.
+bool Judge::isRestoredInTrouble(int number) const {
+  const int begin = std::max(number - 2, 0);  // the one before may have forked
+  for (int life = begin; life <= number; ++life) {
+    for (const Spell& spell : spellsOf(life, What::kDiskFails)) {
+      if (isRestoredWithin(life, spell.begin, spell.end)) return true;
+    }
+  }
+  return false;
+}
+
+std::vector<Judge::Spell> Judge::spellsOf(int number, What what) const {
+  std::vector<Spell> spells;
+  for (const Event& event : life(number).events) {
+    if (event.what == what) spells.push_back({event.time, kNever});
+    const bool isEnd = event.what == What::kFaultEnds && !spells.empty();
+    if (isEnd && spells.back().end == kNever) spells.back().end = event.time;
+  }
+  return spells;
+}
+
+bool Judge::isFailing(int number, What what, Time begin, Time end) const {
+  const auto spells = spellsOf(number, what);
+  return std::any_of(spells.begin(), spells.end(),
+                     [=](const Spell& spell) { return spell.begin < end && spell.end > begin; });
 }
 
 /// Whether the file of a visit was replaced by a later one's, so that no other process finds it.
@@ -240,22 +324,27 @@ void Judge::checkReceptions(const Hit& hit, bool isTold, Verdict& verdict) const
   }
 }
 
-bool Judge::isToldAfter(const Hit& hit, const Reception& reception) {
+/// A transfer that breaks on this side may be told of before the server reads what had been sent.
+bool Judge::isBrokenHere(const Event& event) const {
+  return event.what == What::kFailed &&
+         isFailing(event.life, What::kNetworkFails, event.time, event.time);
+}
+
+bool Judge::isToldAfter(const Hit& hit, const Reception& reception) const {
   return std::any_of(hit.events.begin(), hit.events.end(), [&](const Event& event) {
-    return isOutcome(event.what) && event.life == reception.life && event.time > reception.time;
+    if (!isOutcome(event.what) || event.life != reception.life) return false;
+    return event.time > reception.time || isBrokenHere(event);
   });
 }
 
 /// Each answer that an application got is one that the server gave to this very hit.
-void Judge::checkAnswers(const Hit& hit, Verdict& verdict) {
+void Judge::checkAnswers(const Hit& hit, Verdict& verdict) const {
   auto given = hit.receptions;
   for (const Event& event : hit.events) {
     if (event.what == What::kAnsweredWrong) {
       verdict.faults.emplace_back("answered by what is not its answer");
     }
-    if (event.what == What::kFailed && isAnsweredBefore(given, event)) {
-      verdict.faults.emplace_back("an error was told although it was answered");
-    }
+    if (event.what == What::kFailed) checkError(given, event, verdict);
     if (event.what != What::kAnswered && event.what != What::kAnsweredEmpty) continue;
     const auto answer = std::find_if(given.begin(), given.end(), [&](const Reception& reception) {
       return reception.life == event.life && reception.time < event.time &&
@@ -270,14 +359,20 @@ void Judge::checkAnswers(const Hit& hit, Verdict& verdict) {
   }
 }
 
-/// Whether the last that the server did to the hit before an event of its life is an answer.
-bool Judge::isAnsweredBefore(const std::vector<Reception>& receptions, const Event& event) {
-  bool isAnswered = false;
+/// The last that the server did to the hit before the error was told is no answer, or the transfer
+/// broke on this side.
+void Judge::checkError(const std::vector<Reception>& receptions, const Event& event,
+                       Verdict& verdict) const {
+  const Reception* last = nullptr;
   for (const Reception& reception : receptions) {
-    if (reception.life != event.life || reception.time > event.time) continue;
-    isAnswered = isAnswer(reception.deed);
+    if (reception.life == event.life && reception.time < event.time) last = &reception;
   }
-  return isAnswered;
+  if (last == nullptr || !isAnswer(last->deed)) return;
+  if (isFailing(event.life, What::kNetworkFails, last->time, event.time)) {
+    verdict.rules.push_back(Rule::kBrokenByFault);
+  } else {
+    verdict.faults.emplace_back("an error was told although it was answered");
+  }
 }
 
 std::vector<std::string> Judge::faultsOfLives() const {
@@ -289,6 +384,8 @@ std::vector<std::string> Judge::faultsOfLives() const {
     };
     if (!process.endedAsPlanned) add("ended otherwise than planned: " + process.log);
     if (timeOf(process.events, What::kStuck)) add("hits, or a forked process, came to no end");
+    // What could not be removed when it was restored is there beside what is saved then.
+    if (isRestoredInTrouble(static_cast<int>(number))) continue;
     for (const HitID hit : process.twiceInFile) {
       add("its file held hit " + std::to_string(hit) + " twice");
     }

@@ -26,6 +26,7 @@ constexpr std::uint32_t kMostHitsOfHost = 200;
 constexpr int kLongestLife = 120'000;  // milliseconds
 constexpr int kLifeline = 3;           // the hosts' descriptor
 constexpr int kLastTries = 3;
+constexpr int kLooks = 720;  // at a host that lasts
 
 // How many end in each way, of 20, in the order of the endings.
 constexpr std::array kEndings{2.0, 3.0, 3.0, 2.0, 7.0, 3.0};
@@ -55,20 +56,6 @@ pid_t start(const Errand& errand, int lifeline) {
   return host;
 }
 
-/// Waits until the host and what it forked are gone. Returns the host's wait status.
-int runHost(const Errand& errand) {
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-  const pid_t host = start(errand, ends[1]);
-  close(ends[1]);
-  pollfd lifeline{ends[0], POLLIN, 0};
-  if (poll(&lifeline, 1, kLongestLife) == 0) kill(host, SIGABRT);
-  close(ends[0]);
-  int status = 0;
-  waitpid(host, &status, 0);
-  return status;
-}
-
 std::string textOf(const std::string& path) {
   std::ifstream file(path);
   return {std::istreambuf_iterator<char>(file), {}};
@@ -81,14 +68,16 @@ bool isAsPlanned(Ending ending, int status) {
 
 }  // namespace
 
-Lane::Lane(const Options& options, std::uint64_t seed, std::string directory)
+Lane::Lane(const Options& options, std::uint64_t seed, std::string directory, bool lasts)
     : options_(options),
       directory_(std::move(directory)),
       container_(directory_ + "/container"),
+      lasts_(lasts),
       random_(seed),
       server_(seed) {}
 
 void Lane::run(const std::atomic<bool>& isStopped) {
+  isStopped_ = &isStopped;
   const auto begin = std::chrono::steady_clock::now();
   const auto end = begin + 2 * std::chrono::seconds(options_.seconds);
   while (history_.hits.size() < options_.hits && !isStopped &&
@@ -100,6 +89,7 @@ void Lane::run(const std::atomic<bool>& isStopped) {
   for (int i = 0; i < kLastTries && (i == 0 || !hitsOnFile(container_).empty()); ++i) {
     Errand errand = nextErrand();
     errand.hitCount = 0;
+    errand.seconds = 0;
     errand.ending = Ending::kDrained;
     live(errand);
   }
@@ -123,6 +113,11 @@ Errand Lane::nextErrand() {
   errand.firstHit = next_;
   errand.hitCount = hitCount(random_);
   errand.ending = static_cast<Ending>(ending(random_));
+  if (lasts_) {
+    errand.hitCount = options_.hits;
+    errand.seconds = options_.seconds;
+    errand.ending = Ending::kDrained;
+  }
   next_ += errand.hitCount;
   return errand;
 }
@@ -144,6 +139,25 @@ void Lane::live(const Errand& errand) {
   history_.lives.push_back(std::move(life));
   readLedgers(errand.ledger, number);
   addReceptions();
+}
+
+int Lane::runHost(const Errand& errand) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+  const pid_t host = start(errand, ends[1]);
+  close(ends[1]);
+  pollfd lifeline{ends[0], POLLIN, 0};
+  const int look = errand.seconds > 0 ? errand.seconds * 1000 / kLooks : kLongestLife;
+  for (int left = kLongestLife + 2000 * errand.seconds; poll(&lifeline, 1, look) == 0;) {
+    left -= look;
+    if (left <= 0) kill(host, SIGABRT);
+    if (*isStopped_) kill(host, SIGTERM);
+    if (errand.seconds > 0) vitals_.look(host);
+  }
+  close(ends[0]);
+  int status = 0;
+  waitpid(host, &status, 0);
+  return status;
 }
 
 void Lane::readLedgers(const std::string& ledger, int number) {

@@ -17,15 +17,20 @@ constexpr char kUsage[] =
     "  --hits N      so many hits (100000)\n"
     "  --seconds N   spread over so many seconds (600)\n"
     "  --seed N      the same processes and deeds as a run that printed this seed\n"
+    "  --samples F   write to the file F what memory, threads and descriptors the process\n"
+    "                has that lives through the whole run\n"
     "  --quick       3000 hits in 15 seconds\n"
     "  --help        print this\n"
     "\n"
-    "Exit status: 0 every hit is accounted for, 1 some are not, 2 wrong usage.\n";
+    "Exit status: 0 every hit is accounted for and nothing grew, 1 if not, 2 wrong usage.\n";
 
-constexpr option kOptions[] = {
-    {"hits", required_argument, nullptr, 'n'}, {"seconds", required_argument, nullptr, 't'},
-    {"seed", required_argument, nullptr, 's'}, {"quick", no_argument, nullptr, 'q'},
-    {"help", no_argument, nullptr, 'h'},       {}};
+constexpr option kOptions[] = {{"hits", required_argument, nullptr, 'n'},
+                               {"seconds", required_argument, nullptr, 't'},
+                               {"seed", required_argument, nullptr, 's'},
+                               {"samples", required_argument, nullptr, 'f'},
+                               {"quick", no_argument, nullptr, 'q'},
+                               {"help", no_argument, nullptr, 'h'},
+                               {}};
 
 constexpr int kWrongUsage = 2;
 constexpr std::uint32_t kMostHits = 10'000'000;
@@ -55,6 +60,9 @@ std::optional<Options> parseOptions(int argumentCount, char** arguments, int* ex
         break;
       case 's':
         options.seed = std::strtoull(optarg, nullptr, 10);
+        break;
+      case 'f':
+        options.samples = optarg;
         break;
       case 'q':
         options.hits = 3000;

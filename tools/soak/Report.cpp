@@ -26,6 +26,13 @@ void Report::add(const History& history) {
   for (const std::string& fault : judge.faultsOfLives()) addFault(fault, "");
 }
 
+void Report::add(const Vitals& vitals) {
+  early_ = vitals.early();
+  late_ = vitals.late();
+  for (const std::string& name : vitals.growth())
+    addFault("the process that lasts grew in " + name, "");
+}
+
 void Report::addHit(const Judge& judge, const History& history, HitID id, const Hit& hit) {
   const bool isAnswered = has(hit, What::kAnswered) || has(hit, What::kAnsweredEmpty);
   const bool isFailed = !isAnswered && has(hit, What::kFailed);
@@ -39,7 +46,7 @@ void Report::addHit(const Judge& judge, const History& history, HitID id, const 
   const Judge::Verdict verdict = judge.judge(id, hit);
   for (const Rule rule : verdict.rules) {
     ++rules_[static_cast<std::size_t>(rule)];
-    lost_ += rule <= Rule::kRestoredAndEndedBeforeSave;
+    lost_ += rule <= Rule::kRefusedByDisk;
   }
   for (const std::string& fault : verdict.faults) {
     addFault(fault, "hit " + std::to_string(id) + " " + fault + ":\n" + historyOf(hit, history));
@@ -70,9 +77,15 @@ bool Report::print() const {
   printLine("  of these never received by the server", failedUnreceived_);
   printLine("lost by a rule", lost_);
   printLine("waiting in a file at the end", waiting_);
-  printRules("Lost", Rule::kDroppedByFullQueue, Rule::kRestoredAndEndedBeforeSave);
-  printRules("Received more than once", Rule::kSentOnceMore, Rule::kEndedWhileRestoring);
+  printRules("Lost", Rule::kDroppedByFullQueue, Rule::kRefusedByDisk);
+  printRules("Received more than once", Rule::kSentOnceMore, Rule::kStayedOnDisk);
   printRules("Received, without an outcome", Rule::kInFlightAtTheEnd, Rule::kInFlightAtTheEnd);
+  printRules("Told as an error although it was answered", Rule::kBrokenByFault,
+             Rule::kBrokenByFault);
+  std::printf("The process that lasts, in the second and in the last quarter of the time\n");
+  for (std::size_t i = 0; i < early_.size(); ++i) {
+    std::printf("  %-69s %8ld %8ld\n", Vitals::kNames[i], early_[i], late_[i]);
+  }
   std::printf("Without a rule\n");
   for (const auto& [kind, count] : faults_) printLine(kind.c_str(), count);
   if (faults_.empty()) printLine("(nothing)", 0);

@@ -4,11 +4,14 @@
 #include <cstdint>
 
 #include "soak/Judge.h"
+#include "soak/Vitals.h"
 
 /// The table at the end, over all lanes.
 class Report {
  public:
   void add(const History& history);
+  /// Of the process that lasts.
+  void add(const Vitals& vitals);
   /// Prints the table, and the first faults with the histories of their hits. True without faults.
   bool print() const;
 
@@ -30,4 +33,6 @@ class Report {
   std::uint64_t waiting_ = 0;
   std::map<std::string, std::uint64_t> faults_;
   std::string shown_;
+  Vitals::Sample early_{};
+  Vitals::Sample late_{};
 };

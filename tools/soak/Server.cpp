@@ -16,6 +16,7 @@ namespace {
 constexpr int kBacklog = 64;
 constexpr int kLongerThanATimeout = 9000;  // milliseconds
 constexpr std::string_view kSettled = "GET /settled/";
+constexpr std::string_view kConfiguration = "GET /configuration ";
 constexpr std::string_view kDone = "HTTP/1.1 204 No Content\r\nConnection: close\r\n\r\n";
 
 std::string_view targetOf(std::string_view request) {
@@ -102,6 +103,10 @@ void Server::serve(unsigned connection, int file) {
       settleHere(hitOf(targetOf(request)));
       socket.send(kDone);
       return;
+    }
+    if (request.starts_with(kConfiguration)) {
+      socket.send(configurationWith(++version_));
+      continue;
     }
     if (!respond(socket, note(connection, place, request))) return;
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <map>
@@ -17,7 +18,8 @@
 ///
 /// A hit for /flow/ID comes in the middle of others. One for /last/ID is the last before the client
 /// is idle; what is to be done to its connection then is done when somebody asks for /settled/ID,
-/// so that it never meets a request that is on its way.
+/// so that it never meets a request that is on its way. One for /configuration is answered with a
+/// newer one each time.
 ///
 /// Threads: all operations may be called from any thread.
 class Server {
@@ -61,5 +63,6 @@ class Server {
     Deed deed;
   };
   std::map<HitID, Late> late_;
+  std::atomic<unsigned> version_ = 0;  // of the configuration
   std::thread acceptor_;
 };

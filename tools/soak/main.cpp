@@ -20,13 +20,15 @@
 
 namespace {
 
-constexpr int kLanes = 4;  // hosts wait more than they work
+// Hosts wait more than they work. In the last lane lives one for the whole time.
+constexpr int kLanes = 5;
 
 std::atomic<bool> isStopped{false};
 
 void stop(int) { isStopped = true; }
 
 int runAsHost(char** arguments) {
+  std::signal(SIGTERM, [](int) { Host::stop(); });
   prctl(PR_SET_PDEATHSIG, SIGKILL);  // no host without somebody who counts
   // Never destroyed, since outcomes come until the process is gone.
   return (new Host(Errand::from(arguments)))->run();
@@ -42,12 +44,15 @@ bool soak(const Options& options) {
     const std::string place = directory.path() + "/" + std::to_string(i);
     std::filesystem::create_directory(place);
     lanes.push_back(std::make_unique<Lane>(
-        share, scatter(options.seed, static_cast<std::uint64_t>(i), 0), place));
+        share, scatter(options.seed, static_cast<std::uint64_t>(i), 0), place, i == kLanes - 1));
     threads.emplace_back([lane = lanes.back().get()] { lane->run(isStopped); });
   }
   for (auto& thread : threads) thread.join();
   Report report;
   for (const auto& lane : lanes) report.add(lane->history());
+  const Vitals& vitals = lanes.back()->vitals();
+  report.add(vitals);
+  if (!options.samples.empty()) vitals.write(options.samples);
   return report.print();
 }
 
