@@ -48,6 +48,9 @@ inline void postFromC(std::string_view input) {
   if (listener > 0 && qv_unlisten(listener) != QV_OK) std::abort();
   const std::string json = takeText(qv_info_json(info));
   if (isText(name) && heard != json) std::abort();
+  qv_info* const copy = qv_info_copy(info);
+  if (takeText(qv_info_json(copy)) != json) std::abort();
+  qv_info_free(copy);
   const QVPlatform::Dictionary entries(
       std::vector<QVPlatform::Dictionary::Entry>(expected.begin(), expected.end()));
   if (QVPlatform::JSONSerialization::JSONObjectWithText(json) != entries) std::abort();

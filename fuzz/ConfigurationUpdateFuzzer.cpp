@@ -3,16 +3,15 @@
 #include <QVCore/QVDebug.h>
 #include <QVPlatform/Application.h>
 
+#include "tests/support/TemporaryDirectory.h"
+
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
-#include <string>
 
 /// Each update that is stored goes to the disk: give the fuzzer a fast one by $TMPDIR.
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  std::string pattern = (std::filesystem::temp_directory_path() / "qvcore-XXXXXX").string();
-  if (mkdtemp(pattern.data()) == nullptr) std::abort();
-  QVPlatform::Application::setContainerDirectory(pattern);
+  static const QVTest::TemporaryDirectory container;
+  QVPlatform::Application::setContainerDirectory(container.path().string());
   QVDebug::setDebugLevel(6);
   return 0;
 }

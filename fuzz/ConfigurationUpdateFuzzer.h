@@ -21,7 +21,8 @@ class CountingFile : public QVConfigurationFile {
   int updates = 0;
 };
 
-/// Offers a new text to a configuration that has an old one. Input: the path of the version, the
+/// Offers a new text to a configuration that has an old one, and reads what is stored then in both
+/// ways, which must agree. Input: the path of the version, the
 /// old text and the new one, with zero bytes between them.
 inline void updateConfiguration(std::string_view input) {
   using QVPlatform::String;
@@ -44,6 +45,9 @@ inline void updateConfiguration(std::string_view input) {
     std::abort();
   const auto after = QVUserDefaults::retrieveInfoFromUserDefaults(key);
   if (after != (isNewer ? QVPlatform::Value(newText) : before)) std::abort();
+  const auto leaf = file.getJsonLeafFromPath(path);
+  if (leaf.description() != file.getJsonLeafFromPath(file.getJSONDictionary(), path).description())
+    std::abort();
 }
 
 }  // namespace QVFuzz

@@ -13,23 +13,33 @@
 
 namespace QVFuzz {
 
-/// What a URL is, without an address in square brackets: a second opinion, by another way.
+inline bool matches(const QVPlatform::String& text, const char* pattern) {
+  const auto expression = QVPlatform::RegularExpression::regularExpressionWithPattern(pattern);
+  return expression->firstMatchInString(text).has_value();
+}
+
+/// Whether the host is an address in square brackets, or the text would have it so.
+inline bool hasAddress(const QVPlatform::String& text) {
+  return matches(text, "^(?:[^:/?#]*:)?//[^/?#]*\\[");
+}
+
+/// What a URL is, without such an address: a second opinion, by another way.
 inline bool isURL(const QVPlatform::String& text) {
 #define QV_USUAL "A-Za-z0-9+\\-._~!$&'()*,;="
 #define QV_ESCAPE "%[0-9A-Fa-f]{2}"
-#define QV_REST "(?:[" QV_USUAL ":@/?]|" QV_ESCAPE ")*+"
+#define QV_REST "(?:[" QV_USUAL ":@/?\\[\\]]|" QV_ESCAPE ")*+"
 #define QV_USER "(?:[" QV_USUAL ":]|" QV_ESCAPE ")*+"
 #define QV_HOST "(?:[" QV_USUAL "]|" QV_ESCAPE ")*+"
-  static const auto grammar = QVPlatform::RegularExpression::regularExpressionWithPattern(
-      "^(?:[A-Za-z][A-Za-z0-9+.\\-]*+:|(?![^:/?#]*+:))"
-      "(?://(?:" QV_USER "@)?" QV_HOST "(?::" QV_USER ")?(?=[/?#]|$)|(?!//))" QV_REST "(?:#" QV_REST
-      ")?$");
+  const bool isGrammatical = matches(text,
+                                     "^(?:[A-Za-z][A-Za-z0-9+.\\-]*+:|(?![^:/?#]*+:))"
+                                     "(?://(?:" QV_USER "@)?" QV_HOST "(?::" QV_USER
+                                     ")?(?=[/?#]|$)|(?!//))" QV_REST "(?:#" QV_REST ")?$");
 #undef QV_USUAL
 #undef QV_ESCAPE
 #undef QV_REST
 #undef QV_USER
 #undef QV_HOST
-  return grammar->firstMatchInString(text).has_value();
+  return isGrammatical;
 }
 
 /// Escapes a text and takes the escapes back; what is escaped may stand in a URL.
@@ -60,7 +70,7 @@ inline void readText(std::string_view input) {
   const String pattern(takeField(input));
   const String text(input.substr(0, kLongest));
   if (text.isNull()) return;
-  if (text.view().find('[') == std::string_view::npos &&
+  if (!hasAddress(text) &&
       QVPlatform::URL::URLWithString(text).has_value() != (!text.isEmpty() && isURL(text))) {
     std::abort();
   }

@@ -4,8 +4,8 @@
 #include "fuzz/ConfigurationUpdateFuzzer.h"
 #include "fuzz/JSONFuzzer.h"
 #include "fuzz/TextFuzzer.h"
+#include "fuzz/UserDefaultsFuzzer.h"
 #include "tests/support/ConfigurationTest.h"
-#include "tests/support/RawServer.h"
 #include "tests/support/Test.h"
 
 namespace {
@@ -27,31 +27,29 @@ void replay(const char* name, void (*function)(std::string_view)) {
 
 using FuzzCorpus = ConfigurationTest;
 
-TEST_F(FuzzCorpus, OfArchivesStaysHarmless) { replay("archive", QVFuzz::readArchive); }
+TEST_F(FuzzCorpus, OfArchivesStaysHarmless) { replay("Archive", QVFuzz::readArchive); }
 
-TEST_F(FuzzCorpus, OfJSONIsReadInBothWaysAlike) { replay("json", QVFuzz::readJSON); }
+TEST_F(FuzzCorpus, OfJSONIsReadInBothWaysAlike) { replay("JSON", QVFuzz::readJSON); }
 
-TEST_F(FuzzCorpus, OfTheCInterfaceIsHeardAndReadAsItWasPosted) { replay("c", QVFuzz::postFromC); }
+TEST_F(FuzzCorpus, OfTheCInterfaceIsHeardAndReadAsItWasPosted) {
+  replay("CInterface", QVFuzz::postFromC);
+}
+
+TEST_F(FuzzCorpus, OfUserDefaultsStaysAndTakesAValueMore) {
+  replay("UserDefaults", QVFuzz::readUserDefaults);
+}
 
 TEST_F(FuzzCorpus, OfConfigurationUpdatesKeepsTheHigherVersion) {
   QVDebug::setDebugLevel(6);
-  replay("configuration", QVFuzz::updateConfiguration);
+  replay("ConfigurationUpdate", QVFuzz::updateConfiguration);
 }
 
 TEST_F(FuzzCorpus, OfTextsIsReadAsASecondOpinionHasIt) {
   QVDebug::setDebugLevel(6);
-  replay("text", QVFuzz::readText);
+  replay("Text", QVFuzz::readText);
 }
 
-TEST_F(FuzzCorpus, OfAnswersLeavesTheNextOneRight) {
-  replay("answer", [](std::string_view answer) {
-    const RawServer server([answer](RawServer::Connection& connection) {
-      const bool isGood = connection.readRequest().starts_with("GET /good ");
-      connection.send(isGood ? QVFuzz::kGoodAnswer : answer);
-    });
-    QVFuzz::readAnswers(server.url(""));
-  });
-}
+TEST_F(FuzzCorpus, OfAnswersLeavesTheNextOneRight) { replay("Answer", QVFuzz::readAnswers); }
 
 /// A value of each kind as user defaults have it in their file, and as hits have it in theirs.
 std::array<Data, 2> filesOfEachKind() {

@@ -1,0 +1,18 @@
+#include "UserDefaultsFuzzer.h"
+
+#include "tests/support/TemporaryDirectory.h"
+
+#include <cstddef>
+#include <cstdint>
+
+/// Each input goes to the disk: give the fuzzer a fast one by $TMPDIR.
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  static const QVTest::TemporaryDirectory container;
+  QVPlatform::Application::setContainerDirectory(container.path().string());
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+  QVFuzz::readUserDefaults({reinterpret_cast<const char*>(bytes), size});
+  return 0;
+}
