@@ -306,6 +306,8 @@ TEST(KeyedArchiver, ReadsWhatOtherWritersWrite) {
       {"NSURL", key + "<key>NS.base</key>@0;<key>NS.relative</key>@3;", nullptr},
       {"NSURL", key + "<key>NS.base</key>@5;<key>NS.relative</key><string>c?d</string>",
        "http://h/a/c?d"},
+      {"NSURL", key + "<key>NS.base</key>@5;<key>NS.relative</key><string>?d</string>",
+       "http://h/a/b?d"},
       {"NSError",
        key + "<key>NSDomain</key>@3;<key>NSCode</key><integer>-5</integer><key>NSUserInfo</key>@0;",
        "by reference -5: (null)"}};

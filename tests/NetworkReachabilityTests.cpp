@@ -163,6 +163,11 @@ const std::vector<Scene> kScenes{
      kEth + "ip route add 0.0.0.0/1 via 10.0.0.1; ip route add 128.0.0.0/1 via 10.0.0.1", 0x2,
      "ip route del 128.0.0.0/1", 0},
     {"LogInNotDone", "0.0.0.0", kEthDefault, 0x2, "ip link set eth0 mode dormant state dormant", 0},
+    {"RouterWithAnIPv6AddressAlone", "192.0.2.9",
+     kEth + "ip route add 192.0.2.0/24 via inet6 fe80::1 dev eth0", 0x2, "ip link set eth0 down",
+     0},
+    {"IPv6AddressInAZone", "fe80::9%lo", "ip -6 addr add fe80::9/64 dev lo nodad", 0x30002,
+     "ip -6 addr del fe80::9/64 dev lo", 0},
     {"IPv6Only", "0.0.0.0", kEth6Default, 0x2, "ip -6 route del default", 0},
     {"IPv6UnreachableDefault", "0.0.0.0", kEth6Default, 0x2,
      "ip -6 route add unreachable default metric 1", 0},
@@ -357,7 +362,7 @@ TEST_F(NetworkReachabilityTest, LooksANameUpAnewOnAnotherNetwork) {
 }
 
 TEST_F(NetworkReachabilityTest, FindsANameThatIsKnownOnlyLater) {
-  NetworkNamespace::cover("/etc/hosts", "127.0.0.1 early.example\n");
+  NetworkNamespace::cover("/etc/hosts", "::1 early.example\n");
   NetworkNamespace::cover("/etc/resolv.conf", "nameserver 127.0.0.1\n");
   Watch watch("late.example");
   Watch known("early.example");  // looked up after the other
@@ -365,6 +370,19 @@ TEST_F(NetworkReachabilityTest, FindsANameThatIsKnownOnlyLater) {
   EXPECT_EQ(flagsNow("late.example"), 0U);
   putFile("/etc/hosts", "127.0.0.1 late.example\n");
   EXPECT_TRUE(watch.waitFor(0x30002));
+}
+
+TEST_F(NetworkReachabilityTest, ForgetsNamesThatNobodyWatches) {
+  const auto nameOf = [](int i) { return "n" + std::to_string(i) + ".example"; };
+  std::string hosts;
+  for (int i = 0; i < 300; ++i) hosts += "127.0.0.1 " + nameOf(i) + "\n";
+  NetworkNamespace::cover("/etc/hosts", hosts);
+  NetworkNamespace::run(kEth);
+  for (int i = 0; i < 300; ++i) {
+    ASSERT_TRUE(waitUntil([&] { return flagsNow(nameOf(i).c_str()) == 0x30002; })) << i;
+  }
+  putFile("/etc/hosts", "10.0.0.9 " + nameOf(0) + "\n");
+  EXPECT_TRUE(waitUntil([&] { return flagsNow(nameOf(0).c_str()) == 0x20002; }));
 }
 
 TEST_F(NetworkReachabilityTest, WaitsForNoNameServer) {

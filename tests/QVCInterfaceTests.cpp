@@ -65,6 +65,23 @@ TEST_F(QVCInterfaceTest, SendsHitsAndHearsWhatBecomesOfThem) {
   EXPECT_EQ(qv_send("bare", nullptr), QV_OK);
   EXPECT_EQ(heard.texts.back(), QV_NAME_HTTP_REQUEST_ERROR ": - 0");
   for (const long listener : listeners) EXPECT_EQ(qv_unlisten(listener), QV_OK);
+  EXPECT_EQ(qv_wait_for_user_agent(), QV_OK);
+  EXPECT_TRUE(QVNetworkManager::sharedInstance()->shouldWaitForUserAgent());
+}
+
+TEST_F(QVCInterfaceTest, RunsTheMainQueueByItsDescriptorOrUntilItIsStopped) {
+  pollfd waiting{qv_main_queue_descriptor(), POLLIN, 0};
+  int runs = 0;
+  MainQueue::mainQueue().async([&] { ++runs; });
+  EXPECT_EQ(poll(&waiting, 1, 0), 1);
+  qv_main_queue_drain();
+  EXPECT_EQ(poll(&waiting, 1, 0), 0);
+  MainQueue::mainQueue().async([&] {
+    ++runs;
+    qv_main_queue_stop();
+  });
+  qv_main_queue_run();
+  EXPECT_EQ(runs, 2);
 }
 
 TEST_F(QVCInterfaceTest, KeepsAnswersAndSendsARequestOnceMore) {
@@ -77,11 +94,14 @@ TEST_F(QVCInterfaceTest, KeepsAnswersAndSendsARequestOnceMore) {
   };
   const long listener = qv_listen("error", keep, &kept);
   const auto url = URL::URLWithString("http://h/");
+  Value deep;
+  for (std::size_t i = 0; i < 2 * Value::kMaximumDepth; ++i) deep = Array({deep});
   post("error", {{"ID", 7U},
                  {"url", "http://h/\"\n"},
                  {"own", Array{1.5, true, Null::null(), "\u00e4"}},
                  {"RequestType", "t"},
                  {"error", "Error : invalid URL"},
+                 {"deep", deep},
                  {"when", Date{2}},
                  {"bytes", Data("x"s)},
                  {"nan", std::nan("")},
@@ -93,9 +113,11 @@ TEST_F(QVCInterfaceTest, KeepsAnswersAndSendsARequestOnceMore) {
   EXPECT_STREQ(qv_info_text(kept.copy, "ID"), "7");
   EXPECT_EQ(qv_info_text(kept.copy, "own"), nullptr);
   EXPECT_THAT(taken(qv_info_json(kept.copy)), HasSubstr(R"("content":{},"data":"<MutableURLReq)"));
-  EXPECT_EQ(
-      taken(qv_info_json(kept.request)),
-      R"({"bytes":"<78>","nan":null,"own":[1.5,true,null,"ä"],"url":"http://h/\"\u000a","when":2})");
+  const std::string deepText =
+      std::string(Value::kMaximumDepth, '[') + "null" + std::string(Value::kMaximumDepth, ']');
+  EXPECT_EQ(taken(qv_info_json(kept.request)),
+            R"({"bytes":"<78>","deep":)" + deepText +
+                R"(,"nan":null,"own":[1.5,true,null,"ä"],"url":"http://h/\"\u000a","when":2})");
   EXPECT_EQ(qv_info_set_flag(kept.request, "own", 5), QV_OK);
   EXPECT_EQ(qv_info_set_number(kept.request, "when", 0.25), QV_OK);
   EXPECT_STREQ(qv_info_text(kept.request, "own"), "1");

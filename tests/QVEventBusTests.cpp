@@ -35,6 +35,8 @@ TEST(QVEventBus, LeavesRegistrationsOnTheOldCenterWhenItChanges) {
   const auto newCenter = std::make_shared<NotificationCenter>();
   Participant participant;
   EXPECT_EQ(participant.sender->parent(), &participant);
+  EXPECT_EQ(participant.listener->parent(), &participant);
+  participant.listener->onNotification(Notification("handed in"));
   EXPECT_TRUE(participant.sender->send(Notification("nobody listens")));
   participant.listener->listen("old");
   participant.changeNotificationCenter(newCenter);
@@ -45,10 +47,10 @@ TEST(QVEventBus, LeavesRegistrationsOnTheOldCenterWhenItChanges) {
   participant.listener->stopListening();  // on the new center only
   newCenter->postNotification(Notification("new"));
   oldCenter->postNotification(Notification("old"));
-  EXPECT_THAT(participant.heard, ElementsAre("new", "old", "old"));
+  EXPECT_THAT(participant.heard, ElementsAre("handed in", "new", "old", "old"));
   participant.listener.reset();  // ends what is left, on every center
   oldCenter->postNotification(Notification("old"));
-  EXPECT_THAT(participant.heard, SizeIs(3));
+  EXPECT_THAT(participant.heard, SizeIs(4));
 }
 
 TEST(QVEventBus, IsSilentWithoutParentAndWithoutCenter) {

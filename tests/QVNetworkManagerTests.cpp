@@ -23,6 +23,7 @@ TEST_F(QVNetworkManagerTest, NumbersRequestsAndNamesTheirAnswers) {
   EXPECT_EQ(hits[1].get("RequestType"), Value("QVUnknownRequestType"));
   EXPECT_EQ(hits[2].get("ID"), Value(UINT32_MAX));
   EXPECT_EQ(hits[3].get("ID"), Value(0U));
+  EXPECT_EQ(manager->totalRequestSent(), 0U);
 }
 
 TEST_F(QVNetworkManagerTest, KnowsTheAnswersNameOfEveryKindOfRequest) {
@@ -45,6 +46,10 @@ TEST_F(QVNetworkManagerTest, KnowsTheAnswersNameOfEveryKindOfRequest) {
     EXPECT_EQ(QVNetworkManager::requestTypeForNotificationName(name), String(answer))
         << name.view();
   }
+  beOffline();
+  const Notification answer(kQVNotification_HTTPResponse, nullptr, {{"url", "http://h/"}});
+  manager->onNotificationReceived(answer);  // no request, by whomever it is handed in
+  EXPECT_THAT(queued(), IsEmpty());
 }
 
 TEST_F(QVNetworkManagerTest, RefusesABadURLOfAnyTypeAndGoesOn) {

@@ -209,6 +209,7 @@ TEST(Queues, GoOnWithTheRestWhenTheirThreadIsEnded) {
   EXPECT_TRUE(waitUntil([&] { return ended.expired(); }));
   EXPECT_TRUE(queue.stopWithin(10s) && queue.operationCount() == 0);
   SerialQueue serial("test");
+  EXPECT_EQ(serial.label(), String("test"));
   std::promise<void> isRun;
   serial.async([] { pthread_exit(nullptr); });
   serial.async([&] { isRun.set_value(); });

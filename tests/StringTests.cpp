@@ -25,6 +25,8 @@ TEST(String, TellsNullFromEmpty) {
   EXPECT_NE(String(), String(""));
   EXPECT_LT(String(), String(""));
   EXPECT_EQ(String().UTF8String(), nullptr);
+  EXPECT_TRUE(Array(nullptr).isNull());
+  EXPECT_EQ(String().stdString() + String("a").stdString(), "a");
 }
 
 TEST(String, IsNullForMalformedUTF8WhereverItStands) {
@@ -107,6 +109,8 @@ TEST(Value, BecomesAnIntegerAndATextByTheKindOfItsNumber) {
       {"yes", 0, 0, true, "yes"},
       {"000", 0, 0, false, "000"},
       {"-4294967301", INT32_MIN, -4294967301.0, true, "-4294967301"},
+      {"99999999999999999999", INT32_MAX, 1e20, true, "99999999999999999999"},
+      {"-99999999999999999999", INT32_MIN, -1e20, true, "-99999999999999999999"},
       {Array({5}), 0, 0, false, nullptr},
       {nullptr, 0, 0, false, nullptr}};
   for (const auto& [value, integer, real, flag, text] : cases) {

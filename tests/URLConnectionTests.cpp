@@ -122,6 +122,8 @@ TEST(URLConnection, SendsNothingThatItWasNotAskedTo) {
     setenv("LC_ALL", locale, 1);
     EXPECT_EQ(URLConnection::acceptLanguage(), String(language)) << locale;
   }
+  for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) unsetenv(name);
+  EXPECT_EQ(URLConnection::acceptLanguage(), String("en"));
   EXPECT_EQ(URLConnection::userAgent(), String("org.example-player QVCore/4.7.4"));
 }
 

@@ -85,14 +85,13 @@ std::string decimal(Number number) {
 /// number. An exponent is written from 1e+16 on, and below 0.0001.
 std::string decimal(double number) {
   char text[32];
-  for (const int digits : {16, 17}) {
+  for (int digits = 16;; ++digits) {
     const auto end =
         std::to_chars(text, text + sizeof text, number, std::chars_format::general, digits).ptr;
     double read = 0;
     std::from_chars(text, end, read);
     if (digits == 17 || read == number) return {text, end};
   }
-  return {};
 }
 
 std::string decimal(bool flag) { return flag ? "1" : "0"; }

@@ -20,7 +20,7 @@
 namespace QVPlatform {
 namespace {
 
-constexpr unsigned groupBit(unsigned group) { return 1U << (group - 1); }
+consteval unsigned groupBit(unsigned group) { return 1U << (group - 1); }
 
 constexpr unsigned kGroups = groupBit(RTNLGRP_LINK) | groupBit(RTNLGRP_IPV4_IFADDR) |
                              groupBit(RTNLGRP_IPV6_IFADDR) | groupBit(RTNLGRP_IPV4_ROUTE) |
