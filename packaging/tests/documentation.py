@@ -76,6 +76,7 @@ SCRIPTS = {
     "demo.sh": set(),
     "docs.sh": set(),
     "faults.sh": {"--quick"},
+    "fuzz.sh": {path.stem.removesuffix("Fuzzer") for path in source.glob("fuzz/*Fuzzer.cpp")},
     "inspect.sh": words_in("tools/inspector/Options.cpp", r'^ *"  (--[a-z-]+)'),
     "lint.sh": words_in("scripts/lint.sh", r"^  ([a-z]+)\) "),
     "package.sh": {"--check"},
