@@ -40,6 +40,7 @@ class KeyedListArchiverTest : public testing::Test {
     KeyedUnarchiver unarchiver{Data(bytes)};
     EXPECT_EQ(unarchiver.decodeObjectForKey("list"), Value(Array(messages_))) << after;
     EXPECT_TRUE(unarchiver.isValid()) << after;
+    EXPECT_EQ(bytes.substr(bytes.size() - 32, 6), std::string(6, '\0')) << after;  // not used
   }
 
   const String kType{"a type of all messages"};
@@ -90,8 +91,10 @@ TEST_F(KeyedListArchiverTest, WritesNothingOfWhatHasLeft) {
 }
 
 TEST_F(KeyedListArchiverTest, LeavesToTheOtherArchiverWhatIsNotPlain) {
-  for (const Value& value : {Value(Date{1.0}), Value(Array::array()), Value("$null")}) {
-    messages_ = {message("plain"), Dictionary({{"key", value}})};
+  for (const Dictionary& other :
+       {Dictionary{{"key", Date{1.0}}}, Dictionary{{"key", Array::array()}},
+        Dictionary{{"key", "$null"}}, Dictionary{{"$null", 1}}}) {
+    messages_ = {message("plain"), other};
     EXPECT_EQ(archive(), "");
     messages_.pop_back();
     expectList("a refusal");

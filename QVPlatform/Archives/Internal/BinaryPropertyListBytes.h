@@ -73,7 +73,7 @@ inline std::size_t headSize(std::size_t count) {
   return count < BinaryPropertyListFormat::kLengthMask ? 1 : 2 + widthOf(count);
 }
 
-/// The end of the file, in zeros that are there already.
+/// The end of the file.
 struct Trailer {
   std::size_t offsetWidth;
   std::size_t referenceWidth;
@@ -84,6 +84,7 @@ struct Trailer {
 
 inline char* putTrailer(char* to, const Trailer& trailer) {
   constexpr std::size_t kUnused = 6;
+  std::memset(to, 0, kUnused);  // nothing else of the process's memory gets into the file
   to = put(to + kUnused, static_cast<std::uint8_t>(trailer.offsetWidth));
   to = put(to, static_cast<std::uint8_t>(trailer.referenceWidth));
   to = put(to, trailer.objectCount);
