@@ -6,6 +6,16 @@
 
 namespace fs = std::filesystem;
 
+/// While it is set, nothing that is written reaches the disk.
+static bool isDiskBroken = false;
+
+/// Stands in front of the C library's, in the libraries too.
+extern "C" __attribute__((visibility("default"))) int fsync(int descriptor) {
+  if (!isDiskBroken) return static_cast<int>(syscall(SYS_fsync, descriptor));
+  errno = EIO;
+  return -1;
+}
+
 namespace {
 
 constexpr std::size_t kLimit = 1000;
@@ -102,7 +112,13 @@ TEST_F(FileManagerTest, LeavesEverythingAsItWasWhenItCannotWrite) {
   EXPECT_EQ(fileCount(), 2U);
 }
 
-TEST_F(FileManagerTest, KeepsTheOldFileWhenTheDiskIsFull) {
+TEST_F(FileManagerTest, KeepsTheOldFileWhenTheDiskIsFullOrDoesNotKeepTheNewOne) {
+  putFile("file", "old");
+  isDiskBroken = true;
+  EXPECT_FALSE(FileManager::writeAtomically("new", "file"));
+  isDiskBroken = false;
+  EXPECT_EQ(contentsOf("file"), "old");
+  EXPECT_EQ(fileCount(), 1U);
   // In a mount namespace of its own, so that nothing stays mounted whatever happens.
   const int status = runInChild([&] {
     if (unshare(CLONE_NEWNS) != 0 ||

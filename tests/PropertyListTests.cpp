@@ -207,6 +207,16 @@ TEST(PropertyList, RefusesDamagedObjects) {
   }
 }
 
+TEST(PropertyList, TakesNoReferenceOfAnArchiveForAnotherOne) {
+  for (const char high : {'\0', '\1'}) {
+    const std::string uid = "\x87\0\0\0"s + high + "\0\0\0\1"s;
+    const Data archive(fileOf({"\xD3\1\2\3\4\5\6", "\x59$archiver", "\x54$top", "\x58$objects",
+                               "\x5F\x10\x0FNSKeyedArchiver", "\xD1\7\x8", "\xA2\x9\xA", "\x54root",
+                               uid, "\x55$null", "\x51x"}));
+    EXPECT_EQ(KeyedUnarchiver(archive).decodeObjectForKey("root"), high ? Value() : Value("x"));
+  }
+}
+
 TEST(PropertyList, RefusesAMagicOrATrailerThatDoesNotFit) {
   const std::string file = fileOf({"\x51x"});
   ASSERT_EQ(PropertyList::valueWithData(file), Value("x"));

@@ -121,6 +121,7 @@ TEST_F(QVConfigurationFileFactoryTest, GivesBundlesToTheFilesMadeAfterwards) {
   factory->addConfigurationFile("n");
   factory->setBundleForConfiguration(bundle, "n");
   factory->setBundleForConfiguration(bundle, "m");
+  factory->setBundleForConfiguration(nullptr, "m");  // not allowed, and no change
   factory->addConfigurationFile("m");
   EXPECT_EQ(factory->getConfigurationFile("n")->bundle(), nullptr);
   EXPECT_EQ(factory->getConfigurationFile("n")->getJsonLeafFromPath("from"), Value("main"));

@@ -40,6 +40,8 @@ TEST_F(QVConfigurationFileTest, TakesItsNamesFromItsIdentity) {
   };
   for (const auto& [identify, site, number, versionPath, url] : cases) {
     const auto file = std::make_shared<QVConfigurationFile>();
+    file->setSiteID(5);  // whatever it was before
+    file->setFileID(6);
     identify(*file);
     EXPECT_EQ(file->baseURL(), url);
     EXPECT_EQ(file->siteID(), site) << url.view();
@@ -148,10 +150,16 @@ TEST_F(QVConfigurationFileTest, SeedsTheOfflineCopyFromTheShippedText) {
 }
 
 TEST_F(QVConfigurationFileTest, AsksForItselfWithAMarkerForTheConsentQueue) {
-  Recorder requests({"QVNotification: Privacy Configuration Requestn"});
+  const String name("QVNotification: Privacy Configuration Requestn");
+  Recorder requests({name});
+  ship("n", "{}");
+  String seeded;  // when it asks
+  NotificationCenter::defaultCenter()->addObserver(
+      &seeded, [&](const auto&) { seeded = saved("n"); }, name);
   const auto file = std::make_shared<QVConfigurationFile>();
   EXPECT_THAT(printed([&] { file->setFilenameVersionPathAndURL("n", "v", "http://127.0.0.1/n"); }),
               HasSubstr("Checking for update in privacy configuration: n\n"));
+  EXPECT_EQ(seeded, String("{}"));
   ASSERT_EQ(requests.heard().size(), 1U);
   const auto request = requests.heard().front();
   EXPECT_EQ(request.object(), file);

@@ -30,6 +30,38 @@ class Participant : public IQVEventListenerDelegate, public IQVEventSenderDelega
   std::shared_ptr<QVEventSender> sender = std::make_shared<QVEventSender>()->init();
 };
 
+/// Modules that were built elsewhere know the texts. The others are in the tests of what uses them.
+TEST(QVEventBus, HasTheTextsThatOtherModulesKnow) {
+  const std::pair<String, const char*> texts[] = {
+      {kQVNotification_HitSent, "QVNotification: Hit Sent"},
+      {kQVNotification_VendorListRequest, "QVNotification: IAB Vendor List Request"},
+      {kQVNotification_VendorListResponse, "QVNotification: IAB Vendor List Response"},
+      {kQVNotification_UserAgentAvailable, "QVNotification: User Agent Available"},
+      {kQVNotification_OnBackground, "QVNotification On Background"},
+      {kQVNotification_OnForeground, "QVNotification On Foreground"},
+      {kQVNotification_Unknown, "QVNotification: Unknown notification"},
+      {kQVNotification_StoppingTheSDK, "QVNotification: Stopping SDK"},
+      {kQVNotification_StartingTheSDK, "QVNotification: Starting SDK"},
+      {kQVPredefinedVariable_UniqueID, "#QV_UNIQUEID#"},
+      {kQVPredefinedVariable_isTrackingEnabled, "#QV_IS_TRACKING_ENABLED#"},
+      {kQVPredefinedVariable_LimitUserTrackingEnabled, "#QV_LIMIT_USER_TRACKING_ENABLED#"},
+      {kQVUserDefaultsKey_UniqueID, "qv_unique_id"},
+      {kQVRegexpDynamicVariable, "#[^#]+#"},
+      {kQVRegexpIP, "([0-9]{1,3}[.]){3}[0-9]{1,3}"},
+      {kQVRegexpAppleLocale, "[a-z]{2,}_[A-Z]{2,}"},
+      {kQVRegexpScreenResolution, "[0-9]{1,4}x[0-9]{1,4}"},
+      {kQVRegexpSoftwareVersion, "[0-9]+.[0-9]+(.[0-9]+)*"},
+      {kQVRegexpUUID, "[A-F0-9]{8}-[A-F0-9]{4}-[A-F0-9]{4}-[A-F0-9]{4}-[A-F0-9]{12}"},
+      {kQVCoreVersion, "4.7.4"},
+      {kQVReleaseDate, "08/03/2021"},
+      {kQVReleaseTime, "14:48:57"},
+      {QVCoreVersionString, "@(#)PROGRAM:QVCore  PROJECT:QVCore-1\n"},
+  };
+  for (const auto& [constant, text] : texts) EXPECT_EQ(constant, String(text));
+  EXPECT_EQ(QVCoreVersionNumber, 1.0);
+  EXPECT_EQ(kQVVisitDurationDefaultValue, 1800);
+}
+
 TEST(QVEventBus, LeavesRegistrationsOnTheOldCenterWhenItChanges) {
   const auto oldCenter = NotificationCenter::defaultCenter();
   const auto newCenter = std::make_shared<NotificationCenter>();
@@ -123,6 +155,10 @@ TEST(QVEventBus, KeepsAnOwnerDuringDeliveryWheneverItBecameTheParent) {
   owner.reset();
   sender->send(Notification("a"));  // its handler gives up the last reference but the delivery's
   EXPECT_THAT(events, ElementsAre("not held", "held", "end"));
+  events.clear();
+  owner = std::make_shared<EarlyOwner>(events);
+  owner.reset();  // heard of nothing while somebody held it
+  EXPECT_THAT(events, ElementsAre("not held", "end"));
 }
 
 TEST(QVEventBus, HandsOverToTheParentThatIsSetDuringADelivery) {
@@ -198,7 +234,13 @@ TEST(QVEventBus, LetsNoOwnerGoWhileAnotherThreadIsInItsHandler) {
 
 TEST(QVEventBus, LeavesNothingOfAListenerOnItsCenters) {
   const auto inUse = [] { return static_cast<std::int64_t>(mallinfo2().uordblks); };
-  const auto comeAndGo = [] { std::make_shared<QVEventListener>()->init()->listen("n"); };
+  Participant participant;
+  const auto comeAndGo = [&] {
+    std::make_shared<QVEventListener>()->init()->listen("n");
+    for (auto* parent : {static_cast<Participant*>(nullptr), &participant}) {
+      participant.listener->setParent(parent);
+    }
+  };
   comeAndGo();
   const std::int64_t before = inUse();
   for (int i = 0; i < 1000; ++i) comeAndGo();

@@ -22,6 +22,35 @@ TEST_F(QVKeptHitsTest, SavesAnewWhenHitsWereRestoredInTheMiddleOfASave) {
   EXPECT_EQ(saved(), queued());
 }
 
+TEST_F(QVKeptHitsTest, LeavesInPlaceWhatIsNewerThanASaveThatTookLonger) {
+  const auto manager = QVNetworkManager::sharedInstance();
+  int saves = 0;
+  std::latch isSaving(1), isRestoring(1);
+  const auto object = std::make_shared<Archived>([&] {
+    if (++saves == 1) {
+      request({{"url", "http://h/"}});
+      manager->saveAllHits();
+    } else if (saves == 3) {
+      isSaving.count_down();
+      isRestoring.wait();
+    }
+  });
+  request({{"url", "http://h/"}, {"own", object}});
+  manager->saveAllHits();
+  EXPECT_THAT(idsOf(saved()), ElementsAre(Value(0U), Value(1U)));
+
+  std::thread saver([&] { manager->saveAllHits(); });
+  isSaving.wait();
+  writeHits({hit("http://h/", 7U), hit("bare", 8U)});
+  atRefusal([&] {
+    isRestoring.count_down();
+    saver.join();
+  });
+  manager->reinit();
+  EXPECT_THAT(queuedIDs(), ElementsAre(Value(7U)));
+  EXPECT_EQ(saved(), queued());
+}
+
 TEST_F(QVKeptHitsTest, SavesAtEachChangeOfTheCountOnceAskedTo) {
   const QVTest::HTTPServer server([this](const auto&, auto& response) {
     response.set_content(std::to_string(saved().size()), "text/plain");
@@ -69,7 +98,13 @@ TEST_F(QVKeptHitsTest, SavesWhatHasBecomeOfHitsThatWereSavedBefore) {
   const std::function<void()> changes[] = {
       [] {},
       [&] { at(0)->cancel(); },
+      [&] { at(0)->addPostData("more"); },
       [&] { at(2)->cancel(); },
+      [&] {  // what is kept begins with another hit by then
+        at(0)->cancel();
+        request({{"url", "http://h/"}});
+        at(2)->cancel();
+      },
       [&] { at(2)->addPostData("more"); },
       [&] { at(2)->userInfo().set("own", 1); },
       [&] {
@@ -101,6 +136,11 @@ TEST_F(QVKeptHitsTest, SavesWhatHasBecomeOfHitsThatWereSavedBefore) {
     }
     EXPECT_EQ(found, expected) << "change " << &change - changes;
   }
+  const auto replaced = manager->operationQueue();
+  manager->setOperationQueue(suspendedQueue());
+  std::filesystem::remove(path().view());
+  replaced->addOperation(std::make_shared<QVHTTPOperation>());
+  EXPECT_EQ(fileCount(), 0) << "what becomes of a queue that was replaced is not saved";
 }
 
 TEST_F(QVKeptHitsTest, HoldsWhatWaitsAfterManyThreadsHaveSavedAtOnce) {

@@ -208,6 +208,14 @@ TEST_F(QVNetworkManagerGateTest, RepeatsConnectivityOnceMoreForEachStart) {
   EXPECT_TRUE(runMainQueueUntil([&] { return up.heard().size() >= 3; }));
   MainQueue::mainQueue().drain();
   EXPECT_EQ(up.heard().size(), 3U);
+  // Whichever monitor tells of a change is asked, not the manager's own.
+  const Recorder down{{kQVNotification_InternetDown}};
+  network->change(kSCNetworkReachabilityFlagsReachable | kSCNetworkReachabilityFlagsIsWWAN);
+  const auto other = QVReachability::reachabilityForInternetConnection();
+  other->setReachableOnWWAN(false);
+  NotificationCenter::defaultCenter()->postNotification(
+      Notification(kQVReachabilityChangedNotification, other));
+  EXPECT_THAT(down.heard(), SizeIs(3));
 }
 
 }  // namespace

@@ -199,6 +199,16 @@ TEST_F(QVNetworkManagerTest, ReleasesItsPartsInOrder) {
   instance->setOperationQueue(noted(new OperationQueue, "hits"));
   instance.reset();
   EXPECT_THAT(events, ElementsAre("hits", "consent", "sender", "listener", "monitor"));
+  const auto monitor = QVReachability::reachabilityForInternetConnection();
+  EXPECT_TRUE(monitor->startNotifier());
+  instance = std::make_shared<QVNetworkManager>();
+  instance->setReachability(monitor);
+  instance->registerReachabilityChanged();
+  instance.reset();
+  EXPECT_EQ(monitor->reachabilityObject(), nullptr) << "it holds itself until it is stopped";
+  NotificationCenter::defaultCenter()->postNotification(
+      Notification(kQVReachabilityChangedNotification, monitor));
+  EXPECT_TRUE(QVCoreVariables::sharedInstance()->getData("#QV_CONNEXION#").isNil());
 }
 
 template <class Owner>

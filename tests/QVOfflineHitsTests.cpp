@@ -1,3 +1,5 @@
+#include <sys/resource.h>
+
 #include "tests/support/HTTPServer.h"
 #include "tests/support/OfflineHitsTest.h"
 #include "tests/support/Test.h"
@@ -15,6 +17,10 @@ TEST_F(QVOfflineHitsTest, SavesLiveHitsInOrderAndSaysHowMany) {
   manager->operationQueue()->operationAtIndex(1)->cancel();
   EXPECT_EQ(printed([] { post(kQVNotification_OnBackground); }), "Saving 3 offline Hits\n");
   EXPECT_EQ(manager->operationQueue()->operationCount(), 4U);
+  for (const bool runsInBackground : {true, false}) {
+    QVCoreVariables::sharedInstance()->setEnableSDKInBG(runsInBackground);
+    EXPECT_EQ(printed([&] { manager->saveAllHits(); }).empty(), runsInBackground);
+  }
   ASSERT_THAT(saved(), SizeIs(3));
   EXPECT_EQ(saved()[1], Value(Dictionary{{"url", "http://h/2"},
                                          {"own", Array{1, "x"}},
@@ -74,6 +80,19 @@ TEST_F(QVOfflineHitsTest, LeavesAFileThatCannotBeReadAndRemovesOneThatHoldsNothi
   EXPECT_EQ(printed([&] { manager->restoreStockedHit(); }), "");
   EXPECT_EQ(fileCount(), 0);
   EXPECT_EQ(manager->operationQueue()->operationCount(), 0U);
+
+  writeHits({hit("http://h/", 2U)});
+  rlimit all{};
+  getrlimit(RLIMIT_NOFILE, &all);
+  const int next = dup(STDIN_FILENO);
+  close(next);
+  const rlimit one{static_cast<rlim_t>(next) + 1, all.rlim_max};  // which the file's lock takes
+  setrlimit(RLIMIT_NOFILE, &one);
+  manager->restoreStockedHit();
+  setrlimit(RLIMIT_NOFILE, &all);
+  EXPECT_THAT(queued(), IsEmpty());
+  manager->restoreStockedHit();
+  EXPECT_THAT(queuedIDs(), ElementsAre(Value(2U)));
 }
 
 TEST_F(QVOfflineHitsTest, IsRestoredByOneOfManyProcesses) {
@@ -133,11 +152,13 @@ TEST_F(QVOfflineHitsTest, IsRestoredToTheEndThoughAListenerEndsTheThread) {
 TEST_F(QVOfflineHitsTest, KeepsWhatIsSavedWhileItRestores) {
   const auto manager = QVNetworkManager::sharedInstance();
   writeHits({hit("http://h/", 1U), hit("bare", 2U), hit("http://h/", 3U)});
+  // What an ended restore left may be no archive, and then takes no other file's place.
+  putFile(std::filesystem::path(path().view()).parent_path() / ".offlineHits.taken1", "no archive");
   atRefusal([&] { manager->saveAllHits(); });
   manager->restoreStockedHit();
   EXPECT_THAT(queuedIDs(), ElementsAre(Value(1U), Value(3U)));
   EXPECT_EQ(saved(), queued());
-  EXPECT_EQ(fileCount(), 1);
+  EXPECT_EQ(fileCount(), 2);
 }
 
 TEST_F(QVOfflineHitsTest, LeavesQueuesAndFileAloneWhenTheKitRunsInTheBackground) {
@@ -148,8 +169,12 @@ TEST_F(QVOfflineHitsTest, LeavesQueuesAndFileAloneWhenTheKitRunsInTheBackground)
   EXPECT_FALSE(manager->consentQueue()->isSuspended());
   EXPECT_FALSE(FileManager::fileExistsAtPath(path()));
   writeHits({Dictionary{{"url", "http://h/"}}});
-  post(kQVNotification_OnForeground);
-  EXPECT_TRUE(FileManager::fileExistsAtPath(path()));
+  for (const bool runsInBackground : {true, false}) {
+    QVCoreVariables::sharedInstance()->setEnableSDKInBG(runsInBackground);
+    post(kQVNotification_OnForeground);
+    EXPECT_EQ(FileManager::fileExistsAtPath(path()), runsInBackground);
+  }
+  EXPECT_THAT(queued(), SizeIs(1));
 }
 
 TEST_F(QVOfflineHitsTest, HoldsBothQueuesBeforeItSaves) {
@@ -196,6 +221,21 @@ TEST_F(QVOfflineHitsTest, AreErasedWithAllElseThatTheKitKeepsBeforeAndAfterTheSt
 
   std::make_shared<QVCoreInitialisation>()->init();
   EXPECT_THAT(queuedIDs(), IsEmpty());
+  std::latch isSaving(1), isErased(1);
+  const auto object = std::make_shared<Archived>([&] {
+    isSaving.count_down();
+    isErased.wait();
+  });
+  request({{"url", "http://h.example/"}, {"own", object}});
+  request({{"url", "http://h.example/"}, {"HTTPURLResponse", "configuration"}});
+  std::thread saver([] { QVNetworkManager::sharedInstance()->saveAllHits(); });
+  isSaving.wait();
+  EXPECT_TRUE(QVCoreInitialisation::eraseEverything());
+  isErased.count_down();
+  saver.join();
+  expectNothing();
+  EXPECT_TRUE(
+      QVNetworkManager::sharedInstance()->consentQueue()->operationAtIndex(0)->isCancelled());
   QVNetworkManager::sharedInstance()->enableRunningInBackground();
   request({{"url", "http://h.example/waiting"}});
   fill();
@@ -215,6 +255,7 @@ TEST_F(QVOfflineHitsTest, SaysWhyItCannotSaveAndGoesOn) {
   post(kQVNotification_OnBackground);
   EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("Not a directory"));
   EXPECT_EQ(manager->operationQueue()->operationCount(), 1U);
+  EXPECT_FALSE(manager->shutdownWithin(0ms).savedHits);
 }
 
 }  // namespace

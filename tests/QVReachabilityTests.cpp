@@ -197,7 +197,9 @@ TEST_F(QVReachabilityTest, StartsTwiceWithAnotherQueueAndNoSecondDelivery) {
   source_->change(0);
   EXPECT_THAT(eventsWhenThereAre(4), ElementsAre("reachable (queue)", "notification (main)",
                                                  "unreachable (queue)", "notification (main)"));
+  const std::weak_ptr<SerialQueue> lastQueue = monitor->reachabilitySerialQueue();
   monitor->stopNotifier();
+  EXPECT_TRUE(waitUntil([&] { return lastQueue.expired(); }));
 }
 
 TEST_F(QVReachabilityTest, HoldsItselfFromStartToStopAndIsSilentAfterwards) {

@@ -97,6 +97,8 @@ TEST_F(QVSharedServiceTest, LeavesASecondInstanceBareAndHarmless) {
   manager->removeOldestRequestOperation();
   manager->updateQueueWithCategories("x");
   manager->saveAllHits();
+  EXPECT_FALSE(
+      std::filesystem::exists(container.path() / "Library/QVPrivateDocuments/offlineHits"));
   manager->restoreStockedHit();
   manager->enableRunningInBackground();
   EXPECT_FALSE(manager->isInternetReachable());
@@ -216,7 +218,11 @@ TEST(QVDynamicStoreTest, ComesBackFromAnArchiveWithWhatWasInIt) {
     if (!isOrdered) store->setOrderedKeys(nullptr);
     KeyedArchiver archiver;
     archiver.encodeObjectForKey(store, "store");
-    KeyedUnarchiver unarchiver(archiver.finishEncoding());
+    const Data archive = archiver.finishEncoding();
+    for (const char* key : {"dynamicStore", "orderedKeys"}) {  // which other programs read
+      EXPECT_NE(archive.view().find(key), std::string_view::npos) << key;
+    }
+    KeyedUnarchiver unarchiver(archive);
     const auto restored =
         std::dynamic_pointer_cast<QVDynamicStore>(unarchiver.decodeObjectForKey("store").object());
     ASSERT_TRUE(restored);

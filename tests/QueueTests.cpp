@@ -87,6 +87,7 @@ TEST(OperationQueue, StartsNothingWhileSuspendedAndListsWhatRunsAndWhatWaits) {
   queue.addOperation(second);
   EXPECT_FALSE(queue.addOperation(nullptr));
   EXPECT_THAT(queue.operations(), ElementsAre(running, first, second));
+  EXPECT_EQ(queue.firstOperationPassingTest(kAny), running);
   EXPECT_EQ(queue.operationAtIndex(0), running);
   EXPECT_EQ(queue.operationAtIndex(2), second);
   EXPECT_EQ(queue.operationAtIndex(3), nullptr);
@@ -137,7 +138,9 @@ TEST(OperationQueue, ReleasesCancelledOperationsAtItsHeadWhileItIsSuspended) {
     queue.addOperation(std::move(added));
     queue.firstOperationPassingTest(kAny)->cancel();
   }
-  queue.addOperation(std::make_shared<Holder>());
+  auto last = std::make_shared<Holder>();
+  const std::weak_ptr<int> lastWork = last->work;
+  queue.addOperation(std::move(last));
   EXPECT_EQ(queue.operationCount(), 1001U);
   EXPECT_EQ(std::erase_if(all, [](const auto& each) { return each.expired(); }), 999U);
   EXPECT_THAT(works, Each(::testing::Property(&std::weak_ptr<int>::expired, true)));
@@ -146,6 +149,7 @@ TEST(OperationQueue, ReleasesCancelledOperationsAtItsHeadWhileItIsSuspended) {
   // One of another kind keeps its place.
   queue.addOperation(operation());
   queue.cancelAllOperations();
+  EXPECT_TRUE(lastWork.expired());
   EXPECT_TRUE(dynamic_cast<BlockOperation*>(queue.operations().back().get()));
 }
 
@@ -193,6 +197,7 @@ TEST(OperationQueue, TellsTheCountOnTheThreadThatChangedIt) {
   queue->setSuspended(false);
   while (queue->operationCount() > 0) std::this_thread::yield();
   drain(*queue);
+  EXPECT_TRUE(waitUntil([&] { return counts().size() >= before + 3; }));  // two are the last one's
   const auto told = counts();
   EXPECT_THAT(std::vector<int>(told.begin() + static_cast<std::ptrdiff_t>(before), told.end()),
               Each(testing::Lt(2)));
@@ -207,7 +212,13 @@ TEST(Queues, GoOnWithTheRestWhenTheirThreadIsEnded) {
   queue.addOperation(std::move(ending));
   drain(queue);
   EXPECT_TRUE(waitUntil([&] { return ended.expired(); }));
-  EXPECT_TRUE(queue.stopWithin(10s) && queue.operationCount() == 0);
+  std::latch isRunning(1);
+  queue.addOperation(operation([&] {
+    isRunning.count_down();
+    while (!queue.isStopped()) std::this_thread::yield();
+  }));
+  isRunning.wait();
+  EXPECT_TRUE(queue.stopWithin(std::chrono::milliseconds::max()) && queue.operationCount() == 0);
   SerialQueue serial("test");
   EXPECT_EQ(serial.label(), String("test"));
   std::promise<void> isRun;
@@ -230,12 +241,31 @@ TEST(OperationQueue, CanBeDestroyedWhileItRunsAnOperationAndThenItsThreadEnds) {
     mayEnd.get_future().wait();
     ended.set_value(blocksAllSignals());
   }));
-  queue->addOperation(std::move(waiting));
   started.get_future().wait();
+  queue->cancelAllOperations();
+  EXPECT_TRUE(queue->operationAtIndex(0)->isCancelled());
+  queue->addOperation(std::move(waiting));
   queue.reset();
   EXPECT_TRUE(dropped.expired());
   mayEnd.set_value();
   EXPECT_TRUE(ended.get_future().get());
+  // While it drops what waits, one by one, its thread starts none of that.
+  queue = std::make_unique<OperationQueue>();
+  std::latch isRunning(1), isDropping(1);
+  std::atomic<bool> isLaterOneRun = false;
+  std::shared_ptr<std::latch> atDrop(&isDropping, [&](std::latch* dropping) {
+    dropping->count_down();
+    EXPECT_TRUE(waitUntil([&] { return isLaterOneRun || threadCount() == before; }));
+  });
+  queue->addOperation(operation([&] {
+    isRunning.count_down();
+    isDropping.wait();
+  }));
+  queue->addOperation(operation([held = std::move(atDrop)] {}));
+  queue->addOperation(operation([&] { isLaterOneRun = true; }));
+  isRunning.wait();
+  queue.reset();
+  EXPECT_FALSE(isLaterOneRun);
   for (int i = 0; i < 20; ++i) {  // with nothing to do
     OperationQueue idle;
     drain(idle);

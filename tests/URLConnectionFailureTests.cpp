@@ -101,6 +101,7 @@ const Failure kFailures[] = {
      URLErrorCode::kResponseTooLarge, 0},
     {"redirectsInACircle", redirects("/again"), URLErrorCode::kTooManyRedirects, 0},
     {"redirectsToFile", redirects("file:///etc/hostname"), URLErrorCode::kUnsupportedURL, 0},
+    {"redirectsToFTP", redirects("ftp://127.0.0.1/"), URLErrorCode::kUnsupportedURL, 0},
     {"breaksWithinARedirection", redirects("/", "Content-Length: 5\r\n\r\nab"),
      URLErrorCode::kConnectionLost, 0},
     {"redirectsToNowhere", redirects("http://127.0.0.1:1/"), URLErrorCode::kCannotConnect, 0},

@@ -267,6 +267,7 @@ TEST(URLConnection, DecodesWhatIsCompressedWithGzipAndNothingElse) {
                               "\xc2\xa0\xac\xeb\x5f\xc2\x1a\x1e\x40\x01" + zeros(18);
   const std::string large = letters + "\xf0\x60\x31\x87\xbd\xca\x20\x4e" + zeros(2);
   const std::string tooLarge = letters + "\x70\x61\xfe\x03\xa3\xb9\x21\x4e" + zeros(2);
+  EXPECT_EQ(URLConnection::maximumTransferTime(), 600);
   EXPECT_EQ(URLConnection::maximumResponseSize(), 64U << 20);
   URLConnection::setMaximumResponseSize(20'000);
   // Without a body: not an answer.
@@ -284,8 +285,11 @@ TEST(URLConnection, DecodesWhatIsCompressedWithGzipAndNothingElse) {
       {"identity", "ok", Data("ok")},
       {"gzip, identity", whole, Data(whole)}};
   for (const auto& [coding, bytes, body] : cases) {
-    RawServer server(RawServer::sends("HTTP/1.1 200 OK\r\nContent-Encoding: "s + coding +
-                                      "\r\nConnection: close\r\n\r\n" + bytes));
+    // What is told before the answer is no part of it.
+    RawServer server(
+        RawServer::sends("HTTP/1.1 103 Early Hints\r\nContent-Encoding: x\r\n\r\n"
+                         "HTTP/1.1 200 OK\r\nContent-Encoding: "s +
+                         coding + "\r\nConnection: close\r\n\r\n" + bytes));
     const Exchange exchange = get(server.url());
     EXPECT_EQ(exchange.body, body) << coding << bytes.size();
     const auto failure =
@@ -310,7 +314,9 @@ TEST(URLConnection, FollowsRedirectionsAsBrowsersDo) {
   for (const auto& [status, method, followed] : cases) {
     const Data body = *method == 'P' ? Data("body") : Data();
     MutableURLRequest request = requestWith(method, server.url(std::string("/") + status), body);
-    request.addValueForHTTPHeaderField("text/plain", "Content-Type");
+    const char* const ofBody[] = {"Content-Encoding", "Content-Language", "Content-Location",
+                                  "Content-Type"};
+    for (const char* field : ofBody) request.addValueForHTTPHeaderField("text/plain", field);
     request.addValueForHTTPHeaderField("secret", "Authorization");
     const Exchange exchange = send(request);
     ASSERT_EQ(exchange.error, nullptr) << status;
@@ -321,9 +327,17 @@ TEST(URLConnection, FollowsRedirectionsAsBrowsersDo) {
     const auto last = server.requests().back();
     EXPECT_EQ(last.method, followed) << status << ' ' << method;
     EXPECT_EQ(last.body, *followed == 'P' ? "body" : "");
-    EXPECT_EQ(last.field("Content-Type").empty(), followed != std::string(method)) << status;
+    for (const char* field : ofBody) {
+      EXPECT_EQ(last.field(field).empty(), followed != std::string(method)) << status << field;
+    }
     EXPECT_EQ(last.field("Authorization"), "secret");
   }
+  const HTTPServer chain([](const auto& request, auto& response) {
+    const int left = std::stoi(request.path.substr(1));
+    if (left > 0) response.set_redirect("/" + std::to_string(left - 1));
+  });
+  EXPECT_EQ(send(requestTo(chain.url("/20"))).status(), 200);
+  EXPECT_NE(send(requestTo(chain.url("/21"))).error, nullptr);
 }
 
 TEST(URLConnection, FindsThePlaceOfARedirection) {
@@ -341,12 +355,13 @@ TEST(URLConnection, FindsThePlaceOfARedirection) {
       response.set_header("Location", place);
     });
     MutableURLRequest request = requestTo(server.url("/x/start?q"));
-    request.addValueForHTTPHeaderField("secret", "Authorization");
+    const char* const secrets[] = {"Authorization", "Cookie", "Proxy-Authorization"};
+    for (const char* field : secrets) request.addValueForHTTPHeaderField("secret", field);
     EXPECT_EQ(send(request).status(), 200) << place;
     const bool isOther = server.requests().size() == 1;
     const auto last = (isOther ? other : server).requests().back();
     EXPECT_STRCASEEQ(last.target.c_str(), target.c_str());
-    EXPECT_EQ(last.field("Authorization"), isOther ? "" : "secret");
+    for (const char* field : secrets) EXPECT_EQ(last.field(field), isOther ? "" : "secret");
   }
 }
 

@@ -144,6 +144,8 @@ TEST_F(UserDefaultsTest, WritesAtTheNextChanceWhatCouldNotBeWritten) {
   EXPECT_EQ(store("b", "twice"), 1);
   EXPECT_EQ(defaults().exchangeObjectForKey(nullptr, "mine", "agreed"), Value("mine"));
   EXPECT_EQ(defaults().exchangeObjectForKey("old", "mine", "kept"), Value("mine"));
+  EXPECT_EQ(defaults().exchangeObjectForKey(nullptr, "mine", "chosen"), Value("mine"));
+  EXPECT_EQ(store("chosen", "chosen"), 1);  // which no longer depends on what others have saved
   fs::remove(preferences);
   fs::rename(container.path() / "aside", preferences);
   // The file can be read, but there is no name left for an unfinished one.
@@ -154,9 +156,13 @@ TEST_F(UserDefaultsTest, WritesAtTheNextChanceWhatCouldNotBeWritten) {
   EXPECT_EQ(defaults().objectForKey("agreed"), Value("mine"));
   EXPECT_TRUE(defaults().objectForKey("removed").isNil());
   for (int i = 0; i < 64; ++i) fs::remove(unfinished + std::to_string(i));
-  ASSERT_EQ(runInChild([] { return store("theirs", "agreed") + store("theirs", "set"); }), 0);
+  ASSERT_EQ(runInChild([] {
+              return store("theirs", "agreed") + store("theirs", "set") + store("theirs", "chosen");
+            }),
+            0);
   EXPECT_TRUE(defaults().synchronize());
   EXPECT_EQ(Value(stored()), Value(Dictionary({{"agreed", "theirs"},
+                                               {"chosen", "chosen"},
                                                {"kept", "mine"},
                                                {"later", "c"},
                                                {"set", "new"},
