@@ -64,8 +64,8 @@ std::array<Data, 2> filesOfEachKind() {
 // Whatever a machine's byte order and word size, it writes the bytes that another one wrote.
 TEST_F(FuzzCorpus, HasFilesThatEachMachineWritesAlike) {
   const auto files = filesOfEachKind();
-  EXPECT_TRUE(files[0].view() == contentsOf(corpus / "archive/defaults-of-each-kind"));
-  EXPECT_TRUE(files[1].view() == contentsOf(corpus / "archive/hits-of-each-kind"));
+  EXPECT_TRUE(files[0].view() == contentsOf(corpus / "Archive/defaults-of-each-kind"));
+  EXPECT_TRUE(files[1].view() == contentsOf(corpus / "Archive/hits-of-each-kind"));
 }
 
 TEST(ArchiveFuzzer, FindsNoHarmInAnyPartOfAFileNorInAFileWithAnyBitTurned) {
