@@ -53,7 +53,7 @@ target_precompile_headers(QVPlatform PRIVATE <functional> <map> <memory> <string
   <QVPlatform/Dispatch/OperationQueue.h> <QVPlatform/Networking/URLConnection.h>)
 target_precompile_headers(QVCore PRIVATE <QVCore/QVCore.h>)
 END
-  cmake -S "$copy" -B "$copy/out" -G Ninja -DCMAKE_BUILD_TYPE= \
+  cmake -S "$copy" -B "$copy/out" -G Ninja -DCMAKE_BUILD_TYPE= -DCMAKE_CXX_COMPILER_LAUNCHER= \
     -DQVCORE_BUILD_TESTS=OFF -DQVCORE_BUILD_EXAMPLES=OFF >/dev/null
   build || echo "the libraries do not build" >>"$copies/failures"
 }
