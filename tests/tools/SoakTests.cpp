@@ -207,15 +207,16 @@ TEST(SoakJudge, LetsNobodyHaveAnAnswerThatTheServerDidNotGive) {
 }
 
 TEST(SoakVitals, TellsWhatGrowsFromTheSecondQuarterToTheLast) {
-  const auto growthTo = [](const Vitals::Sample& late) {
+  const auto growthTo = [](const Vitals::Sample& late, Time seconds = 10) {
     Vitals vitals;
     for (Time time = 0; time < 40; ++time) {
-      vitals.add(time, time < 30 ? Vitals::Sample{50'000, 4, 15} : late);
+      vitals.add(time * seconds * 1'000'000'000, time < 30 ? Vitals::Sample{50'000, 4, 15} : late);
     }
     return vitals.growth();
   };
   EXPECT_THAT(growthTo({51'000, 4, 15}), testing::IsEmpty());
   EXPECT_THAT(growthTo({50'000, 5, 16}), testing::ElementsAre("threads", "descriptors"));
+  EXPECT_THAT(growthTo({50'000, 5, 18}, 1), testing::IsEmpty()) << "in a short run";
   EXPECT_EQ(growthTo({90'000, 3, 9}).size(), Vitals::kIsMemoryJudged ? 1 : 0);
 }
 

@@ -11,6 +11,9 @@ namespace {
 constexpr long kMemoryPercent = 3;
 constexpr long kMemorySlack = 512;  // kB
 constexpr std::size_t kFewest = 40;
+// A quarter of a short run may pass over one connection, or over none.
+constexpr Time kLong = 300'000'000'000;
+constexpr long kSlackOfShortRun = 5;
 
 long numberOf(const std::string& status, const std::string& field) {
   const std::size_t place = status.find("\n" + field + ":");
@@ -60,12 +63,15 @@ Vitals::Sample Vitals::medians(std::size_t quarter) const {
 std::vector<std::string> Vitals::growth() const {
   std::vector<std::string> grown;
   if (samples_.size() < kFewest) return grown;
+  const bool isLong = times_.back() - times_.front() >= kLong;
   const Sample before = early();
   const Sample after = late();
   for (std::size_t i = 0; i < before.size(); ++i) {
     const bool isMemory = i == 0;
     if (isMemory && !kIsMemoryJudged) continue;
-    const long slack = isMemory ? before[i] * kMemoryPercent / 100 + kMemorySlack : 0;
+    const long slack = isMemory ? before[i] * kMemoryPercent / 100 + kMemorySlack
+                       : isLong ? 0
+                                : kSlackOfShortRun;
     if (after[i] > before[i] + slack) grown.emplace_back(kNames[i]);
   }
   return grown;
