@@ -1,7 +1,6 @@
 #include <QVPlatform/Archives/KeyedListArchiver.h>
 
 #include <QVPlatform/Archives/Internal/BinaryPropertyListBytes.h>
-#include <QVPlatform/Archives/Internal/ChunkedBytes.h>
 #include <QVPlatform/Archives/Internal/KeyedArchiveFormat.h>
 #include <QVPlatform/Archives/Internal/PlainObject.h>
 #include <QVPlatform/Archives/PropertyList.h>
@@ -47,18 +46,23 @@ struct Piece {
   Number nextObject() const { return firstObject + static_cast<Number>(offsets.size()); }
   Number nextUID() const { return firstUID + static_cast<Number>(targets.size()); }
 
+  /// Room for so many bytes more, which the caller fills.
+  char* grow(std::size_t count) {
+    bytes.resize(bytes.size() + count);
+    return bytes.data() + bytes.size() - count;
+  }
   Number addObject() {
     offsets.push_back(static_cast<Number>(bytes.size()));
     return nextObject() - 1;
   }
   Number add(const PlainObject& object) {
     const Number number = addObject();
-    object.putAt(bytes.grow(object.size()));
+    object.putAt(grow(object.size()));
     return number;
   }
   Number addContainer(std::uint8_t type, std::size_t count, std::span<const Number> references) {
     const Number number = addObject();
-    char* const to = bytes.grow(headSize(count) + references.size() * kWidth);
+    char* const to = grow(headSize(count) + references.size() * kWidth);
     put(putHead(to, type, count), references, kWidth);
     return number;
   }
@@ -72,14 +76,14 @@ struct Piece {
   /// The UID of an object.
   Number addUID(Number object) {
     addObject();
-    put(putHead(bytes.grow(1 + kWidth), Format::kUID, kWidth - 1), nextUID());
+    put(putHead(grow(1 + kWidth), Format::kUID, kWidth - 1), nextUID());
     targets.push_back(object);
     return nextObject() - 1;
   }
 
   Number firstObject = 0;
   Number firstUID = 0;
-  ChunkedBytes bytes;
+  std::string bytes;
   std::vector<Number> offsets;  // of objects, in `bytes`
   std::vector<Number> targets;  // of UIDs: objects
 };
@@ -148,7 +152,7 @@ struct KeyedListArchiver::State {
   bool finish() {
     tail_.firstObject = own_.nextObject();
     tail_.firstUID = own_.nextUID();
-    tail_.bytes.truncate(0);
+    tail_.bytes.clear();
     tail_.offsets.clear();
     const Number root = addRoot();
     const std::size_t table =
@@ -160,17 +164,13 @@ struct KeyedListArchiver::State {
   }
 
   std::vector<std::string_view> pieces() const {
-    std::vector<std::string_view> pieces;
-    shared_.bytes.addTo(pieces);
-    own_.bytes.addTo(pieces, dead_.bytes);
-    tail_.bytes.addTo(pieces);
-    return pieces;
+    return {shared_.bytes, std::string_view(own_.bytes).substr(dead_.bytes), tail_.bytes};
   }
 
  private:
   static Piece beginning() {
     Piece piece;
-    std::ranges::copy(Format::kMagic, piece.bytes.grow(Format::kMagic.size()));
+    std::ranges::copy(Format::kMagic, piece.grow(Format::kMagic.size()));
     return piece;
   }
 
@@ -197,7 +197,7 @@ struct KeyedListArchiver::State {
     messages_.resize(begin);
     keys_.clear();
     const Extent rest = begin == 0 ? Extent() : messages_.back().end;
-    own_.bytes.truncate(rest.bytes);
+    own_.bytes.resize(rest.bytes);
     own_.offsets.resize(rest.objects);
     own_.targets.resize(rest.targets);
   }
@@ -281,7 +281,7 @@ struct KeyedListArchiver::State {
   /// Where each object lies, and the trailer; the table begins at that place of the file.
   void addTable(Number root, std::size_t table) {
     const std::size_t begin = tail_.bytes.size();
-    char* to = tail_.bytes.grow(tail_.nextObject() * kWidth + Format::kTrailerSize);
+    char* to = tail_.grow(tail_.nextObject() * kWidth + Format::kTrailerSize);
     const auto putOffsets = [&to](std::span<const Number> offsets, std::size_t place) {
       for (const Number offset : offsets) to = put(to, offset + static_cast<Number>(place));
     };
