@@ -57,7 +57,7 @@ struct Piece {
   }
   Number add(const PlainObject& object) {
     const Number number = addObject();
-    object.putAt(grow(object.size()));
+    bytes.append(object.head()).append(object.content());
     return number;
   }
   Number addContainer(std::uint8_t type, std::size_t count, std::span<const Number> references) {
@@ -168,12 +168,6 @@ struct KeyedListArchiver::State {
   }
 
  private:
-  static Piece beginning() {
-    Piece piece;
-    std::ranges::copy(Format::kMagic, piece.grow(Format::kMagic.size()));
-    return piece;
-  }
-
   Number text(std::string_view text) { return shared_.add(PlainObject(String(text))); }
 
   /// The UID of the class; "NSObject" ends every chain.
@@ -300,7 +294,7 @@ struct KeyedListArchiver::State {
   std::size_t dropped_ = 0;  // of the messages, at the beginning
   Extent dead_;              // what these have in the piece
 
-  Piece shared_ = beginning();
+  Piece shared_{0, 0, std::string(Format::kMagic), {}, {}};
   Piece own_{kSharedRoom, kSharedRoom, {}, {}, {}};
   Piece tail_;
   std::vector<Number> keys_;    // UIDs of the message that was added last, in the order of its keys

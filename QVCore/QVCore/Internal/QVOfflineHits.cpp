@@ -210,7 +210,7 @@ class HitsOnce {
   void look(const OperationQueue& queue) { QVKeptHits::look(queue, waiting_); }
   bool encode() const { return true; }  // not before it is written, which may tell of some hits
   std::size_t count() const { return waiting_.size(); }
-  /// Nearly always all hits are plain, which takes a third of the time.
+  /// Nearly always all hits are plain, which takes less than half of the time.
   bool write(AtomicFile& file) const {
     KeyedListArchiver archiver(kQVFileOfflineHits);
     const auto pieces = plainArchiveOf(waiting_, archiver);

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstring>
 #include <limits>
 
 namespace QVPlatform {
@@ -88,11 +87,6 @@ void PlainObject::setReal(std::uint8_t marker, double value) {
 void PlainObject::setContent(std::uint8_t type, std::size_t count, std::string_view content) {
   setHead(putHead(head_, type, count));
   content_ = content;
-}
-
-char* PlainObject::putAt(char* to) const {
-  to = std::copy_n(head_, headSize_, to);
-  return std::copy(content_.begin(), content_.end(), to);
 }
 
 }  // namespace QVPlatform

@@ -31,8 +31,6 @@ class PlainObject {
   std::string_view head() const { return {head_, headSize_}; }
   std::string_view content() const { return content_; }
   std::size_t size() const { return headSize_ + content_.size(); }
-  /// Puts it there, and answers where it ends.
-  char* putAt(char* to) const;
 
  private:
   /// Bytes that a number or the head of anything takes at most.
