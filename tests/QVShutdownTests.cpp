@@ -63,7 +63,8 @@ TEST_F(QVShutdownTest, SaysThatAnotherProcessHasTheSameContainer) {
   ASSERT_TRUE(claimDirectoryAtPath(QVLogger::privateQVDirectory()));
   EXPECT_THAT(complaintOfAnother(),
               HasSubstr("another process has its hits in " + container.path().string()));
-  const ChildProcess inheritor([](int) { return pause(); });
+  ChildProcess inheritor([](int output) { return dprintf(output, "forked\n") + pause(); });
+  ASSERT_TRUE(inheritor.waitForOutput("forked"));
   ASSERT_TRUE(claimDirectoryAtPath(container.path().string()));
   EXPECT_EQ(complaintOfAnother(), "");
 }
