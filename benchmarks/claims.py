@@ -72,7 +72,8 @@ CLAIMS = [
           "rows in SQLite. Saving is durable on both sides, the removal of what was restored on none.",
           [Row("saving 2,000 beside a plain write", "save/2000", "savePlainly/2000", 2),
            Row("saving 2,000 beside SQLite", "save/2000", "saveInSQLite", 1),
-           Row("restoring 2,000 beside SQLite", "restore/2000", "restoreFromSQLite", 1)], "saves"),
+           Row("restoring 2,000 beside SQLite", "restore/2000", "restoreFromSQLite", 1)], "saves",
+          rounds=25),
     Claim("A million hits", "OfflineHitsBenchmark",
           "The same with a million. What 2,000 hits need stays in the processor's caches, what a million\n"
           "need comes out of memory that the kernel has to hand over first: so a hit of many costs more\n"
@@ -99,7 +100,7 @@ CLAIMS = [
           [Row(f"{count:,} waiting, {what}", f"change/{count}", f"changePlainly/{count}", 1.25, measure,
                is_quick=count <= 2000)
            for count in (2000, 20000)
-           for what, measure in (("wall", "real_time"), ("CPU", "cpu_time"))], "changes"),
+           for what, measure in (("wall", "real_time"), ("CPU", "cpu_time"))], "changes", rounds=25),
     Claim("Configurations", "ConfigurationBenchmark",
           "One leaf, three keys down, out of a configuration of 500 KB, the read from the user defaults\n"
           "included, beside parsers that are handed the text; and the whole of it as values. Three shapes\n"

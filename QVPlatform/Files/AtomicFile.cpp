@@ -5,9 +5,11 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
@@ -36,6 +38,26 @@ bool isFreeToUse(int opened, bool isNew) {
   const FileLock lock = lockFile(opened);
   if (lock != FileLock::kNotToGet) return lock == FileLock::kHeld;
   return isNew || std::time(nullptr) - file.st_mtime > kLeftOverAge;
+}
+
+/// Takes one call for several pieces, since each costs more than the bytes of a small one.
+bool writeAll(int file, std::span<const std::string_view> pieces) {
+  std::array<iovec, 4> places;
+  std::size_t begun = 0;  // bytes of the first piece that are written
+  while (!pieces.empty()) {
+    const std::size_t count = std::min(pieces.size(), places.size());
+    for (std::size_t i = 0; i < count; ++i) {
+      const std::string_view rest = pieces[i].substr(i == 0 ? begun : 0);
+      places[i] = {const_cast<char*>(rest.data()), rest.size()};  // which is only read
+    }
+    const ssize_t written = writev(file, places.data(), static_cast<int>(count));
+    if (written < 0 && errno != EINTR) return false;
+    if (written > 0) begun += static_cast<std::size_t>(written);
+    for (; !pieces.empty() && begun >= pieces.front().size(); pieces = pieces.subspan(1)) {
+      begun -= pieces.front().size();
+    }
+  }
+  return true;
 }
 
 }  // namespace
@@ -92,16 +114,9 @@ bool AtomicFile::write(std::span<const std::string_view> pieces) {
   if (!open()) return false;
   const SignalShield shield;
   // A left-over may hold anything and have any mode.
-  bool isWritten = !isLeftOver_ ||
-                   (ftruncate(descriptor_, 0) == 0 && fchmod(descriptor_, S_IRUSR | S_IWUSR) == 0);
-  for (std::string_view bytes : pieces) {
-    while (isWritten && !bytes.empty()) {
-      const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
-      isWritten = written >= 0 || errno == EINTR;
-      if (written > 0) bytes.remove_prefix(static_cast<std::size_t>(written));
-    }
-  }
-  isWritten = isWritten && fsync(descriptor_) == 0;
+  const bool isEmpty = !isLeftOver_ || (ftruncate(descriptor_, 0) == 0 &&
+                                        fchmod(descriptor_, S_IRUSR | S_IWUSR) == 0);
+  const bool isWritten = isEmpty && writeAll(descriptor_, pieces) && fsync(descriptor_) == 0;
   if (!isWritten) error_ = errno;
   return isWritten;
 }

@@ -12,6 +12,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -172,6 +173,16 @@ QV_FAULTS_EXPORT ssize_t write(int file, const void* bytes, std::size_t size) {
   return isPlainFile(file) && file != STDERR_FILENO
              ? moveUnless(Call::kWrite, next, file, bytes, size)
              : next(file, bytes, size);
+}
+QV_FAULTS_EXPORT ssize_t writev(int file, const iovec* pieces, int count) {
+  QV_NEXT(writev);
+  const int error = isPlainFile(file) && file != STDERR_FILENO ? errorOf(Call::kWrite) : 0;
+  if (error > 0) {
+    errno = error;
+    return -1;
+  }
+  const iovec half{pieces->iov_base, (pieces->iov_len + 1) / 2};
+  return error == kShort ? next(file, &half, 1) : next(file, pieces, count);
 }
 QV_FAULTS_EXPORT ssize_t send(int file, const void* bytes, std::size_t size, int flags) {
   QV_NEXT(send);
