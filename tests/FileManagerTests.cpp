@@ -87,7 +87,7 @@ TEST_F(FileManagerTest, TellsWhyATextCannotBeRead) {
   EXPECT_TRUE(FileManager::stringWithContentsOfFile("missing").isNull());
 }
 
-TEST_F(FileManagerTest, MakesAndRemovesOneLevel) {
+TEST_F(FileManagerTest, MakesAndRemovesOneLevelOrAllThatADirectoryHolds) {
   EXPECT_FALSE(FileManager::createDirectoryAtPath("a/b"));
   EXPECT_TRUE(FileManager::createDirectoryAtPath("a"));
   EXPECT_FALSE(FileManager::createDirectoryAtPath("a"));
@@ -97,6 +97,13 @@ TEST_F(FileManagerTest, MakesAndRemovesOneLevel) {
   EXPECT_TRUE(FileManager::removeItemAtPath("a/file"));
   EXPECT_TRUE(FileManager::removeItemAtPath("a"));
   EXPECT_FALSE(FileManager::removeItemAtPath("a"));
+  EXPECT_TRUE(FileManager::removeContentsOfDirectoryAtPath("a"));
+  fs::create_directories("a/b/c");
+  putFile("outside", "x");
+  putFile("a/b/file", "x");
+  fs::create_symlink(fs::absolute("outside"), "a/link");
+  EXPECT_TRUE(FileManager::removeContentsOfDirectoryAtPath("a"));
+  EXPECT_TRUE(fs::is_directory("a") && fs::is_empty("a") && fs::exists("outside"));
 }
 
 TEST_F(FileManagerTest, LeavesEverythingAsItWasWhenItCannotWrite) {

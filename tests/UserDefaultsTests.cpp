@@ -137,17 +137,23 @@ TEST_F(UserDefaultsTest, ReplacesAFileThatIsGoneOrDamaged) {
 }
 
 TEST_F(UserDefaultsTest, WritesAtTheNextChanceWhatCouldNotBeWritten) {
+  const auto block = [&] {
+    fs::rename(preferences, container.path() / "aside");
+    putFile(preferences, "a file where the directory should be");
+  };
+  const auto unblock = [&] {
+    fs::remove(preferences);
+    fs::rename(container.path() / "aside", preferences);
+  };
   ASSERT_EQ(store("old", "kept") + store("old", "removed") + store("old", "set"), 0);
-  fs::rename(preferences, container.path() / "aside");
-  putFile(preferences, "a file where the directory should be");
+  block();
   EXPECT_EQ(store("new", "set") + store(nullptr, "removed") + store("a", "twice"), 3);
   EXPECT_EQ(store("b", "twice"), 1);
   EXPECT_EQ(defaults().exchangeObjectForKey(nullptr, "mine", "agreed"), Value("mine"));
   EXPECT_EQ(defaults().exchangeObjectForKey("old", "mine", "kept"), Value("mine"));
   EXPECT_EQ(defaults().exchangeObjectForKey(nullptr, "mine", "chosen"), Value("mine"));
   EXPECT_EQ(store("chosen", "chosen"), 1);  // which no longer depends on what others have saved
-  fs::remove(preferences);
-  fs::rename(container.path() / "aside", preferences);
+  unblock();
   // The file can be read, but there is no name left for an unfinished one.
   const std::string unfinished = preferences / ".org.example.tests.plist.tmp";
   for (int i = 0; i < 64; ++i) fs::create_directory(unfinished + std::to_string(i));
@@ -167,6 +173,13 @@ TEST_F(UserDefaultsTest, WritesAtTheNextChanceWhatCouldNotBeWritten) {
                                                {"later", "c"},
                                                {"set", "new"},
                                                {"twice", "b"}})));
+  block();
+  EXPECT_EQ(defaults().exchangeObjectForKey(nullptr, "mine", "erased"), Value("mine"));
+  EXPECT_FALSE(defaults().removeAllObjects());
+  unblock();
+  ASSERT_EQ(runInChild([] { return store("theirs", "erased"); }), 0);
+  EXPECT_TRUE(defaults().synchronize());
+  EXPECT_EQ(Value(stored()), Value(Dictionary::dictionary()));
 }
 
 TEST_F(UserDefaultsTest, WaitsOnceForALockThatSomebodyElseHolds) {
