@@ -1,11 +1,11 @@
 #include <QVCore/Internal/QVOfflineHits.h>
 
+#include <QVCore/Internal/QVHitArchive.h>
 #include <QVCore/Internal/QVKeptHits.h>
 #include <QVCore/QVCoreConstants.h>
 #include <QVCore/QVCoreVariables.h>
 #include <QVCore/QVLogLevel.h>
 #include <QVCore/QVLogger.h>
-#include <QVPlatform/Archives/KeyedArchiver.h>
 #include <QVPlatform/Archives/KeyedListArchiver.h>
 #include <QVPlatform/Archives/KeyedUnarchiver.h>
 #include <QVPlatform/Archives/PropertyList.h>
@@ -150,60 +150,6 @@ void logCount(const char* format, std::size_t count) {
                                                   QVLogLevelOfflineHits);
 }
 
-Data archiveOf(const Array& hits) {
-  QVPlatform::KeyedArchiver archiver;
-  archiver.encodeObjectForKey(hits, kQVFileOfflineHits);
-  return archiver.finishEncoding();
-}
-
-/// What one hit takes in the file; 0 when it cannot be archived.
-std::size_t sizeOf(const Value& hit) {
-  try {
-    return archiveOf(Array({hit})).view().size();
-  } catch (const std::bad_alloc&) {
-    return 0;
-  }
-}
-
-/// The hits without those that cannot be archived and those for which there is no room.
-std::vector<Value> thoseThatFit(const std::vector<Value>& hits) {
-  std::vector<Value> fitting;
-  std::size_t room = PropertyList::kMaximumSize / 2;
-  for (const Value& hit : hits) {
-    const std::size_t size = sizeOf(hit);
-    if (size > 0 && size <= room) {
-      room -= size;
-      fitting.push_back(hit);
-    } else {
-      const Dictionary data = hit.dictionary();
-      consoleLog(stringWithFormat("hit %@ (%@) cannot be saved and is left out",
-                                  {data.get(kQVUserInfo_RequestID), data.get(kQVUserInfo_URLKey)}));
-    }
-  }
-  return fitting;
-}
-
-/// The archive of these hits; no piece of it unless all of them are plain and there is memory.
-std::vector<std::string_view> plainArchiveOf(const std::vector<Dictionary>& hits,
-                                             KeyedListArchiver& archiver) try {
-  const auto isPlain = [&](const Dictionary& hit) { return archiver.add(hit.snapshot()); };
-  return std::ranges::all_of(hits, isPlain) ? archiver.archive() : std::vector<std::string_view>();
-} catch (const std::bad_alloc&) {
-  return {};
-}
-
-/// The archive of whatever can be archived.
-Data archiveOfHits(const std::vector<Dictionary>& waiting) {
-  const std::vector<Value> hits(waiting.begin(), waiting.end());
-  try {
-    Data archive = archiveOf(Array(hits));
-    if (!archive.isNull()) return archive;
-  } catch (const std::bad_alloc&) {
-    // One of them may be to blame.
-  }
-  return archiveOf(Array(thoseThatFit(hits)));
-}
-
 /// What waits at the moment, encoded by itself.
 class HitsOnce {
  public:
@@ -213,8 +159,9 @@ class HitsOnce {
   /// Nearly always all hits are plain, which takes less than half of the time.
   bool write(AtomicFile& file) const {
     KeyedListArchiver archiver(kQVFileOfflineHits);
-    const auto pieces = plainArchiveOf(waiting_, archiver);
-    return pieces.empty() ? file.write(archiveOfHits(waiting_).view()) : file.write(pieces);
+    const auto pieces = QVHitArchive::piecesOfPlain(waiting_, archiver);
+    return pieces.empty() ? file.write(QVHitArchive::ofThoseThatFit(waiting_).view())
+                          : file.write(pieces);
   }
 
  private:
@@ -306,7 +253,7 @@ void addOne(Value& hit, const QVOfflineHits::Add& add) {
 bool addAll(TakenFile& file, std::vector<Value> hits, const QVOfflineHits::Add& add) {
   auto hit = hits.begin();
   const auto keepRest = [&] {
-    withinMemory([&] { file.replaceContents(archiveOf(Array({hit, hits.end()})).view()); });
+    withinMemory([&] { file.replaceContents(QVHitArchive::of(Array({hit, hits.end()})).view()); });
     return false;
   };
   while (hit != hits.end()) {

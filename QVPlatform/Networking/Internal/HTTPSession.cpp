@@ -1,14 +1,11 @@
 #include <QVPlatform/Networking/Internal/HTTPSession.h>
 
-#include <QVPlatform/Foundation/ForkMutex.h>
-#include <QVPlatform/Foundation/Lasting.h>
 #include <QVPlatform/Networking/Internal/ContentCoding.h>
 #include <QVPlatform/Networking/Internal/HTTPRedirection.h>
-#include <QVPlatform/Networking/Internal/ProxyEnvironment.h>
 #include <QVPlatform/Networking/Internal/TransferError.h>
+#include <QVPlatform/Networking/Internal/TransferLibraries.h>
 #include <QVPlatform/Networking/Internal/UsualFields.h>
 
-#include <openssl/crypto.h>
 #include <openssl/ssl.h>
 #include <string.h>
 #include <strings.h>
@@ -25,24 +22,6 @@ using SteadyClock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<TimeInterval>;
 
 constexpr int kMaximumRedirections = 20;
-
-/// OpenSSL would tear itself down when the process exits, under transfers that go on meanwhile; so
-/// it is told not to, before anything here sets it up. That takes milliseconds, so a fork must not
-/// come in between. Answers with the proxies, which are found out here as well.
-const ProxyEnvironment* initializeLibraries() {
-  struct Initialization {
-    ForkMutex mutex;
-    std::optional<const ProxyEnvironment> proxies QV_GUARDED_BY(mutex);
-  };
-  auto& initialization = Lasting<Initialization>::object();
-  const Lock lock(initialization.mutex);
-  if (!initialization.proxies) {
-    OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
-    curl_global_init(CURL_GLOBAL_DEFAULT);
-    initialization.proxies.emplace();
-  }
-  return &*initialization.proxies;
-}
 
 /// As a duration that clock arithmetic cannot overflow with.
 SteadyClock::duration durationOf(TimeInterval seconds) {
@@ -73,7 +52,7 @@ HTTPSession::HTTPSession() {
 HTTPSession::~HTTPSession() { close(); }
 
 void HTTPSession::open() {
-  proxies_ = initializeLibraries();
+  proxies_ = initializeTransferLibraries();
   easy_ = curl_easy_init();
   multi_ = curl_multi_init();
   place_ = curl_url();
