@@ -49,7 +49,10 @@ TEST(ApplicationTest, KeepsItsPlacesWhateverTheyAreCalledAndWhateverBecomesOfThe
     EXPECT_EQ(outputOf("cd '" + place + "' && unset XDG_DATA_HOME && QV_TEST_IS_COPY=1 " +
                        variable + "='" + home.string() + "' './" + program + "'"),
               identifier + " " + place + resources);
-    EXPECT_TRUE(fs::is_directory(home / below / identifier / "Library")) << identifier;
+    const fs::path library = home / below / identifier / "Library";
+    for (const fs::path& made : {library, library.parent_path()}) {
+      EXPECT_EQ(fs::status(made).permissions(), fs::perms::owner_all) << identifier;
+    }
     fs::remove_all(places.path() / directory.substr(0, directory.find('/')));
     fs::remove(place + "/Resources");
     EXPECT_TRUE(fs::is_empty(places.path())) << identifier;

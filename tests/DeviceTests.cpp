@@ -62,6 +62,7 @@ TEST(DeviceTest, TakesTheVendorsNameFromTheApplicationsIdentifier) {
 }
 
 TEST(DeviceTest, LetsTheApplicationReplaceEachIdentifier) {
+  EXPECT_EQ(Device::systemVersion().major, 14);
   const String byDefault = Device::identifierForVendor();
   EXPECT_TRUE(Device::advertisingIdentifier().isNull());
   const std::pair<Device::IdentifierProvider, String> cases[] = {

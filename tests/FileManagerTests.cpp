@@ -258,10 +258,11 @@ TEST_F(FileManagerTest, FindsTheResourcesOfABundle) {
   EXPECT_EQ(bundle.pathForResource("a", "json"), String("bundle/a.json"));
   EXPECT_EQ(bundle.pathForResource("plain", nullptr), String("bundle/plain"));
   EXPECT_EQ(bundle.pathForResource("plain", ""), String("bundle/plain"));
-  const std::pair<String, String> missing[] = {
-      {"b", "json"}, {"../outside", "json"}, {"x/../a", "json"},
-      {"", "json"},  {nullptr, "json"},      {"..", ""},
-      {".", ""},     {"a", "/json"},         {"a.json\0x"s, nullptr}};
+  const std::pair<String, String> missing[] = {{"b", "json"},      {"../outside", "json"},
+                                               {"x/../a", "json"}, {"", "json"},
+                                               {nullptr, "json"},  {"..", ""},
+                                               {".", ""},          {"", ""},
+                                               {"a", "/json"},     {"a.json\0x"s, nullptr}};
   for (const auto& [name, type] : missing) {
     EXPECT_TRUE(bundle.pathForResource(name, type).isNull()) << name.view();
   }

@@ -155,7 +155,8 @@ TEST(PropertyList, RefusesMalformedXML) {
            <real>1.0x</real> <data>A</data> <data>QQ=</data> <data>QQ=A</data>
            <data>QQ==QQ==</data> <data>Q===</data> <data>QUJD-</data> <data>QUJ_</data>
            <date>2001-02-30T00:00:00Z</date> <date>2001-02-03</date>
-           <date>-001-02-03T00:00:00Z</date>)")) {
+           <date>-001-02-03T00:00:00Z</date> <date>2001-02-03T00:00:61Z</date>
+           <array><string>a<string>b</string></string></array>)")) {
     EXPECT_TRUE(PropertyList::valueWithData("<plist>" + xml + "</plist>").isNil()) << xml;
   }
   for (const std::string xml :

@@ -18,9 +18,11 @@ class QVCInterfaceTest : public NetworkManagerTest {
   static void hear(const char* name, const qv_info* info, void* user) {
     auto& heard = *static_cast<Heard*>(user);
     const std::lock_guard lock(heard.mutex);
-    const char* const own = qv_info_text(info, "own");
+    qv_info* const copy = qv_info_copy(info);
+    const char* const own = qv_info_text(copy, "own");
     heard.texts.push_back(name + ": "s + (own ? own : "-") + " " +
-                          std::to_string(qv_info_status(info)));
+                          std::to_string(qv_info_status(copy)));
+    qv_info_free(copy);
     heard.count.release();
   }
   static std::string taken(char* text) {
@@ -158,6 +160,24 @@ TEST_F(QVCInterfaceTest, EndsAListenerWhenNoCallOfItIsUnderWay) {
   isOver = true;
   poster.join();
   EXPECT_FALSE(shared.wasLate);
+}
+
+TEST_F(QVCInterfaceTest, EndsALogSinkWhenNoCallOfItIsUnderWay) {
+  struct Shared {
+    std::latch isEntered{1};
+    std::atomic<bool> isOver = false;
+  } shared;
+  const auto take = [](const char*, int, void* user) {
+    auto& at = *static_cast<Shared*>(user);
+    at.isEntered.count_down();
+    std::this_thread::sleep_for(50ms);
+    at.isOver = true;
+  };
+  EXPECT_EQ(qv_set_log_sink(take, &shared), QV_OK);
+  const std::jthread logger([] { consoleLog("a line"); });
+  shared.isEntered.wait();
+  EXPECT_EQ(qv_set_log_sink(nullptr, nullptr), QV_OK);
+  EXPECT_TRUE(shared.isOver);
 }
 
 TEST_F(QVCInterfaceTest, SetsAndLooksUp) {

@@ -18,7 +18,7 @@ TEST_F(QVCoreExitTest, MayComeAtAnyMomentWhileTransfersAreUnderWay) {
   for (int i = 0; i < 24; ++i) {
     const std::chrono::microseconds time(microseconds(random));
     const auto runAndExit = [&] {
-      alarm(20);  // a hang ends the process by a signal
+      alarm(60);  // a hang ends the process by a signal; a busy disk takes its time
       std::make_shared<QVCoreInitialisation>()->init();
       QVNetworkManager::sharedInstance()->enableRunningInBackground();
       const Recorder answers{{kQVNotification_HTTPResponse}};
@@ -56,7 +56,7 @@ TEST_F(QVCoreExitTest, LosesAndDoublesNothingWhenTheEventLoopHearsOfSIGTERM) {
       }
     };
     ChildProcess host([&](int output) {
-      alarm(20);
+      alarm(60);
       return runDaemon([&, output] { std::thread(post, output).detach(); });
     });
     EXPECT_TRUE(host.waitForOutput("-" + std::to_string(31 * life)));

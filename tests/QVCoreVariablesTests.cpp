@@ -111,6 +111,7 @@ TEST_F(QVCoreVariablesTest, KeepsTheInstallationsIdentifierInTheUserDefaults) {
               return "";
             }).text(),
             "");
+  EXPECT_FALSE(std::filesystem::is_empty(container.path() / "Library/Preferences"));
   const auto variables = QVCoreVariables::sharedInstance();
   const std::string made = text(*variables, kQVPredefinedVariable_SDKID);
   EXPECT_THAT(made, testing::MatchesRegex(kUUIDPattern)) << "an empty one is replaced";

@@ -325,6 +325,10 @@ TEST(MainQueue, ShowsByItsDescriptorWhetherBlocksWait) {
   queue.drain();
   EXPECT_EQ(runs, 2);
   EXPECT_EQ(poll(&waiting, 1, 0), 0);
+  queue.async([&] { queue.drain(); });
+  queue.async([&] { ++runs; });
+  queue.drain();
+  EXPECT_EQ(runs, 3);
 }
 
 TEST(SerialQueue, RunsBlocksInOrderOnOneThreadThatGoesWithTheQueue) {

@@ -118,10 +118,15 @@ TEST(URLConnection, SendsNothingThatItWasNotAskedTo) {
   URLConnection::setUserAgent(nullptr);
   URLConnection::setAcceptLanguage(nullptr);
   for (const auto& [locale, language] :
-       {std::pair("C.UTF-8", "en"), {"POSIX", "en"}, {"de", "de"}, {"../..", "en"}}) {
+       {std::pair("C.UTF-8", "en"), {"POSIX", "en"}, {"de@euro", "de"}, {"../..", "en"}}) {
     setenv("LC_ALL", locale, 1);
     EXPECT_EQ(URLConnection::acceptLanguage(), String(language)) << locale;
   }
+  setenv("LC_ALL", "es", 1);
+  setenv("LC_MESSAGES", "it", 1);
+  EXPECT_EQ(URLConnection::acceptLanguage(), String("es"));
+  setenv("LC_ALL", "", 1);
+  EXPECT_EQ(URLConnection::acceptLanguage(), String("it"));
   for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) unsetenv(name);
   EXPECT_EQ(URLConnection::acceptLanguage(), String("en"));
   EXPECT_EQ(URLConnection::userAgent(), String("org.example-player QVCore/4.7.4"));
@@ -262,6 +267,7 @@ TEST(URLConnection, DecodesWhatIsCompressedWithGzipAndNothingElse) {
       "\x1f\x8b\x08\x00\x00\x00\x00\x00\x02\x03\x2b\xcf\xc8\xcf\x49\x05\x00\x4f\x29\x59\xc4\x05\x00"
       "\x00\x00",
       25);
+  const std::string wholeByZlib("\x78\x9c\x2b\xcf\xc8\xcf\x49\x05\x00\x06\x82\x02\x20", 13);
   const auto zeros = [](std::size_t count) { return std::string(count, '\0'); };
   const std::string letters = "\x1f\x8b\x08" + zeros(5) + "\x02\x03\xed\xc1\x31\x01" + zeros(3) +
                               "\xc2\xa0\xac\xeb\x5f\xc2\x1a\x1e\x40\x01" + zeros(18);
@@ -280,6 +286,7 @@ TEST(URLConnection, DecodesWhatIsCompressedWithGzipAndNothingElse) {
       {"gzip", whole + "x", nullptr},
       {"gzip", whole.substr(0, 24), nullptr},
       {"gzip", "not gzip", nullptr},
+      {"gzip", wholeByZlib, nullptr},
       {"gzip", "", Data("")},
       {"", "ok", Data("ok")},
       {"identity", "ok", Data("ok")},
