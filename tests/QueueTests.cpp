@@ -329,6 +329,10 @@ TEST(MainQueue, ShowsByItsDescriptorWhetherBlocksWait) {
   queue.async([&] { ++runs; });
   queue.drain();
   EXPECT_EQ(runs, 3);
+  queue.async([&] { ++runs; });
+  EXPECT_EQ(poll(&waiting, 1, 0), 1);
+  queue.drain();
+  EXPECT_EQ(runs, 4);
 }
 
 TEST(SerialQueue, RunsBlocksInOrderOnOneThreadThatGoesWithTheQueue) {
