@@ -35,7 +35,8 @@ CLAIMS = [
     Claim("Hits", "TransportBenchmark",
           "2,000 hits, each with another URL of 120 characters, posted on the bus and sent one after the\n"
           "other, beside a loop of libcurl's easy interface with `CURLOPT_NOSIGNAL` and the header fields\n"
-          "that the core sends, so that all send the same bytes; POST has 700 bytes.\n"
+          "that the core sends, so that all send the same bytes; POST has 700 bytes, which the core copies\n"
+          "into the queue and which have left the near caches when their turn comes.\n"
           "Connections are open before. \"One core\" has client and server on the same one; \"free\" has\n"
           "them where the kernel puts them, so that posting and sending overlap. The last rows are those\n"
           "of a loop that writes requests into a socket and passes over the answers.",

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # package.sh [--check]: builds the Debian packages, in build/package/packages. With --check lintian
 # looks at them, and they are installed into a bare Debian 12, where a consumer is built and runs, and
-# removed again; that needs Debian's archive, and root or user namespaces.
+# where pip installs the Python package, which finds the library; then they are removed again. That
+# needs Debian's archive, and root or user namespaces.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -23,9 +24,9 @@ build() {
 # The root is thrown away when it has been looked at.
 check() {
   lintian --fail-on error --tag-display-limit 0 "$packages"/*.deb
-  mmdebstrap --quiet --variant=apt --include=g++,make,cmake,pkg-config \
+  mmdebstrap --quiet --variant=apt --include=g++,make,cmake,pkg-config,python3-pip,python3-setuptools,python3-wheel \
     --customize-hook="mkdir \"\$1/check\"" \
-    --customize-hook="copy-in $packages packaging/consumer packaging/debian/check.sh /check" \
+    --customize-hook="copy-in $packages packaging/consumer packaging/debian/check.sh python /check" \
     --customize-hook='chroot "$1" env -i PATH="$PATH" bash /check/check.sh' \
     bookworm /dev/null
 }

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# check.sh: in a bare Debian 12 that has a compiler, with the packages beside this file: they can be
-# installed, an application is built with them and runs, and nothing stays when they are removed.
+# check.sh: in a bare Debian 12 that has a compiler and pip, with the packages beside this file: they can
+# be installed, an application is built with them and runs, the Python package finds the library, and
+# nothing stays when they are removed.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 export HOME=$PWD/home  # of the applications
@@ -24,10 +25,12 @@ for tool in qv-soak qv-inspector; do
   "$tool" --help >/dev/null
   test -s "/usr/share/man/man1/$tool.1.gz"
 done
+pip install --quiet --no-index --no-build-isolation --target site ./python
+PYTHONPATH=site python3 -c 'import qvcore; print(qvcore.Kit("org.example.check").version)'
 
 apt purge "${names[@]}"
 paths >after
 left=$(comm -12 installed after | comm -23 - before)
 left+=$(comm -13 before after | grep -i '/[^/]*qv[^/]*$' || true)
 [[ -z $left ]] || { echo "What stays: $left"; exit 1; }
-echo "Installed $(wc -l <installed) paths, built and ran a consumer, and removed them all."
+echo "Installed $(wc -l <installed) paths, built and ran a consumer, had pip install the Python package, and removed all."
