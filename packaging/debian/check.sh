@@ -25,7 +25,7 @@ for tool in qv-soak qv-inspector; do
   "$tool" --help >/dev/null
   test -s "/usr/share/man/man1/$tool.1.gz"
 done
-pip install --quiet --no-index --no-build-isolation --target site ./python
+pip install --quiet --root-user-action=ignore --no-index --no-build-isolation --target site ./python
 PYTHONPATH=site python3 -c 'import qvcore; print(qvcore.Kit("org.example.check").version)'
 
 apt purge "${names[@]}"
