@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# lint.sh [format|tidy|fix]: checks the formatting of all sources and that the rooms include each
-# other one way, or runs clang-tidy over them, or both; "fix" formats them.
+# lint.sh [format|tidy|fix]: checks the formatting of all sources, that the rooms include each other
+# one way, and that the faults of scripts/mutate.sh fit them, or runs clang-tidy over them, or both;
+# "fix" formats them.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -10,7 +11,7 @@ directories=(QVCore QVPlatform benchmarks examples fuzz packaging tests tools)
 
 sources() { find "${directories[@]}" \( -name '*.h' -o -name '*.cpp' \) -print0; }
 
-format() { sources | xargs -0 clang-format-14 --dry-run -Werror && rooms; }
+format() { sources | xargs -0 clang-format-14 --dry-run -Werror && rooms && scripts/mutate.sh --quick; }
 
 # A file includes its own room and those that its row of the table in docs/architecture.md names;
 # the core, and what stands on it, include public headers alone, and none of the system's.

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# mutate.sh [-f LIST] [WORD]: puts the faults of tests/mutations.txt, or of another list, into the
+# mutate.sh [--quick] [-f LIST] [WORD]: puts the faults of tests/mutations.txt, or of another list, into the
 # libraries, one at a time and in copies, a copy for each processor, runs the tests concerned, the
 # quickest first, and prints the faults that none of them notices. With a word, only the faults in
-# files whose path has it.
+# files whose path has it. --quick only looks whether each of them still fits its file.
 #
 # A list has paragraphs. The first line of one names a source file or an internal header, and after
 # a colon the test programs that answer for it; each line below is a fault: a text that the file has
@@ -12,6 +12,8 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
+quick=
+[[ ${1:-} != --quick ]] || { quick=1; shift; }
 list=tests/mutations.txt
 [[ ${1:-} != -f ]] || { list=$2; shift 2; }
 word=${1:-}
@@ -101,13 +103,21 @@ prepare() {
   faults >"$copies/faults"
 }
 
-# Puts the fault into the copy; false when its text is not there exactly once.
-put() {
-  local path=$copy/$1 old=${2//⏎/$'\n'} new=${3//⏎/$'\n'} text rest
+# Prints the file with the fault in it; false when its text is not there exactly once.
+with_fault() {
+  local old=${2//⏎/$'\n'} new=${3//⏎/$'\n'} text rest
   text=$(<"$1")
   rest=${text/"$old"/}
   [[ $rest != "$text" && ${rest/"$old"/} == "$rest" ]] || return 1
-  printf '%s\n' "${text/"$old"/"$new"}" >"$path"
+  printf '%s\n' "${text/"$old"/"$new"}"
+}
+
+look_whether_all_fit() {
+  local file programs fault status=0
+  while IFS=$'\t' read -r file programs fault; do
+    with_fault "$file" "${fault%% ~>*}" "" >/dev/null || { echo "$file: $fault: DOES NOT FIT"; status=1; }
+  done < <(faults)
+  return "$status"
 }
 
 # Prints the first test of the programs that fails.
@@ -121,7 +131,8 @@ first_failure() {
 try() {
   local file=$1 fault=${3%% ## *} reason=${3#* ## } verdict new test
   new=${fault#* ~>}
-  if ! put "$file" "${fault%% ~>*}" "${new# }" || ! build "$file"; then
+  if ! with_fault "$file" "${fault%% ~>*}" "${new# }" >"$copy/changed" ||
+    ! cp "$copy/changed" "$copy/$file" || ! build "$file"; then
     verdict="DOES NOT FIT"
   elif test=$(first_failure "$2") && [[ -n $test ]]; then
     verdict="caught by $test"
@@ -143,6 +154,10 @@ try_all() {
 
 count() { grep -c ": $1" "$copies/verdicts" || true; }
 
+if [[ -n $quick ]]; then
+  look_whether_all_fit
+  exit
+fi
 scripts/setup.sh build test
 trap 'kill $(jobs -p) 2>/dev/null; rm -rf "$copies"' EXIT
 prepare

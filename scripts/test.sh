@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # test.sh [STEP...]: installs what the tests need and runs these steps, one after the other:
-#   format   the formatting of all sources, and which room includes which
+#   format   the formatting of all sources, which room includes which, and what scripts/mutate.sh puts in
 #   tidy     clang-tidy
 #   docs     the pages of the interface (scripts/docs.sh)
 #   PRESET   configures, builds and runs the whole suite: dev, asan, tsan, asan-clang, tsan-clang, or
