@@ -114,13 +114,16 @@ bool Judge::isSaved(int number, Time since, bool isWhateverFails, Time until) co
   };
   const auto& events = life(number).events;
   if (happensBetween(events, What::kShutDown, since, until)) return true;
+  // Where each change is saved, going to the background saves nothing more.
+  const Time savesAlways = timeOf(events, What::kSavesAlways).value_or(kNever);
   const auto visits = visitsOf(number);
   const bool hasSaved = std::any_of(visits.begin(), visits.end(), [&](const Visit& visit) {
-    return visit.begin > since && visit.end < until && isGood(visit.begin, visit.end);
+    return visit.begin > since && visit.begin < savesAlways && visit.end < until &&
+           isGood(visit.begin, visit.end);
   });
   if (hasSaved) return true;
   const auto posts = postsOfLife_.find(number);
-  if (!timeOf(events, What::kSavesAlways) || posts == postsOfLife_.end()) return false;
+  if (savesAlways == kNever || posts == postsOfLife_.end()) return false;
   // Restored hits are saved with the first one that is posted.
   return std::any_of(posts->second.begin(), posts->second.end(), [&](Time post) {
     return post >= since && post < until && isGood(post, post);
