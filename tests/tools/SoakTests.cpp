@@ -108,6 +108,8 @@ TEST(SoakJudge, ExplainsADoubleByWhatWasSeenOfTheHitAlone) {
   const std::vector<Event> broken{at(1, kDiskFails), at(4, kFaultEnds)};
   const std::vector<Event> mended{broken[0], broken[1], at(5, kBackgrounding),
                                   at(6, kBackgrounded)};
+  const std::vector<Event> unchanged{at(0, kSavesAlways), broken[0], broken[1], mended[2],
+                                     mended[3]};
   const Rule stays = Rule::kFileOfBackgroundStays;
   const Rule onDisk = Rule::kStayedOnDisk;
   const Case kCases[] = {
@@ -165,12 +167,19 @@ TEST(SoakJudge, ExplainsADoubleByWhatWasSeenOfTheHitAlone) {
        twoLives,
        {{at(1, kDiskFails), at(2, kForegrounding), at(4, kFaultEnds), at(5, What::kShutDown)}, {}},
        true},
+      {"saved at each change, of which the disk refused the last",
+       Rule::kEndedBeforeNextSave,
+       {at(4, kAnswered), toldLater},
+       twoLives,
+       {unchanged, {}},
+       true},
   };
   for (const Case& test : kCases) EXPECT_EQ(verdictOn(test), test.verdict.text) << test.what;
   // What came before another hit was no longer in flight when the process ended.
   for (const auto& test : {kCases[7], kCases[13]}) {
     EXPECT_EQ(verdictOn(test, true), "doubled") << test.what;
   }
+  EXPECT_EQ(verdictOn(*std::rbegin(kCases), true), textOf(onDisk));
 }
 
 TEST(SoakJudge, LetsNobodyHaveAnAnswerThatTheServerDidNotGive) {
