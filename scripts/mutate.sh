@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# mutate.sh [--quick] [-f LIST] [WORD]: puts the faults of tests/mutations.txt, or of another list, into the
-# libraries, one at a time and in copies, a copy for each processor, runs the tests concerned, the
-# quickest first, and prints the faults that none of them notices. With a word, only the faults in
+# mutate.sh [--quick] [-f LIST] [WORD]: puts the faults of tests/mutations.txt, or of another list,
+# into the libraries, one at a time and in copies, a copy for each processor, runs the tests concerned,
+# the quickest first, and prints the faults that none of them notices. With a word, only the faults in
 # files whose path has it. --quick only looks whether each of them still fits its file.
 #
 # A list has paragraphs. The first line of one names a source file or an internal header, and after

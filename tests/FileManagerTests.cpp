@@ -223,13 +223,23 @@ TEST_F(FileManagerTest, WritesWhereThereAreNoLocks) {
   EXPECT_EQ(fileCount(), 2U);
 }
 
-TEST_F(FileManagerTest, TakesNothingButFilesOfNobody) {
+TEST_F(FileManagerTest, TakesNothingButFilesOfNobodyTheOldestFirst) {
   const auto take = [] {
     return TakenFile::takeAtPath("file", [](const String&) { return true; });
   };
   const auto takenBy = [](pid_t owner) {
     return ".file.taken00000000000000000001-" + std::to_string(owner) + "-0";
   };
+  for (const char* time : {"6", "4", "2", "5", "3"}) {
+    putFile(".file.taken0000000000000000000"s + time + "-1-0", time);
+  }
+  putFile("file", "7");
+  std::string inOrder;
+  for (TakenFile& file : take()) {
+    inOrder += file.contents(1).view();
+    file.remove();
+  }
+  EXPECT_EQ(inOrder, "234567");
   putFile("file", "whole");
   fs::create_directory(takenBy(1));
   {

@@ -79,6 +79,7 @@ SCRIPTS = {
     "fuzz.sh": {path.stem.removesuffix("Fuzzer") for path in source.glob("fuzz/*Fuzzer.cpp")},
     "inspect.sh": words_in("tools/inspector/Options.cpp", r'^ *"  (--[a-z-]+)'),
     "lint.sh": words_in("scripts/lint.sh", r"^  ([a-z]+)\) "),
+    "mutate.sh": {"--quick"},
     "package.sh": {"--check"},
     "picture.sh": set(),
     "setup.sh": words_in("scripts/packages.txt", r"^([a-z]+) "),
