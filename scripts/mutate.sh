@@ -131,8 +131,7 @@ first_failure() {
 try() {
   local file=$1 fault=${3%% ## *} reason=${3#* ## } verdict new test
   new=${fault#* ~>}
-  if ! with_fault "$file" "${fault%% ~>*}" "${new# }" >"$copy/changed" ||
-    ! cp "$copy/changed" "$copy/$file" || ! build "$file"; then
+  if ! with_fault "$file" "${fault%% ~>*}" "${new# }" >"$copy/$file" || ! build "$file"; then
     verdict="DOES NOT FIT"
   elif test=$(first_failure "$2") && [[ -n $test ]]; then
     verdict="caught by $test"

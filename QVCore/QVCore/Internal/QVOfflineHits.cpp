@@ -16,7 +16,6 @@
 #include <QVPlatform/Foundation/ForkMutex.h>
 #include <QVPlatform/Foundation/Log.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdint>

@@ -13,7 +13,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <new>
-#include <optional>
 
 namespace QVPlatform {
 namespace {
