@@ -35,8 +35,8 @@ class KeyedListArchiverTest : public testing::Test {
     return bytes;
   }
 
-  void expectList(const char* after) {
-    const std::string bytes = archive();
+  void expectList(const char* after) { expectListIn(archive(), after); }
+  void expectListIn(const std::string& bytes, const char* after) const {
     KeyedUnarchiver unarchiver{Data(bytes)};
     EXPECT_EQ(unarchiver.decodeObjectForKey("list"), Value(Array(messages_))) << after;
     EXPECT_TRUE(unarchiver.isValid()) << after;
@@ -88,6 +88,32 @@ TEST_F(KeyedListArchiverTest, WritesNothingOfWhatHasLeft) {
     EXPECT_NE(bytes.find("/" + std::to_string(left) + "end"), bytes.npos);
     EXPECT_LT(bytes.size(), 2 * full / kCount * (kCount - left) + 10'000);
   }
+}
+
+TEST_F(KeyedListArchiverTest, GivesAwayALongListWhileItGrows) {
+  std::string bytes;
+  int parts = 0;
+  int lastPart = INT_MAX;
+  const auto append = [&](std::span<const std::string_view> pieces) {
+    for (const std::string_view piece : pieces) bytes += piece;
+    return ++parts < lastPart;
+  };
+  KeyedListArchiver archiver("list", append);
+  for (int i = 0; i < 5000; ++i) {
+    messages_.push_back(message(std::to_string(i) + std::string(1000, 'x')));
+    ASSERT_TRUE(archiver.add(messages_.back().dictionary().snapshot()));
+  }
+  EXPECT_EQ(messages_.front().dictionary().snapshot().use_count(), 2);  // not kept any more
+  append(archiver.archive());
+  expectListIn(bytes, "parts");
+  EXPECT_THAT(parts, AllOf(testing::Gt(10), testing::Lt(100)));
+  ASSERT_TRUE(archiver.keep(0, 0));
+  lastPart = parts + 2;
+  for (const Value& message : messages_) {
+    if (!archiver.add(message.dictionary().snapshot())) break;
+  }
+  EXPECT_EQ(parts, lastPart);
+  EXPECT_EQ(archiver.count(), 0U);
 }
 
 TEST_F(KeyedListArchiverTest, LeavesToTheOtherArchiverWhatIsNotPlain) {

@@ -33,15 +33,17 @@ TEST_F(QVOfflineHitsTest, SavesLiveHitsInOrderAndSaysHowMany) {
 
 TEST_F(QVOfflineHitsTest, LeavesOutWhatCannotBeSavedAndSavesTheRest) {
   QVNetworkManager::sharedInstance();
+  // Long enough to be written before the others are looked at.
+  request({{"url", "http://h/"}, {"text", String(std::string(1U << 19, 'x'))}});
   request({{"url", "http://h/"}, {"object", QVLogger::sharedInstance()}});
   request({{"url", "http://h/large"},
            {"object", std::make_shared<Archived>([] { throw std::bad_alloc(); })}});
   request({{"url", "http://h/"}});
   testing::internal::CaptureStderr();
-  EXPECT_EQ(printed([] { post(kQVNotification_OnBackground); }), "Saving 3 offline Hits\n");
+  EXPECT_EQ(printed([] { post(kQVNotification_OnBackground); }), "Saving 4 offline Hits\n");
   EXPECT_THAT(testing::internal::GetCapturedStderr(),
-              AllOf(HasSubstr("QVLogger"), HasSubstr("hit 1 (http://h/large)")));
-  EXPECT_THAT(idsOf(saved()), ElementsAre(Value(0U), Value(2U)));
+              AllOf(HasSubstr("QVLogger"), HasSubstr("hit 2 (http://h/large)")));
+  EXPECT_THAT(idsOf(saved()), ElementsAre(Value(0U), Value(1U), Value(3U)));
 }
 
 TEST_F(QVOfflineHitsTest, RestoresHitsUnderTheirOldNumbersAtTheStartAndRemovesTheFile) {

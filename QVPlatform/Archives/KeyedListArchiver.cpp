@@ -15,13 +15,14 @@
 #include <unordered_map>
 #include <utility>
 
-// An archive is made of three pieces. The first has what the messages share: their keys, and the
-// texts that a message has in common with the one before it. The second has the messages, one after
-// the other, each with the objects that are its own. The third has what must be made anew each
-// time: the list, and the tables that tell where the objects lie.
+// An archive is made of three pieces. The first has the messages, one after the other, each with
+// the objects that are its own. The second has what they share: their keys, and the texts that a
+// message has in common with the one before it. The third has what must be made anew each time: the
+// list, and the tables that tell where the objects lie. So what comes first in the file is known
+// first, and a long list need not be kept until its end is known.
 //
 // The bytes of a message never change while it is in the list. They refer to objects and UIDs by
-// number, so a number is never given to something else: those of the first piece come from a room
+// number, so a number is never given to something else: those of the second piece come from a room
 // that is set aside for them, and those of messages that have left stand for "$null" from then on.
 // Once these are in the majority all is encoded anew, which is seldom enough to cost nothing.
 
@@ -40,11 +41,14 @@ constexpr Number kSharedRoom = 512;
 /// From how many on it is worth while to clear away what is not used any more.
 constexpr std::size_t kManyNumbers = 1000;
 constexpr std::size_t kManyBytes = 1U << 20;
+/// From how many on they go to the sink: so few that they stay in the processor's caches.
+constexpr std::size_t kBytesOfAPart = 1U << 18;
 
 /// Objects that follow one another in the file, and what their UIDs stand for.
 struct Piece {
   Number nextObject() const { return firstObject + static_cast<Number>(offsets.size()); }
   Number nextUID() const { return firstUID + static_cast<Number>(targets.size()); }
+  std::size_t end() const { return given + bytes.size(); }
 
   /// Room for so many bytes more, which the caller fills.
   char* grow(std::size_t count) {
@@ -52,7 +56,7 @@ struct Piece {
     return bytes.data() + bytes.size() - count;
   }
   Number addObject() {
-    offsets.push_back(static_cast<Number>(bytes.size()));
+    offsets.push_back(static_cast<Number>(end()));
     return nextObject() - 1;
   }
   Number add(const PlainObject& object) {
@@ -83,9 +87,10 @@ struct Piece {
 
   Number firstObject = 0;
   Number firstUID = 0;
-  std::string bytes;
-  std::vector<Number> offsets;  // of objects, in `bytes`
-  std::vector<Number> targets;  // of UIDs: objects
+  std::string bytes{};
+  std::vector<Number> offsets{};  // of objects, in the piece
+  std::vector<Number> targets{};  // of UIDs: objects
+  std::size_t given = 0;          // bytes that are not kept any more, before the others
 };
 
 /// How far the messages reach into their piece.
@@ -96,7 +101,7 @@ struct Extent {
 };
 
 Extent endOf(const Piece& piece) {
-  return {piece.bytes.size(), piece.offsets.size(), piece.targets.size()};
+  return {piece.end(), piece.offsets.size(), piece.targets.size()};
 }
 
 struct Message {
@@ -108,7 +113,8 @@ struct Message {
 }  // namespace
 
 struct KeyedListArchiver::State {
-  explicit State(const String& key) : key_(text(Archive::escapedKey(key.view()))) {}
+  State(const String& key, const Sink& sink)
+      : sink_(sink), key_(text(Archive::escapedKey(key.view()))) {}
 
   /// Drops the messages before and behind these.
   void keep(std::size_t first, std::size_t count) {
@@ -125,7 +131,7 @@ struct KeyedListArchiver::State {
 
   std::span<const Message> messages() const { return std::span(messages_).subspan(dropped_); }
 
-  /// False when the message must be left to KeyedArchiver.
+  /// False when the message must be left to KeyedArchiver, or the sink fails.
   bool add(Dictionary::Snapshot entries) {
     const std::size_t known = keys_.size();
     keys_.resize(entries->size());
@@ -145,7 +151,7 @@ struct KeyedListArchiver::State {
         {class_, keysKey_, elementsKey_, dictionaryClass_, *keyList, own_.addArray(values_)});
     const Number uid = own_.addUID(dictionary);
     messages_.push_back({std::move(entries), uid, endOf(own_)});
-    return true;
+    return !sink_ || giveAway();
   }
 
   /// Whether the archive can be written; then it is in the pieces.
@@ -155,8 +161,7 @@ struct KeyedListArchiver::State {
     tail_.bytes.clear();
     tail_.offsets.clear();
     const Number root = addRoot();
-    const std::size_t table =
-        shared_.bytes.size() + own_.bytes.size() - dead_.bytes + tail_.bytes.size();
+    const std::size_t table = sharedPlace() + shared_.bytes.size() + tail_.bytes.size();
     const std::size_t size = table + tail_.nextObject() * kWidth + Format::kTrailerSize;
     if (size > PropertyList::kMaximumSize) return false;
     addTable(root, table);
@@ -164,10 +169,32 @@ struct KeyedListArchiver::State {
   }
 
   std::vector<std::string_view> pieces() const {
-    return {shared_.bytes, std::string_view(own_.bytes).substr(dead_.bytes), tail_.bytes};
+    auto all = beginning();
+    all.insert(all.end(), {shared_.bytes, tail_.bytes});
+    return all;
   }
 
  private:
+  /// The messages, and what stands before them, as far as the sink did not get it.
+  std::vector<std::string_view> beginning() const {
+    const auto messages = std::string_view(own_.bytes).substr(dead_.bytes);
+    if (own_.given > 0) return {messages};
+    return {Format::kMagic, messages};
+  }
+
+  /// Keeps no message but the last, which the next one is compared with.
+  bool giveAway() {
+    if (messages_.size() > 1) messages_[messages_.size() - 2].entries.reset();
+    if (own_.bytes.size() < kBytesOfAPart) return true;
+    if (!sink_(beginning())) return false;
+    own_.given += own_.bytes.size();
+    own_.bytes.clear();
+    return true;
+  }
+
+  /// Where the second piece begins in the file.
+  std::size_t sharedPlace() const { return Format::kMagic.size() + own_.end() - dead_.bytes; }
+
   Number text(std::string_view text) { return shared_.add(PlainObject(String(text))); }
 
   /// The UID of the class; "NSObject" ends every chain.
@@ -250,7 +277,7 @@ struct KeyedListArchiver::State {
   }
 
   bool isWithinLimits() const {
-    return own_.bytes.size() < PropertyList::kMaximumSize && own_.offsets.size() < UINT32_MAX / 4;
+    return own_.end() < PropertyList::kMaximumSize && own_.offsets.size() < UINT32_MAX / 4;
   }
 
   /// The list, and around it what makes it an archive; answers the outermost dictionary.
@@ -280,29 +307,31 @@ struct KeyedListArchiver::State {
       for (const Number offset : offsets) to = put(to, offset + static_cast<Number>(place));
     };
     const auto putNulls = [&](std::size_t count) {
-      for (; count > 0; --count) to = put(to, shared_.offsets.front());
+      const Number null = shared_.offsets.front() + static_cast<Number>(sharedPlace());
+      for (; count > 0; --count) to = put(to, null);
     };
-    putOffsets(shared_.offsets, 0);
+    putOffsets(shared_.offsets, sharedPlace());
     putNulls(kSharedRoom - shared_.offsets.size() + dead_.objects);
     // Modulo 2^32 that is the place less what is not written any more.
-    putOffsets(std::span(own_.offsets).subspan(dead_.objects), shared_.bytes.size() - dead_.bytes);
+    putOffsets(std::span(own_.offsets).subspan(dead_.objects), Format::kMagic.size() - dead_.bytes);
     putOffsets(tail_.offsets, table - begin);
     putTrailer(to, {kWidth, kWidth, tail_.nextObject(), root, table});
   }
 
+  const Sink& sink_;
   std::vector<Message> messages_;
   std::size_t dropped_ = 0;  // of the messages, at the beginning
   Extent dead_;              // what these have in the piece
 
-  Piece shared_{0, 0, std::string(Format::kMagic), {}, {}};
-  Piece own_{kSharedRoom, kSharedRoom, {}, {}, {}};
+  Piece shared_;
+  Piece own_{kSharedRoom, kSharedRoom};
   Piece tail_;
   std::vector<Number> keys_;    // UIDs of the message that was added last, in the order of its keys
   std::vector<Number> values_;  // likewise
   std::unordered_map<String, Number> sharedTexts_;                // UIDs
   std::vector<std::pair<std::vector<Number>, Number>> keyLists_;  // arrays of UIDs
 
-  // In the shared piece. "$null" is first, so that a UID of 0 stands for nil.
+  // In the second piece. "$null" is first, so that a UID of 0 stands for nil.
   const Number null_ = shared_.addUID(text(Archive::kNull));
   const Number class_ = text(Archive::kClassKey);
   const Number keysKey_ = text(Archive::kKeysKey);
@@ -318,7 +347,10 @@ struct KeyedListArchiver::State {
   const Number key_;
 };
 
-KeyedListArchiver::KeyedListArchiver(String key) : key_(std::move(key)) {}
+KeyedListArchiver::KeyedListArchiver(String key) : KeyedListArchiver(std::move(key), nullptr) {}
+
+KeyedListArchiver::KeyedListArchiver(String key, Sink sink)
+    : key_(std::move(key)), sink_(std::move(sink)) {}
 
 KeyedListArchiver::~KeyedListArchiver() = default;
 
@@ -343,14 +375,14 @@ bool KeyedListArchiver::keep(std::size_t first, std::size_t count) {
 }
 
 bool KeyedListArchiver::add(Dictionary::Snapshot message) {
-  auto known = state_ ? std::move(state_) : std::make_unique<State>(key_);
+  auto known = state_ ? std::move(state_) : std::make_unique<State>(key_, sink_);
   if (!known->add(std::move(message))) return false;
   state_ = std::move(known);
   return true;
 }
 
 std::vector<std::string_view> KeyedListArchiver::archive() {
-  auto known = state_ ? std::move(state_) : std::make_unique<State>(key_);
+  auto known = state_ ? std::move(state_) : std::make_unique<State>(key_, sink_);
   if (!known->finish()) return {};
   state_ = std::move(known);
   return state_->pieces();

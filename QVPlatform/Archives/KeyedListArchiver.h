@@ -3,7 +3,9 @@
 #include <QVPlatform/Export.h>
 #include <QVPlatform/Foundation/Value.h>
 
+#include <functional>
 #include <memory>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -21,8 +23,16 @@ namespace QVPlatform {
 /// Threads: one archiver is used by one thread at a time.
 class QVPLATFORM_EXPORT KeyedListArchiver {
  public:
+  /// Takes a part of the archive, in pieces that are to be written one behind the other at once;
+  /// false when that fails.
+  using Sink = std::function<bool(std::span<const std::string_view>)>;
+
   /// The key under which the list stands in the archive.
   explicit KeyedListArchiver(String key);
+  /// For a list that is archived once and may be long: what is encoded goes to the sink while
+  /// messages are added, instead of being kept. Then archive() answers with the rest, and of the
+  /// operations that have to do with earlier messages there are count() and keep(0, 0) alone.
+  KeyedListArchiver(String key, Sink sink);
   ~KeyedListArchiver();
   KeyedListArchiver(const KeyedListArchiver&) = delete;
   KeyedListArchiver& operator=(const KeyedListArchiver&) = delete;
@@ -35,7 +45,7 @@ class QVPLATFORM_EXPORT KeyedListArchiver {
   /// left, all others are encoded anew; false if that fails.
   bool keep(std::size_t first, std::size_t count);
   /// Adds the message at the end. False when it holds something else than the above: it is
-  /// KeyedArchiver's then to archive the list.
+  /// KeyedArchiver's then to archive the list. False, too, when the sink says so.
   bool add(Dictionary::Snapshot message);
   /// The archive, in pieces that are to be written one behind the other, before the next call. None
   /// when it would exceed PropertyList::kMaximumSize.
@@ -44,6 +54,7 @@ class QVPLATFORM_EXPORT KeyedListArchiver {
  private:
   struct State;
   String key_;
+  Sink sink_;
   std::unique_ptr<State> state_;
 };
 

@@ -100,7 +100,7 @@ bool AtomicFile::claim() {
     const bool isFree = isFreeToUse(opened, isNew);
     if (isFree && isAtPath(opened, path_)) {
       descriptor_ = opened;
-      isLeftOver_ = !isNew;
+      isEmpty_ = isNew;
       return true;
     }
     unlockFile(opened);
@@ -110,25 +110,36 @@ bool AtomicFile::claim() {
   }
 }
 
+/// A left-over may hold anything and have any mode.
+bool AtomicFile::begin() {
+  if (descriptor_ < 0 && !open()) return false;
+  return isEmpty_ ||
+         isDone(ftruncate(descriptor_, 0) == 0 && lseek(descriptor_, 0, SEEK_SET) == 0 &&
+                fchmod(descriptor_, S_IRUSR | S_IWUSR) == 0);
+}
+
 bool AtomicFile::write(std::span<const std::string_view> pieces) {
-  if (!open()) return false;
+  return begin() && append(pieces) && flush();
+}
+
+bool AtomicFile::append(std::span<const std::string_view> pieces) {
+  if (descriptor_ < 0 && !begin()) return false;
+  isEmpty_ = false;
   const SignalShield shield;
-  // A left-over may hold anything and have any mode.
-  const bool isEmpty = !isLeftOver_ || (ftruncate(descriptor_, 0) == 0 &&
-                                        fchmod(descriptor_, S_IRUSR | S_IWUSR) == 0);
-  const bool isWritten = isEmpty && writeAll(descriptor_, pieces) && fsync(descriptor_) == 0;
-  if (!isWritten) error_ = errno;
-  return isWritten;
+  return isDone(writeAll(descriptor_, pieces));
+}
+
+bool AtomicFile::flush() { return descriptor_ >= 0 && isDone(fsync(descriptor_) == 0); }
+
+bool AtomicFile::isDone(bool isSuccess) {
+  if (!isSuccess) error_ = errno;
+  return isSuccess;
 }
 
 bool AtomicFile::moveIntoPlace() {
-  const bool isMoved = descriptor_ >= 0 && std::rename(path_.c_str(), target_.c_str()) == 0;
-  if (isMoved) {
-    path_.clear();
-  } else if (descriptor_ >= 0) {
-    error_ = errno;
-  }
-  return isMoved;
+  if (descriptor_ < 0 || !isDone(std::rename(path_.c_str(), target_.c_str()) == 0)) return false;
+  path_.clear();
+  return true;
 }
 
 String AtomicFile::error() const { return String(std::generic_category().message(error_)); }

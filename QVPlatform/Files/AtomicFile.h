@@ -30,24 +30,30 @@ class QVPLATFORM_EXPORT AtomicFile {
   AtomicFile(const AtomicFile&) = delete;
   AtomicFile& operator=(const AtomicFile&) = delete;
 
-  /// Writes all the bytes, mode 0600, and flushes them to the disk; false, with error(), when that
-  /// fails. To be called once.
+  /// Writes all the bytes, mode 0600, in place of what was written before, and flushes them to the
+  /// disk; false, with error(), when that fails.
   bool write(std::string_view bytes) { return write(std::span(&bytes, 1)); }
   /// The same for bytes that lie in several places, one behind the other.
   bool write(std::span<const std::string_view> pieces);
+  /// The same in steps: writes the bytes behind those that are written.
+  bool append(std::span<const std::string_view> pieces);
+  /// Flushes what was appended to the disk.
+  bool flush();
   /// Moves what was written into its place, at once. False, with error(), when that fails.
   bool moveIntoPlace();
   /// Why the last operation failed, for people ("No space left on device").
   String error() const;
 
  private:
+  bool begin();
   bool open();
   bool claim();
+  bool isDone(bool isSuccess);
 
   const std::string target_;
   std::string path_;
   int descriptor_ = -1;
-  bool isLeftOver_ = false;
+  bool isEmpty_ = false;
   int error_ = 0;
 };
 

@@ -23,6 +23,7 @@
 #include <mutex>
 #include <new>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -155,12 +156,17 @@ class HitsOnce {
   void look(const OperationQueue& queue) { QVKeptHits::look(queue, waiting_); }
   bool encode() const { return true; }  // not before it is written, which may tell of some hits
   std::size_t count() const { return waiting_.size(); }
-  /// Nearly always all hits are plain, which takes less than half of the time.
+  /// Nearly always all hits are plain, which takes less than half of the time, and no memory for
+  /// the archive.
   bool write(AtomicFile& file) const {
-    KeyedListArchiver archiver(kQVFileOfflineHits);
-    const auto pieces = QVHitArchive::piecesOfPlain(waiting_, archiver);
-    return pieces.empty() ? file.write(QVHitArchive::ofThoseThatFit(waiting_).view())
-                          : file.write(pieces);
+    bool isWritten = true;
+    KeyedListArchiver archiver(kQVFileOfflineHits, [&](std::span<const std::string_view> part) {
+      return isWritten = file.append(part);
+    });
+    const auto rest = QVHitArchive::piecesOfPlain(waiting_, archiver);
+    if (!isWritten) return false;
+    return rest.empty() ? file.write(QVHitArchive::ofThoseThatFit(waiting_).view())
+                        : file.append(rest) && file.flush();
   }
 
  private:
