@@ -143,6 +143,34 @@ TEST_F(QVKeptHitsTest, SavesWhatHasBecomeOfHitsThatWereSavedBefore) {
   EXPECT_EQ(fileCount(), 0) << "what becomes of a queue that was replaced is not saved";
 }
 
+TEST_F(QVKeptHitsTest, HoldsWhatWaitsWhileHitsComeAndGo) {
+  const auto manager = QVNetworkManager::sharedInstance();
+  std::mt19937 random(4711);
+  std::vector<std::pair<std::weak_ptr<QVPlatform::Operation>, Value>> posted;
+  for (unsigned i = 0; i < 600; ++i) {
+    if (i % 100 == 0) {
+      manager->setOperationQueue(suspendedQueue());
+      manager->enableRunningInBackground();
+      posted.clear();
+    }
+    const auto queue = manager->operationQueue();
+    const auto first = queue->firstOperationPassingTest([](const auto&) { return true; });
+    if (first && random() % 3 == 0) first->cancel();
+    if (first && random() % 50 == 0) {
+      queue->operationAtIndex(queue->operationCount() / 2)->cancel();
+    }
+    if (random() % 20 == 0) queue->addOperation(std::make_shared<QVPlatform::Operation>());
+    request({{"url", "http://h/"}});
+    posted.emplace_back(queue->operationAtIndex(queue->operationCount() - 1), i);
+    std::vector<Value> waiting;
+    for (const auto& [posting, id] : posted) {
+      const auto hit = posting.lock();
+      if (hit && !hit->isCancelled()) waiting.push_back(id);
+    }
+    ASSERT_EQ(idsOf(saved()), waiting) << i;
+  }
+}
+
 TEST_F(QVKeptHitsTest, HoldsWhatWaitsAfterManyThreadsHaveSavedAtOnce) {
   const auto manager = QVNetworkManager::sharedInstance();
   QVDebug::setDebugLevel(6);

@@ -6,6 +6,7 @@
 #include <QVPlatform/Archives/PropertyList.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <initializer_list>
 #include <optional>
@@ -34,6 +35,7 @@ namespace Archive = KeyedArchiveFormat;
 using namespace BinaryPropertyListBytes;
 
 using Number = std::uint32_t;  // of an object in the file, or of a UID
+using Numbers = std::span<const Number>;
 
 constexpr std::size_t kWidth = sizeof(Number);  // of references, UIDs and offsets in the file
 /// How many objects the messages may share, and how many UIDs.
@@ -64,18 +66,23 @@ struct Piece {
     bytes.append(object.head()).append(object.content());
     return number;
   }
-  Number addContainer(std::uint8_t type, std::size_t count, std::span<const Number> references) {
+  /// Of the numbers in all the parts, of which each entry takes so many.
+  Number addContainer(std::uint8_t type, std::size_t ofAnEntry,
+                      std::initializer_list<Numbers> parts) {
+    std::size_t size = 0;
+    for (const Numbers part : parts) size += part.size();
+    const std::size_t count = size / ofAnEntry;
     const Number number = addObject();
-    char* const to = grow(headSize(count) + references.size() * kWidth);
-    put(putHead(to, type, count), references, kWidth);
+    char* to = putHead(grow(headSize(count) + size * kWidth), type, count);
+    for (const Numbers part : parts) to = put(to, part, kWidth);
     return number;
   }
-  Number addArray(std::span<const Number> elements) {
-    return addContainer(Format::kArray, elements.size(), elements);
+  Number addArray(std::initializer_list<Numbers> parts) {
+    return addContainer(Format::kArray, 1, parts);
   }
   /// All keys, then all values.
   Number addDictionary(std::initializer_list<Number> references) {
-    return addContainer(Format::kDictionary, references.size() / 2, references);
+    return addContainer(Format::kDictionary, 2, {references});
   }
   /// The UID of an object.
   Number addUID(Number object) {
@@ -106,7 +113,6 @@ Extent endOf(const Piece& piece) {
 
 struct Message {
   Dictionary::Snapshot entries;  // kept, so that no other one gets its address
-  Number uid = 0;
   Extent end;
 };
 
@@ -148,9 +154,9 @@ struct KeyedListArchiver::State {
     const auto keyList = listOfKeys();
     if (!keyList || !isWithinLimits()) return false;
     const Number dictionary = own_.addDictionary(
-        {class_, keysKey_, elementsKey_, dictionaryClass_, *keyList, own_.addArray(values_)});
-    const Number uid = own_.addUID(dictionary);
-    messages_.push_back({std::move(entries), uid, endOf(own_)});
+        {class_, keysKey_, elementsKey_, dictionaryClass_, *keyList, own_.addArray({values_})});
+    elements_.push_back(own_.addUID(dictionary));
+    messages_.push_back({std::move(entries), endOf(own_)});
     return !sink_ || giveAway();
   }
 
@@ -200,7 +206,7 @@ struct KeyedListArchiver::State {
   /// The UID of the class; "NSObject" ends every chain.
   Number addClass(std::string_view name, std::string_view base) {
     const Number names[] = {text(name), text(base), text("NSObject")};
-    const Number chain = shared_.addArray(names);
+    const Number chain = shared_.addArray({names});
     return shared_.addUID(shared_.addDictionary(
         {text(Archive::kClassNameKey), text(Archive::kClassesKey), names[0], chain}));
   }
@@ -216,6 +222,7 @@ struct KeyedListArchiver::State {
   void dropFrom(std::size_t begin) {
     if (begin == messages_.size()) return;
     messages_.resize(begin);
+    elements_.resize(begin);
     keys_.clear();
     const Extent rest = begin == 0 ? Extent() : messages_.back().end;
     own_.bytes.resize(rest.bytes);
@@ -272,7 +279,7 @@ struct KeyedListArchiver::State {
       if (known == keys_) return list;
     }
     if (!hasSharedRoom()) return std::nullopt;
-    keyLists_.emplace_back(keys_, shared_.addArray(keys_));
+    keyLists_.emplace_back(keys_, shared_.addArray({keys_}));
     return keyLists_.back().second;
   }
 
@@ -282,19 +289,14 @@ struct KeyedListArchiver::State {
 
   /// The list, and around it what makes it an archive; answers the outermost dictionary.
   Number addRoot() {
-    std::vector<Number> numbers;
-    numbers.reserve(kSharedRoom + own_.targets.size());
-    for (const Message& message : messages()) numbers.push_back(message.uid);
-    const Number elements = tail_.addArray(numbers);
+    const Number elements = tail_.addArray({Numbers(elements_).subspan(dropped_)});
     const Number list = tail_.addDictionary({class_, elementsKey_, arrayClass_, elements});
     tail_.targets.clear();
     const Number listUID = tail_.addUID(list);
     const Number top = tail_.addDictionary({key_, listUID});
-    numbers.assign(shared_.targets.begin(), shared_.targets.end());
-    numbers.resize(kSharedRoom);
-    numbers.insert(numbers.end(), own_.targets.begin(), own_.targets.end());
-    numbers.push_back(list);
-    const Number objects = tail_.addArray(numbers);
+    static constexpr std::array<Number, kSharedRoom> kNulls{};
+    const auto rest = Numbers(kNulls).subspan(shared_.targets.size());
+    const Number objects = tail_.addArray({shared_.targets, rest, own_.targets, Numbers(&list, 1)});
     return tail_.addDictionary(
         {archiverKey_, versionKey_, topKey_, objectsKey_, archiver_, version_, top, objects});
   }
@@ -303,7 +305,7 @@ struct KeyedListArchiver::State {
   void addTable(Number root, std::size_t table) {
     const std::size_t begin = tail_.bytes.size();
     char* to = tail_.grow(tail_.nextObject() * kWidth + Format::kTrailerSize);
-    const auto putOffsets = [&to](std::span<const Number> offsets, std::size_t place) {
+    const auto putOffsets = [&to](Numbers offsets, std::size_t place) {
       for (const Number offset : offsets) to = put(to, offset + static_cast<Number>(place));
     };
     const auto putNulls = [&](std::size_t count) {
@@ -313,15 +315,16 @@ struct KeyedListArchiver::State {
     putOffsets(shared_.offsets, sharedPlace());
     putNulls(kSharedRoom - shared_.offsets.size() + dead_.objects);
     // Modulo 2^32 that is the place less what is not written any more.
-    putOffsets(std::span(own_.offsets).subspan(dead_.objects), Format::kMagic.size() - dead_.bytes);
+    putOffsets(Numbers(own_.offsets).subspan(dead_.objects), Format::kMagic.size() - dead_.bytes);
     putOffsets(tail_.offsets, table - begin);
     putTrailer(to, {kWidth, kWidth, tail_.nextObject(), root, table});
   }
 
   const Sink& sink_;
   std::vector<Message> messages_;
-  std::size_t dropped_ = 0;  // of the messages, at the beginning
-  Extent dead_;              // what these have in the piece
+  std::vector<Number> elements_;  // UIDs of these
+  std::size_t dropped_ = 0;       // of the messages, at the beginning
+  Extent dead_;                   // what these have in the piece
 
   Piece shared_;
   Piece own_{kSharedRoom, kSharedRoom};

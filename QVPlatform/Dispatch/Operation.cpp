@@ -13,8 +13,14 @@ constinit Mark latestMark{0};
 /// earlier ones count as changed, too. So nothing need be cleared away, nor known of an operation
 /// that is gone.
 constinit std::array<Mark, 1024> changed{};
+constinit Mark latestOfAllChanges{0};
 
 Mark& latestChange(std::uint64_t mark) { return changed[mark % changed.size()]; }
+
+void raise(Mark& latest, std::uint64_t mark) {
+  std::uint64_t known = latest;
+  while (known < mark && !latest.compare_exchange_weak(known, mark)) continue;
+}
 
 }  // namespace
 
@@ -31,10 +37,14 @@ bool Operation::mayHaveChangedSince(std::uint64_t mark) noexcept {
   return latestChange(mark) >= mark;
 }
 
+bool Operation::mayAnyHaveChangedSince(std::uint64_t mark) noexcept {
+  return latestOfAllChanges >= mark;
+}
+
 void Operation::mayChange() const noexcept {
   const std::uint64_t mark = mark_;
-  std::uint64_t latest = latestChange(mark);
-  while (latest < mark && !latestChange(mark).compare_exchange_weak(latest, mark)) continue;
+  raise(latestChange(mark), mark);
+  raise(latestOfAllChanges, mark);
 }
 
 }  // namespace QVPlatform

@@ -35,6 +35,8 @@ class QVPLATFORM_EXPORT Operation : public Object {
   /// Whether the operation may have changed since it got that number: it was cancelled, for
   /// example. Now and then it has not.
   static bool mayHaveChangedSince(std::uint64_t mark) noexcept;
+  /// The same of all operations that got that number or a later one.
+  static bool mayAnyHaveChangedSince(std::uint64_t mark) noexcept;
 
  protected:
   /// To be called after each change of what the operation holds, and when it has handed out

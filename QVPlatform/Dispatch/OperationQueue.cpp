@@ -316,13 +316,15 @@ OperationReference OperationQueue::firstOperationPassingTest(
 }
 
 void OperationQueue::visitOperations(
-    const std::function<void(const Operation&, std::uint64_t& note)>& function) const {
+    const std::function<std::size_t(const Operation&, std::uint64_t& note)>& function) const {
   const Lock lock(state_->mutex);
   Work& work = *state_->work;
-  if (work.running) function(*work.running, work.runningNote);
-  for (std::size_t i = 0; i < work.waiting.size(); ++i) {
-    if (i + kAhead < work.waiting.size()) __builtin_prefetch(&work.waiting[i + kAhead]);
-    function(*work.waiting[i].operation, work.waiting[i].note);
+  const std::size_t count = work.waiting.size();
+  std::size_t i = work.running ? function(*work.running, work.runningNote) : 0;
+  while (i < count) {
+    if (i + kAhead < count) __builtin_prefetch(&work.waiting[i + kAhead]);
+    const std::size_t passed = function(*work.waiting[i].operation, work.waiting[i].note);
+    i += 1 + std::min(passed, count - i);
   }
 }
 

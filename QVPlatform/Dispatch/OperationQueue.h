@@ -55,10 +55,11 @@ class QVPLATFORM_EXPORT OperationQueue : public Object {
       const std::function<bool(const Operation&)>& test) const;
   /// Calls the function with each operation in the list, in order, but for those that it only
   /// counts, and with a number that is the function's: it finds there what it left at its last
-  /// visit, 0 at first. Copies no list and destroys nothing. The function, too, runs under the
-  /// queue's lock; these two are the only places where the kit calls somebody's function under one.
+  /// visit, 0 at first. It answers how many of the next operations it need not see. Copies no list
+  /// and destroys nothing. The function, too, runs under the queue's lock; these two are the only
+  /// places where the kit calls somebody's function under one.
   void visitOperations(
-      const std::function<void(const Operation&, std::uint64_t& note)>& function) const;
+      const std::function<std::size_t(const Operation&, std::uint64_t& note)>& function) const;
   /// Cancels every operation in the list.
   void cancelAllOperations();
 

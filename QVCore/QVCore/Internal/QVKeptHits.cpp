@@ -3,12 +3,21 @@
 #include <QVCore/QVHTTPOperation.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <new>
 #include <utility>
 
 using QVPlatform::Dictionary;
 using QVPlatform::Operation;
 using QVPlatform::OperationQueue;
+
+namespace {
+
+/// How many of the next operations need no look.
+constexpr std::size_t kNext = 0;
+constexpr std::size_t kNone = SIZE_MAX;
+
+}  // namespace
 
 // Under the queue's lock nothing is destroyed that may call out: the data goes where it outlives
 // it.
@@ -17,28 +26,64 @@ void QVKeptHits::look(const OperationQueue& queue, std::vector<Dictionary>& data
   queue.visitOperations([&](const Operation& operation, Mark&) {
     const auto* hit = dynamic_cast<const QVHTTPOperation*>(&operation);
     if (hit && !hit->isCancelled()) data.push_back(hit->data().first);
+    return kNext;
   });
 }
 
 void QVKeptHits::look(const OperationQueue& queue, Change& change) const {
+  if (!lookAtEnds(queue, change)) lookAtAll(queue, change);
+}
+
+/// For what nearly always happens: hits have left at the head of the queue and joined at its end,
+/// and nothing else has changed. Then those that stayed are as they were if the first and the last
+/// of them are in their places, since a queue is not changed in between. False, with nothing found,
+/// when that is not so.
+bool QVKeptHits::lookAtEnds(const OperationQueue& queue, Change& change) const {
+  std::size_t visits = 0;
+  bool hasFound = false;
+  queue.visitOperations([&](const Operation& operation, Mark& mark) {
+    ++visits;
+    if (visits == 1) {
+      change.first = placeOf(mark);
+      change.stayed = marks_.size() - change.first;
+      if (change.stayed == 0 || Operation::mayAnyHaveChangedSince(mark)) return kNone;
+      hasFound = change.stayed == 1;
+      return hasFound ? kNext : change.stayed - 2;
+    }
+    if (!hasFound) {
+      hasFound = mark == marks_.back();
+      return hasFound ? kNext : kNone;
+    }
+    mark = join(operation, change);
+    return kNext;
+  });
+  if (!hasFound) change.first = change.stayed = 0;
+  return hasFound;
+}
+
+void QVKeptHits::lookAtAll(const OperationQueue& queue, Change& change) const {
   queue.visitOperations([&](const Operation& operation, Mark& mark) {
     if (isInPlace(operation, mark, change)) {
       ++change.stayed;
     } else {
       mark = join(operation, change);
     }
+    return kNext;
   });
+}
+
+/// Where in the list the hit with the mark is; its end, if it is not there.
+std::size_t QVKeptHits::placeOf(Mark mark) const {
+  const auto found = std::lower_bound(marks_.begin(), marks_.end(), mark);
+  const bool isThere = found != marks_.end() && *found == mark;
+  return isThere ? static_cast<std::size_t>(found - marks_.begin()) : marks_.size();
 }
 
 /// Whether the hit is the next one in the list, as it was encoded. The first one may stand anywhere
 /// there: those before it have left.
 bool QVKeptHits::isInPlace(const Operation& operation, Mark mark, Change& change) const {
   if (mark == 0 || !change.joined.empty()) return false;
-  std::size_t place = change.first + change.stayed;
-  if (change.stayed == 0) {
-    const auto first = std::lower_bound(marks_.begin(), marks_.end(), mark);
-    place = static_cast<std::size_t>(first - marks_.begin());
-  }
+  const std::size_t place = change.stayed == 0 ? placeOf(mark) : change.first + change.stayed;
   if (place == marks_.size() || marks_[place] != mark) return false;
   if (Operation::mayHaveChangedSince(mark) && !isAsEncoded(operation, place, change)) return false;
   if (change.stayed == 0) change.first = place;

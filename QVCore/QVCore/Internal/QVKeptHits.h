@@ -14,7 +14,8 @@
 ///
 /// The queue keeps with each hit the mark that it was given when it was encoded, and marks tell
 /// whether their hits may have changed. So the hits themselves, of which each lies somewhere else
-/// in the memory, are looked at only if they may have: most of the time of a change would go there.
+/// in the memory, are looked at only if they may have, and if none has, only those at the ends:
+/// most of the time of a change would go there, under the queue's lock.
 ///
 /// Threads: one object is used by one thread at a time.
 class QVKeptHits {
@@ -50,6 +51,9 @@ class QVKeptHits {
   std::vector<std::string_view> encode(Change& change);
 
  private:
+  bool lookAtEnds(const QVPlatform::OperationQueue& queue, Change& change) const;
+  void lookAtAll(const QVPlatform::OperationQueue& queue, Change& change) const;
+  std::size_t placeOf(Mark mark) const;
   bool isInPlace(const QVPlatform::Operation& operation, Mark mark, Change& change) const;
   bool isAsEncoded(const QVPlatform::Operation& operation, std::size_t index, Change& change) const;
   static Mark join(const QVPlatform::Operation& operation, Change& change);
