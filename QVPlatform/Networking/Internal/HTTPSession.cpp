@@ -168,8 +168,8 @@ void HTTPSession::setURL(const URL& url) {
   }
   setPlace(url.origin());
   const std::string_view rest = url.pathAndQuery();
-  const std::string target = std::string(rest.starts_with('/') ? "" : "/").append(rest);
-  set(CURLOPT_REQUEST_TARGET, target.c_str());
+  target_.assign(rest.starts_with('/') ? "" : "/").append(rest);
+  set(CURLOPT_REQUEST_TARGET, target_.c_str());
 }
 
 /// Most requests go where the one before went: then libcurl gets the URL taken apart already.

@@ -90,6 +90,7 @@ class HTTPSession {
   CURLM* multi_ = nullptr;
   CURLU* place_ = nullptr;  // as libcurl reads placeText_
   std::string placeText_;   // what the handle has for its URL
+  std::string target_;      // likewise; kept for its memory
   const ProxyEnvironment* proxies_ = nullptr;
   const std::string* proxy_ = nullptr;  // the one of them that the handle has
   char message_[CURL_ERROR_SIZE] = "";
