@@ -5,13 +5,14 @@ namespace {
 const Hits kOld{"http://h/old1", "http://h/old2"};
 const Hits kAll{"http://h/new", "http://h/old1", "http://h/old2"};
 
-/// The kit has three hits waiting, of which the file holds two.
+/// The kit has three hits waiting, of which the file holds two. They are so long that a part of
+/// them is written before the rest is encoded.
 class Saving : public Flow {
  public:
   using Flow::Flow;
   void prepare() override {
     start();
-    for (const auto& url : kOld) post(url);
+    for (const auto& url : kOld) post(url, std::string(200'000, 'x'));
     QVNetworkManager::sharedInstance()->saveAllHits();
     post("http://h/new");
   }

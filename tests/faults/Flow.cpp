@@ -16,9 +16,10 @@ void Flow::start(QVTest::ScriptedReachability::Flags flags) {
   kit_->init();
 }
 
-void Flow::post(const std::string& url) {
+void Flow::post(const std::string& url, const std::string& body) {
   NotificationCenter::defaultCenter()->postNotification(
-      Notification(kQVNotification_HTTPRequest, nullptr, Dictionary{{kQVUserInfo_URLKey, url}}));
+      Notification(kQVNotification_HTTPRequest, nullptr,
+                   Dictionary{{kQVUserInfo_URLKey, url}, {kQVUserInfo_POSTData, body}}));
 }
 
 std::string Flow::pathOfHits() const {

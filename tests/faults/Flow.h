@@ -35,7 +35,7 @@ class Flow {
  protected:
   void expect(bool isTrue, const std::string& what);
   void start(QVTest::ScriptedReachability::Flags flags = 0);
-  static void post(const std::string& url);
+  static void post(const std::string& url, const std::string& body = "");
   std::string pathOfHits() const;
   /// Puts a file of these hits into the container, as an earlier run would have left it.
   void leave(const Hits& hits) const;
