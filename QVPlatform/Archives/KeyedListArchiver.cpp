@@ -6,7 +6,6 @@
 #include <QVPlatform/Archives/PropertyList.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <initializer_list>
 #include <optional>
@@ -294,8 +293,7 @@ struct KeyedListArchiver::State {
     tail_.targets.clear();
     const Number listUID = tail_.addUID(list);
     const Number top = tail_.addDictionary({key_, listUID});
-    static constexpr std::array<Number, kSharedRoom> kNulls{};
-    const auto rest = Numbers(kNulls).subspan(shared_.targets.size());
+    const std::vector<Number> rest(kSharedRoom - shared_.targets.size());
     const Number objects = tail_.addArray({shared_.targets, rest, own_.targets, Numbers(&list, 1)});
     return tail_.addDictionary(
         {archiverKey_, versionKey_, topKey_, objectsKey_, archiver_, version_, top, objects});
