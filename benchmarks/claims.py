@@ -46,7 +46,7 @@ CLAIMS = [
                "latency/core", "latency/curl", 1.15),
            Row("libcurl beside a socket, GET, one core", "one_core/GET/curl", "one_core/GET/socket"),
            Row("the core beside a socket, GET, one core", "one_core/GET/core", "one_core/GET/socket")],
-          "hits", rounds=25),
+          "hits", rounds=75),
     Claim("Event bus", "NotificationBenchmark",
           "A post with one observer, among 10,000 names, beside a look-up in `std::unordered_map` and the\n"
           "call of the `std::function` that it holds; then two threads that post at once beside one, each\n"
