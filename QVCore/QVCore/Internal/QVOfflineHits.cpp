@@ -156,8 +156,8 @@ class HitsOnce {
   void look(const OperationQueue& queue) { QVKeptHits::look(queue, waiting_); }
   bool encode() const { return true; }  // not before it is written, which may tell of some hits
   std::size_t count() const { return waiting_.size(); }
-  /// Nearly always all hits are plain, which takes less than half of the time, and no memory for
-  /// the archive.
+  /// Nearly always all hits are plain, which takes less than half of the time, and of the archive
+  /// only a part is in memory.
   bool write(AtomicFile& file) const {
     bool isWritten = true;
     KeyedListArchiver archiver(kQVFileOfflineHits, [&](std::span<const std::string_view> part) {
