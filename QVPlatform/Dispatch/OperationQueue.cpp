@@ -155,10 +155,12 @@ struct OperationQueue::State {
     return !isStopped && !isSuspended && (work->cancelledAtHead > 0 || !work->waiting.empty());
   }
 
-  void wakeThread(const std::shared_ptr<State>& self) QV_REQUIRES(mutex) {
-    if (!canStart()) return;
+  /// What the thread sleeps at, if it is to be woken: without the mutex, which it takes first and
+  /// would go to sleep for again. Starts it where there is none.
+  std::condition_variable* awaited(const std::shared_ptr<State>& self) QV_REQUIRES(mutex) {
+    if (!canStart()) return nullptr;
     if (!work->hasThread) startThreadFor(self, false);
-    if (work->isIdle) work->changed.notify_one();
+    return work->isIdle ? &work->changed : nullptr;
   }
 
   void startThreadFor(const std::shared_ptr<State>& self, bool isChangeUntold) QV_REQUIRES(mutex) {
@@ -260,16 +262,19 @@ OperationQueue::~OperationQueue() {
 
 bool OperationQueue::addOperation(OperationReference operation) {
   if (!operation) return false;
+  const auto state = state_;  // what runs may be the last to hold the queue
   std::optional<Work::Dropped> dropped;
   CountChange change;
+  std::condition_variable* awaited = nullptr;
   {
-    const Lock lock(state_->mutex);
-    Work& work = *state_->work;
+    const Lock lock(state->mutex);
+    Work& work = *state->work;
     dropped.emplace(work.compact());
     if (!callOut([&] { work.waiting.push_back({std::move(operation)}); })) return false;
-    state_->wakeThread(state_);
-    change = state_->countChange();
+    awaited = state->awaited(state);
+    change = state->countChange();
   }
+  if (awaited) awaited->notify_one();
   change.tell();
   return true;
 }
@@ -336,9 +341,14 @@ void OperationQueue::cancelAllOperations() {
 }
 
 void OperationQueue::setSuspended(bool isSuspended) {
-  const Lock lock(state_->mutex);
-  state_->isSuspended = isSuspended;
-  state_->wakeThread(state_);
+  const auto state = state_;  // as above
+  std::condition_variable* awaited = nullptr;
+  {
+    const Lock lock(state->mutex);
+    state->isSuspended = isSuspended;
+    awaited = state->awaited(state);
+  }
+  if (awaited) awaited->notify_one();
 }
 
 bool OperationQueue::isSuspended() const {
