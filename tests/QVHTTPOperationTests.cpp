@@ -181,9 +181,12 @@ TEST_F(QVHTTPOperationTest, PostsTextAndGetsOtherwise) {
   for (const auto& [text, sent] : cases) {
     Dictionary data = requestTo(server.url());
     data.set("POSTData", text);
-    run(data);
+    const auto operation = run(data);
     const auto last = server.requests().back();
     EXPECT_EQ(last.method + last.body, sent);
+    // The body is the text itself, which may be long, and no copy of it.
+    const char* const bytes = last.body.empty() ? nullptr : text.string().UTF8String();
+    EXPECT_EQ(operation->request()->HTTPBody().view().data(), bytes);
   }
 }
 

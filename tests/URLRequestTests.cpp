@@ -43,7 +43,8 @@ TEST(MutableURLRequest, AddsValuesToAFieldWhateverItsCaseAndIsCopiedWithAllOfIt)
   request.addValueForHTTPHeaderField(" de\t", "ACCEPT-language");
   const auto copy = request.copy();
   request.setHTTPMethod("PUT");
-  request.setHTTPBody(nullptr);
+  request.setHTTPBody(Data::dataWithString(nullptr));
+  EXPECT_TRUE(request.HTTPBody().isNull());
   request.addValueForHTTPHeaderField("fr", "Accept-Language");
   EXPECT_EQ(copy->url()->absoluteString(), String("http://example.com/"));
   EXPECT_EQ(copy->cachePolicy(), URLRequestCachePolicy::kReloadIgnoringLocalCacheData);

@@ -21,6 +21,7 @@ using QVPlatform::Date;
 using QVPlatform::Dictionary;
 using QVPlatform::Lock;
 using QVPlatform::MutableURLRequest;
+using QVPlatform::operator""_string;
 using QVPlatform::String;
 using QVPlatform::stringWithFormat;
 using QVPlatform::URL;
@@ -155,8 +156,8 @@ std::shared_ptr<MutableURLRequest> QVHTTPOperation::customizeRequest() {
       QVLogger::sharedInstance()->logMessageWithLevel(stringWithFormat("postData: %@", {postData}),
                                                       QVLogLevelConfigurations);
     }
-    customized->setHTTPMethod("POST");
-    customized->setHTTPBody(Data(std::string(postData.view())));
+    customized->setHTTPMethod("POST"_string);
+    customized->setHTTPBody(Data::dataWithString(postData));
   }
   return customized;
 }
