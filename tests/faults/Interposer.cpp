@@ -131,7 +131,7 @@ QV_FAULTS_EXPORT int open(const char* path, int flags, ...) {
   QV_NEXT(open);
   va_list more;
   va_start(more, flags);
-  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;
+  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;  // NOLINT
   va_end(more);
   return fails(Call::kOpen) ? -1 : next(path, flags, mode);
 }
@@ -139,7 +139,7 @@ QV_FAULTS_EXPORT int openat(int directory, const char* path, int flags, ...) {
   QV_NEXT(openat);
   va_list more;
   va_start(more, flags);
-  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;
+  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;  // NOLINT
   va_end(more);
   return fails(Call::kOpen) ? -1 : next(directory, path, flags, mode);
 }

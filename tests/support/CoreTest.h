@@ -8,7 +8,7 @@ namespace QVTest {
 /// Remembers the notifications of some names on the default center.
 class Recorder {
  public:
-  explicit Recorder(std::vector<QVPlatform::String> names) {
+  explicit Recorder(const std::vector<QVPlatform::String>& names) {
     for (const auto& name : names) {
       center_->addObserver(
           this, [this](const QVPlatform::Notification& heard) { record(heard); }, name);

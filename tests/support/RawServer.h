@@ -77,7 +77,7 @@ class RawServer {
   using Script = std::function<void(Connection&)>;
 
   /// Reads the request and answers with these bytes; then closes.
-  static Script sends(std::string bytes) {
+  static Script sends(const std::string& bytes) {
     return [bytes](Connection& connection) {
       connection.readRequest();
       connection.send(bytes);

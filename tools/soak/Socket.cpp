@@ -35,7 +35,7 @@ Socket Socket::connectedTo(int port) {
   address.sin_family = AF_INET;
   address.sin_port = htons(static_cast<std::uint16_t>(port));
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  connect(file, reinterpret_cast<sockaddr*>(&address), sizeof address);
+  static_cast<void>(connect(file, reinterpret_cast<sockaddr*>(&address), sizeof address));
   return Socket(file);
 }
 

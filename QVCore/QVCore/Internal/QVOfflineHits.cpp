@@ -288,8 +288,8 @@ bool isWanted(const String& path) {
 
 /// The hits in the archive, or nothing when it is none. What they were read from is gone then,
 /// which takes as much memory as they do.
-std::optional<std::vector<Value>> hitsIn(Data archive) {
-  QVPlatform::KeyedUnarchiver unarchiver(std::move(archive));
+std::optional<std::vector<Value>> hitsIn(const Data& archive) {
+  QVPlatform::KeyedUnarchiver unarchiver(archive);
   auto hits = unarchiver.decodeObjectForKey(kQVFileOfflineHits).array().values();
   if (!unarchiver.isValid()) return std::nullopt;
   return hits;

@@ -41,7 +41,8 @@ class ArchiveScopes {
     --depth_;
     keys_.resize(scope_.firstKey);
     values_.resize(scope_.firstValue);
-    return std::exchange(scope_, outer);
+    const Scope ended = std::exchange(scope_, outer);
+    return static_cast<const Extent&>(ended);
   }
 
   /// Counts a value of that extent among those of the scope.
