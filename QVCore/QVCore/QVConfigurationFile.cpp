@@ -84,7 +84,7 @@ Value leaf(Branch& branch, const String& path) {
   for (bool isMore = !path.isNull(); isMore;) {
     const auto slash = rest.find('/');
     const auto key = rest.substr(0, slash);
-    isMore = slash != rest.npos;
+    isMore = slash != std::string_view::npos;
     if (isMore) rest.remove_prefix(slash + 1);
     isFound = branch.enterMember(key);
     if (!isFound) log("Error getting branch in JSON: %@", {String(key)}, QVLogLevelConfigurations);
@@ -167,7 +167,7 @@ String QVConfigurationFile::getFullJSON() const { return savedText(sharedName())
 Value QVConfigurationFile::getJSONDictionary() const {
   const String text = getFullJSON();
   String error;
-  const Value json = JSONSerialization::JSONObjectWithText(text, &error);
+  Value json = JSONSerialization::JSONObjectWithText(text, &error);
   logIfUnreadable(text, error);
   return json;
 }

@@ -105,7 +105,7 @@ void QVConfigurationFileFactory::setBundles(Dictionary bundles) {
 std::shared_ptr<QVConfigurationFile> QVConfigurationFileFactory::makeFile(const String& name,
                                                                           const String& versionPath,
                                                                           const String& url) const {
-  const auto file = std::make_shared<QVConfigurationFile>();
+  auto file = std::make_shared<QVConfigurationFile>();
   file->setBundle(std::dynamic_pointer_cast<Bundle>(bundles().get(name).object()));
   file->setSiteIDFileIDFileNameVersionPathAndURL(siteID(), containerID(), name, versionPath, url);
   // The address is what a file gets last: memory was too short for all of its identity.

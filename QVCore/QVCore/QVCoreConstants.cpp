@@ -1,7 +1,7 @@
 #include <QVCore/QVCoreConstants.h>
 
 using QVPlatform::String;
-using QVPlatform::operator""_string;
+using QVPlatform::operator""_string;  // NOLINT(misc-unused-using-decls)
 
 // Notification names.
 

@@ -3,7 +3,7 @@
 #include <QVCore/QVCoreVersion.h>
 
 using QVPlatform::String;
-using QVPlatform::operator""_string;
+using QVPlatform::operator""_string;  // NOLINT(misc-unused-using-decls)
 
 static_assert(QVCORE_VERSION == 40704, "the text below is another version's");
 constexpr String kQVCoreVersion = "4.7.4"_string;

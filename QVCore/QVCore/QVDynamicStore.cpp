@@ -12,7 +12,7 @@ using QVPlatform::Array;
 using QVPlatform::Dictionary;
 using QVPlatform::Lock;
 using QVPlatform::String;
-using QVPlatform::operator""_string;
+using QVPlatform::operator""_string;  // NOLINT(misc-unused-using-decls)
 using QVPlatform::stringWithFormat;
 using QVPlatform::Value;
 

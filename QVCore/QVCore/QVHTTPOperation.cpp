@@ -21,7 +21,7 @@ using QVPlatform::Date;
 using QVPlatform::Dictionary;
 using QVPlatform::Lock;
 using QVPlatform::MutableURLRequest;
-using QVPlatform::operator""_string;
+using QVPlatform::operator""_string;  // NOLINT(misc-unused-using-decls)
 using QVPlatform::String;
 using QVPlatform::stringWithFormat;
 using QVPlatform::URL;
@@ -148,7 +148,7 @@ QVHTTPOperation::Response QVHTTPOperation::sendSynchronousRequestWithResponseWit
 }
 
 std::shared_ptr<MutableURLRequest> QVHTTPOperation::customizeRequest() {
-  const auto customized = request();
+  auto customized = request();
   const String postData = userInfo().get(kQVUserInfo_POSTData).string();
   if (customized && !postData.isEmpty()) {
     // The line is as long as the body: it is made only for who reads it.

@@ -364,7 +364,7 @@ void QVNetworkManager::observeValueForKeyPathOfObjectChangeContext(
 
 QVShutdownResult QVNetworkManager::shutdownWithin(std::chrono::milliseconds timeout) {
   QVShutdownResult result;
-  if (const auto consent = consentQueue()) consent->stopWithin(timeout.zero());
+  if (const auto consent = consentQueue()) consent->stopWithin(std::chrono::milliseconds::zero());
   if (const auto hits = operationQueue()) {
     // What is posted later, or ends after its time, changes what is to be in the file.
     if (!hits->isStopped()) enableRunningInBackground();

@@ -78,7 +78,7 @@ QVReachability::~QVReachability() { stopNotifier(); }
 bool QVReachability::startNotifier() {
   bool isStarted = false;
   const auto watch = [&] { isStarted = watchTarget(); };
-  if (!callOut(watch) && !callOut(watch)) stopNotifier();
+  if (!callOut(watch) && !callOut(watch)) stopNotifier();  // NOLINT(misc-redundant-expression)
   return isStarted;
 }
 

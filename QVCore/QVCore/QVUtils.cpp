@@ -10,7 +10,7 @@
 #include <string_view>
 
 using QVPlatform::String;
-using QVPlatform::operator""_string;
+using QVPlatform::operator""_string;  // NOLINT(misc-unused-using-decls)
 using QVPlatform::Value;
 
 namespace {

@@ -66,7 +66,7 @@ void Device::setIdentifierForVendorProvider(IdentifierProvider provider) {
 }
 
 String Device::vendorName() {
-  const String chosen = settings().vendorName.get();
+  String chosen = settings().vendorName.get();
   if (!chosen.isEmpty()) return chosen;
   const String identifier = Application::identifier();
   const std::size_t lastDot = identifier.view().rfind('.');

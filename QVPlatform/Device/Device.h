@@ -14,7 +14,7 @@ struct SystemVersion {
   int minor = 0;
   int patch = 0;
 
-  friend auto operator<=>(const SystemVersion&, const SystemVersion&) = default;
+  friend auto operator<=>(const SystemVersion&, const SystemVersion&) = default;  // NOLINT
 };
 
 /// What identifies the device, and what the application wants to say about that itself.

@@ -145,7 +145,7 @@ Data FileManager::contentsAtPath(const String& path, std::size_t maximumSize) {
 String FileManager::stringWithContentsOfFile(const String& path, String* error) {
   const Data data = readFile(path, kMaximumTextSize);
   const int reason = errno;
-  const String text = data.string();
+  String text = data.string();
   if (text.isNull() && error) {
     *error = String("The file \"") + path + String("\" could not be read: ") +
              String(data.isNull() ? std::generic_category().message(reason) : "it is not UTF-8");

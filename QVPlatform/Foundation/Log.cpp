@@ -146,7 +146,7 @@ bool print(std::FILE* stream, const char* prefix, std::string_view text,
 void printOrDrop(std::FILE* stream, const char* prefix, const String& text,
                  std::atomic<std::size_t>& dropped) {
   const char* const line = text.isNull() ? "(null)" : text.UTF8String();
-  const auto deadline = Clock::now() + (dropped == 0 ? kPatience : kPatience.zero());
+  const auto deadline = Clock::now() + (dropped == 0 ? kPatience : Clock::duration::zero());
   const SignalShield shield;
   bool isPrinted = false;
   {

@@ -142,7 +142,7 @@ bool URL::parseAuthority(std::size_t begin) {
   hostSize_ = host.size();
   const std::string_view port = rest.substr(end + isLiteral);
   const bool isPort = port.empty() || port.front() == ':';
-  const bool isEscaped = host.find('%') != host.npos;
+  const bool isEscaped = host.find('%') != std::string_view::npos;
   if (isEscaped && this->host().isNull()) hostOffset_ = 0;  // the escapes stand for no text
   return isPort && fits(port, kInUserOrPort) && (isLiteral ? isAddress(host) : fits(host, kInHost));
 }

@@ -11,7 +11,7 @@ using QVPlatform::Dictionary;
 using QVPlatform::HTTPURLResponse;
 using QVPlatform::Notification;
 using QVPlatform::String;
-using QVPlatform::operator""_string;
+using QVPlatform::operator""_string;  // NOLINT(misc-unused-using-decls)
 
 namespace {
 

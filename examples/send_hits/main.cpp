@@ -74,7 +74,7 @@ bool run(int input, int interrupts, HitReader& reader, HitSender& sender) {
   auto& mainQueue = QVPlatform::MainQueue::mainQueue();
   bool needsInput = true;
   while (!reader.isAtEnd() || sender.underWay() > 0) {
-    const bool reads = needsInput && !reader.isAtEnd() && sender.underWay() <= sender.kLowWater;
+    const bool reads = needsInput && !reader.isAtEnd() && sender.underWay() <= HitSender::kLowWater;
     pollfd files[] = {{interrupts, POLLIN, 0},
                       {mainQueue.fileDescriptor(), POLLIN, 0},
                       {sender.fileDescriptor(), POLLIN, 0},

@@ -10,6 +10,7 @@ extern char** environ;
 void Tour::runApplication(const std::string& run) {
   std::vector<std::string> arguments = {"tour", "--run", run, otherContainer, collector.url()};
   std::vector<char*> pointers;
+  pointers.reserve(arguments.size() + 1);
   for (auto& argument : arguments) pointers.push_back(argument.data());
   pointers.push_back(nullptr);
 

@@ -12,7 +12,7 @@ constexpr int kUnreadable = 2;
 class SendHitsTest : public ::testing::Test {
  protected:
   std::string writeInput(const std::string& text) const {
-    const std::string path = directory.path() / "input";
+    std::string path = directory.path() / "input";
     putFile(path, text);
     return path;
   }
@@ -161,8 +161,8 @@ TEST_F(SendHitsTest, NeedsNoMoreMemoryForMoreHits) {
     Program program(SEND_HITS,
                     arguments({"--assume-network", "--quiet", directory.path() / "many"}));
     EXPECT_EQ(program.finish(), kAllAnswered) << program.printed();
-    const std::string count = std::to_string(counts[run]);
-    EXPECT_THAT(program.printed(), HasSubstr(count + " sent, " + count + " answered"));
+    const auto told = stringWithFormat("%@ sent, %@ answered", {counts[run], counts[run]});
+    EXPECT_THAT(program.printed(), HasSubstr(told.UTF8String()));
     peaks[run] = program.peakKilobytes();
   }
   RecordProperty("peak_kilobytes_few", std::to_string(peaks[0]));

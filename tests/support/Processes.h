@@ -53,6 +53,7 @@ inline std::string complaintsOf(const std::function<void()>& action) {
 /// Runs the function on that many threads at once, each with its number, until all have ended.
 inline void runAtOnce(int count, const std::function<void(int)>& function) {
   std::vector<std::jthread> threads;
+  threads.reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i) threads.emplace_back(function, i);
 }
 

@@ -22,6 +22,7 @@ class Program : public ChildProcess {
                                       std::vector<std::string>& arguments) {
     arguments.insert(arguments.begin(), path);
     std::vector<char*> command;
+    command.reserve(arguments.size() + 1);
     for (auto& argument : arguments) command.push_back(argument.data());
     command.push_back(nullptr);
     return command;

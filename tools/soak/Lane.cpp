@@ -36,6 +36,7 @@ pid_t start(const Errand& errand, int lifeline) {
   std::vector<std::string> texts = errand.arguments();
   texts.insert(texts.begin(), {"soak", "--host"});
   std::vector<char*> arguments;
+  arguments.reserve(texts.size() + 1);
   for (auto& text : texts) arguments.push_back(text.data());
   arguments.push_back(nullptr);
   posix_spawn_file_actions_t files;

@@ -17,7 +17,7 @@ constexpr long kSlackOfShortRun = 5;
 
 long numberOf(const std::string& status, const std::string& field) {
   const std::size_t place = status.find("\n" + field + ":");
-  return place == status.npos ? 0 : std::stol(status.substr(place + field.size() + 2));
+  return place == std::string::npos ? 0 : std::stol(status.substr(place + field.size() + 2));
 }
 
 long countOfFiles(const std::string& directory) {

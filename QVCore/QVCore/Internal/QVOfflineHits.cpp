@@ -38,7 +38,7 @@ using QVPlatform::KeyedListArchiver;
 using QVPlatform::OperationQueue;
 using QVPlatform::PropertyList;
 using QVPlatform::String;
-using QVPlatform::operator""_string;
+using QVPlatform::operator""_string;  // NOLINT(misc-unused-using-decls)
 using QVPlatform::stringWithFormat;
 using QVPlatform::TakenFile;
 using QVPlatform::Value;

@@ -29,7 +29,7 @@ bool isA(const Value& value) {
 /// A response has taken the place of the marker, if there was one. Without it a request waits with
 /// the hits.
 Value markerOf(const Dictionary& userInfo) {
-  const Value held = userInfo.get(kQVUserInfo_ResponseKey);
+  Value held = userInfo.get(kQVUserInfo_ResponseKey);
   if (!isA<QVPlatform::HTTPURLResponse>(held)) return held;
   const String answer = userInfo.get(kQVUserInfo_RequestType).string();
   return answer.hasPrefix(kQVNotification_ConfigurationResponse) ? Value(kConfigurationMarker)

@@ -22,7 +22,7 @@ bool takeDigits(std::string_view& text) {
 }
 
 bool takeOneOf(std::string_view characters, std::string_view& text) {
-  if (text.empty() || characters.find(text.front()) == characters.npos) return false;
+  if (text.empty() || characters.find(text.front()) == std::string_view::npos) return false;
   text.remove_prefix(1);
   return true;
 }
@@ -43,7 +43,7 @@ bool isLarge(std::string_view token) {
   std::string_view exponent = token.substr(std::min(exponentMark + 1, token.size()));
   if (exponent.starts_with('+')) exponent.remove_prefix(1);
   const auto first = mantissa.find_first_of("123456789");
-  if (first == mantissa.npos) return false;
+  if (first == std::string_view::npos) return false;
   const auto point = std::min(mantissa.find('.'), mantissa.size());
   const auto scale = static_cast<std::int64_t>(point) - static_cast<std::int64_t>(first);
   // A power that does not fit is beyond what all the digits of a text could make good for.
@@ -55,7 +55,8 @@ bool isLarge(std::string_view token) {
 
 bool hasManyDecimals(std::string_view token) {
   const auto point = token.find('.');
-  return point != token.npos && std::min(token.find_first_of("eE"), token.size()) - point > 8;
+  return point != std::string_view::npos &&
+         std::min(token.find_first_of("eE"), token.size()) - point > 8;
 }
 
 /// The same number with its point behind the last digit: "-120e1" for "-0.0120e5".
@@ -83,7 +84,7 @@ void appendInRange(std::string& text, std::string_view token) {
     text.append(withoutPoint(token));
   } else {
     text.append(token);
-    const bool isInteger = token.find_first_of(".eE") == token.npos;
+    const bool isInteger = token.find_first_of(".eE") == std::string_view::npos;
     if (isInteger && !isInRangeOf<std::int64_t>(token) && !isInRangeOf<std::uint64_t>(token)) {
       text.append("e0");
     }

@@ -28,7 +28,7 @@ bool isAllowedAt(std::string_view text, std::size_t at) {
            hexadecimalDigit(text[at + 2]) >= 0;
   }
   return text[at] > ' ' && text[at] < 0x7F &&
-         std::string_view("\"<>\\^`{|}").find(text[at]) == text.npos;
+         std::string_view("\"<>\\^`{|}").find(text[at]) == std::string_view::npos;
 }
 
 /// The text with every byte escaped that may not stand in a URL.

@@ -22,12 +22,13 @@ std::optional<NetworkAddress> NetworkAddress::parse(std::string_view text) {
   const std::size_t percent = text.find('%');
   const std::string host(text.substr(0, percent));
   NetworkAddress address;
-  if (percent == text.npos && inet_pton(AF_INET, host.c_str(), address.storage.data()) == 1) {
+  if (percent == std::string_view::npos &&
+      inet_pton(AF_INET, host.c_str(), address.storage.data()) == 1) {
     return address;
   }
   if (inet_pton(AF_INET6, host.c_str(), address.storage.data()) != 1) return std::nullopt;
   address.isIPv6 = true;
-  if (percent != text.npos) {
+  if (percent != std::string_view::npos) {
     address.scope = if_nametoindex(std::string(text.substr(percent + 1)).c_str());
     if (address.scope == 0) return std::nullopt;
   }

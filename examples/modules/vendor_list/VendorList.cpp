@@ -2,7 +2,7 @@
 
 using QVPlatform::Notification;
 using QVPlatform::String;
-using QVPlatform::operator""_string;
+using QVPlatform::operator""_string;  // NOLINT(misc-unused-using-decls)
 using QVPlatform::stringWithFormat;
 using QVPlatform::Value;
 
@@ -16,7 +16,7 @@ constexpr String kVersionPath = "info/version"_string;
 std::shared_ptr<VendorList> VendorList::load(const String& url,
                                              const std::shared_ptr<QVEventListener>& listener) {
   const auto factory = QVConfigurationFileFactory::sharedInstance();
-  const auto list = std::make_shared<VendorList>();
+  auto list = std::make_shared<VendorList>();
   // Registered first, so that whoever hears of a change finds the list by its name.
   factory->addConfigurationFileFromFileForListener(kName, list, listener);
   list->setSiteIDFileIDFileNameVersionPathAndURL(factory->siteID(), factory->containerID(), kName,
