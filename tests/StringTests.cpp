@@ -200,6 +200,7 @@ TEST(Value, IsLeftAsItWasByWhatIsDoneToACopyOfItOrToWhatItIsACopyOf) {
       const Array list({1, 2});
       const Dictionary otherTable = isCopyChanged ? table.copy() : Dictionary(table).copy();
       const Array otherList = list.copy();
+      EXPECT_EQ(Value(Array(Array(list).values())), Value(wholeList));  // of one that others have
       changes[i](isCopyChanged ? otherTable : table, isCopyChanged ? otherList : list);
       EXPECT_EQ(Value(table) == Value(wholeTable), isCopyChanged) << i;
       EXPECT_EQ(Value(otherTable) == Value(wholeTable), !isCopyChanged) << i;

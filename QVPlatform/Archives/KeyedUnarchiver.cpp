@@ -41,6 +41,9 @@ struct ClassInfo {
   String name;
 };
 
+/// Messages lie far apart in a file: while one is read, a later one is on its way from memory.
+constexpr std::size_t kAhead = 4;
+
 constexpr std::pair<std::string_view, ClassKind> kClasses[] = {
     {"NSArray", ClassKind::kArray},
     {"NSMutableArray", ClassKind::kArray},
@@ -183,6 +186,7 @@ struct KeyedUnarchiver::State {
     std::vector<Value> values;
     values.reserve(elements.count);
     for (std::size_t i = 0; i < elements.count && !memo_.hasFailed(); ++i) {
+      if (i + kAhead < elements.count) reader_.prefetch(reader_.reference(elements, i + kAhead));
       values.push_back(valueOfUID(reader_.reference(elements, i)));
       if (values.back().isNil()) values.back() = Null::null();  // the others keep their places
     }

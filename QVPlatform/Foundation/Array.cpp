@@ -41,10 +41,17 @@ Value Array::at(std::size_t index) const {
   return index < state_->values.size() ? state_->values[index] : Value();
 }
 
-std::vector<Value> Array::values() const {
+std::vector<Value> Array::values() const& {
   if (isNull()) return {};
   const Lock lock(state_->mutex);
   return state_->values;
+}
+
+std::vector<Value> Array::values() && {
+  const auto given = std::move(state_);
+  if (!given) return {};
+  const Lock lock(given->mutex);
+  return given.use_count() > 1 ? given->values : std::move(given->values);
 }
 
 void Array::append(Value value) {

@@ -37,7 +37,9 @@ class QVPLATFORM_EXPORT Array {
   /// The element, or nil past the end.
   Value at(std::size_t index) const;
   /// The elements as they stand now.
-  std::vector<Value> values() const;
+  std::vector<Value> values() const&;
+  /// The same of an array that is given up: not copied, when nobody else has it.
+  std::vector<Value> values() &&;
   /// Appends the value; nil is passed over.
   void append(Value value);
   /// Removes the last element, if there is one; takes no memory.

@@ -289,10 +289,13 @@ bool isWanted(const String& path) {
 /// The hits in the archive, or nothing when it is none. What they were read from is gone then,
 /// which takes as much memory as they do.
 std::optional<std::vector<Value>> hitsIn(const Data& archive) {
-  QVPlatform::KeyedUnarchiver unarchiver(archive);
-  auto hits = unarchiver.decodeObjectForKey(kQVFileOfflineHits).array().values();
-  if (!unarchiver.isValid()) return std::nullopt;
-  return hits;
+  Array hits;
+  {
+    QVPlatform::KeyedUnarchiver unarchiver(archive);
+    hits = unarchiver.decodeObjectForKey(kQVFileOfflineHits).array();
+    if (!unarchiver.isValid()) return std::nullopt;
+  }
+  return std::move(hits).values();
 }
 
 /// What becomes of a file that was taken.

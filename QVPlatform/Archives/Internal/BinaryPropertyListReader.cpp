@@ -185,6 +185,10 @@ BinaryPropertyListReader::Object BinaryPropertyListReader::object(Reference refe
   return {typeOf(marker), marker, count, bytesAt(position, count * unit)};
 }
 
+void BinaryPropertyListReader::prefetch(Reference reference) const {
+  __builtin_prefetch(bytes_.data() + offset(reference));
+}
+
 BinaryPropertyListReader::Reference BinaryPropertyListReader::reference(const Object& container,
                                                                         std::size_t index) const {
   const std::uint64_t number = bigEndian(

@@ -42,6 +42,8 @@ class BinaryPropertyListReader {
   /// What a container refers to: an array's elements; a dictionary's keys, then its values. The
   /// index is below count, or twice that for a dictionary. The number may be of no object.
   Reference reference(const Object& container, std::size_t index) const;
+  /// Has the processor fetch the beginning of an object that is asked for soon.
+  void prefetch(Reference reference) const;
   /// Text, bytes, number, boolean or date; nil when it is damaged.
   Value leaf(const Object& object) const;
   /// Number of the archived object that the UID stands for; nothing when this is no UID.

@@ -48,7 +48,7 @@ class ObjectMemo {
     if (node.state == State::kNew) make(node, build);
     if (node.state != State::kMade || hasFailed_) return fail();
     children_ += 1 + node.expanded;
-    height_ = std::max(height_, node.height + 1);
+    height_ = std::max(height_, node.height + 1U);
     const bool isTooMuch = depth_ >= firstLimitedDepth_ && children_ > expandedLimit_;
     if (isTooMuch || height_ > kMaximumHeight) return fail();
     return node.value;
@@ -70,11 +70,17 @@ class ObjectMemo {
  private:
   enum class State : std::uint8_t { kNew, kBeingMade, kMade };
 
+  static constexpr int kExpandedBits = 40;
+  static constexpr std::uint64_t kMostExpanded = (std::uint64_t{1} << kExpandedBits) - 1;
+
+  /// One for each object of a file, which may have millions: so it is small.
   struct Node {
     Value value;
-    std::uint64_t expanded = 0;  // how many values it contains; one that is shared counts each time
-    std::uint32_t height = 0;    // how many levels of containers and objects are below it
+    /// How many values it contains; one that is shared counts each time. What is beyond any limit
+    /// is not told apart.
+    std::uint64_t expanded : kExpandedBits = 0;
     State state = State::kNew;
+    std::uint16_t height = 0;  // how many levels of containers and objects are below it
   };
 
   static constexpr std::size_t kAllowance = 1U << 18;
@@ -90,8 +96,8 @@ class ObjectMemo {
     ++depth_;
     node.state = State::kBeingMade;
     node.value = build();
-    node.expanded = children_;
-    node.height = height_;
+    node.expanded = std::min(children_, kMostExpanded) & kMostExpanded;
+    node.height = static_cast<std::uint16_t>(height_);
     node.state = State::kMade;
     --depth_;
     children_ = outerChildren;
