@@ -106,7 +106,7 @@ CLAIMS = [
           [Row(f"{count:,} waiting, {what}", f"change/{count}", f"changePlainly/{count}", 1.25, measure,
                is_quick=count <= 2000)
            for count in (2000, 20000)
-           for what, measure in (("wall", "real_time"), ("CPU", "cpu_time"))], "changes", rounds=25),
+           for what, measure in (("wall", "real_time"), ("CPU", "cpu_time"))], "changes", rounds=45),
     Claim("Configurations", "ConfigurationBenchmark",
           "One leaf, three keys down, out of a configuration of 500 KB, the read from the user defaults\n"
           "included, beside parsers that are handed the text; and the whole of it as values. Three shapes\n"
