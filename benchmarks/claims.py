@@ -50,6 +50,7 @@ CLAIMS = [
            Row("one hit from its post to the server, beside a worker thread with libcurl",
                "latency/core", "latency/curl", 1.15),
            Row("libcurl beside a socket, GET, one core", "one_core/GET/curl", "one_core/GET/socket"),
+           Row("libcurl beside a socket, GET, free", "free/GET/curl", "free/GET/socket", is_quick=False),
            Row("the core beside a socket, GET, one core", "one_core/GET/core", "one_core/GET/socket")],
           "hits", rounds=75),
     Claim("Event bus", "NotificationBenchmark",
