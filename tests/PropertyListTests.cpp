@@ -85,6 +85,8 @@ TEST(PropertyList, HoldsContainersToOneDepthHoweverItIsMade) {
     EXPECT_EQ(depthOf(PropertyList::valueWithData(fileOf(objects, 2))), expected);
     EXPECT_EQ(depthOf(PropertyList::valueWithData(xml)), expected);
     EXPECT_EQ(PropertyList::dataWithValue(value).isNull(), expected == 0);
+    objects[0] = "\xA2\0\x64\0\1"s;  // what lies deep is made first, from the root
+    EXPECT_EQ(PropertyList::valueWithData(fileOf(objects, 2)).isNil(), expected == 0);
   }
 }
 
