@@ -15,7 +15,8 @@ namespace QVFuzz {
 /// Answers each connection with these bytes, or well where the target is "/good".
 inline void serveAnswer(QVTest::RawServer::Connection& connection, std::string_view answer) {
   const std::string request = connection.readRequest();
-  const bool isGood = request.substr(0, request.find('\n')).find("/good ") != request.npos;
+  const bool isGood =
+      request.substr(0, request.find('\n')).find("/good ") != std::string_view::npos;
   connection.send(isGood ? "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\ngood" : answer);
   connection.finish();
   connection.waitForClose(std::chrono::milliseconds(200));

@@ -12,7 +12,7 @@ namespace QVFuzz {
 
 /// What a text that was handed over says; it is given back.
 inline std::string takeText(char* text) {
-  const std::string copy = text ? text : "";
+  std::string copy = text ? text : "";
   qv_free(text);
   return copy;
 }

@@ -13,7 +13,7 @@ namespace QVFuzz {
 inline std::string_view takeField(std::string_view& input) {
   const auto end = input.find('\0');
   const auto field = input.substr(0, end);
-  input.remove_prefix(end == input.npos ? input.size() : end + 1);
+  input.remove_prefix(end == std::string_view::npos ? input.size() : end + 1);
   return field;
 }
 

@@ -56,7 +56,8 @@ inline void readNumber(const QVPlatform::String& text) {
   constexpr std::size_t kDigits = 18;  // of an integer that surely fits
   const std::string_view digits = text.view();
   const auto number = QVUtils::nsNumberFromString(text);
-  if (digits.size() > kDigits || digits.find_first_not_of("0123456789") != digits.npos) return;
+  if (digits.size() > kDigits || digits.find_first_not_of("0123456789") != std::string_view::npos)
+    return;
   if (digits.empty() ? !number.isNil() : number.longLongValue() != std::atoll(text.UTF8String())) {
     std::abort();
   }

@@ -157,8 +157,10 @@ TEST_F(FileManagerTest, KeepsAFileWholeThatManyWriteAtOnceOfWhomSomeAreKilled) {
   };
   const pid_t writer = startChild([&] { return write(25); });
   std::vector<pid_t> killed;
+  killed.reserve(8);
   for (int i = 0; i < 8; ++i) killed.push_back(startChild([&] { return write(-1); }));
   std::vector<std::jthread> threads;
+  threads.reserve(3);
   for (int i = 0; i < 3; ++i) threads.emplace_back([&] { EXPECT_EQ(write(25), 0); });
   for (const pid_t child : killed) {
     for (int reads = 0; reads < 15; ++reads) EXPECT_TRUE(isWhole());

@@ -221,20 +221,23 @@ TEST(KeyedArchiver, ReadsBackAllThatItArchives) {
   EXPECT_NE(complaintsOf(archiveChain), "");
   // One table in each of many messages.
   std::vector<Dictionary::Entry> entries;
+  entries.reserve(1000);
   for (int i = 0; i < 1000; ++i) entries.emplace_back(String(std::to_string(i)), i);
   const Dictionary table(std::move(entries));
   std::vector<Value> messages;
+  messages.reserve(5000);
   for (int i = 0; i < 5000; ++i) messages.emplace_back(Dictionary({{"ID", i}, {"table", table}}));
   EXPECT_EQ(throughArchive(Array(std::exchange(messages, {}))).array().count(), 5000U);
   // Long lists of keys, each shared by two messages between which there is another list.
   std::vector<Dictionary::Entry> fields;
+  fields.reserve(500);
   for (int i = 0; i < 500; ++i) fields.emplace_back(String(std::to_string(i)), "x");
   const Dictionary message(std::move(fields));
   for (int i = 0; i < 1000; ++i) {
     messages.emplace_back(message.copy());
     if (i % 2 == 0) messages.back().dictionary().set("0", Dictionary({{"ID", i}}));
   }
-  const Array all(std::move(messages));
+  const Array all(std::exchange(messages, {}));
   EXPECT_TRUE(throughArchive(all) == Value(all));
   // Of what no reader could walk through, as much as one can.
   Value bomb = Array({"x"});

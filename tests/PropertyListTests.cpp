@@ -47,6 +47,7 @@ TEST(PropertyList, BringsEverythingBackAsItWas) { expectToComeBack(throughBytes)
 
 TEST(PropertyList, KeepsManyObjectsApart) {
   std::vector<Value> values;
+  values.reserve(25000);
   for (int i = 0; i < 25000; ++i) values.emplace_back(Array({i, String(std::to_string(i))}));
   const Array array(std::move(values));
   EXPECT_EQ(throughBytes(array), Value(array));

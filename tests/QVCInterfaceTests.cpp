@@ -26,7 +26,7 @@ class QVCInterfaceTest : public NetworkManagerTest {
     heard.count.release();
   }
   static std::string taken(char* text) {
-    const std::string copy = text ? text : "NULL";
+    std::string copy = text ? text : "NULL";
     qv_free(text);
     return copy;
   }
