@@ -143,9 +143,11 @@ TEST_F(QVCoreVariablesTest, AgreesOnOneIdentifierWithProcessesThatStartAtTheSame
       return identifierOfThisProcess();
     };
     std::vector<std::unique_ptr<ChildProcess>> children;
+    children.reserve(2);
     for (int i = 0; i < 2; ++i) children.push_back(std::make_unique<ChildProcess>(body));
     close(start[1]);  // both of them read the end of the pipe now
     std::vector<std::string> identifiers;
+    identifiers.reserve(children.size());
     for (const auto& child : children) identifiers.push_back(child->text());
     close(start[0]);
     EXPECT_THAT(identifiers.front(), testing::MatchesRegex(kUUIDPattern));

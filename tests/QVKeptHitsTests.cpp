@@ -179,6 +179,7 @@ TEST_F(QVKeptHitsTest, HoldsWhatWaitsAfterManyThreadsHaveSavedAtOnce) {
     manager->setOperationQueue(suspendedQueue());
     manager->enableRunningInBackground();
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i) {
       threads.emplace_back([] {
         for (int n = 0; n < 10; ++n) request({{"url", "http://h/"}});

@@ -50,7 +50,8 @@ class QVObservation {
   /// Its address is what the center knows the observation by, wherever that is moved to.
   struct Registration {
     explicit Registration(Center chosen)
-        : center(chosen ? std::move(chosen) : QVPlatform::NotificationCenter::defaultCenter()) {}
+        : center(chosen ? std::move(chosen)
+                        : Center(QVPlatform::NotificationCenter::defaultCenter())) {}
     ~Registration() { center->removeObserver(this); }
     Registration(const Registration&) = delete;
     Registration& operator=(const Registration&) = delete;

@@ -50,6 +50,7 @@ class OfflineHitsTest : public CoreTest {
   }
   static std::vector<Value> idsOf(const std::vector<Value>& hits) {
     std::vector<Value> ids;
+    ids.reserve(hits.size());
     for (const Value& hit : hits) ids.push_back(hit.dictionary().get("ID"));
     return ids;
   }
