@@ -96,6 +96,7 @@ class ObjectMemo {
     ++depth_;
     node.state = State::kBeingMade;
     node.value = build();
+    // The mask changes nothing: it tells the compiler that there is room.
     node.expanded = std::min(children_, kMostExpanded) & kMostExpanded;
     node.height = static_cast<std::uint16_t>(height_);
     node.state = State::kMade;
